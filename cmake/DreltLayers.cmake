@@ -1,0 +1,102 @@
+# Compiler settings shared by the whole build, and one function for each kind of target.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_package(OpenMP REQUIRED COMPONENTS CXX)
+find_package(Eigen3 REQUIRED NO_MODULE)
+
+if(DRELT_CUDA)
+  if(NOT CMAKE_CUDA_ARCHITECTURES)
+    set(CMAKE_CUDA_ARCHITECTURES 75)
+  endif()
+  enable_language(CUDA)
+  set(CMAKE_CUDA_STANDARD 17)
+  find_package(CUDAToolkit REQUIRED)
+endif()
+
+add_library(drelt_settings INTERFACE)
+target_include_directories(drelt_settings INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(drelt_settings INTERFACE OpenMP::OpenMP_CXX Eigen3::Eigen)
+# The packaged DART and Assimp are built for the baseline instruction set. Compiling our side for
+# wider vectors would change Eigen's alignment and with it the binary interface, so it is fixed here.
+target_compile_definitions(drelt_settings INTERFACE
+  EIGEN_MAX_ALIGN_BYTES=16 EIGEN_MAX_STATIC_ALIGN_BYTES=16
+  $<$<BOOL:${DRELT_CUDA}>:DRELT_CUDA>)
+# One rule for contraction in the whole build: results do not depend on whether a machine can fuse.
+# Errno and floating-point traps are not used, and keep square roots and branches from vectorising.
+target_compile_options(drelt_settings INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off -fno-math-errno -fno-trapping-math>
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wshadow -Wno-unknown-pragmas>
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${DRELT_WERROR}>>:-Werror>
+  $<$<COMPILE_LANGUAGE:CUDA>:--expt-relaxed-constexpr -Xcompiler=-ffp-contract=off>
+  $<$<AND:$<COMPILE_LANGUAGE:CUDA>,$<BOOL:${DRELT_WERROR}>>:-Werror=all-warnings>)
+
+# Options of sources that hold vectorised host launches. Such sources define no shared inline code of
+# their own: only launchers and the operators, which are inlined into them.
+set(DRELT_VECTOR_OPTIONS -O3)
+if(DRELT_NATIVE)
+  list(APPEND DRELT_VECTOR_OPTIONS -march=native)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    list(APPEND DRELT_VECTOR_OPTIONS -mprefer-vector-width=512)
+  endif()
+endif()
+if(DRELT_VECTOR_REPORT AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  list(APPEND DRELT_VECTOR_OPTIONS -fopt-info-vec-optimized)
+endif()
+
+# drelt_layer(NAME SOURCES ... [LINK ...])
+# One layer of the system as a static library; LINK names the layers below it that it may use.
+function(drelt_layer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC drelt_settings ${ARG_LINK})
+endfunction()
+
+# drelt_operator_sources(TARGET FILES ...)
+# Adds sources with host launches to a layer (compiled for wide vectors) and, in a CUDA build, the
+# .cu file beside each of them, which instantiates its operators for the device.
+function(drelt_operator_sources target)
+  foreach(source IN LISTS ARGN)
+    cmake_path(ABSOLUTE_PATH source NORMALIZE OUTPUT_VARIABLE path)
+    target_sources(${target} PRIVATE ${path})
+    set_property(SOURCE ${path} TARGET_DIRECTORY ${target}
+                 APPEND PROPERTY COMPILE_OPTIONS ${DRELT_VECTOR_OPTIONS})
+    cmake_path(REPLACE_EXTENSION path LAST_ONLY .cu OUTPUT_VARIABLE device)
+    if(DRELT_CUDA AND EXISTS ${device})
+      target_sources(${target} PRIVATE ${device})
+      if(NOT TARGET drelt_operators_cuda)
+        add_custom_target(drelt_operators_cuda)
+      endif()
+      add_dependencies(drelt_operators_cuda ${target})
+    endif()
+  endforeach()
+endfunction()
+
+# drelt_test(NAME SOURCES ... LINK ... [LABELS ...])
+# A GoogleTest program whose cases CTest lists one by one.
+function(drelt_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/unit)
+  target_compile_definitions(${name} PRIVATE
+    DRELT_TEST_VECTORS="${PROJECT_SOURCE_DIR}/tests/vectors"
+    DRELT_TEST_ASSETS="${PROJECT_SOURCE_DIR}/assets")
+  string(REPLACE ";" "\\;" labels "${ARG_LABELS}")
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} PROPERTIES LABELS "${labels}")
+endfunction()
+
+# drelt_add_subdirectories(DIRS ...)
+# Adds those folders that hold a CMakeLists.txt.
+function(drelt_add_subdirectories)
+  foreach(folder IN LISTS ARGN)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/CMakeLists.txt)
+      add_subdirectory(${folder})
+    endif()
+  endforeach()
+endfunction()

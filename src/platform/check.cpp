@@ -1,0 +1,35 @@
+#include "platform/check.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace drelt::platform {
+namespace {
+
+std::string sourcePath(const char* file) {
+    std::string path(file);
+    const std::string root = "src/";
+    const std::size_t at = path.rfind("/" + root);
+    if (at != std::string::npos) {
+        path.erase(0, at + 1 + root.size());
+    } else if (path.compare(0, root.size(), root) == 0) {
+        path.erase(0, root.size());
+    }
+    const std::size_t slash = path.rfind('/');
+    const std::size_t dot = path.rfind('.');
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) path.erase(dot);
+    return path;
+}
+
+}  // namespace
+
+void failDeviceCall(cudaError_t status, const char* statement, const char* file, int line) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "CUDA error at %s:%d code=%d(%s) \"%s\" \n", sourcePath(file).c_str(),
+                 line, static_cast<int>(status), errorName(status), statement);
+    cudaDeviceReset();
+    std::exit(1);
+}
+
+}  // namespace drelt::platform

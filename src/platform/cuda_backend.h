@@ -1,0 +1,22 @@
+// What the runtime needs of a CUDA device. cuda_backend.cu serves it with the toolkit's runtime;
+// a build without CUDA has no GPU (cuda_absent.cpp).
+#pragma once
+
+#include <cstddef>
+
+#include "platform/runtime.h"
+
+namespace drelt::platform::gpu {
+
+// Usable GPUs; 0 without a driver. Asked once.
+int deviceCount();
+cudaError_t setDevice(int device);
+cudaError_t allocate(void** pointer, std::size_t bytes);
+// A runtime that is already unloading counts as success.
+cudaError_t release(void* pointer, int device);
+cudaError_t copy(void* to, const void* from, std::size_t bytes);
+cudaError_t lastError();
+cudaError_t synchronize();
+cudaError_t reset();
+
+}  // namespace drelt::platform::gpu

@@ -1,0 +1,230 @@
+// Dispatch of the runtime calls to the owner of a pointer or to the selected device, and the host
+// back end: "device memory" there is separate, page-aligned memory that costs nothing until touched.
+#include "platform/runtime.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "platform/cuda_backend.h"
+
+namespace drelt::platform {
+namespace {
+
+struct Block {
+    std::size_t bytes;   // as asked for
+    std::size_t mapped;  // whole pages
+    int device;          // kHostDevice, or a GPU's id
+};
+
+// Device memory by address, over all devices: frees and copies go by the owner of a pointer.
+class Registry {
+public:
+    void add(void* pointer, Block block) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        blocks_[reinterpret_cast<std::uintptr_t>(pointer)] = block;
+        inUse_ += block.bytes;
+    }
+    bool remove(void* pointer, Block* block) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = blocks_.find(reinterpret_cast<std::uintptr_t>(pointer));
+        if (found == blocks_.end()) return false;
+        *block = found->second;
+        inUse_ -= block->bytes;
+        blocks_.erase(found);
+        return true;
+    }
+    // The device that owns an address inside a block; kHostDevice for ordinary host memory too.
+    int owner(const void* pointer) const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto address = reinterpret_cast<std::uintptr_t>(pointer);
+        auto after = blocks_.upper_bound(address);
+        if (after == blocks_.begin()) return kHostDevice;
+        --after;
+        return address < after->first + after->second.bytes ? after->second.device : kHostDevice;
+    }
+    std::size_t inUse() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return inUse_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::map<std::uintptr_t, Block> blocks_;
+    std::size_t inUse_ = 0;
+};
+
+// Never destroyed: destructors of static objects may still free device memory at exit.
+Registry& registry() {
+    static auto* instance = new Registry;
+    return *instance;
+}
+
+std::atomic<int> selectedDevice{0};
+std::atomic<int> callsUntilFailure{0};
+std::atomic<cudaError_t> injectedStatus{cudaErrorUnknown};
+
+// The status that a test asked this call to fail with, or success.
+cudaError_t injectedFailure() {
+    if (callsUntilFailure.load(std::memory_order_relaxed) == 0) return cudaSuccess;
+    return callsUntilFailure.fetch_sub(1) == 1 ? injectedStatus.load() : cudaSuccess;
+}
+
+bool isHost(int device) { return device == kHostDevice || gpu::deviceCount() == 0; }
+
+void sayHostOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        std::puts("[Info] no CUDA device can be used: device 0 is the host's threads");
+        std::fflush(stdout);
+    });
+}
+
+std::size_t wholePages(std::size_t bytes) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return (bytes + page - 1) / page * page;
+}
+
+constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
+
+cudaError_t hostAllocate(void** pointer, std::size_t bytes) {
+    const std::size_t mapped = wholePages(bytes == 0 ? 1 : bytes);
+    if (mapped < bytes || mapped > availableHostBytes()) return cudaErrorMemoryAllocation;
+    void* memory =
+        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) return cudaErrorMemoryAllocation;
+    if (mapped >= kHugePageBytes) madvise(memory, mapped, MADV_HUGEPAGE);
+    registry().add(memory, {bytes, mapped, kHostDevice});
+    *pointer = memory;
+    return cudaSuccess;
+}
+
+// Large copies run on all threads, so that pages are first touched by the threads that use them.
+void hostCopy(void* to, const void* from, std::size_t bytes) {
+    constexpr std::size_t kChunk = std::size_t{1} << 20;
+    if (bytes < 2 * kChunk) {
+        std::memcpy(to, from, bytes);
+        return;
+    }
+    const auto chunks = static_cast<std::int64_t>((bytes + kChunk - 1) / kChunk);
+#pragma omp parallel for schedule(static)
+    for (std::int64_t i = 0; i < chunks; ++i) {
+        const std::size_t start = static_cast<std::size_t>(i) * kChunk;
+        const std::size_t length = bytes - start < kChunk ? bytes - start : kChunk;
+        std::memcpy(static_cast<char*>(to) + start, static_cast<const char*>(from) + start, length);
+    }
+}
+
+}  // namespace
+
+bool onHostDevice() { return isHost(selectedDevice.load(std::memory_order_relaxed)); }
+
+std::size_t deviceBytesInUse() { return registry().inUse(); }
+
+void failNthCall(int n, cudaError_t status) {
+    injectedStatus = status;
+    callsUntilFailure = n;
+}
+
+std::size_t availableHostBytes() {
+    std::ifstream meminfo("/proc/meminfo");
+    std::string key;
+    std::size_t kilobytes = 0;
+    std::string unit;
+    while (meminfo >> key >> kilobytes) {
+        if (key == "MemAvailable:") return kilobytes * 1024;
+        std::getline(meminfo, unit);
+    }
+    return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
+           static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+const char* errorName(cudaError_t status) {
+    switch (status) {
+        case cudaSuccess: return "cudaSuccess";
+        case cudaErrorInvalidValue: return "cudaErrorInvalidValue";
+        case cudaErrorMemoryAllocation: return "cudaErrorMemoryAllocation";
+        case cudaErrorInitializationError: return "cudaErrorInitializationError";
+        case cudaErrorCudartUnloading: return "cudaErrorCudartUnloading";
+        case cudaErrorInvalidConfiguration: return "cudaErrorInvalidConfiguration";
+        case cudaErrorInsufficientDriver: return "cudaErrorInsufficientDriver";
+        case cudaErrorNoDevice: return "cudaErrorNoDevice";
+        case cudaErrorInvalidDevice: return "cudaErrorInvalidDevice";
+        case cudaErrorNoKernelImageForDevice: return "cudaErrorNoKernelImageForDevice";
+        case cudaErrorIllegalAddress: return "cudaErrorIllegalAddress";
+        case cudaErrorLaunchOutOfResources: return "cudaErrorLaunchOutOfResources";
+        case cudaErrorLaunchFailure: return "cudaErrorLaunchFailure";
+        case cudaErrorUnknown: return "cudaErrorUnknown";
+    }
+    return "<unknown>";
+}
+
+namespace calls {
+
+cudaError_t SetDevice::operator()(int device) const {
+    if (const cudaError_t status = injectedFailure()) return status;
+    const int gpus = gpu::deviceCount();
+    const bool named = device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
+    if (!named) return cudaErrorInvalidDevice;
+    if (device == 0 && gpus == 0) sayHostOnce();
+    selectedDevice = device;
+    return isHost(device) ? cudaSuccess : gpu::setDevice(device);
+}
+
+cudaError_t GetDevice::operator()(int* device) const {
+    *device = selectedDevice.load();
+    return cudaSuccess;
+}
+
+cudaError_t Malloc::allocate(void** pointer, std::size_t bytes) {
+    if (const cudaError_t status = injectedFailure()) return status;
+    if (onHostDevice()) return hostAllocate(pointer, bytes);
+    const cudaError_t status = gpu::allocate(pointer, bytes);
+    if (status == cudaSuccess && *pointer != nullptr) {
+        registry().add(*pointer, {bytes, bytes, selectedDevice.load()});
+    }
+    return status;
+}
+
+cudaError_t Free::operator()(void* pointer) const {
+    if (const cudaError_t status = injectedFailure()) return status;
+    if (pointer == nullptr) return cudaSuccess;
+    Block block{};
+    if (!registry().remove(pointer, &block)) return cudaErrorInvalidValue;
+    if (block.device != kHostDevice) return gpu::release(pointer, block.device);
+    return munmap(pointer, block.mapped) == 0 ? cudaSuccess : cudaErrorInvalidValue;
+}
+
+cudaError_t Memcpy::operator()(void* to, const void* from, std::size_t bytes, cudaMemcpyKind) const {
+    if (const cudaError_t status = injectedFailure()) return status;
+    if (bytes == 0) return cudaSuccess;
+    if (to == nullptr || from == nullptr) return cudaErrorInvalidValue;
+    if (registry().owner(to) != kHostDevice || registry().owner(from) != kHostDevice) {
+        return gpu::copy(to, from, bytes);
+    }
+    hostCopy(to, from, bytes);
+    return cudaSuccess;
+}
+
+cudaError_t GetLastError::operator()() const {
+    if (const cudaError_t status = injectedFailure()) return status;
+    return onHostDevice() ? cudaSuccess : gpu::lastError();
+}
+
+cudaError_t DeviceSynchronize::operator()() const {
+    if (const cudaError_t status = injectedFailure()) return status;
+    return onHostDevice() ? cudaSuccess : gpu::synchronize();
+}
+
+cudaError_t DeviceReset::operator()() const { return onHostDevice() ? cudaSuccess : gpu::reset(); }
+
+}  // namespace calls
+}  // namespace drelt::platform
