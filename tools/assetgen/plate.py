@@ -1,0 +1,85 @@
+"""A thin plate in the x-z plane, driven along x or about z.
+
+It is made for the plate that oscillates in its own plane in a box of 16 x 16 nodes. At a peak
+speed of 0.05 lattice units and a period of 2,000 steps it travels 16 nodes either way, and must
+still reach past the box, where samples are skipped. So it is 56 nodes long (8 + 16 and 4 to spare
+each way) and 24 wide.
+
+The thickness is one node. Peskin's kernel then reaches 2.5 nodes from the middle plane, so the
+flow is free of the forcing beyond 3. Both faces force nearly the same nodes and share the load,
+which halves the slip of a single sheet. With a sample area of 0.907 per lattice area and face, the
+coupling takes back 0.907 (3/8 + 1/4) = 0.57 of the slip in a step (3/8 is the sum of the squared
+kernel weights, 1/4 that of their products one node apart): below 1, so it does not overshoot. Two
+faces in one plane would take back 0.68, but enclose no volume and so give the links no mass.
+"""
+
+import math
+
+import numpy as np
+
+from .asset import Asset
+from .checks import FLUID_DENSITY
+from .mesh import Mesh, smooth_normals
+from .skeleton import Chain, Joint, Link
+
+CELLS = (56, 1, 24)  # nodes along x, y, z: cubic cells of one node, so all faces are equal
+DENSITY_RATIO = 4.0  # body to fluid: 1.4 rho A dx a link, as thin parts need more than the limit
+SAMPLES = 4000  # 1.4 per lattice area
+
+
+def plate_mesh(dx):
+    """The surface of a block of cells of size dx, centred at the origin, two triangles a cell face.
+
+    The diagonals alternate, so that the plate is its own mirror image in x and in z.
+    """
+    index = {}
+    faces = []
+
+    def vertex(point):
+        return index.setdefault(point, len(index))
+
+    for axis in range(3):
+        u, v = (axis + 1) % 3, (axis + 2) % 3  # u x v points along axis
+        for side in (0, CELLS[axis]):
+            for i in range(CELLS[u]):
+                for j in range(CELLS[v]):
+                    quad = []
+                    for du, dv in ((0, 0), (1, 0), (1, 1), (0, 1)):
+                        point = [0, 0, 0]
+                        point[axis], point[u], point[v] = side, i + du, j + dv
+                        quad.append(vertex(tuple(point)))
+                    if side == 0:
+                        quad.reverse()
+                    # the reversed quad starts one corner on, which swaps its diagonals
+                    first = (i + j + (side == 0)) % 2
+                    a, b, c, d = quad[first:] + quad[:first]
+                    faces += [(a, b, c), (a, c, d)]
+
+    vertices = (np.array(list(index)) - 0.5 * np.array(CELLS)) * dx
+    faces = np.array(faces)
+    return Mesh(vertices, faces, smooth_normals(vertices, faces))
+
+
+def plate_chain(root, dx):
+    """Two links, each one half of the plate along x, welded; the root joint is on the low-x edge.
+
+    A box has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3).
+    """
+    length, thickness, width = (n * dx for n in CELLS)
+    half = (length / 2.0, thickness, width)
+    mass = (DENSITY_RATIO - 1.0) * FLUID_DENSITY * half[0] * half[1] * half[2]
+    link = Link(mass, tuple(math.sqrt(5.0 / 3.0) * edge for edge in half), 0.001)
+    points = [(-length / 2.0, 0.0, 0.0), (0.0, 0.0, 0.0), (length / 2.0, 0.0, 0.0)]
+    return Chain(points, [root, Joint("fixed")], [link, link])
+
+
+def plate_assets(dx):
+    """The plate driven along x, on a fixed and on a following grid, and turned about its edge."""
+    mesh = plate_mesh(dx)
+    slide = plate_chain(Joint("prismatic", "velocity", (1.0, 0.0, 0.0), use_limits=True), dx)
+    flap = plate_chain(Joint("revolute", "velocity", (0.0, 0.0, 1.0), use_limits=True), dx)
+    return [
+        Asset("plate", "plate", mesh, slide, follow=False, samples=SAMPLES),
+        Asset("plate_follow", "plate", mesh, slide, follow=True, samples=SAMPLES),
+        Asset("plate_flap", "plate", mesh, flap, follow=False, samples=SAMPLES),
+    ]

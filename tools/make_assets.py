@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Writes the bundled meshes (glTF binary) and their skeleton descriptions (JSON) into assets/."""
+
+import argparse
+import sys
+from pathlib import Path
+
+from assetgen.asset import write_asset
+from assetgen.checks import check, report
+from assetgen.mesh import AssetError
+from assetgen.plate import plate_assets
+from assetgen.sphere import DIAMETER, sphere_assets
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument(
+        "names", nargs="*", metavar="name", help="assets to write; all if none is given"
+    )
+    parser.add_argument(
+        "--dx", type=float, default=DIAMETER / 16, help="node spacing in m (%(default)g)"
+    )
+    parser.add_argument(
+        "--retraction",
+        type=float,
+        default=0.85,
+        help="retraction of the shrunk sphere's skin in node spacings (%(default)g)",
+    )
+    parser.add_argument("--samples", type=int, help="surface samples to check the faces for")
+    parser.add_argument(
+        "--out",
+        type=Path,
+        default=Path(__file__).resolve().parent.parent / "assets",
+        help="folder to write to (%(default)s)",
+    )
+    parser.add_argument(
+        "--model-prefix",
+        default="assets",
+        help='folder of the meshes as "model_file" names it, seen from the working directory of '
+        "the scripts that load them (%(default)s)",
+    )
+    return parser.parse_args()
+
+
+def chosen_assets(arguments):
+    """Builds the wanted assets; unknown names and unusable numbers raise AssetError."""
+    if not 0.0 < arguments.dx < float("inf"):
+        raise AssetError(f"the node spacing must be a positive number of m, not {arguments.dx:g}")
+    every = sphere_assets(arguments.dx, arguments.retraction) + plate_assets(arguments.dx)
+    known = [asset.name for asset in every]
+    unknown = [name for name in arguments.names if name not in known]
+    if unknown:
+        raise AssetError(f"no asset {', '.join(unknown)}; there are {', '.join(known)}")
+    chosen = [asset for asset in every if not arguments.names or asset.name in arguments.names]
+    if arguments.samples is not None:
+        for asset in chosen:
+            asset.samples = arguments.samples
+    return chosen
+
+
+def main():
+    arguments = parse_arguments()
+    try:
+        assets = chosen_assets(arguments)
+        for asset in assets:
+            check(asset, arguments.dx)
+    except AssetError as error:
+        print(f"make_assets: {error}; nothing was written", file=sys.stderr)
+        return 1
+    for asset in assets:
+        print(report(asset, arguments.dx))
+        write_asset(asset, arguments.out, arguments.model_prefix)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
