@@ -86,7 +86,7 @@ function(drelt_test name)
   target_compile_definitions(${name} PRIVATE
     DRELT_TEST_VECTORS="${PROJECT_SOURCE_DIR}/tests/vectors"
     DRELT_TEST_ASSETS="${PROJECT_SOURCE_DIR}/assets")
-  string(REPLACE ";" "\\;" labels "${ARG_LABELS}")
+  string(JOIN "-" labels ${ARG_LABELS})  # one word: discovery keeps only the first of a list
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} PROPERTIES LABELS "${labels}")
 endfunction()

@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# Sourced by ./run: configure and build with the presets of CMakePresets.json, in build/PRESET.
+
+# jobs: compiler processes at once. A source that includes DART takes 1 to 2 GB.
+jobs() {
+    local cores memory limit
+    cores=$(nproc)
+    memory=$(awk '/^MemAvailable/ { print int($2 / 2000000) }' /proc/meminfo)
+    limit=$(cat /sys/fs/cgroup/memory.max 2>/dev/null || true) # a container's, or "max"
+    [[ ! $limit =~ ^[0-9]+$ ]] || ((limit / 2000000000 >= memory)) || memory=$((limit / 2000000000))
+    ((memory > 0)) || memory=1
+    echo "${DRELT_JOBS:-$((cores < memory ? cores : memory))}"
+}
+
+# find_nvcc: prints the CUDA compiler; fails where there is none or DRELT_CUDA=OFF.
+find_nvcc() {
+    [[ ${DRELT_CUDA:-ON} != OFF ]] || return 1
+    command -v nvcc && return
+    local folder
+    for folder in "${CUDA_HOME:-}" "${CUDA_PATH:-}" /usr/local/cuda /opt/cuda; do
+        if [[ -n $folder && -x $folder/bin/nvcc ]]; then
+            echo "$folder/bin/nvcc"
+            return
+        fi
+    done
+    return 1
+}
+
+# configure PRESET [CMAKE ARGUMENT...]: anew where folder, presets, interpreter or arguments are
+# not those of last time; changes of CMakeLists.txt are ninja's affair.
+configure() {
+    local preset=$1 folder=build/$1 state
+    shift
+    local -a arguments=("-DPYTHON_EXECUTABLE=$VENV_PYTHON" "-DPython_EXECUTABLE=$VENV_PYTHON" "$@")
+    state="$PWD $(cksum <CMakePresets.json) $(cat .venv/requirements.stamp) ${arguments[*]}"
+    if [[ ! -f $folder/build.ninja || $(cat "$folder/configured.stamp" 2>/dev/null) != "$state" ]]; then
+        phase "configure-$preset" "configuring $preset" \
+            cmake --fresh --preset "$preset" -B "$folder" "${arguments[@]}"
+        echo "$state" >"$folder/configured.stamp"
+    fi
+}
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    configure "$preset"
+    phase "build-$preset" "building $preset" \
+        cmake --build "build/$preset" --parallel "$(jobs)" ${1:+--target "$@"}
+}

@@ -1,0 +1,124 @@
+# shellcheck shell=bash
+# Sourced by ./run: tests, formatting, linters, sanitizers.
+
+# run_tests [PYTEST ARGUMENT...]: both suites always run; fails where either does.
+run_tests() {
+    need_packages build
+    need_venv
+    build dev
+    compile_for_cuda
+
+    local cxx=build/logs/ctest.xml python=build/logs/pytest.xml status=0
+    rm -f "$cxx" "$python"
+    say "C++ tests"
+    run_ctest dev --output-junit "$PWD/$cxx" || status=1
+    say "Python tests"
+    PYTHONPATH="$PWD/build/dev/python" MPLBACKEND=Agg \
+        "$VENV_PYTHON" -m pytest --junitxml="$python" tests/python "$@" </dev/null || status=1
+
+    say "C++: $(totals "$cxx")"
+    say "Python: $(totals "$python")"
+    echo "tests: $(totals "$cxx" "$python")"
+    ((status == 0)) || fail "tests failed"
+}
+
+# The operators have one source for host and device: where nvcc is, see that it compiles both.
+compile_for_cuda() {
+    local nvcc
+    nvcc=$(find_nvcc) || return 0
+    say "CUDA: $nvcc (--no-cuda leaves it out)"
+    configure cuda "-DCMAKE_CUDA_COMPILER=$nvcc" -DCMAKE_CUDA_ARCHITECTURES=75
+    phase build-cuda "compiling the operators with nvcc" \
+        cmake --build build/cuda --parallel "$(jobs)" --target drelt_operators_cuda
+}
+
+# run_ctest PRESET [CTEST ARGUMENT...]: the tests have threads of their own, which must not spin
+# for each other while many run at once.
+run_ctest() {
+    local preset=$1
+    shift
+    OMP_WAIT_POLICY=passive ctest --test-dir "build/$preset" --parallel "$(nproc)" \
+        --output-on-failure --no-tests=error "$@" </dev/null
+}
+
+# totals JUNIT_FILE...: prints "N passed, N failed", with the skipped where there are any.
+totals() {
+    local tests=0 failed=0 skipped=0 file
+    for file in "$@"; do
+        tests=$((tests + $(junit "$file" tests)))
+        failed=$((failed + $(junit "$file" failures) + $(junit "$file" errors)))
+        skipped=$((skipped + $(junit "$file" skipped) + $(junit "$file" disabled)))
+    done
+    printf '%d passed, %d failed' $((tests - failed - skipped)) "$failed"
+    ((skipped == 0)) || printf ', %d skipped' "$skipped"
+}
+
+# junit FILE ATTRIBUTE: a count of the test suite; 0 where it is not given.
+junit() {
+    local count=0
+    [[ ! -f $1 ]] || count=$(tr '\n\t' '  ' <"$1" | grep -o '<testsuite [^>]*>' | head -n 1 |
+        sed -n "s/.* $2=\"\([0-9]*\)\".*/\1/p")
+    echo "${count:-0}"
+}
+
+# cxx_sources: our C++ and CUDA sources, each ended by a zero byte.
+cxx_sources() {
+    local -a folders=()
+    local folder
+    for folder in src tests bench examples tools; do
+        [[ ! -d $folder ]] || folders+=("$folder")
+    done
+    find "${folders[@]}" -type f -regex '.*\.\(h\|cpp\|cu\|cuh\)' -print0
+}
+
+format_sources() {
+    need_packages build format
+    need_venv
+    say "clang-format"
+    cxx_sources | xargs -0 -r clang-format -i
+    say "ruff"
+    "$VENV_PYTHON" -m ruff check --fix-only --quiet .
+    "$VENV_PYTHON" -m ruff format .
+}
+
+lint_sources() {
+    need_packages build format tidy
+    need_venv
+    configure tidy
+    local script status=0
+    for script in run .ci/run scripts/*.sh; do bash -n "$script" || status=1; done
+    (phase clang-format "clang-format" check_format) || status=1
+    (phase ruff "ruff" check_python) || status=1
+    (phase tidy "clang-tidy" "$VENV_PYTHON" scripts/tidy.py build/tidy "$(jobs)") || status=1
+    ((status == 0)) || fail "lint: findings above"
+    say "lint: no findings"
+}
+
+check_format() {
+    cxx_sources | xargs -0 -r clang-format --dry-run -Werror
+}
+
+check_python() {
+    "$VENV_PYTHON" -m ruff check . && "$VENV_PYTHON" -m ruff format --check .
+}
+
+run_sanitizers() {
+    need_packages build sanitize
+    need_venv
+    # libarcher tells the thread sanitizer how OpenMP's threads wait for each other; what is not
+    # built with it (the OpenMP library itself) is left out
+    local archer status=0
+    archer=$(find /usr/lib/llvm-*/lib -name libarcher.so 2>/dev/null | sort -V | tail -n 1)
+    [[ -n $archer ]] || fail "libarcher.so not found: it comes with libomp-dev"
+
+    build asan
+    say "C++ tests under address and undefined-behaviour sanitizers"
+    ASAN_OPTIONS=detect_stack_use_after_return=1 \
+        UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 run_ctest asan || status=1
+    build tsan
+    say "parallel operators under the thread sanitizer"
+    OMP_TOOL_LIBRARIES=$archer TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=1 \
+        run_ctest tsan --label-regex operators || status=1
+    ((status == 0)) || fail "sanitizers: findings above"
+    say "sanitizers: no findings"
+}
