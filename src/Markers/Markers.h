@@ -1,0 +1,59 @@
+// Probes on a body's skin: each sits on one mesh vertex and reads the fluid there.
+#pragma once
+
+#include <Eigen/Core>
+#include <vector>
+
+#include "MeshLoad/SkeletalMesh.h"
+#include "MeshLoad/twoSideDataWrapper.h"
+#include "cslbm/mlsolver/mlFlow.h"
+
+namespace drelt {
+
+// One entry a marker in each list.
+struct Markers_CPU {
+    std::vector<int> vId;                   // vertex within its mesh, -1 without one
+    std::vector<int> meshId;                // mesh within the SkeletalMesh, -1 without one
+    std::vector<Eigen::Vector3d> pos;       // world axes [m]
+    std::vector<Eigen::Vector3d> normal;    // vertex normal, not normalised
+    std::vector<Eigen::Vector3d> velocity;  // sampled momentum, lattice units; 0 at first
+    std::vector<float> pressure;            // sampled density, lattice units; 1 at first
+};
+
+struct Markers_GPU {
+    int* vId;
+    Eigen::Vector3d* pos;
+    Eigen::Vector3d* normal;
+    Eigen::Vector3d* velocity;
+    float* pressure;
+};
+
+class Markers : public twoSideDataWrapper<Markers_CPU, Markers_GPU> {
+public:
+    explicit Markers(int device);
+    ~Markers() override;
+
+    int count() const { return static_cast<int>(data_cpu.vId.size()); }
+    void addMarker(int meshId, int vId, const Eigen::Vector3d& pos, const Eigen::Vector3d& normal);
+
+    // Adds a marker at the vertex nearest to each place [m] and brings all markers to the device.
+    // On the device markers follow the first mesh only: a marker of another mesh is reported on
+    // standard output, and std::invalid_argument is raised, before anything changes, where the
+    // first mesh has no vertex of its index.
+    void place(const std::vector<Eigen::Vector3d>& placements, const SkeletalMesh& mesh);
+
+    // Moves the markers with the skin. On the device the positions come back to the host.
+    void updatePosNormal(const SkeletalMesh& mesh, bool onDevice);
+
+    // Reads the fluid at the markers from a device record and brings the values to the host.
+    // Lattice units; call it where ux, uy, uz hold momentum. Outside the grid the nearest cell is
+    // read.
+    void sample(mlFlow* flow);
+
+    void allocateDevice() override;
+    void copyToDevice() override;
+    void copyToHost() override;  // all but vId
+    void freeDevice() override;
+};
+
+}  // namespace drelt

@@ -1,0 +1,239 @@
+// The node tree and what is taken from an imported scene.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "MeshLoad/SkeletalMesh.h"
+#include "platform/runtime.h"
+#include "surface/scene.h"
+
+namespace drelt {
+namespace {
+
+using platform::kHostDevice;
+using test::addBone;
+using test::addChild;
+using test::addMesh;
+
+Eigen::Isometry3d shifted(double x, double y, double z) {
+    return Eigen::Isometry3d(Eigen::Translation3d(x, y, z));
+}
+
+// root -> fork -> {left, right}, the fork turned by 90 degrees about z.
+nodeMgr forkedTree() {
+    nodeMgr tree;
+    tree.addNode("root", shifted(5, 6, 7), -1);
+    tree.setGlobalInverse();
+    const Eigen::Isometry3d turned =
+        shifted(1, 0, 0) * Eigen::AngleAxisd(M_PI / 2, Eigen::Vector3d::UnitZ());
+    tree.addNode("fork", turned, 0);
+    tree.addNode("left", shifted(0, 2, 0), 1);
+    tree.addNode("right", shifted(3, 0, 0), 1);
+    tree.childBegin = {1, 2, 4, 4};
+    tree.childEnd = {2, 4, 4, 4};
+    tree.updateWorldTransforms();
+    return tree;
+}
+
+void expectAt(const nodeMgr& tree, const std::string& name, const Eigen::Vector3d& place) {
+    const Eigen::Vector3d at = tree.nodes[tree.find(name)]->worldTransform.translation();
+    EXPECT_LT((at - place).norm(), 1e-7) << name << " at " << at.transpose();
+}
+
+TEST(NodeTree, WorldTransformsAreRelativeToTheRootAsLoaded) {
+    nodeMgr tree = forkedTree();
+    expectAt(tree, "root", {0, 0, 0});
+    expectAt(tree, "fork", {1, 0, 0});
+    expectAt(tree, "left", {-1, 0, 0});
+    expectAt(tree, "right", {1, 3, 0});
+    tree.setTransform(0, shifted(5, 6, 8));
+    tree.updateWorldTransforms();
+    expectAt(tree, "right", {1, 3, 1});
+    EXPECT_EQ(tree.parentName(3), "fork");
+    EXPECT_EQ(tree.parentName(0), "");
+    EXPECT_EQ(tree.find("nobody"), -1);
+}
+
+TEST(NodeTree, IntermediateNodesGiveEachBranchItsOwnChain) {
+    nodeMgr tree = forkedTree();
+    tree.insertIntermediateNodes(1);
+    tree.insertIntermediateNodes(1);
+    tree.insertIntermediateNodes(0);
+    ASSERT_EQ(tree.size(), 6);
+    EXPECT_EQ(tree.childCount(1), 2);
+    for (const auto& [branch, child] : {std::pair<std::string, int>{"fork_intermediate_0", 2},
+                                        std::pair<std::string, int>{"fork_intermediate_1", 3}}) {
+        const int added = tree.find(branch);
+        ASSERT_GE(added, 0) << branch;
+        EXPECT_EQ(tree.parents[added], 1);
+        EXPECT_EQ(tree.childBegin[added], child);
+        EXPECT_EQ(tree.childEnd[added], child + 1);
+        EXPECT_EQ(tree.parentName(child), branch);
+    }
+    tree.updateWorldTransforms();
+    expectAt(tree, "left", {-1, 0, 0});
+    expectAt(tree, "right", {1, 3, 0});
+    // An appended node moves its child within the same update, against the order of indices.
+    tree.setTransform(tree.find("fork_intermediate_1"), shifted(0, 0, 4));
+    tree.updateWorldTransforms();
+    expectAt(tree, "left", {-1, 0, 0});
+    expectAt(tree, "right", {1, 3, 4});
+}
+
+TEST(NodeTree, PosesSurviveTheWayThroughDegrees) {
+    nodeMgr tree;
+    tree.addNode("node", Eigen::Isometry3d::Identity(), -1);
+    Eigen::Quaterniond turn(0.3, -0.5, 0.7, 0.2);
+    turn.normalize();
+    const Eigen::Isometry3d pose = shifted(1, -2, 3) * turn;
+    tree.setTransform(0, pose);
+    tree.updateWorldTransforms();
+    EXPECT_LT((tree.nodes[0]->localTransform.matrix() - pose.matrix()).norm(), 1e-14);
+    // Degrees are counted with 3.1415926 in place of pi.
+    tree.setTransform(0, Eigen::Isometry3d(Eigen::AngleAxisd(1.0, Eigen::Vector3d::UnitX())));
+    EXPECT_DOUBLE_EQ(tree.nodes[0]->eulerAngles.x(), 180.0 / 3.1415926);
+}
+
+// The scene of a centimetre file: root and child 300 units along x, a plate of 200 x 100 units.
+std::unique_ptr<aiScene> centimetreScene() {
+    auto scene = test::emptyScene();
+    scene->mRootNode->mTransformation = test::translation(300, 0, 0);
+    aiNode* const child = addChild(*scene->mRootNode, "plate", test::translation(300, 0, 0));
+    aiMesh* const mesh = addMesh(*scene, *child, test::rectangle(200, 100));
+    mesh->mNormals[0] = aiVector3D(0, 0, 3);
+    mesh->mNormals[1] = aiVector3D(0, 0, 0);
+    addBone(*mesh, "plate", {{0, 1}, {1, 1}, {2, 1}, {3, 1}}, test::translation(-300, 0, 0));
+    return scene;
+}
+
+TEST(ImportedScene, UnitScaleFactorDividesAllButTheRootsTranslation) {
+    const auto load = [](auto value) {
+        auto scene = centimetreScene();
+        scene->mMetaData = aiMetadata::Alloc(2);
+        scene->mMetaData->Set(0, "UnitScale", 7.0);
+        scene->mMetaData->Set(1, "UnitScaleFactor", value);
+        auto mesh = std::make_shared<SkeletalMesh>();
+        testing::internal::CaptureStdout();
+        mesh->loadScene(*scene, kHostDevice);
+        mesh->scene = nullptr;
+        return std::make_pair(testing::internal::GetCapturedStdout(), mesh);
+    };
+    for (const auto& [printed, mesh] : {load(100.0), load(100.0f)}) {
+        EXPECT_EQ(printed, "factor 100\n");
+        EXPECT_EQ(mesh->nodes->nodes[0]->position, Eigen::Vector3d(300, 0, 0));
+        EXPECT_EQ(mesh->nodes->nodes[1]->position, Eigen::Vector3d(3, 0, 0));
+        const host_MeshData& data = mesh->meshes.at(0)->data_cpu;
+        EXPECT_EQ(data.init_positions[2], Eigen::Vector3d(2, 1, 0));
+        EXPECT_EQ(data.bone_offset[0].translation(), Eigen::Vector3d(-3, 0, 0));
+        EXPECT_DOUBLE_EQ(data.totalArea, 2.0);
+        EXPECT_DOUBLE_EQ(data.faces[1].area, 1.0);
+        EXPECT_EQ(data.init_normals[0], Eigen::Vector3d(0, 0, 1));
+        EXPECT_EQ(data.init_normals[1], Eigen::Vector3d(0, 0, 0));
+    }
+    EXPECT_EQ(load(std::int32_t{100}).first, "factor 1\n");
+}
+
+TEST(ImportedScene, WeightsAreNormalisedAndLooseVerticesFollowTheNode) {
+    auto scene = test::emptyScene();
+    addChild(*scene->mRootNode, "a");
+    addChild(*scene->mRootNode, "b");
+    aiNode* const holder = addChild(*scene->mRootNode, "holder", test::translation(0, 0, 5));
+    aiMesh* const imported = addMesh(*scene, *holder, test::rectangle(1, 1));
+    addBone(*imported, "a", {{0, 1}, {1, 0.5f}, {2, 3}});
+    addBone(*imported, "b", {{1, 1.5f}, {2, 1}});
+    SkeletalMesh mesh;
+    testing::internal::CaptureStdout();
+    mesh.loadScene(*scene, kHostDevice);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "factor 1\nExists!");
+    const host_MeshData& data = mesh.meshes.at(0)->data_cpu;
+    EXPECT_EQ(data.bone_affected, (std::vector<std::int32_t>{1, 1, 1, 0}));
+    EXPECT_EQ(data.bone_weights_arr, (std::vector<double>{1, 0, 0.25, 0.75, 0.75, 0.25, 0, 0}));
+    EXPECT_EQ(data.curr_positions[3], Eigen::Vector3d(0, 1, 5));
+    EXPECT_EQ(data.curr_positions[2], Eigen::Vector3d(1, 1, 0));
+}
+
+TEST(ImportedScene, BoneOffsetsLoseTheirScale) {
+    auto scene = test::emptyScene();
+    addChild(*scene->mRootNode, "bone");
+    aiMesh* const imported = addMesh(*scene, *scene->mRootNode, test::rectangle(1, 1));
+    const std::vector<test::VertexWeight> all{{0, 1}, {1, 1}, {2, 1}, {3, 1}};
+    // Half a turn about z with columns scaled by 2, 3 and 4; then the same, mirrored.
+    aiMatrix4x4 scaled(-2, 0, 0, 7, 0, -3, 0, 8, 0, 0, 4, 9, 0, 0, 0, 1);
+    addBone(*imported, "bone", all, scaled);
+    scaled.a1 = 2;
+    addBone(*imported, "bone", all, scaled);
+    SkeletalMesh mesh;
+    mesh.loadScene(*scene, kHostDevice);
+    Eigen::Matrix4d expected = Eigen::Matrix4d::Identity();
+    expected.diagonal() << -1, -1, 1, 1;
+    expected.col(3) << 7, 8, 9, 1;
+    for (const Eigen::Isometry3d& offset : mesh.meshes.at(0)->data_cpu.bone_offset) {
+        EXPECT_LT((offset.matrix() - expected).norm(), 1e-7) << offset.matrix();
+    }
+}
+
+TEST(ImportedScene, ABoneWithoutNodeIsRefusedByName) {
+    auto scene = test::emptyScene();
+    aiMesh* const imported = addMesh(*scene, *scene->mRootNode, test::rectangle(1, 1));
+    addBone(*imported, "ghost", {{0, 1}});
+    SkeletalMesh mesh;
+    mesh.filePath = "haunted.glb";
+    testing::internal::CaptureStdout();
+    try {
+        mesh.loadScene(*scene, kHostDevice);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_NE(std::string(error.what()).find("'haunted.glb'"), std::string::npos);
+        EXPECT_NE(std::string(error.what()).find("'ghost'"), std::string::npos);
+    }
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(
+                  "add bone [ghost] but not find in node hierachy\n"),
+              std::string::npos);
+}
+
+TEST(ImportedScene, TransformsAboveTheRootJointAreReported) {
+    auto scene = test::emptyScene();
+    aiNode* const armature = addChild(*scene->mRootNode, "armature", test::translation(0, 0, 1));
+    aiNode* const plain = addChild(*armature, "plain");
+    addChild(*plain, "joint", test::translation(1, 0, 0));
+    SkeletalMesh mesh;
+    mesh.loadScene(*scene, kHostDevice);
+    testing::internal::CaptureStdout();
+    mesh.warnOfTransformsAbove(mesh.nodes->find("joint"));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(printed.find("[warning] node 'armature' above the root joint 'joint'"), 0u);
+    EXPECT_EQ(printed.find('\n'), printed.size() - 1) << printed;
+}
+
+TEST(MeshFile, AnUnreadableFileLeavesTheObjectEmpty) {
+    SkeletalMesh mesh;
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(mesh.load("no/such/file.glb", kHostDevice));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Error parsing 'no/such/file.glb': 'Unable to open file \"no/such/file.glb\".'\n");
+    EXPECT_TRUE(mesh.meshes.empty());
+    EXPECT_EQ(mesh.nodes->size(), 0);
+    mesh.update(true, true);
+}
+
+TEST(MeshFile, TheBundledSphereStandsAtRestAndFreesItsMemory) {
+    const std::size_t before = platform::deviceBytesInUse();
+    {
+        SkeletalMesh mesh;
+        ASSERT_TRUE(mesh.load(std::string(DRELT_TEST_ASSETS) + "/sphere.glb", kHostDevice));
+        ASSERT_EQ(mesh.meshes.size(), 1u);
+        EXPECT_EQ(mesh.nodes->parentName(mesh.nodes->find("bone_01")), "bone_00");
+        mesh.update(true, true);
+        const host_MeshData& data = mesh.meshes[0]->data_cpu;
+        double worst = 0;
+        for (std::size_t i = 0; i < data.init_positions.size(); ++i) {
+            worst = std::max(worst, (data.curr_positions[i] - data.init_positions[i]).norm());
+        }
+        EXPECT_LT(worst, 1e-8);
+        EXPECT_GT(platform::deviceBytesInUse(), before);
+    }
+    EXPECT_EQ(platform::deviceBytesInUse(), before);
+}
+
+}  // namespace
+}  // namespace drelt
