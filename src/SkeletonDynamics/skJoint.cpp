@@ -1,0 +1,73 @@
+#include "SkeletonDynamics/skJoint.h"
+
+#include <dart/dynamics/Joint.hpp>
+#include <dart/dynamics/Skeleton.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace drelt {
+
+skJoint::skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics::Joint* dartJoint,
+                 std::shared_ptr<dart::dynamics::Skeleton> skeleton)
+    : description_(std::move(jointDescription)),
+      joint_(dartJoint),
+      name_(description_->name),
+      skeleton_(std::move(skeleton)) {}
+
+void skJoint::requireLength(const Eigen::VectorXd& values, const char* what) const {
+    if (values.size() != getNumDofs()) {
+        throw std::invalid_argument(std::string(what) + " of joint '" + name_ + "': got " +
+                                    std::to_string(values.size()) + " values, needed " +
+                                    std::to_string(getNumDofs()) + ", one a degree of freedom");
+    }
+}
+
+void skJoint::requireDof(int dof) const {
+    if (dof < 0 || dof >= getNumDofs()) {
+        throw std::out_of_range("joint '" + name_ + "' has " + std::to_string(getNumDofs()) +
+                                " degrees of freedom, counted from 0: there is none with index " +
+                                std::to_string(dof));
+    }
+}
+
+std::string skJoint::getJointType() const { return kJointTypeWords[description_->type]; }
+
+int skJoint::getNumDofs() const { return static_cast<int>(joint_->getNumDofs()); }
+
+void skJoint::setCommand(const Eigen::VectorXd& commands) {
+    requireLength(commands, "commands");
+    joint_->setCommands(commands);
+}
+
+void skJoint::setForce(const Eigen::VectorXd& forces) {
+    requireLength(forces, "forces");
+    joint_->setForces(forces);
+}
+
+void skJoint::setPositions(const Eigen::VectorXd& positions) {
+    requireLength(positions, "positions");
+    joint_->setPositions(positions);
+}
+
+void skJoint::setPosition(int dof, double position) {
+    requireDof(dof);
+    joint_->setPosition(static_cast<std::size_t>(dof), position);
+}
+
+Eigen::VectorXd skJoint::getPositions() const { return joint_->getPositions(); }
+
+Eigen::VectorXd skJoint::getVelocities() const { return joint_->getVelocities(); }
+
+void skJoint::setVelocity(int dof, double velocity) {
+    requireDof(dof);
+    joint_->setVelocity(static_cast<std::size_t>(dof), velocity);
+}
+
+Eigen::VectorXd skJoint::getAccelerations() const { return joint_->getAccelerations(); }
+
+void skJoint::setAcceleration(int dof, double acceleration) {
+    requireDof(dof);
+    joint_->setAcceleration(static_cast<std::size_t>(dof), acceleration);
+}
+
+}  // namespace drelt

@@ -1,0 +1,81 @@
+#include "SkeletonDynamics/skLink.h"
+
+#include <dart/dynamics/BodyNode.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace drelt {
+
+using dart::dynamics::Frame;
+
+Eigen::Matrix3d polarRotation(const Eigen::Isometry3d& transform) {
+    // an affine transform: of an isometry Eigen returns the block as it is
+    return Eigen::AffineCompact3d(transform.matrix().topRows<3>()).rotation();
+}
+
+skLink::skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink> linkDescription,
+               std::shared_ptr<const void> frameOwner)
+    : body_(bodyNode),
+      frame_(bodyNode),
+      description_(std::move(linkDescription)),
+      name_(bodyNode->getName()),
+      owner_(std::move(frameOwner)) {}
+
+skLink::skLink(Frame* plainFrame, std::shared_ptr<const void> frameOwner)
+    : body_(nullptr),
+      frame_(plainFrame),
+      name_(plainFrame->getName()),
+      owner_(std::move(frameOwner)) {}
+
+dart::dynamics::BodyNode& skLink::requireBody(const char* what) const {
+    if (!body_) {
+        throw std::logic_error("link '" + name_ + "' is a frame without a body: it has no " + what +
+                               "; ask for a link of the skeleton by its name");
+    }
+    return *body_;
+}
+
+double skLink::getMass() const { return requireBody("mass").getMass(); }
+
+Eigen::Vector3d skLink::getLinearVelocity() const {
+    return frame_->getLinearVelocity(Frame::World(), Frame::World());
+}
+
+Eigen::Vector3d skLink::getAngularVelocity() const {
+    return frame_->getAngularVelocity(Frame::World(), Frame::World());
+}
+
+Eigen::Vector3d skLink::getLinearAcceleration() const {
+    return frame_->getLinearAcceleration(Frame::World(), Frame::World());
+}
+
+Eigen::Vector3d skLink::getAngularAcceleration() const {
+    return frame_->getAngularAcceleration(Frame::World(), Frame::World());
+}
+
+Eigen::Vector3d skLink::getVelocityAt(const Eigen::Vector3d& point) const {
+    const Eigen::Vector3d offset = frame_->getWorldTransform().inverse() * point;
+    return frame_->getLinearVelocity(offset, Frame::World(), Frame::World());
+}
+
+Eigen::Matrix3d skLink::rotationMatrix() const {
+    return polarRotation(frame_->getWorldTransform());
+}
+
+Eigen::Vector3d skLink::getRotation() const { return rotationMatrix().eulerAngles(0, 1, 2); }
+
+Eigen::Vector3d skLink::getPosition() const { return frame_->getWorldTransform().translation(); }
+
+void skLink::addForceAt(const Eigen::Vector3d& force, const Eigen::Vector3d& point) {
+    requireBody("place for a force").addExtForce(force, point, false, false);
+}
+
+void skLink::addForce(const Eigen::Vector3d& force) {
+    requireBody("place for a force").addExtForce(force, Eigen::Vector3d::Zero(), false, true);
+}
+
+void skLink::addTorque(const Eigen::Vector3d& torque) {
+    requireBody("place for a torque").addExtTorque(torque, false);
+}
+
+}  // namespace drelt

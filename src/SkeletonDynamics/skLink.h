@@ -1,0 +1,66 @@
+// A live link: a rigid body of a skeleton, the world, or the frame that the fluid grid follows.
+#pragma once
+
+#include <Eigen/Geometry>
+#include <memory>
+#include <string>
+
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "SkeletonDynamics/mlObject.h"
+
+namespace dart::dynamics {
+class BodyNode;
+class Frame;
+}  // namespace dart::dynamics
+
+namespace drelt {
+
+// Wraps a DART frame and keeps it alive: a link that was handed out stays usable after its system.
+// All quantities are relative to the world, in world axes, SI units.
+class skLink : public mlObject {
+public:
+    // A body; `owner` is what the body lives in.
+    skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink> linkDescription,
+           std::shared_ptr<const void> frameOwner);
+    // A frame without a body.
+    skLink(dart::dynamics::Frame* plainFrame, std::shared_ptr<const void> frameOwner);
+
+    const std::string& getName() const { return name_; }
+    Eigen::Vector3d getLinearAcceleration() const;
+    Eigen::Vector3d getAngularAcceleration() const;
+
+    // Those that need a body raise std::logic_error for the world and the moving frame.
+    double getMass() const override;
+    Eigen::Vector3d getLinearVelocity() const override;
+    Eigen::Vector3d getAngularVelocity() const override;
+    Eigen::Vector3d getVelocityAt(const Eigen::Vector3d& point) const override;
+    Eigen::Vector3d getRotation() const override;
+    Eigen::Vector3d getPosition() const override;
+    Eigen::Vector3d getScale() const override { return Eigen::Vector3d::Ones(); }
+    void addForceAt(const Eigen::Vector3d& force, const Eigen::Vector3d& point) override;
+    void addForce(const Eigen::Vector3d& force) override;
+    void addTorque(const Eigen::Vector3d& torque) override;
+    void update() override {}
+
+    // Orthonormal part of the world transform, by singular value decomposition.
+    Eigen::Matrix3d rotationMatrix() const;
+
+    // Null for the world and the moving frame.
+    dart::dynamics::BodyNode* body() const { return body_; }
+    dart::dynamics::Frame* frame() const { return frame_; }
+    const std::shared_ptr<SkeletonLink>& description() const { return description_; }
+
+private:
+    dart::dynamics::BodyNode& requireBody(const char* what) const;
+
+    dart::dynamics::BodyNode* body_;
+    dart::dynamics::Frame* frame_;
+    std::shared_ptr<SkeletonLink> description_;
+    std::string name_;
+    std::shared_ptr<const void> owner_;
+};
+
+// Orthonormal factor of the polar decomposition of a transform's 3 x 3 block.
+Eigen::Matrix3d polarRotation(const Eigen::Isometry3d& transform);
+
+}  // namespace drelt

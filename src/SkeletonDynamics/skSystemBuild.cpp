@@ -1,0 +1,187 @@
+#include "SkeletonDynamics/skSystemBuild.h"
+
+#include <cmath>
+#include <dart/common/Console.hpp>
+#include <dart/dynamics/BodyNode.hpp>
+#include <dart/dynamics/EllipsoidShape.hpp>
+#include <dart/dynamics/FreeJoint.hpp>
+#include <dart/dynamics/PlanarJoint.hpp>
+#include <dart/dynamics/PrismaticJoint.hpp>
+#include <dart/dynamics/RevoluteJoint.hpp>
+#include <dart/dynamics/Skeleton.hpp>
+#include <dart/dynamics/SphereShape.hpp>
+#include <dart/dynamics/WeldJoint.hpp>
+#include <utility>
+
+#include "MeshLoad/hierachyNode.h"
+#include "SkeletonDynamics/skJointMgr.h"
+#include "SkeletonDynamics/skLinkMgr.h"
+
+namespace drelt {
+
+namespace {
+
+namespace dd = dart::dynamics;
+using SingleDof = dd::GenericJoint<dart::math::R1Space>::UniqueProperties;
+using JointAndBody = std::pair<dd::Joint*, dd::BodyNode*>;
+
+// Where a joint rests whose limits exclude zero.
+double midOfLimits(double lower, double upper) {
+    if (std::isfinite(lower) && std::isfinite(upper)) return (lower + upper) / 2;
+    if (std::isfinite(lower)) return lower;
+    return std::isfinite(upper) ? upper : 0.0;
+}
+
+// Properties of a revolute or prismatic joint's DOF; without limits DART's are infinite.
+void setDofProperties(const SkeletonJoint& joint, SingleDof& dof) {
+    if (joint.useLimits) {
+        dof.mPositionLowerLimits[0] = joint.lower;
+        dof.mPositionUpperLimits[0] = joint.upper;
+        dof.mVelocityLowerLimits[0] = -joint.velocity;
+        dof.mVelocityUpperLimits[0] = joint.velocity;
+        dof.mForceLowerLimits[0] = -joint.effort;
+        dof.mForceUpperLimits[0] = joint.effort;
+        if (joint.lower > 0 || joint.upper < 0) {
+            dof.mInitialPositions[0] = midOfLimits(joint.lower, joint.upper);
+            dof.mRestPositions[0] = dof.mInitialPositions[0];
+        }
+    }
+    dof.mSpringStiffnesses[0] = joint.springStiffness;
+    if (joint.useDynamcis) {
+        dof.mDampingCoefficients[0] = joint.damping;
+        dof.mFrictions[0] = joint.friction;
+    }
+}
+
+// Where a new joint goes: the body it hangs on (null for the world), its frame seen from both of its
+// bodies, and the properties of its own body.
+struct JointPlace {
+    dd::SkeletonPtr skeleton;
+    dd::BodyNode* parentBody;
+    dd::Joint::Properties joint;
+    dd::BodyNode::Properties body;
+};
+
+template <class Joint>
+JointAndBody createPair(const JointPlace& place, typename Joint::Properties properties) {
+    static_cast<dd::Joint::Properties&>(properties) = place.joint;
+    return place.skeleton->createJointAndBodyNodePair<Joint>(place.parentBody, properties,
+                                                             place.body);
+}
+
+JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& place) {
+    switch (joint.type) {
+        case 1:
+        case 2: {
+            dd::RevoluteJoint::Properties properties;
+            properties.mAxis = joint.axis;
+            setDofProperties(joint, properties);
+            return createPair<dd::RevoluteJoint>(place, properties);
+        }
+        case 3: {
+            dd::PrismaticJoint::Properties properties;
+            properties.mAxis = joint.axis;
+            setDofProperties(joint, properties);
+            return createPair<dd::PrismaticJoint>(place, properties);
+        }
+        case 4: return createPair<dd::WeldJoint>(place, {});
+        case 5: return createPair<dd::FreeJoint>(place, {});
+        case 6: {
+            dd::PlanarJoint::Properties properties;
+            properties.setArbitraryPlane(joint.planeAxis1, joint.planeAxis2);
+            return createPair<dd::PlanarJoint>(place, properties);
+        }
+        default: return {nullptr, nullptr};
+    }
+}
+
+void reportUnsupported(const SkeletonJoint& joint) {
+    const bool known = joint.type >= 0 && joint.type < kJointTypeCount;
+    constexpr int kRed = 31;
+    const char* const source = "SkeletonDynamics/skSystem";
+    dart::common::colorErr("Error", source, 161, kRed)
+        << "[DartLoader::createDartJoint] Unsupported joint type ("
+        << (known ? kJointTypeWords[joint.type] : "") << ")\n";
+    dart::common::colorErr("Error", source, 163, kRed)
+        << "Conver to default joint Type" << joint.name << "\n";
+}
+
+// Shapes are for display only: DART finds no contacts. The first one gives the moment of inertia.
+void addShapesAndInertia(const SkeletonLink& link, const dd::Joint& joint, dd::BodyNode& body) {
+    const Eigen::Vector3d diameters =
+        link.isIntermediate ? Eigen::Vector3d::Constant(link.radius) : link.size;
+    const auto ellipsoid = std::make_shared<dd::EllipsoidShape>(diameters);
+    body.createShapeNodeWith<dd::VisualAspect>(ellipsoid)->getVisualAspect()->setColor(
+        Eigen::Vector3d(0.1, 0.1, 0.9));
+    auto* ball =
+        body.createShapeNodeWith<dd::VisualAspect>(std::make_shared<dd::SphereShape>(link.radius));
+    ball->getVisualAspect()->setColor(Eigen::Vector3d(0.9, 0.1, 0.1));
+    ball->setRelativeTransform(joint.getTransformFromChildBodyNode());
+
+    dd::Inertia inertia;
+    inertia.setMass(link.mass);
+    inertia.setMoment(ellipsoid->computeInertia(link.mass));
+    inertia.setLocalCOM(Eigen::Vector3d::Zero());
+    body.setInertia(inertia);
+}
+
+class TreeBuilder {
+public:
+    TreeBuilder(const SkeletonSystem& description, dd::SkeletonPtr skeleton, skLinkMgr& links,
+                skJointMgr& joints)
+        : description_(description),
+          skeleton_(std::move(skeleton)),
+          links_(links),
+          joints_(joints) {}
+
+    // Creates the joint's body and those below it; parentLink is null at the root.
+    void build(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink) {
+        if (joint->children.empty()) return;
+        const auto& link = description_.linksByJoint.at(joint->name);
+        create(joint, parentLink, link);
+        for (const auto& child : joint->children) build(child, link.get());
+    }
+
+private:
+    void create(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink,
+                const std::shared_ptr<SkeletonLink>& link) {
+        const Eigen::Isometry3d& world = joint->node->worldTransform;
+        JointPlace place;
+        place.skeleton = skeleton_;
+        place.parentBody = parentLink ? skeleton_->getBodyNode(parentLink->name) : nullptr;
+        place.joint.mName = joint->name;
+        place.joint.mT_ParentBodyToJoint =
+            parentLink ? parentLink->transform.inverse() * world : world;
+        place.joint.mT_ChildBodyToJoint = link->transform.inverse() * world;
+        place.body.mName = link->name;
+
+        const auto [dartJoint, body] = createJointOfType(*joint, place);
+        if (!body) {
+            reportUnsupported(*joint);
+            return;
+        }
+        dartJoint->setActuatorType(static_cast<dd::Joint::ActuatorType>(joint->actuator));
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+        dartJoint->setPositionLimitEnforced(joint->useLimits);
+#pragma GCC diagnostic pop
+        addShapesAndInertia(*link, *dartJoint, *body);
+        links_.add(std::make_shared<skLink>(body, link, skeleton_));
+        joints_.add(std::make_shared<skJoint>(joint, dartJoint, skeleton_));
+    }
+
+    const SkeletonSystem& description_;
+    dd::SkeletonPtr skeleton_;
+    skLinkMgr& links_;
+    skJointMgr& joints_;
+};
+
+}  // namespace
+
+void buildSkeletonTree(const SkeletonSystem& description, const dd::SkeletonPtr& skeleton,
+                       skLinkMgr& links, skJointMgr& joints) {
+    links.add(std::make_shared<skLink>(dd::Frame::World(), nullptr));
+    TreeBuilder(description, skeleton, links, joints).build(description.rootJoint, nullptr);
+}
+
+}  // namespace drelt

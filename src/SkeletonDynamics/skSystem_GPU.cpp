@@ -1,0 +1,77 @@
+#include "SkeletonDynamics/skSystem_GPU.h"
+
+#include <thrust/execution_policy.h>
+#include <thrust/functional.h>
+#include <thrust/reduce.h>
+
+#include <algorithm>
+
+#include "platform/check.h"
+
+namespace drelt {
+namespace {
+
+LaunchShape linearShape(int count, unsigned block) {
+    return {block, 1, 1, static_cast<unsigned>(count) / block + 1, 1, 1};
+}
+
+void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
+                   LinkWrench* sums) {
+#if defined(DRELT_CUDA)
+    if (!platform::onHostDevice()) {
+        deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums);
+        return;
+    }
+#endif
+    thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
+                          thrust::equal_to<int>(), thrust::plus<LinkWrench>());
+}
+
+}  // namespace
+
+LinkForceReduction::~LinkForceReduction() { release(); }
+
+void LinkForceReduction::release() {
+    checkCudaErrors(cudaFree(keys_dev_));
+    checkCudaErrors(cudaFree(sums_dev_));
+    keys_dev_ = nullptr;
+    sums_dev_ = nullptr;
+    capacity_ = 0;
+}
+
+void LinkForceReduction::reserve(int entries) {
+    if (entries <= capacity_) return;
+    release();
+    const std::size_t size = static_cast<std::size_t>(entries);
+    checkCudaErrors(cudaMalloc(&keys_dev_, size * sizeof(int)));
+    checkCudaErrors(cudaMalloc(&sums_dev_, size * sizeof(LinkWrench)));
+    capacity_ = entries;
+}
+
+void LinkForceReduction::reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels,
+                                LinkWrench* wrenches, int linkCount, int sampleCount, float scale) {
+    // As many entries as there can be runs, so that labels out of order cannot write beyond them.
+    reserve(std::max(linkCount, sampleCount));
+    launchLinear<&calExtForcesKernel>(linearShape(sampleCount, 512), sampleCount, links, boundary,
+                                      labels, wrenches, linkCount, sampleCount, scale);
+    checkCudaErrorsAtLine(54, cudaGetLastError());
+    checkCudaErrorsAtLine(55, cudaDeviceSynchronize());
+    unusedKeys_.assign(static_cast<std::size_t>(linkCount), 0);
+    checkCudaErrors(cudaMemcpy(keys_dev_, unusedKeys_.data(), unusedKeys_.size() * sizeof(int),
+                               cudaMemcpyHostToDevice));
+    reduceByLabel(labels, wrenches, sampleCount, keys_dev_, sums_dev_);
+    launchLinear<&assignExtForceKernel>(linearShape(linkCount, 32), linkCount, links, linkCount,
+                                        sums_dev_, keys_dev_);
+    checkCudaErrorsAtLine(67, cudaGetLastError());
+    checkCudaErrorsAtLine(68, cudaDeviceSynchronize());
+}
+
+void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
+                     int referenceIndex, int sampleCount) {
+    launchLinear<&updateSampleVelKernel>(linearShape(sampleCount, 512), sampleCount, boundary,
+                                         labels, links, frameIndex, referenceIndex, sampleCount);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+}  // namespace drelt

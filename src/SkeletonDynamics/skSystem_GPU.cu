@@ -1,0 +1,34 @@
+#include "SkeletonDynamics/skSystem_GPU.h"
+
+#include <thrust/execution_policy.h>
+#include <thrust/functional.h>
+#include <thrust/reduce.h>
+
+#include "platform/launch_cuda.cuh"
+
+DRELT_INSTANTIATE_DEVICE(drelt::calExtForcesKernel, Flat);
+DRELT_INSTANTIATE_DEVICE(drelt::assignExtForceKernel, Flat);
+DRELT_INSTANTIATE_DEVICE(drelt::updateSampleVelKernel, Flat);
+
+namespace drelt {
+namespace {
+
+struct SameLabel {
+    __host__ __device__ bool operator()(int a, int b) const { return a == b; }
+};
+
+struct AddWrenches {
+    __host__ __device__ LinkWrench operator()(const LinkWrench& a, const LinkWrench& b) const {
+        return a + b;
+    }
+};
+
+}  // namespace
+
+void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
+                         LinkWrench* sums) {
+    thrust::reduce_by_key(thrust::cuda::par, labels, labels + sampleCount, wrenches, keys, sums,
+                          SameLabel{}, AddWrenches{});
+}
+
+}  // namespace drelt

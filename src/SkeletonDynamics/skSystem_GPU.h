@@ -1,0 +1,179 @@
+// The two crossings between samples and links: sample forces go up as one wrench a link, link motion
+// goes down as sample velocities. All arithmetic is double; units are SI.
+//
+// A label is the index of a sample's link. Link 0 is the world: no live sample bears it.
+#pragma once
+
+#include <Eigen/Core>
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "SkeletonDynamics/skLinkData.h"
+#include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
+#include "platform/launch.h"
+
+namespace drelt {
+
+// A moment [N m] and a force [N] about a link's origin, link coordinates.
+using LinkWrench = Eigen::Matrix<double, 6, 1>;
+
+namespace link {
+
+// Three doubles and a column-major 4 x 4 transform, spelt out so that the order of operations is
+// the same for every compiler.
+struct Vec {
+    double x, y, z;
+};
+
+DRELT_HOST_DEVICE Vec operator+(Vec a, Vec b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+DRELT_HOST_DEVICE Vec operator-(Vec a, Vec b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+DRELT_HOST_DEVICE Vec operator-(Vec a) { return {-a.x, -a.y, -a.z}; }
+DRELT_HOST_DEVICE Vec cross(Vec a, Vec b) {
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+DRELT_HOST_DEVICE Vec load(const double* v) { return {v[0], v[1], v[2]}; }
+DRELT_HOST_DEVICE Vec rotate(const double* T, Vec v) {
+    return {T[0] * v.x + T[4] * v.y + T[8] * v.z, T[1] * v.x + T[5] * v.y + T[9] * v.z,
+            T[2] * v.x + T[6] * v.y + T[10] * v.z};
+}
+DRELT_HOST_DEVICE Vec rotateBack(const double* T, Vec v) {
+    return {T[0] * v.x + T[1] * v.y + T[2] * v.z, T[4] * v.x + T[5] * v.y + T[6] * v.z,
+            T[8] * v.x + T[9] * v.y + T[10] * v.z};
+}
+DRELT_HOST_DEVICE Vec apply(const double* T, Vec v) { return rotate(T, v) + load(T + 12); }
+
+DRELT_HOST_DEVICE Vec samplePosition(const mlLagrangeBoundary* boundary, std::int64_t i) {
+    return {static_cast<double>(boundary->coordx[i]), static_cast<double>(boundary->coordy[i]),
+            static_cast<double>(boundary->coordz[i])};
+}
+
+// The wrench on a link of the force density at sample i, to which `scale` and the sample's area are
+// multiplied, in this order. Its sign is that of the reaction: the sample's force acts on the fluid.
+DRELT_HOST_DEVICE void sampleWrench(const skLinkData& link, const mlLagrangeBoundary* boundary,
+                                    std::int64_t i, float scale, double* wrench) {
+    const double s = static_cast<double>(scale);
+    const double w = static_cast<double>(boundary->sampleArea);
+    const Vec density{s * boundary->forcex[i] * w, s * boundary->forcey[i] * w,
+                      s * boundary->forcez[i] * w};
+    const Vec r = apply(link.inverse.data(), samplePosition(boundary, i));
+    const Vec F = -rotateBack(link.transform.data(), density);
+    const Vec M = cross(r, F);
+    wrench[0] = M.x;
+    wrench[1] = M.y;
+    wrench[2] = M.z;
+    wrench[3] = F.x;
+    wrench[4] = F.y;
+    wrench[5] = F.z;
+}
+
+}  // namespace link
+
+// Forms the wrench of each sample in its link's frame. A label that is no link, or the world's 0, is
+// reported; a label outside the links gives a zero wrench.
+DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links, mlLagrangeBoundary* boundary,
+                                     int* labels, LinkWrench* wrenches, int linkCount,
+                                     int sampleCount, float scale) {
+    if (at.n >= sampleCount) return;
+    const int k = labels[at.n];
+    if (k >= linkCount || k < 1) printf("LinkIdx error!!\n");
+    double* const wrench = wrenches[at.n].data();
+    if (k >= linkCount || k < 0) {
+        for (int c = 0; c < 6; ++c) wrench[c] = 0.0;
+        return;
+    }
+    link::sampleWrench(links[k], boundary, at.n, scale, wrench);
+}
+
+// Writes the sum of a run of samples into the record of the link that is its key, unless a later run
+// has the same key. Key 0 marks an unused entry; a key outside the links is skipped.
+DRELT_KERNEL void assignExtForceKernel(LaunchIndex at, skLinkData* links, int linkCount,
+                                       LinkWrench* sums, int* keys) {
+    if (at.n >= linkCount) return;
+    const int k = keys[at.n];
+    if (k <= 0 || k >= linkCount) return;
+    for (std::int64_t later = at.n + 1; later < linkCount; ++later) {
+        if (keys[later] == k) return;
+    }
+    const double* const sum = sums[at.n].data();
+    for (int c = 0; c < 3; ++c) {
+        links[k].torque.data()[c] = sum[c];
+        links[k].force.data()[c] = sum[3 + c];
+    }
+}
+
+// Velocity of the material point at a sample relative to the moving frame (link frameIndex), in the
+// axes of link referenceIndex, or world axes where that is the world's; stored as float.
+DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boundary, int* labels,
+                                        skLinkData* links, int frameIndex, int referenceIndex,
+                                        int sampleCount) {
+    using link::Vec;
+    if (at.n >= sampleCount) return;
+    const int label = labels[at.n];
+    const skLinkData& L = links[label];
+    const skLinkData& F = links[frameIndex];
+    const skLinkData& W = links[referenceIndex];
+    Vec u{0.0, 0.0, 0.0};
+    if (label != frameIndex) {
+        const double* const toLink = L.inverse.data();
+        const Vec r = link::apply(toLink, link::samplePosition(boundary, at.n));
+        u = link::load(L.velocity.data() + 3) + link::cross(link::load(L.velocity.data()), r);
+        if (F.isWorld != 1.0) {
+            const double* const frame = F.transform.data();
+            Vec turning = link::rotate(frame, link::load(F.velocity.data()));
+            Vec moving = link::rotate(frame, link::load(F.velocity.data() + 3));
+            Vec origin = link::load(frame + 12);
+            if (L.isWorld != 1.0) {
+                turning = link::rotate(toLink, turning);
+                moving = link::rotate(toLink, moving);
+                origin = link::apply(toLink, origin);
+            }
+            u = u - (moving + link::cross(origin, turning) + link::cross(turning, r));
+        }
+    }
+    if (label != referenceIndex) {
+        u = link::rotate(L.transform.data(), u);
+        if (W.isWorld != 1.0) u = link::rotate(W.inverse.data(), u);
+    }
+    boundary->ux[at.n] = static_cast<float>(u.x);
+    boundary->uy[at.n] = static_cast<float>(u.y);
+    boundary->uz[at.n] = static_cast<float>(u.z);
+}
+
+// Reduces sample forces to link wrenches on a device. The buffers of the sums live on the device
+// that was selected when they were made and are kept between steps.
+class LinkForceReduction {
+public:
+    LinkForceReduction() = default;
+    ~LinkForceReduction();
+    LinkForceReduction(const LinkForceReduction&) = delete;
+    LinkForceReduction& operator=(const LinkForceReduction&) = delete;
+
+    // Writes torque and force of every link that has samples; the others keep theirs. Samples of one
+    // link must be neighbours: of several runs with one label the last one holds. All pointers are
+    // device pointers; `wrenches` has room for one a sample. `scale` is the node spacing [m].
+    void reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels, LinkWrench* wrenches,
+                int linkCount, int sampleCount, float scale);
+
+private:
+    void reserve(int entries);
+    void release();
+
+    int capacity_ = 0;
+    int* keys_dev_ = nullptr;
+    LinkWrench* sums_dev_ = nullptr;
+    std::vector<int> unusedKeys_;  // 0 for every link
+};
+
+// Launches updateSampleVelKernel over device arrays.
+void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
+                     int referenceIndex, int sampleCount);
+
+#if defined(DRELT_CUDA)
+// Sums of neighbouring wrenches with equal labels, on the selected GPU, one entry a run; further
+// entries keep what they hold.
+void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
+                         LinkWrench* sums);
+#endif
+
+}  // namespace drelt

@@ -1,0 +1,105 @@
+#include "SkeletonDynamics/skWorld.h"
+
+#include <algorithm>
+#include <dart/dynamics/SimpleFrame.hpp>
+#include <dart/simulation/World.hpp>
+#include <stdexcept>
+#include <string>
+
+#include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "cslbm/mlsolver/couplingMode.h"
+
+namespace drelt {
+
+skWorld::skWorld(const Eigen::Vector3d& gravity)
+    : world_(dart::simulation::World::create("world")) {
+    world_->setGravity(gravity);
+}
+
+skWorld::~skWorld() = default;
+
+void skWorld::addSkeleton(const std::shared_ptr<skSystem>& system) {
+    if (!system) return;
+    if (locked_) {
+        throw std::logic_error(
+            "the world belongs to a simulator that has been committed; add all bodies before");
+    }
+    if (std::find(systems_.begin(), systems_.end(), system) != systems_.end()) {
+        throw std::invalid_argument("the body is in this world already; add each body once");
+    }
+    systems_.push_back(system);
+    world_->addSkeleton(system->skeleton());
+}
+
+std::shared_ptr<skSystem> skWorld::getSkeleton(int index) const {
+    if (index < 0 || index >= getNumSkeletons()) {
+        throw std::out_of_range("the world holds " + std::to_string(getNumSkeletons()) +
+                                " bodies, counted from 0: there is none with index " +
+                                std::to_string(index));
+    }
+    return systems_[index];
+}
+
+double skWorld::getTimestep() const { return world_->getTimeStep(); }
+
+Eigen::Vector3d skWorld::getGravity() const { return world_->getGravity(); }
+
+double skWorld::getTime() const { return world_->getTime(); }
+
+void skWorld::setGravity(const Eigen::Vector3d& gravity) { world_->setGravity(gravity); }
+
+void skWorld::setTimestep(float dt) { world_->setTimeStep(dt); }
+
+std::vector<IBBoundaryMemMgr*> skWorld::getBoundaries() {
+    std::vector<IBBoundaryMemMgr*> boundaries;
+    for (const auto& system : systems_) boundaries.push_back(&system->sampler().boundaryMgr());
+    return boundaries;
+}
+
+const skSystem& skWorld::firstSystem() const {
+    if (systems_.empty()) {
+        throw std::logic_error(
+            "the world has no bodies; add a skeleton, the grid follows the first");
+    }
+    return *systems_.front();
+}
+
+dart::dynamics::Frame* skWorld::getFrame() { return firstSystem().movingFrame().get(); }
+
+bool skWorld::isFixed() { return firstSystem().baseFrameName().empty(); }
+
+void skWorld::applyForces(int mode, float dx) {
+    for (const auto& system : systems_) {
+        if (mode == TWO_WAY) system->applyFluidForce(dx);
+        if (mode == EMPIRICAL) system->applyEmpiricalForce();
+    }
+}
+
+void skWorld::step(int mode, float dt, float dx) {
+    world_->setTimeStep(dt);
+    applyForces(mode, dx);
+    for (const auto& system : systems_) {
+        for (const auto& hook : system->beforeStep) hook(*system, dx, dt);
+    }
+    world_->step(true);
+    for (const auto& system : systems_) {
+        for (const auto& hook : system->afterStep) hook(*system, dt);
+    }
+    for (const auto& system : systems_) {
+        for (const auto& hook : system->beforeUpdate) hook(*system, dx, dt);
+    }
+    for (const auto& system : systems_) {
+        if (mode == EMPIRICAL) {
+            system->updateWithoutSamples();
+        } else {
+            system->update();
+        }
+    }
+}
+
+void skWorld::reset() {
+    world_->reset();
+    for (const auto& system : systems_) system->reset();
+}
+
+}  // namespace drelt

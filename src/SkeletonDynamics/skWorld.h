@@ -1,0 +1,58 @@
+// The world of bodies: what the fluid solver sees of them.
+#pragma once
+
+#include <Eigen/Core>
+#include <memory>
+#include <vector>
+
+#include "SkeletonDynamics/skSystem.h"
+#include "cslbm/mlsolver/mlBaseCouplingSolver.h"
+
+namespace dart::simulation {
+class World;
+}
+
+namespace drelt {
+
+class skWorld : public mlBaseCouplingSolver {
+public:
+    // Gravity in world axes [m/s^2].
+    explicit skWorld(const Eigen::Vector3d& gravity = Eigen::Vector3d::Zero());
+    ~skWorld() override;
+
+    // Appends a body; null is ignored. The first one drives the fluid grid. Raises
+    // std::invalid_argument for a body that is in the world already, std::logic_error after lock().
+    void addSkeleton(const std::shared_ptr<skSystem>& system);
+    // Raises std::out_of_range for an index without a body.
+    std::shared_ptr<skSystem> getSkeleton(int index) const;
+    int getNumSkeletons() const { return static_cast<int>(systems_.size()); }
+    // No body can be added from here on: a simulator has taken the list over.
+    void lock() { locked_ = true; }
+    bool locked() const { return locked_; }
+
+    double getTimestep() const;
+    Eigen::Vector3d getGravity() const;
+    // Simulated time [s].
+    double getTime() const;
+
+    // One dynamics step of all bodies under the forces that the mode names, then their update.
+    void step(int mode, float dt, float dx) override;
+    std::vector<IBBoundaryMemMgr*> getBoundaries() override;
+    void setGravity(const Eigen::Vector3d& gravity) override;
+    void setTimestep(float dt) override;
+    // All bodies to their state at the end of construction, time to zero.
+    void reset() override;
+    // These two raise std::logic_error in a world without bodies.
+    dart::dynamics::Frame* getFrame() override;
+    bool isFixed() override;
+
+private:
+    void applyForces(int mode, float dx);
+    const skSystem& firstSystem() const;
+
+    std::shared_ptr<dart::simulation::World> world_;
+    std::vector<std::shared_ptr<skSystem>> systems_;
+    bool locked_ = false;
+};
+
+}  // namespace drelt
