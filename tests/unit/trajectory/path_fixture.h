@@ -1,0 +1,51 @@
+// Paths for the tests of curves and of the poses on them.
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "trajectory/mlTrajectory.h"
+
+namespace drelt::test {
+
+using Vec3 = Eigen::Vector3d;
+
+// Rows of three, as the reference cases store points.
+inline std::vector<Vec3> toPoints(const std::vector<double>& flat) {
+    std::vector<Vec3> points;
+    for (std::size_t i = 0; i + 2 < flat.size(); i += 3) points.emplace_back(&flat[i]);
+    return points;
+}
+
+inline void append(std::vector<double>& flat, const Vec3& point) {
+    flat.insert(flat.end(), point.data(), point.data() + 3);
+}
+
+// Control point i of `count` is at point(i).
+inline std::vector<Vec3> pointsAlong(int count, const std::function<Vec3(double)>& point) {
+    std::vector<Vec3> points;
+    for (int i = 0; i < count; ++i) points.push_back(point(i));
+    return points;
+}
+
+inline void give(mlTrajectory<double, 3>& trajectory, const std::vector<Vec3>& points) {
+    std::vector<mlTrajectoryPointData<double, 3>> data(points.size());
+    for (std::size_t i = 0; i < points.size(); ++i) data[i].data = points[i];
+    trajectory.setPoints(data);
+}
+
+// What a call throws: the message, or an empty text.
+template <class Exception, class Call>
+std::string messageOf(Call&& call) {
+    try {
+        call();
+    } catch (const Exception& error) {
+        return error.what();
+    }
+    return "";
+}
+
+}  // namespace drelt::test
