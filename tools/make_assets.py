@@ -7,9 +7,11 @@ from pathlib import Path
 
 from assetgen.asset import write_asset
 from assetgen.checks import check, report
+from assetgen.eel import eel_assets
 from assetgen.mesh import AssetError
 from assetgen.plate import plate_assets
-from assetgen.sphere import DIAMETER, sphere_assets
+from assetgen.sphere import sphere_assets
+from assetgen.swimmer import swimmer_assets
 
 
 def parse_arguments():
@@ -18,7 +20,7 @@ def parse_arguments():
         "names", nargs="*", metavar="name", help="assets to write; all if none is given"
     )
     parser.add_argument(
-        "--dx", type=float, default=DIAMETER / 16, help="node spacing in m (%(default)g)"
+        "--dx", type=float, help="node spacing in m (each body has one that it is made for)"
     )
     parser.add_argument(
         "--retraction",
@@ -44,9 +46,11 @@ def parse_arguments():
 
 def chosen_assets(arguments):
     """Builds the wanted assets; unknown names and unusable numbers raise AssetError."""
-    if not 0.0 < arguments.dx < float("inf"):
-        raise AssetError(f"the node spacing must be a positive number of m, not {arguments.dx:g}")
-    every = sphere_assets(arguments.dx, arguments.retraction) + plate_assets(arguments.dx)
+    dx = arguments.dx
+    if dx is not None and not 0.0 < dx < float("inf"):
+        raise AssetError(f"the node spacing must be a positive number of m, not {dx:g}")
+    every = sphere_assets(arguments.retraction, dx) + plate_assets(dx)
+    every += swimmer_assets(dx) + eel_assets(dx)
     known = [asset.name for asset in every]
     unknown = [name for name in arguments.names if name not in known]
     if unknown:
@@ -63,12 +67,12 @@ def main():
     try:
         assets = chosen_assets(arguments)
         for asset in assets:
-            check(asset, arguments.dx)
+            check(asset)
     except AssetError as error:
         print(f"make_assets: {error}; nothing was written", file=sys.stderr)
         return 1
     for asset in assets:
-        print(report(asset, arguments.dx))
+        print(report(asset))
         write_asset(asset, arguments.out, arguments.model_prefix)
     return 0
 

@@ -4,46 +4,63 @@ import json
 from dataclasses import dataclass
 from pathlib import PurePosixPath
 
+import numpy as np
+
 from .gltf import glb_bytes
 from .mesh import Mesh
-from .skeleton import Chain
+from .skeleton import BoneTree
 
 
 @dataclass
 class Asset:
     """A body ready to be checked and written.
 
-    name and model are the file names of description and mesh, without extension. follow says
-    whether the fluid grid translates with the first link. samples is the number of surface samples
-    that the mesh is made for, and spacings are further node spacings (m) whose stability limit the
-    report shows.
+    name and model are the file names of description and mesh, without extension. frame is the name
+    of the link with which the fluid grid translates, empty for a grid that rests. samples is the
+    number of surface samples that the mesh is made for, dx the node spacing (m) that the links must
+    be heavy enough for, and spacings are further ones whose stability limit the report shows.
+    weights (vertices x bones) bind the skin; without them each vertex goes rigidly with the bone of
+    the same index as its nearest link. base names the link whose axes are the body's, the first
+    one if empty, and markers are the places (m) of the probes on the skin.
     """
 
     name: str
     model: str
     mesh: Mesh
-    chain: Chain
-    follow: bool
+    tree: BoneTree
     samples: int
+    dx: float
+    frame: str = ""
     spacings: tuple = ()
+    weights: np.ndarray = None
+    base: str = ""
+    markers: tuple = ()
 
     def description(self, model_prefix):
         """The description file's content; model_prefix is the folder of the meshes for scripts."""
-        base = self.chain.link_names()[0]
-        return {
+        text = {
             "model_file": str(PurePosixPath(model_prefix, f"{self.model}.glb")),
-            "baseLinkName": base,
-            "baseFrameName": base if self.follow else "",
+            "baseLinkName": self.base or self.tree.link_names()[0],
+            "baseFrameName": self.frame,
             "baseLinkFwd": [1.0, 0.0, 0.0],
             "baseLinkRight": [0.0, 0.0, 1.0],
             "baseLinkUp": [0.0, 1.0, 0.0],
-            **self.chain.description(),
+            **self.tree.description(),
         }
+        if self.markers:
+            text["markers_placements"] = [list(place) for place in self.markers]
+        return text
+
+    def skin(self):
+        """Dense weights of the skin, vertices x bones."""
+        if self.weights is not None:
+            return self.weights
+        return np.eye(len(self.tree.bones()))[self.tree.nearest_link(self.mesh.vertices)]
 
 
 def write_asset(asset, out, model_prefix):
     """Writes the mesh and the description of an asset into the folder out."""
     out.mkdir(parents=True, exist_ok=True)
-    (out / f"{asset.model}.glb").write_bytes(glb_bytes(asset.mesh, asset.chain))
+    (out / f"{asset.model}.glb").write_bytes(glb_bytes(asset.mesh, asset.tree, asset.skin()))
     text = json.dumps(asset.description(model_prefix), indent=2) + "\n"
     (out / f"{asset.name}.json").write_text(text, encoding="utf-8")

@@ -2,7 +2,7 @@
 
 import math
 
-from .mesh import AssetError
+from .mesh import AssetError, coordinates
 
 FLUID_DENSITY = 1000.0  # kg/m^3
 
@@ -16,22 +16,52 @@ CANDIDATES_PER_SAMPLE = 10
 
 
 def link_areas(asset):
-    """Wetted area of each link, m^2."""
-    owner = asset.chain.nearest_link(asset.mesh.face_centres())
+    """Wetted area of each link that has a surface, m^2."""
+    owner = asset.tree.nearest_link(asset.mesh.face_centres())
     areas = asset.mesh.face_areas()
-    return [math.fsum(areas[owner == k]) for k in range(len(asset.chain.links))]
+    return [math.fsum(areas[owner == k]) for k in range(len(asset.tree.bodies()))]
 
 
 def mass_limit(area, dx):
     return STABLE_MASS_FACTOR * FLUID_DENSITY * area * dx
 
 
+def turning_margin(asset, k, dx):
+    """Least moment of inertia of link k over its stability limit, about the link's centre.
+
+    The limit is that of the mass, 0.55 rho dx on every piece of the surface, times the squared
+    distance from the axis.
+    """
+    body = asset.tree.bodies()[k]
+    link = asset.tree.links[body.name]
+    start, end = asset.tree.link_ends(body)
+    along, up, aside = asset.tree.link_axes(body)
+    own = asset.tree.nearest_link(asset.mesh.face_centres()) == k
+    offsets = asset.mesh.face_centres()[own] - 0.5 * (start + end)
+    areas = asset.mesh.face_areas()[own]
+    spread = [math.fsum(areas * coordinates(offsets, axis) ** 2) for axis in (along, up, aside)]
+    square = [link.mass * d * d / 20.0 for d in link.size]
+    limit = STABLE_MASS_FACTOR * FLUID_DENSITY * dx
+    pairs = ((1, 2), (2, 0), (0, 1))
+    return min((square[a] + square[b]) / (limit * (spread[a] + spread[b])) for a, b in pairs)
+
+
 def fewest_samples(mesh):
-    """The smallest sample count for which every face gets a candidate."""
-    return math.ceil(mesh.area() / (CANDIDATES_PER_SAMPLE * mesh.face_areas().min()))
+    """The smallest sample count for which every face gets a candidate.
+
+    The sampler shares the samples out among the parts by area, and then among a part's faces.
+    """
+    areas = mesh.face_areas()
+    total = mesh.area()
+    needed = 0
+    for part in mesh.parts:
+        own = math.fsum(areas[part.faces])
+        samples = math.ceil(own / (CANDIDATES_PER_SAMPLE * areas[part.faces].min()))
+        needed = max(needed, math.ceil(samples * (total / own)))
+    return needed
 
 
-def check(asset, dx):
+def check(asset):
     """Raises AssetError for an open surface, a link too light for dx, or too small faces."""
     asset.mesh.check_closed()
     if not asset.mesh.volume() > 0.0:
@@ -39,14 +69,21 @@ def check(asset, dx):
             f"{asset.name}: the surface encloses no volume: its faces look inwards, or its "
             "retraction is larger than the body"
         )
-    names = asset.chain.link_names()
-    for name, link, area in zip(names, asset.chain.links, link_areas(asset)):
-        limit = mass_limit(area, dx)
-        if not link.mass > limit:
+    for name, mass, area in zip(asset.tree.link_names(), asset.tree.masses(), link_areas(asset)):
+        limit = mass_limit(area, asset.dx)
+        if not mass > limit:
             raise AssetError(
-                f"{asset.name}: {name} has a mass of {link.mass:.4g} kg, the coupling is stable "
-                f"above {limit:.4g} kg at a node spacing of {dx:.4g} m: make it heavier or the "
-                "spacing smaller"
+                f"{asset.name}: {name} has a mass of {mass:.4g} kg, the coupling is stable "
+                f"above {limit:.4g} kg at a node spacing of {asset.dx:.4g} m: make it heavier or "
+                "the spacing smaller"
+            )
+    for k, name in enumerate(asset.tree.link_names()):
+        margin = turning_margin(asset, k, asset.dx)
+        if not margin > 1.0:
+            raise AssetError(
+                f"{asset.name}: {name} has {margin:.2f} times the moment of inertia that the "
+                f"coupling is stable with at a node spacing of {asset.dx:.4g} m: make it wider, "
+                "heavier or the spacing smaller"
             )
     needed = fewest_samples(asset.mesh)
     if asset.samples < needed:
@@ -56,24 +93,23 @@ def check(asset, dx):
         )
 
 
-def report(asset, dx):
+def report(asset):
     """Sizes, masses and stability limits in words."""
     mesh = asset.mesh
     lines = [
         f"{asset.name} ({asset.model}.glb): {len(mesh.vertices)} vertices, "
         f"{len(mesh.faces)} faces, area {mesh.area():.6g} m^2, volume {mesh.volume():.6g} m^3",
-        f"  {asset.samples} samples = {asset.samples * dx * dx / mesh.area():.2f} per lattice "
+        f"  {asset.samples} samples = {asset.samples * asset.dx**2 / mesh.area():.2f} per lattice "
         f"area; every face gets candidates from {fewest_samples(mesh)} samples on",
     ]
-    names = asset.chain.link_names()
-    for name, link, area in zip(names, asset.chain.links, link_areas(asset)):
+    for name, mass, area in zip(asset.tree.link_names(), asset.tree.masses(), link_areas(asset)):
         limits = ", ".join(
             f"{mass_limit(area, spacing):.4g} kg at dx {spacing:.4g} m"
-            for spacing in dict.fromkeys((dx, *asset.spacings))
+            for spacing in dict.fromkeys((asset.dx, *asset.spacings))
         )
-        largest = link.mass / mass_limit(area, 1.0)
+        largest = mass / mass_limit(area, 1.0)
         lines.append(
-            f"  {name}: mass {link.mass:.4g} kg, area {area:.4g} m^2, stability limit {limits}; "
+            f"  {name}: mass {mass:.4g} kg, area {area:.4g} m^2, stability limit {limits}; "
             f"stable below dx {largest:.4g} m"
         )
     return "\n".join(lines)

@@ -16,16 +16,29 @@ class AssetError(ValueError):
 
 
 @dataclass
+class Part:
+    """Faces with one material; the simulator makes a mesh of its own of each."""
+
+    name: str
+    colour: tuple
+    faces: slice
+
+
+WHOLE = Part("surface", (0.8, 0.8, 0.8, 1.0), slice(None))
+
+
+@dataclass
 class Mesh:
     """A surface of triangles.
 
     vertices: n x 3, m. faces: m x 3 vertex indices, counter-clockwise from outside. normals: n x 3,
-    unit vectors at the vertices.
+    unit vectors at the vertices. parts: the faces by material, in order.
     """
 
     vertices: np.ndarray
     faces: np.ndarray
     normals: np.ndarray
+    parts: tuple = (WHOLE,)
 
     def corners(self):
         """The three corner positions of all faces, each (m x 3)."""
@@ -59,6 +72,11 @@ class Mesh:
 def dot(a, b):
     """Row-wise scalar product in a fixed order of additions."""
     return a[:, 0] * b[:, 0] + a[:, 1] * b[:, 1] + a[:, 2] * b[:, 2]
+
+
+def coordinates(points, axis):
+    """Of points (n x 3) along an axis, a unit vector."""
+    return points[:, 0] * axis[0] + points[:, 1] * axis[1] + points[:, 2] * axis[2]
 
 
 def length(a):

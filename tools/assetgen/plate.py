@@ -20,8 +20,9 @@ import numpy as np
 from .asset import Asset
 from .checks import FLUID_DENSITY
 from .mesh import Mesh, smooth_normals
-from .skeleton import Chain, Joint, Link
+from .skeleton import Joint, Link, chain
 
+SPACING = 0.02 / 16  # m, unless another node spacing is asked for
 CELLS = (56, 1, 24)  # nodes along x, y, z: cubic cells of one node, so all faces are equal
 DENSITY_RATIO = 4.0  # body to fluid: 1.4 rho A dx a link, as thin parts need more than the limit
 SAMPLES = 4000  # 1.4 per lattice area
@@ -61,25 +62,34 @@ def plate_mesh(dx):
 
 
 def plate_chain(root, dx):
-    """Two links, each one half of the plate along x, welded; the root joint is on the low-x edge.
+    """Two welded links along x; the root joint is on the low-x edge.
 
-    A box has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3).
+    The first link has its centre in the plate's, so that a grid which follows it is centred on the
+    plate. The second one stands past the high-x edge and is nearest to a quarter of the plate. A box
+    has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3); the second link's
+    is that of its quarter about a point on its far edge, which twice the length gives.
     """
     length, thickness, width = (n * dx for n in CELLS)
-    half = (length / 2.0, thickness, width)
-    mass = (DENSITY_RATIO - 1.0) * FLUID_DENSITY * half[0] * half[1] * half[2]
-    link = Link(mass, tuple(math.sqrt(5.0 / 3.0) * edge for edge in half), 0.001)
-    points = [(-length / 2.0, 0.0, 0.0), (0.0, 0.0, 0.0), (length / 2.0, 0.0, 0.0)]
-    return Chain(points, [root, Joint("fixed")], [link, link])
+
+    def part(share, reach):
+        mass = (DENSITY_RATIO - 1.0) * FLUID_DENSITY * share * length * thickness * width
+        edges = (reach * length, thickness, width)
+        return Link(mass, tuple(math.sqrt(5.0 / 3.0) * edge for edge in edges), 0.001)
+
+    half = length / 2.0
+    points = [(-half, 0.0, 0.0), (half, 0.0, 0.0), (half + 2.0 * dx, 0.0, 0.0)]
+    return chain(points, [root, Joint("fixed")], [part(0.75, 0.75), part(0.25, 0.5)])
 
 
-def plate_assets(dx):
+def plate_assets(dx=None):
     """The plate driven along x, on a fixed and on a following grid, and turned about its edge."""
+    dx = SPACING if dx is None else dx
     mesh = plate_mesh(dx)
     slide = plate_chain(Joint("prismatic", "velocity", (1.0, 0.0, 0.0), use_limits=True), dx)
     flap = plate_chain(Joint("revolute", "velocity", (0.0, 0.0, 1.0), use_limits=True), dx)
+    shared = {"samples": SAMPLES, "dx": dx}
     return [
-        Asset("plate", "plate", mesh, slide, follow=False, samples=SAMPLES),
-        Asset("plate_follow", "plate", mesh, slide, follow=True, samples=SAMPLES),
-        Asset("plate_flap", "plate", mesh, flap, follow=False, samples=SAMPLES),
+        Asset("plate", "plate", mesh, slide, **shared),
+        Asset("plate_follow", "plate", mesh, slide, frame=slide.link_names()[0], **shared),
+        Asset("plate_flap", "plate", mesh, flap, **shared),
     ]

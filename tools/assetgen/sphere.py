@@ -7,9 +7,10 @@ import numpy as np
 from .asset import Asset
 from .checks import FLUID_DENSITY
 from .mesh import Mesh, unit
-from .skeleton import Chain, Joint, Link
+from .skeleton import Joint, Link, chain
 
 DIAMETER = 0.02  # m
+NODES = 16  # node spacings a diameter that the retraction is made for
 DENSITY_RATIO = 2.0  # body to fluid
 SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces: finer ones would get no candidates from 800 samples
 SAMPLES = 800
@@ -79,23 +80,25 @@ def sphere_chain(root):
     mass = (DENSITY_RATIO - 1.0) * FLUID_DENSITY * math.pi / 6.0 * DIAMETER**3
     link = Link(mass / 2.0, (math.sqrt(11.0) / 4.0 * DIAMETER, DIAMETER, DIAMETER), DIAMETER / 10.0)
     points = [(-b, 0.0, 0.0), (0.0, 0.0, 0.0), (b, 0.0, 0.0)]
-    return Chain(points, [root, Joint("fixed")], [link, link])
+    return chain(points, [root, Joint("fixed")], [link, link])
 
 
-def sphere_assets(dx, retraction):
+def sphere_assets(retraction, dx=None):
     """The sphere as such, and with its skin drawn in by a retraction in node spacings.
 
     An immersed surface acts about 0.85 dx outside its samples in steady drag; the retraction makes
     up for it.
     """
+    dx = DIAMETER / NODES if dx is None else dx
     falling = sphere_chain(Joint("prismatic", axis=(1.0, 0.0, 0.0)))
     floating = sphere_chain(Joint("floating"))
     mesh = sphere_mesh(DIAMETER / 2.0)
     small = sphere_mesh(DIAMETER / 2.0 - retraction * dx)
-    shared = {"samples": SAMPLES, "spacings": (DIAMETER / 8.0,)}
+    first = falling.link_names()[0]
+    shared = {"samples": SAMPLES, "dx": dx, "spacings": (DIAMETER / 8.0,)}
     return [
-        Asset("sphere", "sphere", mesh, falling, follow=False, **shared),
-        Asset("sphere_follow", "sphere", mesh, falling, follow=True, **shared),
-        Asset("sphere_floating", "sphere", mesh, floating, follow=True, **shared),
-        Asset("sphere_retracted", "sphere_retracted", small, falling, follow=False, **shared),
+        Asset("sphere", "sphere", mesh, falling, **shared),
+        Asset("sphere_follow", "sphere", mesh, falling, frame=first, **shared),
+        Asset("sphere_floating", "sphere", mesh, floating, frame=first, **shared),
+        Asset("sphere_retracted", "sphere_retracted", small, falling, **shared),
     ]
