@@ -25,6 +25,8 @@ target_link_libraries(drelt_settings INTERFACE OpenMP::OpenMP_CXX Eigen3::Eigen)
 # wider vectors would change Eigen's alignment and with it the binary interface, so it is fixed here.
 target_compile_definitions(drelt_settings INTERFACE
   EIGEN_MAX_ALIGN_BYTES=16 EIGEN_MAX_STATIC_ALIGN_BYTES=16
+  # Under the address sanitizer Eigen would allocate in another way than the packaged libraries.
+  EIGEN_MALLOC_ALREADY_ALIGNED=1
   $<$<BOOL:${DRELT_CUDA}>:DRELT_CUDA>)
 # One rule for contraction in the whole build: results do not depend on whether a machine can fuse.
 # Errno and floating-point traps are not used, and keep square roots and branches from vectorising.
@@ -32,7 +34,9 @@ target_compile_options(drelt_settings INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off -fno-math-errno -fno-trapping-math>
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wshadow -Wno-unknown-pragmas>
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${DRELT_WERROR}>>:-Werror>
-  $<$<COMPILE_LANGUAGE:CUDA>:--expt-relaxed-constexpr -Xcompiler=-ffp-contract=off>
+  $<$<COMPILE_LANGUAGE:CUDA>:--expt-relaxed-constexpr --fmad=false -Xcompiler=-ffp-contract=off>
+  # Eigen's headers draw this one even as system headers: annotations on defaulted functions.
+  $<$<COMPILE_LANGUAGE:CUDA>:--diag-suppress=20012>
   $<$<AND:$<COMPILE_LANGUAGE:CUDA>,$<BOOL:${DRELT_WERROR}>>:-Werror=all-warnings>)
 
 # Options of sources that hold vectorised host launches. Such sources define no shared inline code of
@@ -88,7 +92,9 @@ function(drelt_test name)
     DRELT_TEST_ASSETS="${PROJECT_SOURCE_DIR}/assets")
   string(JOIN "-" labels ${ARG_LABELS})  # one word: discovery keeps only the first of a list
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} PROPERTIES LABELS "${labels}")
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+    # CTest runs several programs at once: threads must not spin while they wait
+    PROPERTIES LABELS "${labels}" ENVIRONMENT OMP_WAIT_POLICY=passive)
 endfunction()
 
 # drelt_add_subdirectories(DIRS ...)

@@ -26,6 +26,8 @@
 #define DRELT_HOST_DEVICE inline __attribute__((always_inline))
 #endif
 #define DRELT_KERNEL DRELT_HOST_DEVICE
+// Marks the host's form of an operator for a row of indices, see launchVolumeByRows.
+#define DRELT_HOST_ROW inline __attribute__((always_inline))
 // Behind a lambda's parameters: lambdas in operators must be inlined too, or nothing vectorises.
 #define DRELT_LAMBDA_INLINE __attribute__((always_inline))
 
@@ -59,8 +61,22 @@ inline LaunchShape coveringShape(LaunchExtent extent, unsigned blockX, unsigned 
     const auto blocks = [](int n, unsigned block) {
         return (static_cast<unsigned>(n) + block - 1) / block;
     };
-    return {blockX, blockY, blockZ, blocks(extent.x, blockX), blocks(extent.y, blockY),
+    return {blockX,
+            blockY,
+            blockZ,
+            blocks(extent.x, blockX),
+            blocks(extent.y, blockY),
             blocks(extent.z, blockZ)};
+}
+
+// Calls body(index) for `length` indices of a row from the first on, vectorised; mark the body
+// DRELT_LAMBDA_INLINE.
+template <class Body>
+DRELT_HOST_DEVICE void forEachInRow(LaunchIndex first, int length, Body&& body) {
+#pragma omp simd
+    for (int i = 0; i < length; ++i) {
+        body(LaunchIndex{first.x + i, first.y, first.z, first.n + i});
+    }
 }
 
 // Flushes denormals to zero for the scope, on the calling thread.
@@ -82,12 +98,15 @@ void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args);
 
 namespace platform {
 
+// Below this many indices a launch costs less than waking the threads for it.
+inline constexpr std::int64_t kWorthThreads = 2048;
+
 template <auto Op, class... Args>
 void hostLaunchRows(LaunchExtent extent, Args... args) {
     const std::int64_t rows = static_cast<std::int64_t>(extent.y) * extent.z;
     const int nx = extent.x;
     const int ny = extent.y;
-#pragma omp parallel
+#pragma omp parallel if (rows * extent.x >= kWorthThreads)
     {
         FlushDenormals flush;
 #pragma omp for schedule(static)
@@ -101,9 +120,24 @@ void hostLaunchRows(LaunchExtent extent, Args... args) {
     }
 }
 
+template <auto RowOp, class... Args>
+void hostLaunchByRows(LaunchExtent extent, Args... args) {
+    const std::int64_t rows = static_cast<std::int64_t>(extent.y) * extent.z;
+#pragma omp parallel if (rows * extent.x >= kWorthThreads)
+    {
+        FlushDenormals flush;
+#pragma omp for schedule(static)
+        for (std::int64_t row = 0; row < rows; ++row) {
+            const int z = static_cast<int>(row / extent.y);
+            const int y = static_cast<int>(row % extent.y);
+            RowOp(LaunchIndex{0, y, z, row * extent.x}, extent.x, args...);
+        }
+    }
+}
+
 template <auto Op, class... Args>
 void hostLaunchLinear(std::int64_t count, Args... args) {
-#pragma omp parallel
+#pragma omp parallel if (count > 1)
     {
         FlushDenormals flush;
 #pragma omp for schedule(static)
@@ -126,6 +160,21 @@ void launchVolume(LaunchShape shape, LaunchExtent nodes, Args... args) {
 #endif
     static_cast<void>(shape);
     platform::hostLaunchRows<Op>(nodes, args...);
+}
+
+// The same for operators that treat each population of a node alone. On the host,
+// RowOp(first, length, args...) does a whole row of x from its first index on: direction outside and
+// x inside, so that memory is walked in long runs. It is built from the functions that Op is built of.
+template <auto Op, auto RowOp, class... Args>
+void launchVolumeByRows(LaunchShape shape, LaunchExtent nodes, Args... args) {
+#if defined(DRELT_CUDA)
+    if (!platform::onHostDevice()) {
+        deviceLaunch<Op, ThreadMapping::Flat>(shape, nodes, args...);
+        return;
+    }
+#endif
+    static_cast<void>(shape);
+    platform::hostLaunchByRows<RowOp>(nodes, args...);
 }
 
 // One invocation an index of a three-dimensional range, on a device from the three thread axes.

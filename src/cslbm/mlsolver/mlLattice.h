@@ -63,7 +63,7 @@ DRELT_HOST_DEVICE void forEachDirection(Body&& body) {
 // single precision, the polynomial in double, rounded once.
 inline float hostEquilibrium(int i, float rho, float ux, float uy, float uz) {
     const double t = ex_cas1[i] * ux + ey_cas1[i] * uy + ez_cas1[i] * uz;
-    const double s = 1.5 * static_cast<double>(ux * ux + uy * uy + uz * uz);
+    const double s = 1.5f * (ux * ux + uy * uy + uz * uz);
     const double w = w_cas1[i] * rho;
     return static_cast<float>(((t * 3.0 + 1.0) + t * 4.5 * t - s) * w);
 }

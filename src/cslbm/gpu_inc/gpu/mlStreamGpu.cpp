@@ -6,8 +6,9 @@ namespace drelt {
 
 void mlCuStream3dOpt(mlFlow* flow, const MLFluidParam* param) {
     const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
-    launchVolume<&mlCuStream3dOptKernel>(coveringShape(nodes, 32, 16, 1), nodes, flow, nodes.x,
-                                         nodes.y, nodes.z, nodes.x * nodes.y * nodes.z);
+    launchVolumeByRows<&mlCuStream3dOptKernel, &streamRow>(coveringShape(nodes, 32, 16, 1), nodes,
+                                                           flow, nodes.x, nodes.y, nodes.z,
+                                                           nodes.x * nodes.y * nodes.z);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

@@ -1,0 +1,133 @@
+// Moments of the populations, the forcing of the moving frame, and the grid's origin.
+//
+// ux, uy, uz hold the raw momentum from mlCalOneOrderMomentOptKernel until mlAddForcetoUOptKernel of
+// the next step, and the half-force-shifted velocity from then until the next moments.
+#pragma once
+
+#include <Eigen/Geometry>
+
+#include "cslbm/mlsolver/mlFlow.h"
+#include "cslbm/mlsolver/mlLattice.h"
+#include "platform/launch.h"
+
+namespace drelt {
+
+using FrameTransform = Eigen::Transform<double, 3, Eigen::Affine>;
+
+// Moves the origin so that the centre of the box lies at (cx, cy, cz) [m]. One invocation.
+DRELT_KERNEL void mlSetFlowCenterKernel(LaunchIndex, mlFlow* flow, float cx, float cy, float cz) {
+    const MLFluidParam* const param = flow->param;
+    flow->startx = static_cast<float>(cx - param->width * 0.5);
+    flow->starty = static_cast<float>(cy - param->height * 0.5);
+    flow->startz = static_cast<float>(cz - param->depth * 0.5);
+}
+
+namespace detail {
+
+struct Vector3 {
+    double x, y, z;
+};
+
+DRELT_HOST_DEVICE Vector3 vector3(const Eigen::Vector3d& v) {
+    return {v.data()[0], v.data()[1], v.data()[2]};
+}
+
+DRELT_HOST_DEVICE Vector3 cross(const Vector3& a, const Vector3& b) {
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+// Adds a frame force to one component of the force array and shifts that component of the momentum
+// to velocity. scaled is the lattice acceleration, rounded to single.
+DRELT_HOST_DEVICE void addForceComponent(double* force, float* u, std::int64_t n, double scaled,
+                                         float rho) {
+    const double sum = force[n] + static_cast<float>(scaled) * rho;
+    force[n] = sum;
+    u[n] = static_cast<float>((sum * 0.5 + u[n]) / rho);
+}
+
+}  // namespace detail
+
+// Adds the inertial force of the moving frame to the force arrays and turns momentum into velocity
+// shifted by half the force: u = (momentum + F/2) / rho. The acceleration felt in the frame is
+//     a = -linear - Omega x (Omega x r) - 2 Omega x v - alpha x r,
+// with r the node's place in the frame (transform takes world positions [m] there) and v the momentum
+// times velocityScale. lengthScale turns a [m/s^2] into lattice units, axis by axis. The frame's
+// quantities are SI and double precision.
+DRELT_KERNEL void mlAddForcetoUOptKernel(LaunchIndex at, mlFlow* flow, int, int, int, int,
+                                         float velocityScale, Eigen::Vector3d lengthScale,
+                                         Eigen::Vector3d linearAcceleration,
+                                         Eigen::Vector3d angularVelocity,
+                                         Eigen::Vector3d angularAcceleration,
+                                         FrameTransform transform) {
+    const float dx = flow->param->dx;
+    const detail::Vector3 p{at.x * dx + flow->startx, at.y * dx + flow->starty,
+                            at.z * dx + flow->startz};
+    const double* const t = transform.data();  // column-major, 4 x 4
+    const detail::Vector3 r{t[0] * p.x + t[4] * p.y + t[8] * p.z + t[12],
+                            t[1] * p.x + t[5] * p.y + t[9] * p.z + t[13],
+                            t[2] * p.x + t[6] * p.y + t[10] * p.z + t[14]};
+    const detail::Vector3 v{flow->ux[at.n] * velocityScale, flow->uy[at.n] * velocityScale,
+                            flow->uz[at.n] * velocityScale};
+
+    const detail::Vector3 omega = detail::vector3(angularVelocity);
+    const detail::Vector3 linear = detail::vector3(linearAcceleration);
+    const detail::Vector3 scale = detail::vector3(lengthScale);
+    const detail::Vector3 centrifugal = detail::cross(omega, detail::cross(omega, r));
+    const detail::Vector3 coriolis = detail::cross(omega, v);
+    const detail::Vector3 euler = detail::cross(detail::vector3(angularAcceleration), r);
+
+    const float rho = flow->rou[at.n].value;
+    detail::addForceComponent(flow->forcex, flow->ux, at.n,
+                              scale.x * (-linear.x - centrifugal.x - 2.0 * coriolis.x - euler.x),
+                              rho);
+    detail::addForceComponent(flow->forcey, flow->uy, at.n,
+                              scale.y * (-linear.y - centrifugal.y - 2.0 * coriolis.y - euler.y),
+                              rho);
+    detail::addForceComponent(flow->forcez, flow->uz, at.n,
+                              scale.z * (-linear.z - centrifugal.z - 2.0 * coriolis.z - euler.z),
+                              rho);
+}
+
+// Density and raw momentum (not divided by the density) of the streamed populations, and force
+// arrays cleared for the next step. Reads f; writes rou, ux uy uz, forcex forcey forcez.
+DRELT_KERNEL void mlCalOneOrderMomentOptKernel(LaunchIndex at, mlFlow* flow, int, int, int,
+                                               int count) {
+    const std::int64_t stride = count;
+    const float* const f = flow->f + at.n;
+    // Summed by length of the direction, small populations first: one running sum from the rest
+    // population on would lose a little mass at every step.
+    float bySquaredLength[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    float mx = 0.0f;
+    float my = 0.0f;
+    float mz = 0.0f;
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        using D = decltype(d);
+        const float value = f[D::index * stride];
+        bySquaredLength[D::x * D::x + D::y * D::y + D::z * D::z] += value;
+        if constexpr (D::x != 0) mx += D::x * value;
+        if constexpr (D::y != 0) my += D::y * value;
+        if constexpr (D::z != 0) mz += D::z * value;
+    });
+    flow->rou[at.n].value =
+        ((bySquaredLength[3] + bySquaredLength[2]) + bySquaredLength[1]) + bySquaredLength[0];
+    flow->ux[at.n] = mx;
+    flow->uy[at.n] = my;
+    flow->uz[at.n] = mz;
+    flow->forcex[at.n] = 0.0;
+    flow->forcey[at.n] = 0.0;
+    flow->forcez[at.n] = 0.0;
+}
+
+// Launches mlSetFlowCenterKernel for a device record; the centre in metres, world axes.
+void mlSetFlowCenter(mlFlow* flow, float cx, float cy, float cz);
+
+// Launches mlAddForcetoUOptKernel over the domain of a device record.
+void mlAddForcetoUOpt(mlFlow* flow, const MLFluidParam* param, float velocityScale,
+                      const Eigen::Vector3d& lengthScale, const Eigen::Vector3d& linearAcceleration,
+                      const Eigen::Vector3d& angularVelocity,
+                      const Eigen::Vector3d& angularAcceleration, const FrameTransform& transform);
+
+// Launches mlCalOneOrderMomentOptKernel over the domain of a device record.
+void mlCalOneOrderMomentOpt(mlFlow* flow, const MLFluidParam* param);
+
+}  // namespace drelt

@@ -1,0 +1,247 @@
+// Direct forcing between the fluid and the samples of a boundary: gather of the fluid's momentum at
+// the samples, force, and spreading of the force to the nodes.
+#pragma once
+
+#include <cmath>
+#include <cstdio>
+
+#include "cslbm/gpu_inc/gpuImmersed/SpreadWorkspace.h"
+#include "cslbm/gpu_inc/gpuImmersed/mlDelta.h"
+#include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
+#include "cslbm/mlsolver/mlFlow.h"
+#include "cslbm/mlsolver/mlUnitScale.h"
+#include "platform/launch.h"
+
+namespace drelt {
+
+// A sample in lattice units, relative to the grid's current origin.
+struct GridPosition {
+    float x, y, z;
+};
+
+// Single precision, with N / l0p rounded first: nodes are rounded in the same way by the spreading.
+DRELT_HOST_DEVICE GridPosition gridPosition(const mlLagrangeBoundary* boundary, const mlFlow* flow,
+                                            std::int64_t i, float N, float l0p) {
+    const float perMetre = N / l0p;
+    return {perMetre * (boundary->coordx[i] - flow->startx),
+            perMetre * (boundary->coordy[i] - flow->starty),
+            perMetre * (boundary->coordz[i] - flow->startz)};
+}
+
+// Whether a sample takes part: 0 <= X < nx on each axis. A position that is not a number does not.
+DRELT_HOST_DEVICE bool insideGrid(GridPosition p, long nx, long ny, long nz) {
+    return p.x >= 0.0f && p.x < static_cast<float>(nx) && p.y >= 0.0f &&
+           p.y < static_cast<float>(ny) && p.z >= 0.0f && p.z < static_cast<float>(nz);
+}
+
+// Weights of the gather along one axis: nodes from floor(X) - R to floor(X) + R inside the grid.
+DRELT_HOST_DEVICE void gatherWeights(DeltaWeights& axis, float X, long n, int R) {
+    const int base = static_cast<int>(std::floor(X));
+    const int from = base - R > 0 ? base - R : 0;
+    const int to = base + R + 1 < n ? base + R + 1 : static_cast<int>(n);
+    mlDeltaWeights(axis, from, to, R,
+                   [&](int i) DRELT_LAMBDA_INLINE { return X - static_cast<float>(i); });
+}
+
+// Sums weight times momentum over the nodes of non-zero weight, k outermost and i innermost, in
+// single precision with fused multiply-adds. With Report, prints every node from the first sum on
+// that is not a number.
+template <bool Report>
+DRELT_HOST_DEVICE void gatherMomentum(const mlFlow* flow, const DeltaWeights& wx,
+                                      const DeltaWeights& wy, const DeltaWeights& wz, long nx,
+                                      long ny, float m[3]) {
+    float mx = 0.0f, my = 0.0f, mz = 0.0f;
+    for (int c = 0; c < wz.count; ++c) {
+        for (int b = 0; b < wy.count; ++b) {
+            const std::int64_t row =
+                (static_cast<std::int64_t>(wz.first + c) * ny + (wy.first + b)) * nx + wx.first;
+            for (int a = 0; a < wx.count; ++a) {
+                const float weight = wx.weight[a] * wy.weight[b] * wz.weight[c];
+                const float ux = flow->ux[row + a];
+                const float uy = flow->uy[row + a];
+                const float uz = flow->uz[row + a];
+                mx = std::fma(weight, ux, mx);
+                my = std::fma(weight, uy, my);
+                mz = std::fma(weight, uz, mz);
+                if constexpr (Report) {
+                    if (mx != mx || my != my || mz != mz) {
+                        printf("NAN find! %d  %.3f %.3f %.3f %.3f  \n", static_cast<int>(row + a),
+                               static_cast<double>(ux), static_cast<double>(uy),
+                               static_cast<double>(uz), static_cast<double>(weight));
+                    }
+                }
+            }
+        }
+    }
+    m[0] = mx;
+    m[1] = my;
+    m[2] = mz;
+}
+
+// Force density of one axis [physical units]: the no-slip term, which makes the fluid's momentum m
+// that of the sample, blended with the term of the normal components alone by the slip ratio s.
+// U: sample velocity (lattice), Un, mn: components along the normal n, rou: sample density.
+DRELT_HOST_DEVICE double directForce(double s, float u0p, float rou0p, float N, float D, float U,
+                                     float m, float Un, float mn, float n, float rou) {
+    const float C = u0p * u0p * rou0p;
+    const float noSlip = C * (U * rou - m) * N / D;
+    const float normal = C * (Un * n * rou - mn * n) * N / D;
+    return (1 - s) * static_cast<double>(noSlip) + static_cast<double>(normal) * s;
+}
+
+// Direct forcing (Uhlmann, J. Comput. Phys. 209, 2005, with one gather and one spreading a step).
+// Reads the flow's raw momentum and the sample's position, velocity, normal and density; writes the
+// sample's force density, 0 for a sample outside the grid. Nodes of zero weight are not visited.
+DRELT_KERNEL void mlInterpolateFluidForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary,
+                                                mlFlow* flow, double s, float N, float l0p,
+                                                float rou0p, float u0k, mlVelocity3D<float> u0p,
+                                                int R, long sx, long sy, long /*sz*/, long nx,
+                                                long ny, long nz) {
+    const std::int64_t i = (at.z * sy + at.y) * sx + at.x;
+    if (i >= boundary->count) return;
+    boundary->forcex[i] = 0.0;
+    boundary->forcey[i] = 0.0;
+    boundary->forcez[i] = 0.0;
+    const GridPosition p = gridPosition(boundary, flow, i, N, l0p);
+    if (!insideGrid(p, nx, ny, nz)) return;
+
+    DeltaWeights wx, wy, wz;
+    gatherWeights(wx, p.x, nx, R);
+    gatherWeights(wy, p.y, ny, R);
+    gatherWeights(wz, p.z, nz, R);
+    float m[3];
+    gatherMomentum<false>(flow, wx, wy, wz, nx, ny, m);
+    if (m[0] != m[0] || m[1] != m[1] || m[2] != m[2]) {
+        gatherMomentum<true>(flow, wx, wy, wz, nx, ny, m);
+    }
+
+    const float Ux = (u0k / u0p.x) * boundary->ux[i];
+    const float Uy = (u0k / u0p.y) * boundary->uy[i];
+    const float Uz = (u0k / u0p.z) * boundary->uz[i];
+    const float nX = boundary->normalx[i];
+    const float nY = boundary->normaly[i];
+    const float nZ = boundary->normalz[i];
+    const float rou = boundary->rou[i].value;
+    const float Un = Ux * nX + Uy * nY + Uz * nZ;
+    const float mn = m[0] * nX + m[1] * nY + m[2] * nZ;
+    const float D = l0p * u0k * u0k;
+    boundary->forcex[i] = directForce(s, u0p.x, rou0p, N, D, Ux, m[0], Un, mn, nX, rou);
+    boundary->forcey[i] = directForce(s, u0p.y, rou0p, N, D, Uy, m[1], Un, mn, nY, rou);
+    boundary->forcez[i] = directForce(s, u0p.z, rou0p, N, D, Uz, m[2], Un, mn, nZ, rou);
+}
+
+// Weights of the spreading along one axis: nodes up to R + 2 from floor(X) inside the grid. The
+// separation goes through the node's physical position, which rounds it as that of the sample was.
+DRELT_HOST_DEVICE void spreadWeights(DeltaWeights& axis, float X, long n, int R, float perMetre,
+                                     float dx, float start) {
+    const int base = static_cast<int>(std::floor(X));
+    const int from = base - R - 2 > 0 ? base - R - 2 : 0;
+    const int to = base + R + 3 < n ? base + R + 3 : static_cast<int>(n);
+    mlDeltaWeights(axis, from, to, R, [&](int i) DRELT_LAMBDA_INLINE {
+        return X - perMetre * ((static_cast<float>(i) * dx + start) - start);
+    });
+}
+
+// The stencil of sample i: its weights and the force that it puts on the grid, which undoes the
+// conversion of the gather. Without nodes where the sample lies outside the grid.
+DRELT_HOST_DEVICE void spreadStencil(SpreadStencil& stencil, const mlLagrangeBoundary* boundary,
+                                     const mlFlow* flow, std::int64_t i, float N, float l0p,
+                                     float rou0p, float u0k, mlVelocity3D<float> u0p, int R,
+                                     long nx, long ny, long nz) {
+    stencil.x.count = stencil.y.count = stencil.z.count = 0;
+    stencil.x.first = stencil.y.first = stencil.z.first = 0;
+    const GridPosition p = gridPosition(boundary, flow, i, N, l0p);
+    if (!insideGrid(p, nx, ny, nz)) return;
+    const float dx = flow->param->dx;
+    spreadWeights(stencil.x, p.x, nx, R, N / l0p, dx, flow->startx);
+    spreadWeights(stencil.y, p.y, ny, R, N / l0p, dx, flow->starty);
+    spreadWeights(stencil.z, p.z, nz, R, N / l0p, dx, flow->startz);
+    const double G = static_cast<double>(N / l0p * N / l0p * boundary->sampleArea);
+    const double H = static_cast<double>(l0p * u0k * u0k);
+    stencil.forcex =
+        G * ((H * boundary->forcex[i]) / static_cast<double>(u0p.x * u0p.x * N * rou0p));
+    stencil.forcey =
+        G * ((H * boundary->forcey[i]) / static_cast<double>(u0p.y * u0p.y * N * rou0p));
+    stencil.forcez =
+        G * ((H * boundary->forcez[i]) / static_cast<double>(u0p.z * u0p.z * N * rou0p));
+}
+
+// Adds to a sum that other invocations of the launch add to as well.
+struct AtomicAdd {
+    DRELT_HOST_DEVICE void operator()(double& sum, double term) const {
+#if defined(__CUDA_ARCH__)
+        atomicAdd(&sum, term);
+#else
+        sum += term;
+#endif
+    }
+};
+
+// Adds to a sum that nobody else touches.
+struct PlainAdd {
+    DRELT_HOST_DEVICE void operator()(double& sum, double term) const { sum += term; }
+};
+
+// Adds one component of a stencil's force to the nodes of a box, k outermost and i innermost.
+template <class Add>
+DRELT_HOST_DEVICE void addComponent(const SpreadStencil& stencil, const NodeBox& box,
+                                    double* forces, double force, std::int64_t nx, std::int64_t ny,
+                                    Add add) {
+    const float* const wx = stencil.x.weight + (box.x0 - stencil.x.first);
+    const int count = box.x1 - box.x0;
+    for (int k = box.z0; k < box.z1; ++k) {
+        const float wz = stencil.z.weight[k - stencil.z.first];
+        for (int j = box.y0; j < box.y1; ++j) {
+            const float wy = stencil.y.weight[j - stencil.y.first];
+            double* const row = forces + (k * ny + j) * nx + box.x0;
+            if (count == 4) {  // the common case: one vector
+                for (int i = 0; i < 4; ++i) {
+                    add(row[i], static_cast<double>(wx[i] * wy * wz) * force);
+                }
+            } else {
+                for (int i = 0; i < count; ++i) {
+                    add(row[i], static_cast<double>(wx[i] * wy * wz) * force);
+                }
+            }
+        }
+    }
+}
+
+// Adds a stencil's force to the nodes that lie in the window. One component after the other: the
+// three arrays often lie a multiple of 4,096 bytes apart, and together their rows would push each
+// other out of a first-level cache.
+template <class Add>
+DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& window,
+                                  const mlFlow* flow, std::int64_t nx, std::int64_t ny, Add add) {
+    const NodeBox box = intersection(stencil.box(), window);
+    addComponent(stencil, box, flow->forcex, stencil.forcex, nx, ny, add);
+    addComponent(stencil, box, flow->forcey, stencil.forcey, nx, ny, add);
+    addComponent(stencil, box, flow->forcez, stencil.forcez, nx, ny, add);
+}
+
+// Spreads the force of one sample to the flow's force arrays, in double precision. Launched on a
+// GPU as it stands; host threads run the same stencils tile by tile (mlSpreadForce), and there this
+// operator is for one invocation at a time.
+DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary, mlFlow* flow,
+                                      float N, float l0p, float rou0p, float u0k,
+                                      mlVelocity3D<float> u0p, int R, long sx, long sy, long /*sz*/,
+                                      long nx, long ny, long nz) {
+    const std::int64_t i = (at.z * sy + at.y) * sx + at.x;
+    if (i >= boundary->count) return;
+    SpreadStencil stencil;
+    spreadStencil(stencil, boundary, flow, i, N, l0p, rou0p, u0k, u0p, R, nx, ny, nz);
+    const NodeBox grid{0, 0, 0, static_cast<int>(nx), static_cast<int>(ny), static_cast<int>(nz)};
+    addStencil(stencil, grid, flow, nx, ny, AtomicAdd{});
+}
+
+// Launches mlInterpolateFluidForceKernel for all samples of a device record; R is the number of
+// points of the delta function. Scales and slip ratio come from the host.
+void mlInterpolateFluidForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
+                             int sampleCount, const mlUnitScale& scale, int R);
+
+// Launches mlSpreadForceKernel for all samples. On host threads every node receives the samples'
+// contributions in sample order, whatever the number of threads: the result is that of one loop.
+void mlSpreadForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
+                   int sampleCount, const mlUnitScale& scale, int R, SpreadWorkspace& workspace);
+
+}  // namespace drelt

@@ -1,0 +1,19 @@
+#include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
+
+#include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
+#include "platform/check.h"
+#include "supplement/IBBoundaryMemMgr.h"
+
+namespace drelt {
+
+void mlImmersedSolver::spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param) {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    for (const IBBoundaryMemMgr* boundary : boundaries) {
+        mlLagrangeBoundary* const record = boundary->mllaboundary_gpu;
+        const int sampleCount = boundary->mllaboundary->count;
+        mlInterpolateFluidForce(flow_dev, param, record, sampleCount, scale, ibKernelSelector);
+        mlSpreadForce(flow_dev, param, record, sampleCount, scale, ibKernelSelector, workspace_);
+    }
+}
+
+}  // namespace drelt

@@ -1,0 +1,204 @@
+// The simulator: order of use, synchronisation, files, memory.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "platform/runtime.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+
+namespace drelt {
+namespace {
+
+namespace fs = std::filesystem;
+using Eigen::Vector3d;
+
+constexpr int kHost = platform::kHostDevice;
+
+// A box of 16 x 14 x 14 nodes, two diameters of the sphere long.
+std::shared_ptr<simParams> smallBox() {
+    auto p = std::make_shared<simParams>();
+    p->setup_mode = simParams::MANUAL;
+    p->N = 8;
+    p->l0p = 0.02f;
+    p->u0p = 0.1f;
+    p->u0k = 0.05f;
+    p->visp = 4e-5f;
+    p->rou0p = 1000;
+    p->width = 0.039f;
+    p->height = p->depth = 0.034f;
+    p->pml_width = 2;
+    return p;
+}
+
+std::shared_ptr<skSystem> sphere(int device = kHost) {
+    testing::internal::CaptureStdout();
+    const auto description = skeletonFromJson(DRELT_TEST_ASSETS "/sphere_follow.json", device);
+    testing::internal::GetCapturedStdout();
+    return std::make_shared<skSystem>(description, 2000, device, Vector3d::Zero(),
+                                      Vector3d::Zero());
+}
+
+class Simulator : public testing::Test {
+protected:
+    void SetUp() override { fs::remove_all(folder); }
+    void TearDown() override { fs::remove_all(folder); }
+    void commit() {
+        sim->mainDataFolderPath = folder.string() + "/";
+        world->addSkeleton(sphere());
+        sim->attachWorld(world);
+        sim->commitInit();
+    }
+
+    fs::path folder = fs::temp_directory_path() / "drelt_driver_test";
+    std::shared_ptr<skWorld> world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
+    std::unique_ptr<coupledLBM_sim3D> sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+};
+
+template <class Exception, class Call>
+std::string refusal(Call&& call) {
+    try {
+        call();
+    } catch (const Exception& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+TEST_F(Simulator, LogPrintsScalesAndGrid) {
+    testing::internal::CaptureStdout();
+    sim->log();
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "##System Info##\n"
+        "time step: 0.001250s   space resolution:0.002500 m \n"
+        "PML Width: 2 \n"
+        "|  u0k:       0.050000    |  u0p:     0.100000 m/s    |   l0p: 0.020000 m   | rou0p  "
+        "1000.000000 |\n"
+        "|  v0k:       0.008000    |  v0p:     0.000040 m/s    |\n"
+        "Reynolds number :  50.000004 \n"
+        "##Fluid Info##\n"
+        "start (-0.019500,-0.017000,-0.017000)   width 0.0390 height 0.0340 depth 0.0340 \n"
+        "samples  16 14 14 \n");
+    EXPECT_EQ(sim->getIterPerSave(30), 26);
+}
+
+TEST_F(Simulator, CallsOutOfOrderAreRefused) {
+    const auto refused = [](auto&& call) { return refusal<std::runtime_error>(call); };
+    const std::string early = ": the simulator is not initialised; call commitInit first";
+    EXPECT_EQ(refused([&] { sim->step(TWO_WAY); }), "step" + early);
+    EXPECT_EQ(refused([&] { sim->reset(); }), "reset" + early);
+    EXPECT_EQ(refused([&] { sim->saveScene(0, 0); }), "saveScene" + early);
+    EXPECT_EQ(refused([&] { sim->saveFluidData("x"); }), "saveFluidData" + early);
+    EXPECT_EQ(refused([&] { sim->saveObjectsData("x"); }), "saveObjectsData" + early);
+    EXPECT_EQ(refused([&] { sim->commitInit(); }),
+              "commitInit: no world is attached; call attachWorld first");
+    sim->attachWorld(world);
+    EXPECT_EQ(refused([&] { sim->commitInit(); }),
+              "commitInit: the attached world has no skeleton; call its addSkeleton first");
+    EXPECT_FALSE(world->locked());
+    commit();
+    EXPECT_EQ(
+        refused([&] { sim->attachWorld(world); }),
+        "attachWorld: the simulator is initialised already; attach the world before commitInit");
+    EXPECT_NE(refusal<std::logic_error>([&] { world->addSkeleton(sphere()); }), "accepted");
+    EXPECT_EQ(sim->getIterNum(), 0);
+}
+
+TEST_F(Simulator, DeviceIdsMustAgree) {
+    const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), 0);
+    world->addSkeleton(sphere());
+    other->attachWorld(world);
+    EXPECT_EQ(
+        refusal<std::invalid_argument>([&] { other->commitInit(); }),
+        "commitInit: the simulator is on device 0, a skeleton of its world on device -1; give "
+        "both the same device id");
+    EXPECT_EQ(refusal<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, kHost); }),
+              "simulator: the parameters are None; give a simParam");
+}
+
+TEST_F(Simulator, CopiesOfTheFlowFollowEachOther) {
+    commit();
+    mlFlow& host = *sim->lbmvec[0];
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::DeviceNewer);
+    sim->step(TWO_WAY);
+    sim->saveScene(0, 0);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostCurrent);
+    host.ux[5] = 42;
+    sim->saveScene(0, 0);
+    EXPECT_EQ(host.ux[5], 42.0f) << "nothing new to download";
+    sim->step(NO_FLUID);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostCurrent);
+    sim->step(ONE_WAY);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::DeviceNewer);
+    sim->saveScene(0, 0);
+    EXPECT_NE(host.ux[5], 42.0f);
+    EXPECT_EQ(sim->getIterNum(), 3);
+
+    sim->reset();
+    EXPECT_EQ(sim->getIterNum(), 0);
+    EXPECT_EQ(world->getTime(), 0.0);
+    sim->step(EMPIRICAL);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostNewer) << "the upload stays pending";
+    sim->saveScene(0, 0);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostNewer);
+    sim->step(TWO_WAY);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::DeviceNewer);
+
+    sim->params[0]->use_gpu = 0;
+    host.ux[5] = 42;
+    sim->saveScene(0, 0);
+    EXPECT_EQ(host.ux[5], 42.0f) << "copies are left alone";
+}
+
+TEST_F(Simulator, RunsStartAgainAfterResetAndCommit) {
+    commit();
+    const auto run = [&] {
+        for (int i = 0; i < 5; ++i) sim->step(TWO_WAY);
+        return world->getSkeleton(0)->getVelocities()[0];
+    };
+    const double first = run();
+    EXPECT_GT(first, 0);
+    sim->reset();
+    const mlFlow& host = *sim->lbmvec[0];
+    EXPECT_EQ(host.rou[500].value, 1.0f) << "nothing was downloaded";
+    // the device's density is what a reset leaves behind
+    cudaMemcpy(sim->solver->rou_dev_vec[0], host.rou, host.count * sizeof(float),
+               cudaMemcpyHostToDevice);
+    EXPECT_EQ(run(), first) << "bit for bit";
+    sim->reset();
+    sim->commitInit();
+    EXPECT_EQ(run(), first) << "bit for bit";
+}
+
+TEST_F(Simulator, FramesGoToTheFoldersByName) {
+    commit();
+    sim->saveScene(12, BODY | FLUID);
+    sim->fluidFolderName = "Other";
+    sim->saveFluidData("stem");
+    for (const char* name :
+         {"Objects/00_vis_object_00012.vtk", "Objects/markers_0_vis_object_00012.vtk",
+          "Fluid/0_vis_fluid00012.vtk", "Other/0_stem.vtk"}) {
+        EXPECT_TRUE(fs::is_regular_file(folder / name)) << name;
+    }
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(folder), {}), 7);
+}
+
+TEST_F(Simulator, MemoryIsFreed) {
+    const std::size_t before = platform::deviceBytesInUse();
+    sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+    EXPECT_EQ(platform::deviceBytesInUse(), before) << "a simulator without commitInit just goes";
+    commit();
+    sim->step(TWO_WAY);
+    const std::size_t once = platform::deviceBytesInUse();
+    sim->commitInit();
+    sim->step(TWO_WAY);
+    EXPECT_EQ(platform::deviceBytesInUse(), once);
+    sim.reset();
+    world.reset();
+    EXPECT_EQ(platform::deviceBytesInUse(), before);
+}
+
+}  // namespace
+}  // namespace drelt
