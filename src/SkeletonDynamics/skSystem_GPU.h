@@ -1,5 +1,5 @@
-// The two crossings between samples and links: sample forces go up as one wrench a link, link motion
-// goes down as sample velocities. All arithmetic is double; units are SI.
+// The two crossings between samples and links: sample forces go up as one wrench a link, link
+// motion goes down as sample velocities. All arithmetic is double; units are SI.
 //
 // A label is the index of a sample's link. Link 0 is the world: no live sample bears it.
 #pragma once
@@ -49,7 +49,7 @@ DRELT_HOST_DEVICE Vec samplePosition(const mlLagrangeBoundary* boundary, std::in
 }
 
 // The wrench on a link of the force density at sample i, to which `scale` and the sample's area are
-// multiplied, in this order. Its sign is that of the reaction: the sample's force acts on the fluid.
+// multiplied, in this order. Its sign is that of the reaction: the sample's force acts on fluid.
 DRELT_HOST_DEVICE void sampleWrench(const skLinkData& link, const mlLagrangeBoundary* boundary,
                                     std::int64_t i, float scale, double* wrench) {
     const double s = static_cast<double>(scale);
@@ -69,11 +69,12 @@ DRELT_HOST_DEVICE void sampleWrench(const skLinkData& link, const mlLagrangeBoun
 
 }  // namespace link
 
-// Forms the wrench of each sample in its link's frame. A label that is no link, or the world's 0, is
-// reported; a label outside the links gives a zero wrench.
-DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links, mlLagrangeBoundary* boundary,
-                                     int* labels, LinkWrench* wrenches, int linkCount,
-                                     int sampleCount, float scale) {
+// Forms the wrench of each sample in its link's frame. A label that is no link, or the world's 0,
+// is reported; a label outside the links gives a zero wrench.
+DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links,
+                                     mlLagrangeBoundary* boundary, int* labels,
+                                     LinkWrench* wrenches, int linkCount, int sampleCount,
+                                     float scale) {
     if (at.n >= sampleCount) return;
     const int k = labels[at.n];
     if (k >= linkCount || k < 1) printf("LinkIdx error!!\n");
@@ -85,8 +86,8 @@ DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links, mlLagran
     link::sampleWrench(links[k], boundary, at.n, scale, wrench);
 }
 
-// Writes the sum of a run of samples into the record of the link that is its key, unless a later run
-// has the same key. Key 0 marks an unused entry; a key outside the links is skipped.
+// Writes the sum of a run of samples into the record of the link that is its key, unless a later
+// run has the same key. Key 0 marks an unused entry; a key outside the links is skipped.
 DRELT_KERNEL void assignExtForceKernel(LaunchIndex at, skLinkData* links, int linkCount,
                                        LinkWrench* sums, int* keys) {
     if (at.n >= linkCount) return;
@@ -149,9 +150,9 @@ public:
     LinkForceReduction(const LinkForceReduction&) = delete;
     LinkForceReduction& operator=(const LinkForceReduction&) = delete;
 
-    // Writes torque and force of every link that has samples; the others keep theirs. Samples of one
-    // link must be neighbours: of several runs with one label the last one holds. All pointers are
-    // device pointers; `wrenches` has room for one a sample. `scale` is the node spacing [m].
+    // Writes torque and force of every link that has samples; the others keep theirs. The samples
+    // of a link must be neighbours: of several runs with one label the last one holds. All pointers
+    // are device pointers; `wrenches` has room for one a sample. `scale` is the node spacing [m].
     void reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels, LinkWrench* wrenches,
                 int linkCount, int sampleCount, float scale);
 

@@ -122,7 +122,7 @@ void bindController(ControllerClass& controller) {
 
 }  // namespace
 
-void registerTrajectory(py::module_& module) {
+void bindTrajectory(py::module_& module) {
     PointClass point(module, "trajectoryPoint3d", "One control point of a trajectory.");
     PosePointClass posePoint(
         module, "trajectoryPosePoint3d",

@@ -1,0 +1,78 @@
+// Enumerations and the parameter record.
+#include <memory>
+
+#include "cslbm/mlsolver/couplingMode.h"
+#include "python/bindings.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+#include "simulatorInterface/simParams.h"
+
+namespace py = pybind11;
+
+namespace drelt {
+namespace {
+
+void bindEnumerations(py::module_& module) {
+    py::enum_<simParams::SETUP_MODE>(
+        module, "SETUP_MODE", py::arithmetic(),
+        "How the scales of a simulation are found: MANUAL from N, l0p and u0p of the parameters;\n"
+        "GRAVITY from a fall through the box, which needs a node spacing that scripts cannot set.")
+        .value("GRAVITY", simParams::GRAVITY)
+        .value("MANUAL", simParams::MANUAL);
+    py::enum_<couplingMode>(
+        module, "COUPLE_MODE", py::arithmetic(),
+        "How one step couples fluid and bodies: TWO_WAY each drives the other; ONE_WAY the bodies\n"
+        "drive the fluid; NO_FLUID the bodies alone; EMPIRICAL the bodies alone, under a\n"
+        "flat-plate force model.")
+        .value("NO_FLUID", NO_FLUID)
+        .value("ONE_WAY", ONE_WAY)
+        .value("TWO_WAY", TWO_WAY)
+        .value("EMPIRICAL", EMPIRICAL);
+    py::enum_<SCENE_SAVE_FLAG>(module, "SAVE_FLAG", py::arithmetic(),
+                               "What saveScene writes; join members with |.")
+        .value("BODY", BODY)
+        .value("FLUID", FLUID);
+}
+
+}  // namespace
+
+void bindParameters(py::module_& module) {
+    bindEnumerations(module);
+    py::class_<simParams, std::shared_ptr<simParams>> params(
+        module, "simParam",
+        "Parameters of a simulation, in SI units unless said otherwise. Set setup_mode to MANUAL,\n"
+        "then N, l0p, u0k, u0p, visp, the box and pml_width, before the simulator is made: it "
+        "takes\n"
+        "its grid from here once. A float of -1 is not set; it is filled in at the first use, "
+        "with\n"
+        "a printed line where a default is taken.");
+
+    module.def(
+        "make_simParams", [] { return std::make_shared<simParams>(); },
+        "New parameters with default values.");
+
+    params.def(py::init<>(), "Default values.")
+        .def_readwrite("x0", &simParams::x0, "Centre of the fluid box at the start, x [m].")
+        .def_readwrite("y0", &simParams::y0, "Centre of the fluid box at the start, y [m].")
+        .def_readwrite("z0", &simParams::z0, "Centre of the fluid box at the start, z [m].")
+        .def_readwrite("width", &simParams::width, "Size of the box along x [m].")
+        .def_readwrite("height", &simParams::height, "Size of the box along y [m].")
+        .def_readwrite("depth", &simParams::depth, "Size of the box along z [m].")
+        .def_readwrite("N", &simParams::N,
+                       "Nodes per reference length; the node spacing is l0p / N.")
+        .def_readwrite("l0p", &simParams::l0p, "Reference length [m].")
+        .def_readwrite("u0k", &simParams::u0k,
+                       "Reference velocity in lattice units; keep it well below 0.3.")
+        .def_readwrite("u0p", &simParams::u0p, "Reference velocity [m/s].")
+        .def_readwrite("rou0p", &simParams::rou0p, "Density of the fluid [kg/m^3].")
+        .def_readwrite("visp", &simParams::visp, "Kinematic viscosity [m^2/s].")
+        .def_readwrite("slip_ratio", &simParams::slip_ratio,
+                       "Slip at immersed surfaces: 0 none .. 1 free.")
+        .def_readwrite("pml_width", &simParams::pml_width,
+                       "Thickness of the absorbing layer [nodes].")
+        .def_readwrite("setup_mode", &simParams::setup_mode, "A SETUP_MODE.")
+        .def("get_tp", &simParams::get_tp,
+             "Time step [s], l0p u0k / (N u0p). Fills what is not set; infinite for a zero N or "
+             "u0p.");
+}
+
+}  // namespace drelt

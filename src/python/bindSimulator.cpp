@@ -1,0 +1,80 @@
+// The simulator.
+#include <pybind11/stl.h>
+
+#include <memory>
+
+#include "python/bindings.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+
+namespace py = pybind11;
+
+namespace drelt {
+namespace {
+
+void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+    simulator
+        .def("attachWorld", &coupledLBM_sim3D::attachWorld, py::arg("world"),
+             "Sets the bodies. Raises RuntimeError after commitInit.")
+        .def_readwrite("mainDataFolderPath", &coupledLBM_sim3D::mainDataFolderPath,
+                       "Root of the output tree, with a slash at its end.")
+        .def_readwrite("fluidFolderName", &coupledLBM_sim3D::fluidFolderName,
+                       "Folder of the fluid files under the root.")
+        .def_readwrite("objectsFolderName", &coupledLBM_sim3D::objectsFolderName,
+                       "Folder of the object and marker files under the root.")
+        .def("log", &coupledLBM_sim3D::log, "Prints scales and grid.")
+        .def("commitInit", &coupledLBM_sim3D::commitInit,
+             "Brings fluid and bodies to the device: call it once all is set, before the first "
+             "step.\n"
+             "The grid is centred on the frame that it follows. Raises RuntimeError without a "
+             "world\n"
+             "or with an empty one, ValueError where device ids differ.")
+        .def("step", &coupledLBM_sim3D::step, py::arg("couple_mode"),
+             "One time step of get_tp() seconds. Raises RuntimeError before commitInit.")
+        .def("getIterNum", &coupledLBM_sim3D::getIterNum,
+             "Steps done since the start or the reset.")
+        .def(
+            "getIterPerSave", &coupledLBM_sim3D::getIterPerSave, py::arg("frame_rate"),
+            "Steps between two frames at frame_rate frames a second, truncated. Raises ValueError\n"
+            "for a frame rate of zero or less.")
+        .def("reset", &coupledLBM_sim3D::reset,
+             "Back to the start of fluid and bodies. The density stays as it was last saved. "
+             "Raises\n"
+             "RuntimeError before commitInit.");
+}
+
+void bindSaving(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+    simulator
+        .def("saveScene", &coupledLBM_sim3D::saveScene, py::arg("frame"), py::arg("save_flags"),
+             "Writes frame number `frame` as VTK files; save_flags joins members of SAVE_FLAG. "
+             "Missing\n"
+             "folders are created. Raises RuntimeError before commitInit.")
+        .def("saveObjectsData", &coupledLBM_sim3D::saveObjectsData, py::arg("object_name"),
+             "Writes meshes and markers of all bodies into the objects folder, under this stem.")
+        .def("saveFluidData", &coupledLBM_sim3D::saveFluidData, py::arg("fluid_name"),
+             "Writes the fluid into the fluid folder, under this stem.");
+}
+
+}  // namespace
+
+void bindSimulator(py::module_& module) {
+    py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>> simulator(
+        module, "simulator3D",
+        "Fluid and bodies, coupled. Order of use: make it, attachWorld, commitInit, then step and\n"
+        "save. Keeps its parameters and its world alive.");
+
+    module.def(
+        "make_simulator",
+        [](std::shared_ptr<simParams> param, int gpuId) {
+            return std::make_shared<coupledLBM_sim3D>(std::move(param), gpuId);
+        },
+        "New simulator from a simParam and a device id: builds the grid. Raises ValueError for a "
+        "box\n"
+        "or node spacing that cannot be, RuntimeError where the grid does not fit into memory.");
+
+    simulator.def(py::init<std::shared_ptr<simParams>, int>(), py::arg("param"), py::arg("gpuId"),
+                  "As make_simulator.");
+    bindStepping(simulator);
+    bindSaving(simulator);
+}
+
+}  // namespace drelt

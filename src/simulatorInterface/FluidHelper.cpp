@@ -1,0 +1,350 @@
+#include "simulatorInterface/FluidHelper.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "cslbm/mlsolver/mlLattice.h"
+#include "platform/check.h"
+#include "platform/runtime.h"
+
+namespace drelt::FluidHelper {
+namespace {
+
+constexpr int kMaxNodesPerAxis = 1 << 24;  // beyond, positions of nodes are not distinct floats
+// All arrays of one node: eight of 27 populations, seven of 4 bytes and three of 8.
+constexpr double kBytesPerNode = 27.0 * 8 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
+
+std::string text(double value) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%g", value);
+    return buffer;
+}
+
+// Calls body(n, x, y, z) for every node, rows in parallel.
+template <class Body>
+void forEachNode(const MLFluidParam& param, Body&& body) {
+    const int nx = param.samples_x;
+    const int ny = param.samples_y;
+    const std::int64_t rows = static_cast<std::int64_t>(ny) * param.samples_z;
+#pragma omp parallel for schedule(static)
+    for (std::int64_t row = 0; row < rows; ++row) {
+        const int y = static_cast<int>(row % ny);
+        const int z = static_cast<int>(row / ny);
+        for (int x = 0; x < nx; ++x) body(row * nx + x, x, y, z);
+    }
+}
+
+template <class T>
+void allocateFilled(T*& array, std::int64_t count, T value) {
+    array = new T[static_cast<std::size_t>(count)];
+    T* const out = array;
+#pragma omp parallel for schedule(static)
+    for (std::int64_t n = 0; n < count; ++n) out[n] = value;
+}
+
+void checkAxis(const char* size, float length, float dx) {
+    if (!(length > 0)) {
+        throw std::invalid_argument(std::string("fluid box: ") + size + " is " + text(length) +
+                                    "; set a positive size in metres");
+    }
+    if (static_cast<double>(length) / dx > kMaxNodesPerAxis) {
+        throw std::invalid_argument(
+            std::string("fluid box: ") + size + " " + text(length) + " m at a node spacing of " +
+            text(dx) +
+            " m needs more than 16777216 nodes along one axis; make the box "
+            "smaller or the spacing (l0p / N) larger");
+    }
+}
+
+void checkPlanes(const char* size, int nodes, int pml_width) {
+    if (nodes - 2 >= pml_width) return;
+    throw std::invalid_argument(
+        std::string("fluid box: ") + size + " has " + std::to_string(nodes) +
+        " nodes, too few for the open boundary behind a layer of pml_width " +
+        std::to_string(pml_width) + " (at least " + std::to_string(std::int64_t{pml_width} + 2) +
+        "); make the box larger or the layer thinner");
+}
+
+void checkMemory(const MLFluidParam& grid, int gpuId) {
+    const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
+    // The device copy takes host memory too where the device is the host's threads. An id that names
+    // nothing is reported by the first operation on the device.
+    const bool mirrored = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
+    const double needed = nodes * kBytesPerNode * (mirrored ? 2 : 1);
+    const double available = static_cast<double>(platform::availableHostBytes());
+    const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +
+                            std::to_string(grid.samples_y) + " x " +
+                            std::to_string(grid.samples_z) + " nodes ";
+    const char* const advice = "; make the box smaller or the spacing (l0p / N) larger";
+    if (nodes > std::numeric_limits<std::int32_t>::max()) {
+        throw std::runtime_error(box + "are more than 2147483647" + advice);
+    }
+    if (needed > available) {
+        throw std::runtime_error(box + "need " + text(needed / 1e9) + " GB of host memory, " +
+                                 text(available / 1e9) + " GB are available" + advice);
+    }
+}
+
+void allocateArrays(mlFlow& flow) {
+    const std::int64_t count = flow.count;
+    const std::int64_t populations = kDirections * count;
+    flow.f = new float[static_cast<std::size_t>(populations)];
+    flow.fPost = new float[static_cast<std::size_t>(populations)];
+    flow.fStore = new float[static_cast<std::size_t>(populations)];
+    for (float** array : {&flow.fEqTildeOld, &flow.fEqTilde, &flow.fEqBar, &flow.Q, &flow.cNQ}) {
+        allocateFilled(*array, populations, 0.0f);
+    }
+    for (float** array : {&flow.ux, &flow.uy, &flow.uz, &flow.Sopt, &flow.sigma}) {
+        allocateFilled(*array, count, 0.0f);
+    }
+    for (double** array : {&flow.forcex, &flow.forcey, &flow.forcez}) {
+        allocateFilled(*array, count, 0.0);
+    }
+    allocateFilled(flow.flag, count, ML_NODE_FLUID);
+    allocateFilled(flow.rou, count, mlDensity<float>{1.0f});
+    allocateFilled(flow.PML_type, count, PML_NONE);
+    flow.planeBuffer =
+        new float[static_cast<std::size_t>(flow.param->samples_x) * flow.param->samples_y];
+    flow.momentMatrix = new float[std::size_t{27} * 27];
+    flow.momentMatrixInv = new float[std::size_t{27} * 27];
+}
+
+bool keepsItsState(MLLATTICENODE_FLAG flag) {
+    return flag == ML_NODE_NONE || flag == ML_NODE_SOLID;
+}
+
+// The outer faces of the array that a node lies on, as one type.
+PML_TYPE outerType(const MLFluidParam& param, int x, int y, int z) {
+    int faces = 0;
+    PML_TYPE type = PML_INTERIOR;
+    const auto test = [&](bool on, PML_TYPE face) {
+        if (!on) return;
+        ++faces;
+        type = face;
+    };
+    test(x == 0, PML_FACE_LEFT);
+    test(x == param.samples_x - 1, PML_FACE_RIGHT);
+    test(y == 0, PML_FACE_DOWN);
+    test(y == param.samples_y - 1, PML_FACE_UP);
+    test(z == 0, PML_FACE_FORWARD);
+    test(z == param.samples_z - 1, PML_FACE_BACK);
+    return faces > 1 ? PML_EDGE : type;
+}
+
+MLLATTICENODE_FLAG faceFlag(const MLFluidParam& param, int x, int y, int z) {
+    if (y == 0) return ML_NODE_DOWN;
+    if (y == param.samples_y - 1) return ML_NODE_UP;
+    if (z == param.samples_z - 1) return ML_NODE_BACK;
+    if (z == 0) return ML_NODE_FORWARD;
+    if (x == 0) return ML_NODE_LEFT;
+    if (x == param.samples_x - 1) return ML_NODE_RIGHT;
+    return ML_NODE_FLUID;
+}
+
+// The class by physical position, against 0 and the far limit of each axis exactly.
+MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
+    const MLFluidParam& param = *flow.param;
+    const float px = x * param.dx + flow.startx;
+    const float py = y * param.dx + flow.starty;
+    const float pz = z * param.dx + flow.startz;
+    MLLATTICENODE_FLAG flag = px == 0 ? ML_NODE_LEFT : ML_NODE_FLUID;
+    if (px == param.samples_x * param.dx + flow.startx) flag = ML_NODE_RIGHT;
+    if (pz == 0) flag = ML_NODE_FORWARD;
+    if (pz == param.samples_z * param.dx + flow.startz) flag = ML_NODE_BACK;
+    if (py == param.samples_y * param.dx + flow.starty) flag = ML_NODE_UP;
+    if (py == 0) flag = ML_NODE_DOWN;
+    return flag;
+}
+
+}  // namespace
+
+AxisNodes countNodes(float length, float dx) {
+    AxisNodes axis{0, 0.0f};
+    while (axis.length < length) {
+        if (axis.count == kMaxNodesPerAxis) {
+            throw std::invalid_argument("fluid box: " + text(length) + " m at a node spacing of " +
+                                        text(dx) + " m needs more than 16777216 nodes");
+        }
+        axis.length += dx;
+        ++axis.count;
+    }
+    return axis;
+}
+
+MLFluidParam describeGrid(const simParams& params) {
+    if (!(params.dx > 0) || !std::isfinite(params.dx)) {
+        throw std::invalid_argument(
+            "fluid box: the node spacing is " + text(params.dx) +
+            " m; select setup_mode MANUAL and set positive finite N and l0p (spacing l0p / N)");
+    }
+    checkAxis("width", params.width, params.dx);
+    checkAxis("height", params.height, params.dx);
+    checkAxis("depth", params.depth, params.dx);
+    if (params.pml_width < 0) {
+        throw std::invalid_argument("fluid box: pml_width is " + std::to_string(params.pml_width) +
+                                    "; give 0 or the layer's thickness in nodes");
+    }
+    const AxisNodes x = countNodes(params.width, params.dx);
+    const AxisNodes y = countNodes(params.height, params.dx);
+    const AxisNodes z = countNodes(params.depth, params.dx);
+    checkPlanes("width", x.count, params.pml_width);
+    checkPlanes("height", y.count, params.pml_width);
+    checkPlanes("depth", z.count, params.pml_width);
+
+    MLFluidParam grid{};
+    grid.startx = static_cast<float>(params.x0 - 0.5 * params.width);
+    grid.starty = static_cast<float>(params.y0 - 0.5 * params.height);
+    grid.startz = static_cast<float>(params.z0 - 0.5 * params.depth);
+    grid.endx = (x.length + grid.startx) - params.dx;
+    grid.endy = (y.length + grid.starty) - params.dx;
+    grid.endz = (z.length + grid.startz) - params.dx;
+    grid.samples_x = x.count;
+    grid.samples_y = y.count;
+    grid.samples_z = z.count;
+    grid.width = params.width;
+    grid.height = params.height;
+    grid.depth = params.depth;
+    grid.dx = params.dx;
+    grid.reserved = 1;
+    grid.pml_width = params.pml_width;
+    grid.slip_ratio = params.slip_ratio;
+    const std::int64_t plane = static_cast<std::int64_t>(x.count) * y.count;
+    grid.count32 = static_cast<std::int32_t>(static_cast<std::uint64_t>(plane) *
+                                             static_cast<std::uint64_t>(z.count));
+    return grid;
+}
+
+mlFlow* createFlow(simParams& params, int gpuId) {
+    simParams normalised = params;
+    normalised.normalise();
+    const MLFluidParam grid = describeGrid(normalised);
+    checkMemory(grid, gpuId);
+    params = normalised;
+
+    std::unique_ptr<mlFlow, void (*)(mlFlow*)> flow(new mlFlow{}, destroyFlow);
+    flow->cs = 0.57735026f;
+    flow->v0k = (params.N * params.u0k * params.visp) / (params.l0p * params.u0p);
+    flow->startx = grid.startx;
+    flow->starty = grid.starty;
+    flow->startz = grid.startz;
+    flow->count = static_cast<std::int64_t>(grid.samples_x) * grid.samples_y * grid.samples_z;
+    flow->param = new MLFluidParam[1]{grid};
+    allocateArrays(*flow);
+    layOutAbsorbingLayer(*flow, params.sigma_max);
+    return flow.release();
+}
+
+void destroyFlow(mlFlow* flow) {
+    if (flow == nullptr) return;
+    freeHostArrays(*flow);
+    delete flow;
+}
+
+void layOutAbsorbingLayer(mlFlow& flow, float sigma_max) {
+    const MLFluidParam& param = *flow.param;
+    const int w = param.pml_width;
+    const int nx = param.samples_x, ny = param.samples_y, nz = param.samples_z;
+    const auto thickness = static_cast<float>(w);
+    const float slope = sigma_max / (thickness * thickness);
+    forEachNode(param, [&](std::int64_t n, int x, int y, int z) {
+        flow.PML_type[n] = PML_NONE;
+        if (x >= w && x < nx - w && y >= w && y < ny - w && z >= w && z < nz - w) return;
+        const int margin = std::min({x, nx - 1 - x, y, ny - 1 - y, z, nz - 1 - z});
+        const auto depth = static_cast<float>(w - margin);
+        flow.sigma[n] = depth * (slope * depth);
+        flow.PML_type[n] = outerType(param, x, y, z);
+    });
+    for (const int z : {0, nz - 1}) {
+        for (const int y : {0, ny - 1}) {
+            const std::int64_t row = nx * (y + static_cast<std::int64_t>(ny) * z);
+            flow.PML_type[row] = flow.PML_type[row + nx - 1] = PML_CORNER;
+        }
+    }
+}
+
+void initialiseFlow(mlFlow& flow) {
+    forEachNode(*flow.param, [&](std::int64_t n, int x, int y, int z) {
+        if (!keepsItsState(flow.flag[n])) {
+            const MLLATTICENODE_FLAG face = faceFlag(*flow.param, x, y, z);
+            if (face != ML_NODE_FLUID) flow.flag[n] = face;
+        }
+        flow.rou[n].value = 1;
+        flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
+        for (int i = 0; i < kDirections; ++i) {
+            const std::int64_t at = i * flow.count + n;
+            const float equilibrium = hostEquilibrium(i, 1, 0, 0, 0);
+            flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = equilibrium;
+            flow.fEqTilde[at] = flow.fEqTildeOld[at] = 0;
+        }
+    });
+}
+
+void resetFlow(mlFlow& flow) {
+    forEachNode(*flow.param, [&](std::int64_t n, int x, int y, int z) {
+        if (keepsItsState(flow.flag[n])) return;
+        flow.flag[n] = positionFlag(flow, x, y, z);
+        flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
+        for (int i = 0; i < kDirections; ++i) {
+            const std::int64_t at = i * flow.count + n;
+            flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = w_cas1[i] * flow.rou[n].value;
+            flow.fEqTilde[at] = flow.fEqTildeOld[at] = flow.Q[at] = flow.cNQ[at] = 0;
+        }
+    });
+}
+
+namespace {
+
+template <class T>
+void upload(T* device, const T* host, std::int64_t count, T** deviceField) {
+    checkCudaErrors(cudaMemcpy(device, host, count * sizeof(T), cudaMemcpyHostToDevice));
+    checkCudaErrors(cudaMemcpy(deviceField, &device, sizeof(device), cudaMemcpyHostToDevice));
+}
+
+template <class T>
+void download(T* host, const T* device, std::int64_t count) {
+    checkCudaErrors(cudaMemcpy(host, device, count * sizeof(T), cudaMemcpyDeviceToHost));
+}
+
+}  // namespace
+
+void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
+    checkCudaErrors(cudaSetDevice(solver.gpuDeviceId));
+    const mlFlow& host = *solver.lbmvec[i];
+    mlFlow* const device = solver.lbm_dev_gpu[i];
+    upload(solver.ux_dev_vec[i], host.ux, host.count, &device->ux);
+    upload(solver.uy_dev_vec[i], host.uy, host.count, &device->uy);
+    upload(solver.uz_dev_vec[i], host.uz, host.count, &device->uz);
+    upload(solver.flag_dev_vec[i], host.flag, host.count, &device->flag);
+    upload(solver.PML_type_dev_vec[i], host.PML_type, host.count, &device->PML_type);
+    upload(solver.f_dev_vec[i], host.f, kDirections * host.count, &device->f);
+    upload(solver.fPost_dev_vec[i], host.fPost, kDirections * host.count, &device->fPost);
+}
+
+void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
+    checkCudaErrors(cudaSetDevice(solver.gpuDeviceId));
+    mlFlow& host = *solver.lbmvec[i];
+    mlFlow device{};
+    checkCudaErrors(
+        cudaMemcpy(&device, solver.lbm_dev_gpu[i], sizeof(mlFlow), cudaMemcpyDeviceToHost));
+    download(host.ux, device.ux, host.count);
+    download(host.uy, device.uy, host.count);
+    download(host.uz, device.uz, host.count);
+    download(host.forcex, device.forcex, host.count);
+    download(host.forcey, device.forcey, host.count);
+    download(host.forcez, device.forcez, host.count);
+    download(host.rou, device.rou, host.count);
+    download(host.flag, device.flag, host.count);
+    download(host.f, device.f, kDirections * host.count);
+    download(host.fEqBar, device.fEqBar, kDirections * host.count);
+    download(host.fPost, device.fPost, kDirections * host.count);
+    host.startx = device.startx;
+    host.starty = device.starty;
+    host.startz = device.startz;
+}
+
+}  // namespace drelt::FluidHelper

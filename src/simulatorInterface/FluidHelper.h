@@ -1,0 +1,49 @@
+// The host side of a fluid domain: building the flow record from the script's parameters, its first
+// state, its reset, and the copies between host and device.
+#pragma once
+
+#include "cslbm/mlsolver/mlFlow.h"
+#include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
+#include "simulatorInterface/simParams.h"
+
+namespace drelt::FluidHelper {
+
+// Counts the nodes along an axis of `length` metres: adds dx to a single-precision sum, starting from
+// 0, until the sum is not below the length. The rounding of the sum is part of the result.
+struct AxisNodes {
+    int count;
+    float length;  // the sum [m]
+};
+AxisNodes countNodes(float length, float dx);
+
+// The parameter record of the domain that normalised parameters describe. Throws
+// std::invalid_argument for a node spacing that is not a positive finite number, box sizes that are
+// not positive, more than 2^24 nodes along an axis, a negative pml_width, and a box too thin for the
+// open boundary planes behind its absorbing layer.
+MLFluidParam describeGrid(const simParams& params);
+
+// Builds the flow record of a domain, with all host arrays: fluid at rest, and the absorbing layer laid
+// out; the populations are left unset. Normalises the parameters. Throws as describeGrid, and
+// std::runtime_error where the arrays (and their device copies, if the device `gpuId` is the host)
+// do not fit into memory; the parameters are unchanged then. The caller frees the record with
+// destroyFlow.
+mlFlow* createFlow(simParams& params, int gpuId);
+void destroyFlow(mlFlow* flow);
+
+// Sets PML_type and sigma: quadratic damping from sigma_max on the outer faces to
+// sigma_max / pml_width^2 on the innermost plane of the layer.
+void layOutAbsorbingLayer(mlFlow& flow, float sigma_max);
+
+// The state before the first step: node classes of the faces, density 1, at rest, in equilibrium.
+void initialiseFlow(mlFlow& flow);
+
+// Brings the fluid to rest at its present density and forgets the layer's history; classes are set
+// anew from the physical positions. Nodes that are excluded or solid stay as they are.
+void resetFlow(mlFlow& flow);
+
+// Host to device: momentum, classes, layer types and populations; neither density nor layer data.
+void syncToDevice(mlSinglePhaseSolverNew& solver, int i);
+// Device to host: momentum, forces, density, classes, f, fPost, fEqBar and the moving origin.
+void syncToHost(mlSinglePhaseSolverNew& solver, int i);
+
+}  // namespace drelt::FluidHelper

@@ -1,0 +1,203 @@
+#include "simulatorInterface/coupledLBM_sim3D.h"
+
+#include <cstdio>
+#include <dart/dynamics/Frame.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "Markers/Markers.h"
+#include "SkeletonDynamics/skSystem.h"
+#include "output/mlVTKWrtier.h"
+#include "simulatorInterface/FluidHelper.h"
+
+namespace drelt {
+
+coupledLBM_sim3D::coupledLBM_sim3D(std::shared_ptr<simParams> param, int device) : gpuId(device) {
+    if (!param) {
+        throw std::invalid_argument("simulator: the parameters are None; give a simParam");
+    }
+    params.push_back(std::move(param));
+    createFlows();
+}
+
+coupledLBM_sim3D::coupledLBM_sim3D(const coupledLBM_sim3D& other)
+    : gpuId(other.gpuId), params(other.params) {
+    createFlows();
+}
+
+coupledLBM_sim3D::~coupledLBM_sim3D() {
+    for (mlFlow* const flow : lbmvec) FluidHelper::destroyFlow(flow);
+    lbmvec.clear();
+}
+
+void coupledLBM_sim3D::createFlows() {
+    lbmvec.clear();
+    lbmvec.reserve(1);
+    lbmvec.push_back(FluidHelper::createFlow(*params.front(), gpuId));
+}
+
+void coupledLBM_sim3D::requireSolver(const char* operation) const {
+    if (solver) return;
+    throw std::runtime_error(std::string(operation) +
+                             ": the simulator is not initialised; call commitInit first");
+}
+
+void coupledLBM_sim3D::attachWorld(std::shared_ptr<skWorld> bodies) {
+    if (solver) {
+        throw std::runtime_error(
+            "attachWorld: the simulator is initialised already; attach the world before "
+            "commitInit");
+    }
+    world = std::move(bodies);
+}
+
+void coupledLBM_sim3D::checkBodies() const {
+    if (!world) {
+        throw std::runtime_error("commitInit: no world is attached; call attachWorld first");
+    }
+    if (world->getNumSkeletons() == 0) {
+        throw std::runtime_error(
+            "commitInit: the attached world has no skeleton; call its addSkeleton first");
+    }
+    for (int s = 0; s < world->getNumSkeletons(); ++s) {
+        const auto body = world->getSkeleton(s);
+        if (body->gpuId == gpuId) continue;
+        throw std::invalid_argument("commitInit: the simulator is on device " +
+                                    std::to_string(gpuId) + ", a skeleton of its world on device " +
+                                    std::to_string(body->gpuId) + "; give both the same device id");
+    }
+}
+
+void coupledLBM_sim3D::commitInit() {
+    checkBodies();
+    world->lock();
+    createSolver();
+    for (mlFlow* const flow : lbmvec) FluidHelper::initialiseFlow(*flow);
+    solver->mlImmersedSolver::gpuDeviceId = gpuId;
+    world->setTimestep(solver->scale.dt);
+    solver->world = world;
+    solver->boundaries = world->getBoundaries();
+    if (!world->isFixed()) centreOnBody();
+    solver->allocateDevice();
+}
+
+void coupledLBM_sim3D::createSolver() {
+    solver = std::make_shared<mlSinglePhaseSolverNew>(gpuId);
+    solver->lbmvec = lbmvec;
+    solver->lbm_dev_gpu.assign(lbmvec.size(), nullptr);
+    solver->scale = params.front()->computeUnitScale();
+    const mlUnitScale& scale = solver->scale;
+    solver->scale.dt = (scale.u0k * scale.l0p) / (scale.u0px * scale.N);
+    for (const auto& param : params) solver->unitScales.push_back(param->computeUnitScale());
+}
+
+void coupledLBM_sim3D::centreOnBody() {
+    const Eigen::Vector3d place = world->getFrame()->getWorldTransform().translation();
+    mlFlow& flow = *lbmvec.front();
+    flow.startx = static_cast<float>(place.x() - flow.param->width / 2.0);
+    flow.starty = static_cast<float>(place.y() - flow.param->height / 2.0);
+    flow.startz = static_cast<float>(place.z() - flow.param->depth / 2.0);
+}
+
+void coupledLBM_sim3D::step(couplingMode couple_mode) {
+    requireSolver("step");
+    if (params.front()->use_gpu == 1 && advancesFluid(couple_mode)) {
+        if (syncState == HostNewer) {
+            for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+                FluidHelper::syncToDevice(*solver, static_cast<int>(i));
+            }
+        }
+        syncState = DeviceNewer;
+    }
+    solver->step(couple_mode);
+    for (int s = 0; s < world->getNumSkeletons(); ++s) {
+        world->getSkeleton(s)->getMarkers()->sample(solver->lbm_dev_gpu.front());
+    }
+    ++iterNum;
+}
+
+void coupledLBM_sim3D::reset() {
+    requireSolver("reset");
+    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        FluidHelper::resetFlow(*lbmvec[i]);
+        solver->uploadForcesAndPml(static_cast<int>(i));
+    }
+    world->reset();
+    iterNum = 0;
+    syncState = HostNewer;
+}
+
+int coupledLBM_sim3D::getIterPerSave(int frame_rate) {
+    return params.front()->getIterPerSave(frame_rate);
+}
+
+void coupledLBM_sim3D::log() {
+    std::puts("##System Info##");
+    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        simParams& param = *params[i];
+        const mlUnitScale scale = param.computeUnitScale();
+        const MLFluidParam& grid = *lbmvec[i]->param;
+        std::printf("time step: %fs   space resolution:%f m \n", param.get_tp(), param.dx);
+        std::printf("PML Width: %d \n", param.pml_width);
+        std::printf("|  u0k:       %f    |  u0p:     %f m/s    |   l0p: %f m   | rou0p  %f |\n",
+                    scale.u0k, scale.u0px, scale.l0p, scale.rou0p);
+        std::printf("|  v0k:       %f    |  v0p:     %f m/s    |\n", scale.v0k, scale.v0p);
+        std::printf("Reynolds number :  %f \n", scale.Re);
+        std::puts("##Fluid Info##");
+        std::printf("start (%f,%f,%f)   width %.4f height %.4f depth %.4f \n", grid.startx,
+                    grid.starty, grid.startz, grid.width, grid.height, grid.depth);
+        std::printf("samples  %d %d %d \n", grid.samples_x, grid.samples_y, grid.samples_z);
+    }
+    std::fflush(stdout);
+}
+
+void coupledLBM_sim3D::bringToHost() {
+    if (syncState != DeviceNewer || params.front()->use_gpu != 1) return;
+    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        FluidHelper::syncToHost(*solver, static_cast<int>(i));
+    }
+    syncState = HostCurrent;
+}
+
+void coupledLBM_sim3D::saveScene(int frame, int save_flags) {
+    requireSolver("saveScene");
+    bringToHost();
+    char stem[256];
+    if ((save_flags & BODY) != 0) {
+        std::snprintf(stem, sizeof stem, "vis_object_%05d", frame);
+        saveObjectsData(stem);
+    }
+    if ((save_flags & FLUID) != 0) {
+        std::snprintf(stem, sizeof stem, "vis_fluid%05d", frame);
+        saveFluidData(stem);
+    }
+}
+
+void coupledLBM_sim3D::saveFluidData(const std::string& fluid_name) {
+    requireSolver("saveFluidData");
+    bringToHost();
+    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        const std::string path = mainDataFolderPath + fluidFolderName + "/" + std::to_string(i) +
+                                 "_" + fluid_name + ".vtk";
+        mlVTKWrtier::writeFluid(*lbmvec[i], params[i]->computeUnitScale(), path, world->getFrame());
+    }
+}
+
+void coupledLBM_sim3D::saveObjectsData(const std::string& object_name) {
+    requireSolver("saveObjectsData");
+    bringToHost();
+    const std::string folder = mainDataFolderPath + objectsFolderName + "/";
+    for (int s = 0; s < world->getNumSkeletons(); ++s) {
+        const std::shared_ptr<skSystem> body = world->getSkeleton(s);
+        SkeletalMesh& mesh = *body->description()->mesh;
+        const std::string name = std::to_string(s).append("_").append(object_name).append(".vtk");
+        if (body->useGpuPath()) mesh.update(true, true);
+        for (std::size_t j = 0; j < mesh.meshes.size(); ++j) {
+            const std::string index = std::to_string(j);
+            mlVTKWrtier::writeObject(mesh.meshes[j]->data_cpu, folder + index + name);
+        }
+        mlVTKWrtier::writeMarkers(body->getMarkers()->data_cpu, folder + "markers_" + name);
+    }
+}
+
+}  // namespace drelt

@@ -1,0 +1,89 @@
+// The simulator that a script drives: owns the host side of the fluid and the solver, keeps host and
+// device copies in step with what is asked, counts steps and writes frames.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SkeletonDynamics/skWorld.h"
+#include "cslbm/mlsolver/couplingMode.h"
+#include "cslbm/mlsolver/mlFlow.h"
+#include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
+#include "simulatorInterface/simParams.h"
+
+namespace drelt {
+
+// What saveScene writes; a set of bits.
+enum SCENE_SAVE_FLAG : int {
+    BODY = 1,
+    FLUID = 2,
+};
+
+// Order of use: construct, attachWorld, commitInit, then step and save. Calls out of order raise
+// std::runtime_error and change nothing.
+class coupledLBM_sim3D {
+public:
+    // Which copy of the flow is current.
+    enum SyncState : std::int32_t {
+        HostCurrent = 0,  // the host arrays are as new as the device's
+        DeviceNewer = 1,  // a fluid step has run, or nothing was read yet
+        HostNewer = 2,    // reset: the next fluid step uploads
+    };
+
+    // Builds the flow record of the box that `param` describes and normalises `param`, which stays
+    // shared with the caller. Raises std::invalid_argument for null and for a box that cannot be,
+    // std::runtime_error where its arrays do not fit into memory.
+    coupledLBM_sim3D(std::shared_ptr<simParams> param, int gpuId);
+    // The same parameters and device with a flow record of its own; flow data are not copied.
+    coupledLBM_sim3D(const coupledLBM_sim3D& other);
+    coupledLBM_sim3D& operator=(const coupledLBM_sim3D&) = delete;
+    ~coupledLBM_sim3D();
+
+    // Sets the bodies, shared with the caller; before commitInit only.
+    void attachWorld(std::shared_ptr<skWorld> bodies);
+    // Creates the solver, writes the initial equilibrium, centres the grid on the moving frame and
+    // brings everything to the device. Needs a world with at least one body, on the same device; bodies
+    // cannot be added to the world after it. A second call starts the fluid anew.
+    void commitInit();
+    // One time step of fluid and bodies, after which the markers are read.
+    void step(couplingMode couple_mode);
+    // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
+    void reset();
+
+    int getIterNum() const { return iterNum; }
+    // Steps between two frames; see simParams.
+    int getIterPerSave(int frame_rate);
+    // Prints scales and grid on standard output.
+    void log();
+
+    // Writes frame `frame` under generated names; save_flags is a set of SCENE_SAVE_FLAG.
+    void saveScene(int frame, int save_flags);
+    // Writes meshes and markers of all bodies into the objects folder.
+    void saveObjectsData(const std::string& object_name);
+    // Writes the fluid of all domains into the fluid folder.
+    void saveFluidData(const std::string& fluid_name);
+
+    int gpuId = 0;
+    // Root of the output tree, with a separator at its end, and its folders.
+    std::string mainDataFolderPath = "./data/vis_data/";
+    std::string objectsFolderName = "Objects";
+    std::string fluidFolderName = "Fluid";
+    std::shared_ptr<mlSinglePhaseSolverNew> solver;  // null until commitInit
+    std::int32_t iterNum = 0;                        // completed steps, of every mode
+    std::vector<mlFlow*> lbmvec;                     // host records, owned
+    std::vector<std::shared_ptr<simParams>> params;  // shared with the script
+    std::int32_t syncState = DeviceNewer;
+    std::shared_ptr<skWorld> world;
+
+private:
+    void createFlows();
+    void checkBodies() const;
+    void requireSolver(const char* operation) const;
+    void createSolver();
+    void centreOnBody();
+    void bringToHost();
+};
+
+}  // namespace drelt

@@ -1,0 +1,55 @@
+// What a script says about a simulation: where the fluid box lies, how it is resolved, which
+// physical velocity and viscosity it stands for, and how thick its absorbing layer is.
+#pragma once
+
+#include <cstdint>
+
+#include "cslbm/mlsolver/mlUnitScale.h"
+
+namespace drelt {
+
+// Lengths in metres, velocities in m/s, unless a line says otherwise. Exactly -1 in a float that has
+// -1 as its default means "not set": normalise() fills it.
+class simParams {
+public:
+    enum SETUP_MODE : std::int32_t {
+        MANUAL = 0,   // the script gives N, l0p and u0p
+        GRAVITY = 1,  // the scales follow from a fall through the box; needs a node spacing
+    };
+
+    float x0 = 0, y0 = 0, z0 = 0;             // centre of the fluid box at the start
+    float width = 10, height = 4, depth = 4;  // box size along x, y, z
+    float slip_ratio = 0;                     // 0 no-slip .. 1 free slip at immersed surfaces
+    float N = -1;                             // nodes per reference length
+    float l0p = -1;                           // reference length
+    float u0p = -1;                           // reference velocity
+    float u0k = 0.1f;                         // the same velocity in lattice units
+    float rou0p = 1.25f;                      // reference density [kg/m^3]
+    float dx = -1;                            // node spacing
+    float dtp = -1;                           // time step [s], used where u0p is derived
+    float dtk = 1;                            // lattice time step, used where u0p is derived
+    std::int32_t pml_width = 0;               // thickness of the absorbing layer [nodes]
+    float sigma_max = 0.01f;                  // damping at the layer's outer face, per step
+    double gravity[3] = {0, -9.8, 0};         // [m/s^2], read by GRAVITY
+    float visp = 0.001f;                      // kinematic viscosity [m^2/s]
+    std::int32_t use_gpu = 1;                 // host and device copies follow each other if 1
+    SETUP_MODE setup_mode = GRAVITY;
+
+    // Fills what was left unset, in place, and says so on standard output. Runs before every use of
+    // the derived quantities; changes nothing once nothing is unset.
+    void normalise();
+    // Normalises, then gives the time step in seconds: l0p u0k / (N u0p). Infinite for a zero N or u0p.
+    float get_tp();
+    // Normalises, then derives the unit record.
+    mlUnitScale computeUnitScale();
+    // Steps between two frames at `frame_rate` frames a second, 1 / (frame_rate tp), truncated.
+    // Throws std::invalid_argument for a frame rate of zero or less, std::overflow_error where the
+    // number does not fit.
+    int getIterPerSave(int frame_rate);
+
+private:
+    void normaliseGravity();
+    void normaliseManual();
+};
+
+}  // namespace drelt

@@ -1,0 +1,82 @@
+"""Written files, read back by the VTK library."""
+
+import drelt
+import numpy as np
+from test_module import make_scene
+from vtk_files import read_fluid, read_polydata
+from vtkmodules.util.numpy_support import vtk_to_numpy
+
+
+def test_fluid_file_holds_the_fluid(tmp_path):
+    simulator, _, _ = make_scene()
+    simulator.mainDataFolderPath = f"{tmp_path}/"
+    for _ in range(5):
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    simulator.saveScene(3, drelt.SAVE_FLAG.FLUID)
+    path = tmp_path / "Fluid" / "0_vis_fluid00003.vtk"
+    (nx, ny, nz), origin, spacing, arrays = read_fluid(path)
+    assert (nx, ny, nz) == (16, 14, 14)
+    np.testing.assert_allclose(spacing, 0.0025)
+    assert set(arrays) == {"cell_velocity", "density", "PML_type", "sigma"}
+
+    # the layer as its definition has it
+    z, y, x = np.indices((nz, ny, nx))
+    margin = np.min([x, nx - 1 - x, y, ny - 1 - y, z, nz - 1 - z], axis=0)
+    depth = np.clip(2 - margin, 0, None).astype(np.float32)
+    sigma = depth * (np.float32(0.01) / np.float32(4) * depth)
+    types = arrays["PML_type"][..., 0]
+    for name in ("density", "PML_type", "sigma"):
+        assert np.array_equal(arrays[name][..., 0], arrays[name][..., 1])
+        assert np.array_equal(arrays[name][..., 0], arrays[name][..., 2])
+    assert np.array_equal(arrays["sigma"][..., 0], sigma)
+    assert np.array_equal(types == 9, margin >= 2)
+    assert types[0, 0, 0] == types[-1, -1, -1] == 8
+    assert types[5, 5, 0] == 4
+    assert types[5, 5, -1] == 5
+
+    # the body has set the fluid in motion, which starts at rest with density 1
+    density = arrays["density"][..., 0]
+    assert 0 < np.abs(density - 1).max() < 0.1
+    assert np.abs(arrays["cell_velocity"]).max() > 1e-5
+
+    # the data start where the text ends, and nothing stands between the blocks
+    raw = path.read_bytes()
+    start = raw.index(b"VECTORS cell_velocity float\n") + len(b"VECTORS cell_velocity float\n")
+    size = 12 * nx * ny * nz
+    velocity = np.frombuffer(raw, ">f4", 3 * nx * ny * nz, start).reshape(nz, ny, nx, 3)
+    assert np.array_equal(velocity, arrays["cell_velocity"])
+    assert raw[start + size :].startswith(b"VECTORS density float\n")
+
+
+def test_object_file_holds_the_skin(tmp_path):
+    simulator, _, body = make_scene()
+    simulator.mainDataFolderPath = f"{tmp_path}/"
+    simulator.step(drelt.COUPLE_MODE.NO_FLUID)
+    simulator.saveObjectsData("skin")
+    mesh = read_polydata(tmp_path / "Objects" / "00_skin.vtk")
+    positions = vtk_to_numpy(mesh.GetPoints().GetData()).astype(np.float64)
+    normals = vtk_to_numpy(mesh.GetPointData().GetNormals())
+    assert mesh.GetNumberOfPolys() > 100
+    assert len(positions) == len(normals)
+    assert mesh.GetPointData().GetTCoords().GetNumberOfTuples() == len(positions)
+    # a sphere about the centre of mass; text has 4 decimals
+    offset = positions - body.getCOM()
+    radius = np.linalg.norm(offset, axis=1)
+    np.testing.assert_allclose(radius, radius.mean(), rtol=0.02)
+    assert np.sum(offset * normals, axis=1).min() > 0.9 * radius.mean()
+
+    text = (tmp_path / "Objects" / "00_skin.vtk").read_text().splitlines()
+    count = int(text[4].split()[1])
+    printed = np.array([line.split() for line in text[5 : 5 + count]], dtype=float)
+    np.testing.assert_allclose(positions, printed, rtol=1e-6)
+    faces = [line.split() for line in text if line.startswith("3 ")]
+    ids = vtk_to_numpy(mesh.GetPolys().GetConnectivityArray()).reshape(-1, 3)
+    assert np.array_equal(ids, np.array(faces, dtype=int)[:, 1:])
+
+
+def test_markers_file_of_a_body_without_markers(tmp_path):
+    simulator, _, _ = make_scene()
+    simulator.mainDataFolderPath = f"{tmp_path}/"
+    simulator.saveObjectsData("skin")
+    markers = read_polydata(tmp_path / "Objects" / "markers_0_skin.vtk")
+    assert markers.GetNumberOfPoints() == 0
