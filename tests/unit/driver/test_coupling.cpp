@@ -1,0 +1,76 @@
+// What fluid and body exchange: the samples' forces on the grid and on the links.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+
+#include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "SkeletonDynamics/skLinkMgr.h"
+#include "platform/runtime.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+#include "supplement/IBBoundaryMemMgr.h"
+
+namespace drelt {
+namespace {
+
+using Eigen::Vector3d;
+constexpr int kHost = platform::kHostDevice;
+
+// A sphere of 8 nodes a diameter that falls in a box of 28 nodes a side, its centre in the middle.
+std::shared_ptr<simParams> cube() {
+    auto p = std::make_shared<simParams>();
+    p->setup_mode = simParams::MANUAL;
+    p->N = 8;
+    p->l0p = 0.02f;
+    p->u0p = 0.1f;
+    p->u0k = 0.1f;
+    p->visp = 4e-5f;
+    p->rou0p = 1000;
+    p->width = p->height = p->depth = 27.5f * 0.0025f;
+    return p;
+}
+
+TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
+    const auto params = cube();
+    coupledLBM_sim3D simulator(params, kHost);
+    const auto body =
+        std::make_shared<skSystem>(skeletonFromJson(DRELT_TEST_ASSETS "/sphere_floating.json", kHost),
+                                   500, kHost, Vector3d::Zero(), Vector3d(10, 20, 30));
+    const auto world = std::make_shared<skWorld>(Vector3d(0.3, -0.5, 0.2));
+    world->addSkeleton(body);
+    simulator.attachWorld(world);
+    simulator.commitInit();
+    for (int i = 0; i < 40; ++i) simulator.step(TWO_WAY);
+
+    mlSinglePhaseSolverNew& solver = *simulator.solver;
+    const mlFlow& host = *simulator.lbmvec.front();
+    solver.spreadBoundaries(solver.lbm_dev_gpu.front(), host.param);
+    Vector3d onGrid = Vector3d::Zero();
+    for (std::int64_t n = 0; n < host.count; ++n) {
+        onGrid += Vector3d(solver.forcex_dev_vec[0][n], solver.forcey_dev_vec[0][n],
+                           solver.forcez_dev_vec[0][n]);
+    }
+    // a lattice force is density x spacing^4 / time step^2
+    const double dx = host.param->dx;
+    onGrid *= params->rou0p * std::pow(dx, 4) / std::pow(params->get_tp(), 2);
+
+    body->applyFluidForce(host.param->dx);
+    Vector3d onLinks = Vector3d::Zero();
+    for (const skLinkData& link : body->links().link_data_host) {
+        onLinks += link.transform.linear() * link.force;
+    }
+
+    const mlLagrangeBoundary& samples = *body->sampler().boundaryMgr().mllaboundary_gpu;
+    double exchanged = 0.0;
+    for (int i = 0; i < samples.count; ++i) {
+        exchanged += Vector3d(samples.forcex[i], samples.forcey[i], samples.forcez[i]).norm() *
+                     samples.sampleArea * dx;
+    }
+    ASSERT_GT(exchanged, 1e-5) << "the falling sphere pushes the fluid";
+    EXPECT_GT(onGrid.norm(), 0.1 * exchanged);
+    EXPECT_LT((onGrid + onLinks).norm(), 1e-6 * exchanged);
+}
+
+}  // namespace
+}  // namespace drelt

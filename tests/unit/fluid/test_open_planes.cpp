@@ -1,0 +1,88 @@
+// Sound at the open planes: what of a plane pulse comes back.
+#include <gtest/gtest.h>
+
+#include <Eigen/Geometry>
+#include <cmath>
+
+#include "cslbm/PML/PMLOperation.h"
+#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
+#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
+#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
+#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
+#include "support/flow_fixture.h"
+
+namespace drelt::test {
+namespace {
+
+// A pulse of the density in the middle of a long box, uniform along y and z, at rest.
+class PlanePulse {
+public:
+    PlanePulse(double halfWidth, int layer)
+        : layer_(layer), flow_(kLength + 2 * layer, kWidth + 2 * layer, kWidth + 2 * layer, layer) {
+        const MLFluidParam& p = *flow_.param();
+        for (std::size_t n = 0; n < flow_.nodes(); ++n) {
+            const double x = static_cast<int>(n % p.samples_x) - 0.5 * (p.samples_x - 1);
+            const auto rho =
+                static_cast<float>(1.0 + kHeight * std::exp(-0.5 * std::pow(x / halfWidth, 2)));
+            for (int i = 0; i < kDirections; ++i) {
+                flow_.host().f[i * flow_.nodes() + n] = w_cas1[i] * rho;
+            }
+        }
+        flow_.host().v0k = 0.001f;
+        flow_.upload();
+        mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
+    }
+
+    void run(int steps) {
+        const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
+        for (int i = 0; i < steps; ++i) {
+            mlAddForcetoUOpt(flow_.device(), flow_.param(), 1.0f, Eigen::Vector3d::Ones(), zero,
+                             zero, zero, FrameTransform::Identity());
+            mlCollideAddForceHighorderFiiting(flow_.device(), flow_.param());
+            PML_Operation(flow_.device(), flow_.param());
+            mlCuStream3dOpt(flow_.device(), flow_.param());
+            mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
+            mlBoundaryConditionNEE(flow_.device(), flow_.param());
+        }
+    }
+
+    // The largest deviation from density 1 between the low-x plane and the middle, with its sign.
+    double extreme() {
+        flow_.download();
+        const int middle = layer_ + kWidth / 2;
+        double value = 0.0;
+        for (int x = layer_ + 1; x < layer_ + kLength / 2; ++x) {
+            const double deviation = flow_.host().rou[flow_.node(x, middle, middle)].value - 1.0;
+            if (std::abs(deviation) > std::abs(value)) value = deviation;
+        }
+        return value;
+    }
+
+private:
+    static constexpr int kLength = 400;
+    static constexpr int kWidth = 6;
+    static constexpr double kHeight = 1e-2;
+    int layer_;
+    HostFlow flow_;
+};
+
+// The half pulse runs 200 nodes to the plane, n / sqrt(3) nodes in n steps, and comes back inverted.
+double reflection(double halfWidth, int layer) {
+    PlanePulse pulse(halfWidth, layer);
+    pulse.run(170);
+    const double incident = pulse.extreme();
+    pulse.run(350);
+    return pulse.extreme() / incident;
+}
+
+TEST(OpenPlanes, ReflectAQuarterOfAPlanePulseInverted) {
+    for (const double halfWidth : {4.0, 8.0, 16.0}) {
+        EXPECT_GT(reflection(halfWidth, 0), -0.27) << halfWidth;
+        EXPECT_LT(reflection(halfWidth, 0), -0.24) << halfWidth;
+    }
+    // the layer lies outside the planes and changes nothing of it
+    EXPECT_NEAR(reflection(8.0, 6), reflection(8.0, 0), 0.01);
+}
+
+}  // namespace
+}  // namespace drelt::test
