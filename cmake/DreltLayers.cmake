@@ -96,13 +96,3 @@ function(drelt_test name)
     # CTest runs several programs at once: threads must not spin while they wait
     PROPERTIES LABELS "${labels}" ENVIRONMENT OMP_WAIT_POLICY=passive)
 endfunction()
-
-# drelt_add_subdirectories(DIRS ...)
-# Adds those folders that hold a CMakeLists.txt.
-function(drelt_add_subdirectories)
-  foreach(folder IN LISTS ARGN)
-    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/CMakeLists.txt)
-      add_subdirectory(${folder})
-    endif()
-  endforeach()
-endfunction()

@@ -17,12 +17,14 @@ GALILEO = 50.0  # u_g D / nu
 NODES_PER_DIAMETER = 12
 BOX = (14, 6, 6)  # diameters along x, y, z
 DURATION = 12.0  # D / u_g
-FRAMES = 12  # VTK frames of fluid and body
+FRAMES = 6  # VTK frames of fluid and body
 
 parser = argparse.ArgumentParser(description=__doc__)
 parser.add_argument("--duration", type=float, default=DURATION, help="time to simulate [D/u_g]")
 parser.add_argument("--nodes", type=int, default=NODES_PER_DIAMETER, help="nodes per diameter")
-parser.add_argument("--asset", default="sphere_retracted", help="name of the description in assets/")
+parser.add_argument(
+    "--asset", default="sphere_retracted", help="name of the description in assets/"
+)
 parser.add_argument("--out", default=str(ROOT / "data"), help="folder for files and pictures")
 args = parser.parse_args()
 
@@ -47,7 +49,9 @@ reference = schiller_naumann_speed(GALILEO)
 figure, axes = plt.subplots(figsize=(7, 4.2), layout="constrained")
 axes.plot(times, speeds, label=f"drelt, {args.nodes} nodes per diameter")
 axes.axhline(reference, color="black", linestyle="--", label="Schiller and Naumann")
-axes.set(xlabel="time $t\\,u_g/D$", ylabel="falling speed $U/u_g$", xlim=(0, times[-1]), ylim=(0, None))
+axes.set(
+    xlabel="time $t\\,u_g/D$", ylabel="falling speed $U/u_g$", xlim=(0, times[-1]), ylim=(0, None)
+)
 axes.set_title(f"Settling sphere, Galileo number {GALILEO:g}, density ratio 2")
 axes.legend(loc="lower right")
 figure.savefig(f"{args.out}/settling_sphere.png", dpi=150)

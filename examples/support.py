@@ -56,7 +56,9 @@ class SettlingSphere:
     diameter = 0.02  # m
     u_g = 0.1  # m/s
 
-    def __init__(self, description, nodes_per_diameter, galileo, box, samples=800, u0k=0.1, device=0):
+    def __init__(
+        self, description, nodes_per_diameter, galileo, box, samples=800, u0k=0.1, device=0
+    ):
         """box: its size in diameters along x, y, z; u0k: u_g in lattice units."""
         param = drelt.make_simParams()
         param.setup_mode = drelt.SETUP_MODE.MANUAL
@@ -66,13 +68,22 @@ class SettlingSphere:
         param.rou0p = 1000.0
         spacing = self.diameter / nodes_per_diameter
         # half a node less than a whole number of them keeps the node count off a rounding edge
-        param.width, param.height, param.depth = (edge * self.diameter - spacing / 2 for edge in box)
-        param.x0 = param.width / 2 - 2.5 * self.diameter  # the sphere starts 2.5 D from the low-x face
+        param.width, param.height, param.depth = (
+            edge * self.diameter - spacing / 2 for edge in box
+        )
+        param.x0 = (
+            param.width / 2 - 2.5 * self.diameter
+        )  # the sphere starts 2.5 D from the low-x face
         self.nodes = round(nodes_per_diameter**3 * box[0] * box[1] * box[2])
         self.dt = param.get_tp()
         self.simulator = drelt.make_simulator(param, device)
         self.body = drelt.make_skDynamics(
-            drelt.skeletonFromJson(str(description), device), samples, device, ZERO, ZERO, np.ones(3)
+            drelt.skeletonFromJson(str(description), device),
+            samples,
+            device,
+            ZERO,
+            ZERO,
+            np.ones(3),
         )
         world = drelt.make_skWorld(np.array([0.5, 0.0, 0.0]))
         world.addSkeleton(self.body)

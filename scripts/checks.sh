@@ -85,6 +85,8 @@ lint_sources() {
     need_packages build format tidy
     need_venv
     configure tidy
+    # ninja does not run here: bring the compile database up to the sources by hand
+    phase "configure-tidy" "configuring tidy" cmake build/tidy
     local script status=0
     for script in run .ci/run scripts/*.sh; do bash -n "$script" || status=1; done
     (phase clang-format "clang-format" check_format) || status=1

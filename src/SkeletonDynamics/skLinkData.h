@@ -6,8 +6,8 @@
 namespace drelt {
 
 struct skLinkData {
-    Eigen::Isometry3d transform;  // world transform of the link's frame [m]
-    Eigen::Isometry3d inverse;    // its inverse
+    Eigen::Isometry3d transform;           // world transform of the link's frame [m]
+    Eigen::Isometry3d inverse;             // its inverse
     Eigen::Matrix<double, 6, 1> velocity;  // spatial velocity: angular [rad/s], then linear [m/s],
                                            // link coordinates
     Eigen::Vector3d torque;  // fluid moment about the link's origin, link coordinates [N m]

@@ -38,10 +38,7 @@ void requireDescription(const std::shared_ptr<SkeletonSystem>& description, int 
                                     ", the skeleton was asked for on device " +
                                     std::to_string(device) + "; use one device for both");
     }
-    if (sampleNum < 0) {
-        throw std::invalid_argument("the number of samples must not be negative, got " +
-                                    std::to_string(sampleNum));
-    }
+    IBSamplerMesh::requireSampleCount(sampleNum);
 }
 
 // The root node's pose with a placement added: position [m] and Euler angles [degrees] elementwise.
@@ -80,7 +77,7 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     }
     auto markers = std::make_shared<Markers>(gpuId);
     markers->place(description_->markers_placements, mesh());
-    markers_ = description_->markers = std::move(markers);
+    markers_ = std::move(markers);
     sampler_ = std::make_shared<IBSamplerMesh>(&mesh(), gpuId);
     labelFaces();
     sampler_->generateSamples(sampleNum);
@@ -90,6 +87,7 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     initialPositions_ = skeleton_->getPositions();
     initialVelocities_ = skeleton_->getVelocities();
     update();
+    description_->markers = markers_;
 }
 
 skSystem::~skSystem() = default;
@@ -103,7 +101,7 @@ void skSystem::buildBodies() {
     baseLinkName_ = description_->baseLinkName;
     buildSkeletonTree(*description_, skeleton_, *links_, *joints_);
     joints_->connectMimics();
-    movingFrame_ = std::make_shared<dart::dynamics::SimpleFrame>(Frame::World(), "simple_frame");
+    movingFrame_ = std::make_shared<dart::dynamics::SimpleFrame>(Frame::World(), kMovingFrameName);
     requireLink(baseLinkName_, "base link");
     requireLink(baseFrameName_, "base frame");
     links_->add(std::make_shared<skLink>(movingFrame_.get(), movingFrame_));

@@ -11,6 +11,8 @@
 #include <dart/dynamics/Skeleton.hpp>
 #include <dart/dynamics/SphereShape.hpp>
 #include <dart/dynamics/WeldJoint.hpp>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "MeshLoad/hierachyNode.h"
@@ -145,6 +147,7 @@ public:
 private:
     void create(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink,
                 const std::shared_ptr<SkeletonLink>& link) {
+        requireOwnName(link->name);
         const Eigen::Isometry3d& world = joint->node->worldTransform;
         JointPlace place;
         place.skeleton = skeleton_;
@@ -168,6 +171,14 @@ private:
         addShapesAndInertia(*link, *dartJoint, *body);
         links_.add(std::make_shared<skLink>(body, link, skeleton_));
         joints_.add(std::make_shared<skJoint>(joint, dartJoint, skeleton_));
+    }
+
+    // DART would rename a second body of one name, and look-ups by name find the first.
+    void requireOwnName(const std::string& name) const {
+        if (!name.empty() && name != kMovingFrameName && !links_.find(name)) return;
+        throw std::invalid_argument(
+            "the link name '" + name + "' of '" + skeleton_->getName() +
+            "' is empty, taken or reserved; give each link a name of its own");
     }
 
     const SkeletonSystem& description_;

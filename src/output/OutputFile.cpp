@@ -1,45 +1,27 @@
 #include "output/OutputFile.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 namespace drelt {
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+OutputFile::OutputFile(const std::string& path) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    std::error_code error;
-    if (!folder.empty()) std::filesystem::create_directories(folder, error);
-    if (error) reason_ = error.message();
-    errno = 0;
+    std::error_code ignored;
+    if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
     stream_.open(path, std::ios::binary | std::ios::trunc);
-    if (!stream_ && reason_.empty() && errno != 0) reason_ = std::strerror(errno);
 }
 
 void OutputFile::write(const char* bytes, std::size_t count) {
-    if (!stream_) return;
-    errno = 0;
-    stream_.write(bytes, static_cast<std::streamsize>(count));
-    if (!stream_ && errno != 0) reason_ = std::strerror(errno);
+    if (stream_) stream_.write(bytes, static_cast<std::streamsize>(count));
 }
 
 bool OutputFile::close() {
-    const bool open = stream_.is_open();
-    if (stream_) {
-        errno = 0;
-        stream_.flush();
-        stream_.close();
-        if (!stream_ && errno != 0) reason_ = std::strerror(errno);
-    }
-    const bool written = open && static_cast<bool>(stream_);
-    if (!written) {
-        std::printf("[warning] %s was not written%s%s\n", path_.c_str(),
-                    reason_.empty() ? "" : ": ", reason_.c_str());
-    }
-    return written;
+    if (!stream_.is_open()) return false;
+    stream_.flush();
+    stream_.close();
+    return static_cast<bool>(stream_);
 }
 
 VtkText::VtkText(const char* title, const char* format, const char* dataset) {

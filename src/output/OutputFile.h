@@ -18,13 +18,10 @@ public:
 
     void write(const char* bytes, std::size_t count);
     void write(const std::string& text) { write(text.data(), text.size()); }
-    // Flushes and closes. Reports a file that could not be written on standard output, once; gives
-    // whether everything was written.
+    // Flushes and closes; gives whether everything was written.
     bool close();
 
 private:
-    std::string path_;
-    std::string reason_;
     std::ofstream stream_;
 };
 

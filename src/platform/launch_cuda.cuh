@@ -13,9 +13,12 @@ __global__ void runOperator(LaunchExtent extent, Args... args) {
     LaunchIndex at;
     if constexpr (Mapping == ThreadMapping::Flat) {
         const std::int64_t block =
-            (static_cast<std::int64_t>(gridDim.y) * blockIdx.z + blockIdx.y) * gridDim.x + blockIdx.x;
-        const std::int64_t threads = static_cast<std::int64_t>(blockDim.x) * blockDim.y * blockDim.z;
-        at.n = threadIdx.x + blockDim.x * (threadIdx.y + blockDim.y * threadIdx.z) + threads * block;
+            (static_cast<std::int64_t>(gridDim.y) * blockIdx.z + blockIdx.y) * gridDim.x +
+            blockIdx.x;
+        const std::int64_t threads =
+            static_cast<std::int64_t>(blockDim.x) * blockDim.y * blockDim.z;
+        at.n =
+            threadIdx.x + blockDim.x * (threadIdx.y + blockDim.y * threadIdx.z) + threads * block;
         const std::int64_t plane = static_cast<std::int64_t>(extent.x) * extent.y;
         at.z = static_cast<int>(at.n / plane);
         at.y = static_cast<int>((at.n % plane) / extent.x);

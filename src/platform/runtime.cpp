@@ -5,11 +5,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <string>
@@ -98,8 +100,8 @@ constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
 cudaError_t hostAllocate(void** pointer, std::size_t bytes) {
     const std::size_t mapped = wholePages(bytes == 0 ? 1 : bytes);
     if (mapped < bytes || mapped > availableHostBytes()) return cudaErrorMemoryAllocation;
-    void* memory =
-        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* memory = mmap(nullptr, mapped, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) return cudaErrorMemoryAllocation;
     if (mapped >= kHugePageBytes) madvise(memory, mapped, MADV_HUGEPAGE);
     registry().add(memory, {bytes, mapped, kHostDevice});
@@ -134,7 +136,24 @@ void failNthCall(int n, cudaError_t status) {
     callsUntilFailure = n;
 }
 
-std::size_t availableHostBytes() {
+namespace {
+
+// What a container's limit leaves, if there is one.
+std::size_t bytesToContainerLimit() {
+    constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+    const char* const files[][2] = {{"/sys/fs/cgroup/memory.max", "/sys/fs/cgroup/memory.current"},
+                                    {"/sys/fs/cgroup/memory/memory.limit_in_bytes",
+                                     "/sys/fs/cgroup/memory/memory.usage_in_bytes"}};
+    for (const auto& [limitFile, usageFile] : files) {
+        std::size_t limit = 0;
+        std::size_t usage = 0;
+        if (!(std::ifstream(limitFile) >> limit) || !(std::ifstream(usageFile) >> usage)) continue;
+        return limit > usage ? limit - usage : 0;
+    }
+    return kNone;
+}
+
+std::size_t freeMachineBytes() {
     std::ifstream meminfo("/proc/meminfo");
     std::string key;
     std::size_t kilobytes = 0;
@@ -146,6 +165,10 @@ std::size_t availableHostBytes() {
     return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
            static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
+
+}  // namespace
+
+std::size_t availableHostBytes() { return std::min(freeMachineBytes(), bytesToContainerLimit()); }
 
 const char* errorName(cudaError_t status) {
     switch (status) {
@@ -172,7 +195,8 @@ namespace calls {
 cudaError_t SetDevice::operator()(int device) const {
     if (const cudaError_t status = injectedFailure()) return status;
     const int gpus = gpu::deviceCount();
-    const bool named = device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
+    const bool named =
+        device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
     if (!named) return cudaErrorInvalidDevice;
     if (device == 0 && gpus == 0) sayHostOnce();
     selectedDevice = device;
@@ -203,7 +227,8 @@ cudaError_t Free::operator()(void* pointer) const {
     return munmap(pointer, block.mapped) == 0 ? cudaSuccess : cudaErrorInvalidValue;
 }
 
-cudaError_t Memcpy::operator()(void* to, const void* from, std::size_t bytes, cudaMemcpyKind) const {
+cudaError_t Memcpy::operator()(void* to, const void* from, std::size_t bytes,
+                               cudaMemcpyKind) const {
     if (const cudaError_t status = injectedFailure()) return status;
     if (bytes == 0) return cudaSuccess;
     if (to == nullptr || from == nullptr) return cudaErrorInvalidValue;

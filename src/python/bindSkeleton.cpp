@@ -100,9 +100,12 @@ void bindPose(Class<skSystem>& system) {
         .def("setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
              "Turns the body so that its forward axis points along target_orientation and moves "
              "its\n"
-             "root to position [m]. That pose becomes the zero of the joints.")
+             "root to position [m]. That pose becomes the zero of the joints: positions that they\n"
+             "have already come on top of it, and reset() goes back to it.")
         .def("sample", &skSystem::sample, py::arg("sampleNum"),
-             "Places about sampleNum samples anew. Raises ValueError for a negative number.")
+             "Places about sampleNum samples anew, at rest and on the rest pose until the next\n"
+             "update(). The surface counts once more at each call: a second one places half.\n"
+             "Raises ValueError for a number that is negative or does not fit into memory.")
         .def("getBaseLinkFwd", &skSystem::getBaseLinkFwd, "Forward axis, world, shape (3,).")
         .def("getBaseLinkRight", &skSystem::getBaseLinkRight, "Right axis, world, shape (3,).")
         .def("getBaseLinkUp", &skSystem::getBaseLinkUp, "Up axis, world, shape (3,).")
@@ -149,7 +152,9 @@ void bindWorld(Class<skWorld>& world) {
         .def("setTimestep", &skWorld::setTimestep, py::arg("timestep"), "[s]")
         .def("getTimestep", &skWorld::getTimestep, "[s]")
         .def("setGravity", &skWorld::setGravity, py::arg("gravity"), "[m/s^2], shape (3,).")
-        .def("reset", &skWorld::reset, "All bodies to their start, time to zero.")
+        .def("reset", &skWorld::reset,
+             "All joints to their first positions and velocities, time to zero; a pose given by\n"
+             "setHead stays.")
         .def_property_readonly("time", &skWorld::getTime, "Simulated time [s].");
 }
 

@@ -16,8 +16,10 @@ namespace drelt::FluidHelper {
 namespace {
 
 constexpr int kMaxNodesPerAxis = 1 << 24;  // beyond, positions of nodes are not distinct floats
-// All arrays of one node: eight of 27 populations, seven of 4 bytes and three of 8.
+// All arrays of one node: eight of 27 populations, eight of 4 bytes and three of 8.
 constexpr double kBytesPerNode = 27.0 * 8 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
+// Of these the host touches f, fPost and fStore when a simulator is committed, not before.
+constexpr double kLatePopulationBytes = 27.0 * 3 * sizeof(float);
 
 std::string text(double value) {
     char buffer[32];
@@ -68,26 +70,6 @@ void checkPlanes(const char* size, int nodes, int pml_width) {
         " nodes, too few for the open boundary behind a layer of pml_width " +
         std::to_string(pml_width) + " (at least " + std::to_string(std::int64_t{pml_width} + 2) +
         "); make the box larger or the layer thinner");
-}
-
-void checkMemory(const MLFluidParam& grid, int gpuId) {
-    const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
-    // The device copy takes host memory too where the device is the host's threads. An id that names
-    // nothing is reported by the first operation on the device.
-    const bool mirrored = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
-    const double needed = nodes * kBytesPerNode * (mirrored ? 2 : 1);
-    const double available = static_cast<double>(platform::availableHostBytes());
-    const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +
-                            std::to_string(grid.samples_y) + " x " +
-                            std::to_string(grid.samples_z) + " nodes ";
-    const char* const advice = "; make the box smaller or the spacing (l0p / N) larger";
-    if (nodes > std::numeric_limits<std::int32_t>::max()) {
-        throw std::runtime_error(box + "are more than 2147483647" + advice);
-    }
-    if (needed > available) {
-        throw std::runtime_error(box + "need " + text(needed / 1e9) + " GB of host memory, " +
-                                 text(available / 1e9) + " GB are available" + advice);
-    }
 }
 
 void allocateArrays(mlFlow& flow) {
@@ -163,6 +145,27 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
 
 }  // namespace
 
+void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage) {
+    const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
+    // The device copy takes host memory too where the device is the host's threads. An id that names
+    // nothing is reported by the first operation on the device.
+    const bool mirrored = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
+    const double onHost = stage == Stage::Create ? kBytesPerNode : kLatePopulationBytes;
+    const double needed = nodes * (onHost + (mirrored ? kBytesPerNode : 0.0));
+    const double available = static_cast<double>(platform::availableHostBytes());
+    const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +
+                            std::to_string(grid.samples_y) + " x " +
+                            std::to_string(grid.samples_z) + " nodes ";
+    const char* const advice = "; make the box smaller or the spacing (l0p / N) larger";
+    if (nodes > std::numeric_limits<std::int32_t>::max()) {
+        throw std::runtime_error(box + "are more than 2147483647" + advice);
+    }
+    if (needed > available) {
+        throw std::runtime_error(box + "need " + text(needed / 1e9) + " GB of host memory, " +
+                                 text(available / 1e9) + " GB are available" + advice);
+    }
+}
+
 AxisNodes countNodes(float length, float dx) {
     AxisNodes axis{0, 0.0f};
     while (axis.length < length) {
@@ -223,19 +226,20 @@ mlFlow* createFlow(simParams& params, int gpuId) {
     simParams normalised = params;
     normalised.normalise();
     const MLFluidParam grid = describeGrid(normalised);
-    checkMemory(grid, gpuId);
-    params = normalised;
+    checkMemory(grid, gpuId, Stage::Create);
 
     std::unique_ptr<mlFlow, void (*)(mlFlow*)> flow(new mlFlow{}, destroyFlow);
     flow->cs = 0.57735026f;
-    flow->v0k = (params.N * params.u0k * params.visp) / (params.l0p * params.u0p);
+    flow->v0k =
+        (normalised.N * normalised.u0k * normalised.visp) / (normalised.l0p * normalised.u0p);
     flow->startx = grid.startx;
     flow->starty = grid.starty;
     flow->startz = grid.startz;
     flow->count = static_cast<std::int64_t>(grid.samples_x) * grid.samples_y * grid.samples_z;
     flow->param = new MLFluidParam[1]{grid};
     allocateArrays(*flow);
-    layOutAbsorbingLayer(*flow, params.sigma_max);
+    layOutAbsorbingLayer(*flow, normalised.sigma_max);
+    params = normalised;
     return flow.release();
 }
 
@@ -313,7 +317,8 @@ void download(T* host, const T* device, std::int64_t count) {
 }  // namespace
 
 void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
-    checkCudaErrors(cudaSetDevice(solver.gpuDeviceId));
+    const int gpuDeviceId = solver.gpuDeviceId;
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
     const mlFlow& host = *solver.lbmvec[i];
     mlFlow* const device = solver.lbm_dev_gpu[i];
     upload(solver.ux_dev_vec[i], host.ux, host.count, &device->ux);
@@ -326,7 +331,8 @@ void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
 }
 
 void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
-    checkCudaErrors(cudaSetDevice(solver.gpuDeviceId));
+    const int gpuDeviceId = solver.gpuDeviceId;
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
     mlFlow& host = *solver.lbmvec[i];
     mlFlow device{};
     checkCudaErrors(

@@ -22,6 +22,13 @@ AxisNodes countNodes(float length, float dx);
 // open boundary planes behind its absorbing layer.
 MLFluidParam describeGrid(const simParams& params);
 
+// Whether a simulator is being made, or committed: what of its memory is still to be taken.
+enum class Stage { Create, Commit };
+
+// Throws std::runtime_error where a domain's arrays, and their device copies if the device `gpuId` is
+// the host, do not fit into the memory that is available, or its nodes cannot be counted in 31 bits.
+void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage);
+
 // Builds the flow record of a domain, with all host arrays: fluid at rest, and the absorbing layer laid
 // out; the populations are left unset. Normalises the parameters. Throws as describeGrid, and
 // std::runtime_error where the arrays (and their device copies, if the device `gpuId` is the host)

@@ -70,6 +70,9 @@ void coupledLBM_sim3D::checkBodies() const {
 
 void coupledLBM_sim3D::commitInit() {
     checkBodies();
+    // the first commit also touches the host's populations, a later one frees the old device side
+    if (!solver)
+        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit);
     world->lock();
     createSolver();
     for (mlFlow* const flow : lbmvec) FluidHelper::initialiseFlow(*flow);
@@ -190,13 +193,15 @@ void coupledLBM_sim3D::saveObjectsData(const std::string& object_name) {
     for (int s = 0; s < world->getNumSkeletons(); ++s) {
         const std::shared_ptr<skSystem> body = world->getSkeleton(s);
         SkeletalMesh& mesh = *body->description()->mesh;
-        const std::string name = std::to_string(s).append("_").append(object_name).append(".vtk");
+        const std::string stem = std::to_string(s) + "_" + object_name;
+        const auto path = [&](const std::string& prefix) {
+            return std::string(folder).append(prefix).append(stem).append(".vtk");
+        };
         if (body->useGpuPath()) mesh.update(true, true);
         for (std::size_t j = 0; j < mesh.meshes.size(); ++j) {
-            const std::string index = std::to_string(j);
-            mlVTKWrtier::writeObject(mesh.meshes[j]->data_cpu, folder + index + name);
+            mlVTKWrtier::writeObject(mesh.meshes[j]->data_cpu, path(std::to_string(j)));
         }
-        mlVTKWrtier::writeMarkers(body->getMarkers()->data_cpu, folder + "markers_" + name);
+        mlVTKWrtier::writeMarkers(body->getMarkers()->data_cpu, path("markers_"));
     }
 }
 

@@ -79,7 +79,7 @@ void IBBoundaryMemMgr::upload() {
     checkCudaErrors(cudaMemcpy(&(mllaboundary_gpu->forcex), &forcex_dev, sizeof(forcex_dev), cudaMemcpyHostToDevice));
     checkCudaErrors(cudaMemcpy(&(mllaboundary_gpu->forcey), &forcey_dev, sizeof(forcey_dev), cudaMemcpyHostToDevice));
     checkCudaErrors(cudaMemcpy(&(mllaboundary_gpu->forcez), &forcez_dev, sizeof(forcez_dev), cudaMemcpyHostToDevice));
-    checkCudaErrors(cudaMemcpy(&(mllaboundary_gpu->rou), &den_dev, sizeof(den_dev), cudaMemcpyHostToDevice));
+    checkCudaErrors(cudaMemcpy(&(mllaboundary_gpu->rou), &den_dev, sizeof(den_dev), cudaMemcpyHostToDevice));  // NOLINT(bugprone-sizeof-expression)
 }
 
 void IBBoundaryMemMgr::download() {

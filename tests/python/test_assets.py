@@ -29,7 +29,7 @@ RIGID = ["plate.glb", "sphere.glb", "sphere_retracted.glb"]
 SWIMMERS = ["eel.glb", "swimmer.glb"]
 
 # volume (m^3) and area (m^2) of the smooth bodies, and how near the triangles come
-SHRUNK = 0.01 - 0.85 * DX
+SHRUNK = 0.01 - 0.85 * 0.02 / 12
 LENGTH, THICKNESS, WIDTH = 56 * DX, DX, 24 * DX
 BODIES = {
     "sphere.glb": (4 / 3 * math.pi * 0.01**3, 4 * math.pi * 0.01**2, 1e-6, 2e-3),

@@ -67,7 +67,10 @@ def oscillating_plate_vorticity(description, out):
             simulator.saveFluidData("plate")
             sizes, origin, spacing, arrays = read_fluid(f"{out}/Fluid/0_plate.vtk")
             velocity = arrays["cell_velocity"].mean(axis=0)  # over z
-            along_y, along_x = np.gradient(velocity[..., 0], axis=0), np.gradient(velocity[..., 1], axis=1)
+            along_y, along_x = (
+                np.gradient(velocity[..., 0], axis=0),
+                np.gradient(velocity[..., 1], axis=1),
+            )
             middle = slice(sizes[0] // 2 - 8, sizes[0] // 2 + 8)
             angles.append(rate * step)
             signal.append((along_x - along_y)[:, middle].mean(axis=1))

@@ -10,7 +10,7 @@ from .mesh import Mesh, unit
 from .skeleton import Joint, Link, chain
 
 DIAMETER = 0.02  # m
-NODES = 16  # node spacings a diameter that the retraction is made for
+NODES = 12  # node spacings a diameter that the retraction is made for, as in the demo
 DENSITY_RATIO = 2.0  # body to fluid
 SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces: finer ones would get no candidates from 800 samples
 SAMPLES = 800

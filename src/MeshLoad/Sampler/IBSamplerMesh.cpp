@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include "MeshLoad/Sampler/IBSamplerMeshGpuKernel.h"
 #include "MeshLoad/Sampler/SampleElimination.h"
 #include "platform/check.h"
+#include "platform/runtime.h"
 
 namespace drelt {
 
@@ -18,6 +20,8 @@ namespace {
 
 constexpr unsigned kSeed = 12345;
 constexpr int kCandidatesPerSample = 10;
+// A candidate's point, record and weight, and the list of its neighbours while they are thinned out.
+constexpr double kBytesPerCandidate = 1000;
 
 // A mesh's candidates: points, and the sample that each would become.
 struct Candidates {
@@ -95,11 +99,22 @@ IBSamplerMesh::~IBSamplerMesh() {
     IBSamplerMesh::freeDevice();
 }
 
-void IBSamplerMesh::generateSamples(int sampleNum) {
+void IBSamplerMesh::requireSampleCount(int sampleNum) {
     if (sampleNum < 0) {
         throw std::invalid_argument("the number of samples is " + std::to_string(sampleNum) +
                                     "; it must be 0 or more");
     }
+    const double candidates = static_cast<double>(sampleNum) * kCandidatesPerSample;
+    if (candidates > std::numeric_limits<int>::max() ||
+        candidates * kBytesPerCandidate > static_cast<double>(platform::availableHostBytes())) {
+        throw std::invalid_argument("the number of samples is " + std::to_string(sampleNum) +
+                                    ", more than memory allows; one or two samples a node of the "
+                                    "surface suffice");
+    }
+}
+
+void IBSamplerMesh::generateSamples(int sampleNum) {
+    requireSampleCount(sampleNum);
     if (mesh_ == nullptr) return;
     if (boundary_ != nullptr) {
         freeBoundary();

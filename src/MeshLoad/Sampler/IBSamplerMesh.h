@@ -23,6 +23,9 @@ public:
     // printed where fewer than 90% come out: triangles much smaller than a sample's share stay
     // without. Raises std::invalid_argument for a negative number.
     void generateSamples(int sampleNum) override;
+    // Raises std::invalid_argument for a number of samples that is negative or does not fit into
+    // memory.
+    static void requireSampleCount(int sampleNum);
 
     void updateOnHost() override;    // normals are not normalised
     void updateOnDevice() override;  // normals have unit length

@@ -26,13 +26,13 @@ enum MLLATTICENODE_FLAG : std::int32_t {
 // Place of a node in the absorbing layer. The layer's operators treat PML_INTERIOR and PML_NONE as
 // nodes with all neighbours present, the others as nodes on the outermost plane of the array.
 enum PML_TYPE : std::int32_t {
-    PML_EDGE = 0,          // in the layer, on two or three outer faces (corners of the box excepted)
-    PML_INTERIOR = 1,      // in the layer, on no outer face
-    PML_FACE_UP = 2,       // y = ny-1
-    PML_FACE_DOWN = 3,     // y = 0
-    PML_FACE_LEFT = 4,     // x = 0
-    PML_FACE_RIGHT = 5,    // x = nx-1
-    PML_FACE_BACK = 6,     // z = nz-1
+    PML_EDGE = 0,        // in the layer, on two or three outer faces (corners of the box excepted)
+    PML_INTERIOR = 1,    // in the layer, on no outer face
+    PML_FACE_UP = 2,     // y = ny-1
+    PML_FACE_DOWN = 3,   // y = 0
+    PML_FACE_LEFT = 4,   // x = 0
+    PML_FACE_RIGHT = 5,  // x = nx-1
+    PML_FACE_BACK = 6,   // z = nz-1
     PML_FACE_FORWARD = 7,  // z = 0
     PML_CORNER = 8,        // one of the eight corners of the box, layer or not
     PML_NONE = 9,          // outside the layer: the physical domain
@@ -53,16 +53,16 @@ struct mlVelocity3D {
 // Parameters of a domain. Allocated with array-new on the host, copied once to the device; it never
 // changes after that. The flow's own start follows the body, this one stays where the box was made.
 struct MLFluidParam {
-    float startx, starty, startz;  // centre minus half the box [m]
-    float endx, endy, endz;        // position of the last node [m]
+    float startx, starty, startz;                  // centre minus half the box [m]
+    float endx, endy, endz;                        // position of the last node [m]
     std::int32_t samples_x, samples_y, samples_z;  // nx, ny, nz
     float width, height, depth;                    // box size along x, y, z [m]
     float dx;                                      // node spacing [m]
     std::int32_t reserved;                         // 1
-    float waveStep;           // 0; the wave source counts its steps here, as an unsigned integer
-    std::int32_t count32;     // count, truncated to 32 bits
-    std::int32_t pml_width;   // thickness of the absorbing layer [nodes]
-    float slip_ratio;         // 0 no-slip .. 1 free slip at the immersed surface
+    float waveStep;          // 0; the wave source counts its steps here, as an unsigned integer
+    std::int32_t count32;    // count, truncated to 32 bits
+    std::int32_t pml_width;  // thickness of the absorbing layer [nodes]
+    float slip_ratio;        // 0 no-slip .. 1 free slip at the immersed surface
     float bodyAccelx, bodyAccely, bodyAccelz;  // constant body acceleration, 0
 };
 
@@ -77,11 +77,11 @@ struct mlFlow {
     float* ux;  // raw momentum from the moment pass until the frame forcing, velocity shifted by
     float* uy;  // half the force from then until the next moment pass (count each)
     float* uz;
-    mlDensity<float>* rou;  // density (count)
-    MLFluidParam* param;    // parameters (1)
-    double* forcex;         // force density on the nodes (count each): summed by the spreading and
-    double* forcey;         // the frame forcing, consumed by the collision, cleared by the moment
-    double* forcez;         // pass
+    mlDensity<float>* rou;   // density (count)
+    MLFluidParam* param;     // parameters (1)
+    double* forcex;          // force density on the nodes (count each): summed by the spreading and
+    double* forcey;          // the frame forcing, consumed by the collision, cleared by the moment
+    double* forcez;          // pass
     float* planeBuffer;      // host scratch, one x-y plane (nx * ny); never on the device
     float* momentMatrix;     // host scratch (27 * 27); never on the device
     float* momentMatrixInv;  // host scratch (27 * 27); never on the device

@@ -11,11 +11,11 @@ inline constexpr int kDirections = 27;
 
 // Direction components, opposite directions and weights. Index them with compile-time constants in
 // operators (forEachDirection), so that a device compiler folds them.
-inline constexpr float ex_cas1[27] = {0, 1, -1, 0, 0, 0, 0, 1,  -1, 1,  -1, 1, -1, 1,
-                                      -1, 0, 0, 0, 0, 1, -1, 1, -1, 1,  -1, 1, -1};
-inline constexpr float ey_cas1[27] = {0, 0, 0, 1, -1, 0, 0, 1, 1,  -1, -1, 0, 0, 0,
-                                      0, 1, -1, 1, -1, 1, 1, -1, -1, 1, 1, -1, -1};
-inline constexpr float ez_cas1[27] = {0,  0, 0,  0,  0, 1, -1, 0, 0, 0,  0,  1,  1, -1,
+inline constexpr float ex_cas1[27] = {0,  1, -1, 0, 0, 0, 0,  1, -1, 1, -1, 1, -1, 1,
+                                      -1, 0, 0,  0, 0, 1, -1, 1, -1, 1, -1, 1, -1};
+inline constexpr float ey_cas1[27] = {0, 0, 0,  1, -1, 0, 0, 1,  1,  -1, -1, 0,  0, 0,
+                                      0, 1, -1, 1, -1, 1, 1, -1, -1, 1,  1,  -1, -1};
+inline constexpr float ez_cas1[27] = {0,  0, 0, 0,  0,  1, -1, 0, 0, 0,  0,  1,  1, -1,
                                       -1, 1, 1, -1, -1, 1, 1,  1, 1, -1, -1, -1, -1};
 inline constexpr int index_inv_cas1[27] = {0,  2,  1,  4,  3,  6,  5,  10, 9,  8,  7,  14, 13, 12,
                                            11, 18, 17, 16, 15, 26, 25, 24, 23, 22, 21, 20, 19};
@@ -30,7 +30,7 @@ inline constexpr float w_cas1[27] = {
 inline constexpr float ex[19] = {0, 1, -1, 0, 0, 0, 0, 1, -1, 1, -1, 1, -1, 1, -1, 0, 0, 0, 0};
 inline constexpr float ey[19] = {0, 0, 0, 1, -1, 0, 0, 1, 1, -1, -1, 0, 0, 0, 0, 1, -1, 1, -1};
 inline constexpr float ez[19] = {0, 0, 0, 0, 0, 1, -1, 0, 0, 0, 0, 1, 1, -1, -1, 1, 1, -1, -1};
-inline constexpr int index_inv[19] = {0,  2, 1,  4,  3,  6,  5,  10, 9, 8,
+inline constexpr int index_inv[19] = {0, 2,  1,  4,  3,  6,  5,  10, 9, 8,
                                       7, 14, 13, 12, 11, 18, 17, 16, 15};
 
 // A direction as a compile-time constant.

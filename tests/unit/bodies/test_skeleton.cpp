@@ -246,7 +246,14 @@ TEST(Skeleton, BadInputsByMessage) {
     description->baseFrameName.clear();
     EXPECT_THAT(messageOf<std::invalid_argument>(
                     [&] { skSystem(description, -1, test::kHost, kZero, kZero); }),
-                HasSubstr("must not be negative, got -1"));
+                HasSubstr("is -1; it must be 0 or more"));
+    EXPECT_THAT(messageOf<std::invalid_argument>(
+                    [&] { skSystem(description, 2000000000, test::kHost, kZero, kZero); }),
+                HasSubstr("more than memory allows"));
+    const auto twins = makeChain(3);
+    twins->links[1]->name = twins->links[0]->name;
+    EXPECT_THAT(messageOf<std::invalid_argument>([&] { build(twins); }),
+                HasSubstr("is empty, taken or reserved"));
     EXPECT_THAT(
         messageOf<std::invalid_argument>([&] { skSystem(description, 1, 0, kZero, kZero); }),
         HasSubstr("lives on device -1"));

@@ -27,10 +27,12 @@ TEST(Runtime, DeviceMemoryIsSeparateAndFreedByOwner) {
     ASSERT_EQ(cudaMalloc(&device, host.size() * sizeof(float)), cudaSuccess);
     EXPECT_EQ(platform::deviceBytesInUse(), before + host.size() * sizeof(float));
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(device) % 4096, 0u);
-    ASSERT_EQ(cudaMemcpy(device, host.data(), host.size() * 4, cudaMemcpyHostToDevice), cudaSuccess);
+    ASSERT_EQ(cudaMemcpy(device, host.data(), host.size() * 4, cudaMemcpyHostToDevice),
+              cudaSuccess);
     host.assign(host.size(), 0.0f);
     EXPECT_EQ(device[host.size() - 1], 2.0f);
-    ASSERT_EQ(cudaMemcpy(host.data(), device, host.size() * 4, cudaMemcpyDeviceToHost), cudaSuccess);
+    ASSERT_EQ(cudaMemcpy(host.data(), device, host.size() * 4, cudaMemcpyDeviceToHost),
+              cudaSuccess);
     EXPECT_EQ(host.front(), 2.0f);
     EXPECT_EQ(host.back(), 2.0f);
     EXPECT_EQ(cudaFree(device), cudaSuccess);

@@ -53,12 +53,14 @@ DRELT_HOST_DEVICE void addForceComponent(double* force, float* u, std::int64_t n
 // with r the node's place in the frame (transform takes world positions [m] there) and v the momentum
 // times velocityScale. lengthScale turns a [m/s^2] into lattice units, axis by axis. The frame's
 // quantities are SI and double precision.
+// NOLINTBEGIN(performance-unnecessary-value-param): a device operator takes its arguments by value
 DRELT_KERNEL void mlAddForcetoUOptKernel(LaunchIndex at, mlFlow* flow, int, int, int, int,
                                          float velocityScale, Eigen::Vector3d lengthScale,
                                          Eigen::Vector3d linearAcceleration,
                                          Eigen::Vector3d angularVelocity,
                                          Eigen::Vector3d angularAcceleration,
                                          FrameTransform transform) {
+    // NOLINTEND(performance-unnecessary-value-param)
     const float dx = flow->param->dx;
     const detail::Vector3 p{at.x * dx + flow->startx, at.y * dx + flow->starty,
                             at.z * dx + flow->startz};

@@ -88,7 +88,7 @@ DRELT_HOST_ROW void collideRow(LaunchIndex first, int length, mlFlow* flow, floa
         const LaunchIndex start{first.x + done, first.y, first.z, first.n + done};
         const float* const f = flow->f + start.n;
         float* const fPost = flow->fPost + start.n;
-        for (int i = 0; i < kDirections; ++i) {
+        for (std::ptrdiff_t i = 0; i < kDirections; ++i) {
             std::copy(f + i * stride, f + i * stride + part, staged + i * block);
         }
         for (int offset = 0; offset < part; offset += group) {
@@ -103,7 +103,7 @@ DRELT_HOST_ROW void collideRow(LaunchIndex first, int length, mlFlow* flow, floa
                 collideNode(at, flow, nx, ny, nz, {own, block}, {own, block});
             });
         }
-        for (int i = 0; i < kDirections; ++i) {
+        for (std::ptrdiff_t i = 0; i < kDirections; ++i) {
             std::copy(staged + i * block, staged + i * block + part, fPost + i * stride);
         }
     }

@@ -50,8 +50,8 @@ public:
     NodeBox tile(int t) const;
     // The samples of tile t are samples()[begin(t)] .. samples()[end(t) - 1].
     const int* samples() const { return samples_.data(); }
-    int begin(int t) const { return starts_[t * parts_]; }
-    int end(int t) const { return starts_[(t + 1) * parts_]; }
+    int begin(int t) const { return starts_[static_cast<std::size_t>(t) * parts_]; }
+    int end(int t) const { return starts_[static_cast<std::size_t>(t + 1) * parts_]; }
 
 private:
     NodeBox tilesOf(const NodeBox& box) const;
