@@ -51,7 +51,10 @@ protected:
         sim->commitInit();
     }
 
-    fs::path folder = fs::temp_directory_path() / "drelt_driver_test";
+    // CTest runs each case as a process of its own, several at once
+    fs::path folder =
+        fs::temp_directory_path() /
+        (std::string("drelt_") + testing::UnitTest::GetInstance()->current_test_info()->name());
     std::shared_ptr<skWorld> world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
     std::unique_ptr<coupledLBM_sim3D> sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
 };

@@ -1,0 +1,171 @@
+// A body's share of a time step: skin, samples and link records brought up to the joints' state, and a
+// step of the dynamics without fluid, on a tube that is skinned to a chain of links.
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <Eigen/Geometry>
+#include <algorithm>
+#include <cmath>
+#include <dart/dynamics/Skeleton.hpp>
+#include <memory>
+#include <string>
+
+#include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "MeshLoad/SkeletalMesh.h"
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "SkeletonDynamics/skWorld.h"
+#include "cslbm/mlsolver/couplingMode.h"
+#include "platform/runtime.h"
+
+namespace drelt::bench {
+namespace {
+
+using Eigen::Vector3d;
+constexpr int kHost = platform::kHostDevice;
+constexpr double kLinkLength = 0.2;  // [m]
+constexpr double kTubeRadius = 0.05;
+constexpr float kTimeStep = 1e-3f;  // [s]
+constexpr float kSpacing = 0.01f;   // [m]
+
+// Nodes scene, bone_0 .. bone_(links-1), end: one child each, a link's length further along x.
+void addChain(nodeMgr& nodes, int links) {
+    Eigen::Isometry3d pose = Eigen::Isometry3d::Identity();
+    nodes.addNode("scene", pose, -1);
+    for (int i = 0; i <= links; ++i) {
+        pose.translation().x() = i == 0 ? 0 : kLinkLength;
+        nodes.addNode(i == links ? "end" : "bone_" + std::to_string(i), pose, i);
+    }
+    for (int n = 0; n < nodes.size(); ++n) {
+        const bool last = n == nodes.size() - 1;
+        nodes.childBegin[n] = last ? 0 : n + 1;
+        nodes.childEnd[n] = last ? 0 : n + 2;
+    }
+    nodes.setGlobalInverse();
+    nodes.updateWorldTransforms();
+}
+
+// Weights of a vertex: linear between the middles of the two nearest links.
+Eigen::VectorXd chainWeights(double x, int links) {
+    const double place = std::clamp(x / kLinkLength - 0.5, 0.0, links - 1.0);
+    const int first = std::min(static_cast<int>(place), links - 2);
+    Eigen::VectorXd weights = Eigen::VectorXd::Zero(links);
+    weights[first] = 1 - (place - first);
+    weights[first + 1] = place - first;
+    return weights;
+}
+
+void addTube(host_MeshData& data, int links, int rings, int sides) {
+    constexpr double kTurn = 6.283185307179586;
+    for (int r = 0; r < rings; ++r) {
+        const double x = links * kLinkLength * r / (rings - 1);
+        for (int s = 0; s < sides; ++s) {
+            const double angle = kTurn * s / sides;
+            const Vector3d out(0, std::cos(angle), std::sin(angle));
+            data.init_positions.push_back(Vector3d(x, 0, 0) + kTubeRadius * out);
+            data.init_normals.push_back(out);
+            data.weights.push_back(chainWeights(x, links));
+            if (r + 1 == rings) continue;
+            const int a = r * sides + s;
+            const int b = r * sides + (s + 1) % sides;
+            data.faces.push_back({0, {a, b, a + sides}, 0});
+            data.faces.push_back({0, {b, b + sides, a + sides}, 0});
+        }
+    }
+}
+
+// A tube of rings x sides vertices around a chain of links.
+std::shared_ptr<SkeletalMesh> makeTube(int links, int rings, int sides) {
+    auto mesh = std::make_shared<SkeletalMesh>();
+    mesh->gpuId = kHost;
+    mesh->filePath = "tube";
+    addChain(*mesh->nodes, links);
+    auto skin = std::make_shared<MeshData>(kHost);
+    host_MeshData& data = skin->data_cpu;
+    data.nodeIdx = 0;
+    for (int b = 0; b < links; ++b) {
+        data.bone_nodeIdx.push_back(b + 1);
+        data.bone_offset.push_back(mesh->nodes->nodes[b + 1]->worldTransform.inverse());
+        data.bone_transforms.push_back(Eigen::Isometry3d::Identity());
+    }
+    addTube(data, links, rings, sides);
+    data.curr_positions = data.init_positions;
+    data.curr_normals = data.init_normals;
+    skin->normaliseWeights();
+    skin->computeAreas();
+    skin->allocateDevice();
+    mesh->meshes.push_back(skin);
+    mesh->update(false, true);
+    return mesh;
+}
+
+// The tube with a sample for each four vertices, a floating root and passive revolute joints about y without limits.
+std::shared_ptr<skSystem> makeBody(int links, int rings, int sides) {
+    const auto description = std::make_shared<SkeletonSystem>(makeTube(links, rings, sides), kHost);
+    for (const auto& joint : description->joints) joint->useLimits = false;
+    description->rootJoint->type = 5;
+    description->baseLinkName = description->links.front()->name;
+    return std::make_shared<skSystem>(description, rings * sides / 4, kHost, Vector3d::Zero(),
+                                      Vector3d::Zero());
+}
+
+void countSizes(benchmark::State& state, const skSystem& body) {
+    state.counters["vertices"] = static_cast<double>(
+        body.description()->mesh->meshes.front()->data_cpu.init_positions.size());
+    state.counters["samples"] = body.sampler().sampleCount();
+    state.counters["links"] = static_cast<double>(body.description()->links.size());
+}
+
+void updateBody(benchmark::State& state, int links, int rings, int sides, int threads) {
+    const auto body = makeBody(links, rings, sides);
+    Eigen::VectorXd positions = body->getPositions();
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    for (auto _ : state) {
+        // a new pose, as after a step: an old one leaves link transforms in DART's cache
+        positions[positions.size() - 1] += 1e-6;
+        positions[0] += 1e-6;
+        body->skeleton()->setPositions(positions);
+        body->update();
+    }
+    omp_set_num_threads(before);
+    countSizes(state, *body);
+}
+
+void stepWithoutFluid(benchmark::State& state) {
+    const auto body = makeBody(40, 100, 50);
+    skWorld world(Vector3d(0, -9.8, 0));
+    world.addSkeleton(body);
+    for (auto _ : state) world.step(NO_FLUID, kTimeStep, kSpacing);
+    countSizes(state, *body);
+}
+
+const bool registered = [] {
+    struct Tube {
+        int rings, sides;
+    };
+    const int all = omp_get_max_threads();
+    for (const int links : {8, 40}) {
+        for (const Tube tube : {Tube{100, 50}, Tube{500, 100}}) {
+            for (const int threads : {1, all}) {
+                const std::string name = "updateBody/links:" + std::to_string(links) +
+                                         "/vertices:" + std::to_string(tube.rings * tube.sides) +
+                                         "/threads:" + std::to_string(threads);
+                benchmark::RegisterBenchmark(name.c_str(),
+                                             [links, tube, threads](benchmark::State& state) {
+                                                 updateBody(state, links, tube.rings, tube.sides,
+                                                            threads);
+                                             })
+                    ->Unit(benchmark::kMicrosecond)
+                    ->UseRealTime();
+                if (all == 1) break;
+            }
+        }
+    }
+    benchmark::RegisterBenchmark("stepWithoutFluid/links:40/vertices:5000", stepWithoutFluid)
+        ->Unit(benchmark::kMicrosecond)
+        ->UseRealTime();
+    return true;
+}();
+
+}  // namespace
+}  // namespace drelt::bench
