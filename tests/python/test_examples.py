@@ -1,0 +1,49 @@
+"""The example scripts at a small size, as a user runs them."""
+
+import os
+import re
+import subprocess
+import sys
+
+import pytest
+from conftest import ROOT
+
+
+def run_example(name, out, *arguments):
+    """What the script prints; its files go to the folder out."""
+    environment = {**os.environ, "MPLBACKEND": "Agg"}
+    command = [sys.executable, str(ROOT / "examples" / f"{name}.py"), "--out", str(out), *arguments]
+    done = subprocess.run(
+        command, cwd=ROOT, env=environment, capture_output=True, text=True, timeout=600, check=False
+    )
+    assert done.returncode == 0, done.stderr
+    return done.stdout
+
+
+def test_settling_sphere_leaves_frames_and_a_picture(tmp_path):
+    printed = run_example("settling_sphere", tmp_path, "--nodes", "8", "--duration", "1")
+    result = re.search(r"D/u_g: (\S+)   Schiller and Naumann: (\S+)", printed)
+    speed, reference = map(float, result.groups())
+    assert 0.2 < speed < 0.5, "a third of the way to its terminal speed"
+    assert reference == pytest.approx(0.907)
+    assert (tmp_path / "settling_sphere.png").stat().st_size > 10000
+    # every 13th of the 80 steps, and the last
+    assert len(list(tmp_path.glob("vis_data/Fluid/0_vis_fluid*.vtk"))) == 8
+    assert len(list(tmp_path.glob("vis_data/Objects/00_vis_object_*.vtk"))) == 8
+
+
+# too coarse for the coupling both ways; the joints and the modes do the same work
+@pytest.mark.parametrize("mode", ["one_way", "no_fluid", "empirical"])
+def test_swimmer_runs_in_every_mode(tmp_path, mode):
+    printed = run_example("swimming", tmp_path, "--mode", mode, "--nodes", "16", "--cycles", "2")
+    speed = float(re.search(r"mean forward speed over the last cycle: (-?\d+\.\d+)", printed)[1])
+    if mode == "empirical":
+        assert speed > 0.1, "a travelling wave swims head first"
+    else:
+        assert abs(speed) < 0.05, "nothing pushes the body"
+    assert (tmp_path / f"swimmer_{mode}.png").stat().st_size > 10000
+    # two meshes share the bones; markers have a file of their own
+    assert len(list(tmp_path.glob("vis_data/Objects/00_*.vtk"))) == 32
+    assert len(list(tmp_path.glob("vis_data/Objects/10_*.vtk"))) == 32
+    assert len(list(tmp_path.glob("vis_data/Objects/markers_0_*.vtk"))) == 32
+    assert len(list(tmp_path.glob("vis_data/Fluid/*.vtk"))) == 8
