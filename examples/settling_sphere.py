@@ -4,6 +4,7 @@ Run it with `./run demo`. It leaves VTK frames in data/vis_data and data/settlin
 """
 
 import argparse
+from pathlib import Path
 
 import drelt
 import matplotlib
@@ -30,6 +31,7 @@ args = parser.parse_args()
 
 scene = SettlingSphere(ROOT / "assets" / f"{args.asset}.json", args.nodes, GALILEO, BOX)
 scene.simulator.mainDataFolderPath = f"{args.out}/vis_data/"
+Path(args.out).mkdir(parents=True, exist_ok=True)
 scene.simulator.log()
 
 steps = scene.steps_for(args.duration)

@@ -6,6 +6,7 @@ speeds and a marker's signal, and prints the mean speed over the last cycle.
 
 import argparse
 from dataclasses import dataclass
+from pathlib import Path
 
 import drelt
 import matplotlib
@@ -146,6 +147,7 @@ def main():
     nodes = args.nodes or swimmer.nodes
     simulator, body, dt, node_count = make_scene(args.body, swimmer, nodes)
     simulator.mainDataFolderPath = f"{args.out}/vis_data/"
+    Path(args.out).mkdir(parents=True, exist_ok=True)  # the picture comes last: no run for nothing
     simulator.log()
 
     cycle = round(PERIOD / dt)

@@ -47,3 +47,11 @@ def test_swimmer_runs_in_every_mode(tmp_path, mode):
     assert len(list(tmp_path.glob("vis_data/Objects/10_*.vtk"))) == 32
     assert len(list(tmp_path.glob("vis_data/Objects/markers_0_*.vtk"))) == 32
     assert len(list(tmp_path.glob("vis_data/Fluid/*.vtk"))) == 8
+
+
+def test_without_frames_the_picture_still_finds_its_folder(tmp_path):
+    out = tmp_path / "new" / "folder"
+    run_example(
+        "swimming", out, "--mode", "no_fluid", "--nodes", "16", "--cycles", "1", "--no-frames"
+    )
+    assert [path.name for path in out.iterdir()] == ["swimmer_no_fluid.png"]
