@@ -72,12 +72,16 @@ function(drelt_operator_sources target)
     cmake_path(REPLACE_EXTENSION path LAST_ONLY .cu OUTPUT_VARIABLE device)
     if(DRELT_CUDA AND EXISTS ${device})
       target_sources(${target} PRIVATE ${device})
-      if(NOT TARGET drelt_operators_cuda)
-        add_custom_target(drelt_operators_cuda)
-      endif()
-      add_dependencies(drelt_operators_cuda ${target})
     endif()
   endforeach()
+endfunction()
+
+# drelt_portable_executable(NAME)
+# An executable that can be carried to another machine with its libraries in ../lib. The run path is the
+# older kind, which libraries' own dependencies follow too.
+function(drelt_portable_executable name)
+  set_property(TARGET ${name} PROPERTY BUILD_RPATH "$ORIGIN/../lib")
+  target_link_options(${name} PRIVATE LINKER:--disable-new-dtags)
 endfunction()
 
 # drelt_test(NAME SOURCES ... LINK ... [LABELS ...])
@@ -87,9 +91,7 @@ function(drelt_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/unit)
-  target_compile_definitions(${name} PRIVATE
-    DRELT_TEST_VECTORS="${PROJECT_SOURCE_DIR}/tests/vectors"
-    DRELT_TEST_ASSETS="${PROJECT_SOURCE_DIR}/assets")
+  drelt_portable_executable(${name})
   string(JOIN "-" labels ${ARG_LABELS})  # one word: discovery keeps only the first of a list
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}

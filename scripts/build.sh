@@ -26,12 +26,30 @@ find_nvcc() {
     return 1
 }
 
-# configure PRESET [CMAKE ARGUMENT...]: anew where folder, presets, interpreter or arguments are
-# not those of last time; changes of CMakeLists.txt are ninja's affair.
+# cuda_arguments PRESET: prints the CMake arguments, one a line, for the CUDA side of dev and release
+# builds: one architecture in dev (the machine's own where it has a GPU), in release those in use and
+# code that newer ones translate for themselves.
+cuda_arguments() {
+    local nvcc architectures=75
+    [[ $1 == dev || $1 == release ]] || return 0
+    if ! nvcc=$(find_nvcc); then
+        echo -DDRELT_CUDA=OFF
+        return
+    fi
+    [[ ! -e /dev/nvidia0 ]] || architectures=native
+    [[ $1 != release ]] || architectures="75-real;80-real;90"
+    printf '%s\n' -DDRELT_CUDA=ON "-DCMAKE_CUDA_COMPILER=$nvcc" \
+        "-DCMAKE_CUDA_ARCHITECTURES=${DRELT_CUDA_ARCHITECTURES:-$architectures}"
+}
+
+# configure PRESET: anew where folder, presets, interpreter or arguments are not those of last time;
+# changes of CMakeLists.txt are ninja's affair.
 configure() {
     local preset=$1 folder=build/$1 state
-    shift
-    local -a arguments=("-DPYTHON_EXECUTABLE=$VENV_PYTHON" "-DPython_EXECUTABLE=$VENV_PYTHON" "$@")
+    local -a arguments=("-DPYTHON_EXECUTABLE=$VENV_PYTHON" "-DPython_EXECUTABLE=$VENV_PYTHON")
+    local -a cuda
+    mapfile -t cuda < <(cuda_arguments "$preset")
+    arguments+=("${cuda[@]}")
     state="$PWD $(cksum <CMakePresets.json) $(cat .venv/requirements.stamp) ${arguments[*]}"
     if [[ ! -f $folder/build.ninja || $(cat "$folder/configured.stamp" 2>/dev/null) != "$state" ]]; then
         phase "configure-$preset" "configuring $preset" \

@@ -5,8 +5,8 @@
 run_tests() {
     need_packages build
     need_venv
+    say "CUDA: $(find_nvcc || echo "no nvcc found, host only")"
     build dev
-    compile_for_cuda
 
     local cxx=build/logs/ctest.xml python=build/logs/pytest.xml status=0
     rm -f "$cxx" "$python"
@@ -21,16 +21,6 @@ run_tests() {
     say "Python: $(totals "$python")"
     echo "tests: $(totals "$cxx" "$python")"
     ((status == 0)) || fail "tests failed"
-}
-
-# The operators have one source for host and device: where nvcc is, see that it compiles both.
-compile_for_cuda() {
-    local nvcc
-    nvcc=$(find_nvcc) || return 0
-    say "CUDA: $nvcc (--no-cuda leaves it out)"
-    configure cuda "-DCMAKE_CUDA_COMPILER=$nvcc" -DCMAKE_CUDA_ARCHITECTURES=75
-    phase build-cuda "compiling the operators with nvcc" \
-        cmake --build build/cuda --parallel "$(jobs)" --target drelt_operators_cuda
 }
 
 # run_ctest PRESET [CTEST ARGUMENT...]: the tests have threads of their own, which must not spin

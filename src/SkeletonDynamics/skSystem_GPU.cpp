@@ -16,18 +16,41 @@ LaunchShape linearShape(int count, unsigned block) {
 }
 
 void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
-                   LinkWrench* sums) {
+                   LinkWrench* sums, DeviceScratch& scratch) {
 #if defined(DRELT_CUDA)
     if (!platform::onHostDevice()) {
-        deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums);
+        deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums, scratch);
         return;
     }
 #endif
+    static_cast<void>(scratch);
     thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
                           thrust::equal_to<int>(), thrust::plus<LinkWrench>());
 }
 
 }  // namespace
+
+DeviceScratch::~DeviceScratch() {
+    for (const Block& block : blocks_) checkCudaErrors(cudaFree(block.memory));
+}
+
+void* DeviceScratch::take(std::size_t bytes) {
+    for (Block& block : blocks_) {
+        if (block.taken || block.bytes < bytes) continue;
+        block.taken = true;
+        return block.memory;
+    }
+    char* memory = nullptr;
+    checkCudaErrors(cudaMalloc(&memory, bytes));
+    blocks_.push_back({memory, bytes, true});
+    return memory;
+}
+
+void DeviceScratch::giveBack(const void* memory) {
+    for (Block& block : blocks_) {
+        if (block.memory == memory) block.taken = false;
+    }
+}
 
 LinkForceReduction::~LinkForceReduction() { release(); }
 
@@ -59,7 +82,7 @@ void LinkForceReduction::reduce(skLinkData* links, mlLagrangeBoundary* boundary,
     unusedKeys_.assign(static_cast<std::size_t>(linkCount), 0);
     checkCudaErrors(cudaMemcpy(keys_dev_, unusedKeys_.data(), unusedKeys_.size() * sizeof(int),
                                cudaMemcpyHostToDevice));
-    reduceByLabel(labels, wrenches, sampleCount, keys_dev_, sums_dev_);
+    reduceByLabel(labels, wrenches, sampleCount, keys_dev_, sums_dev_, scratch_);
     launchLinear<&assignExtForceKernel>(linearShape(linkCount, 32), linkCount, links, linkCount,
                                         sums_dev_, keys_dev_);
     checkCudaErrorsAtLine(67, cudaGetLastError());

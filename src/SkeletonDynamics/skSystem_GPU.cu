@@ -23,12 +23,24 @@ struct AddWrenches {
     }
 };
 
+// The algorithm's own memory, from buffers that are kept: no allocation in a step.
+struct ScratchAllocator {
+    using value_type = char;
+    DeviceScratch* scratch;
+
+    char* allocate(std::ptrdiff_t bytes) {
+        return static_cast<char*>(scratch->take(static_cast<std::size_t>(bytes)));
+    }
+    void deallocate(char* memory, std::size_t) { scratch->giveBack(memory); }
+};
+
 }  // namespace
 
 void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
-                         LinkWrench* sums) {
-    thrust::reduce_by_key(thrust::cuda::par, labels, labels + sampleCount, wrenches, keys, sums,
-                          SameLabel{}, AddWrenches{});
+                         LinkWrench* sums, DeviceScratch& scratch) {
+    ScratchAllocator allocator{&scratch};
+    thrust::reduce_by_key(thrust::cuda::par(allocator), labels, labels + sampleCount, wrenches,
+                          keys, sums, SameLabel{}, AddWrenches{});
 }
 
 }  // namespace drelt

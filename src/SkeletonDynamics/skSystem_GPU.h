@@ -5,6 +5,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -141,6 +142,27 @@ DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boun
     boundary->uz[at.n] = static_cast<float>(u.z);
 }
 
+// Device memory that a library's algorithm takes for the time of a call, kept for the next one.
+class DeviceScratch {
+public:
+    DeviceScratch() = default;
+    ~DeviceScratch();
+    DeviceScratch(const DeviceScratch&) = delete;
+    DeviceScratch& operator=(const DeviceScratch&) = delete;
+
+    // A block of at least `bytes` on the selected device; give it back after the call.
+    void* take(std::size_t bytes);
+    void giveBack(const void* memory);
+
+private:
+    struct Block {
+        void* memory;
+        std::size_t bytes;
+        bool taken;
+    };
+    std::vector<Block> blocks_;
+};
+
 // Reduces sample forces to link wrenches on a device. The buffers of the sums live on the device
 // that was selected when they were made and are kept between steps.
 class LinkForceReduction {
@@ -164,6 +186,7 @@ private:
     int* keys_dev_ = nullptr;
     LinkWrench* sums_dev_ = nullptr;
     std::vector<int> unusedKeys_;  // 0 for every link
+    DeviceScratch scratch_;
 };
 
 // Launches updateSampleVelKernel over device arrays.
@@ -174,7 +197,7 @@ void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* link
 // Sums of neighbouring wrenches with equal labels, on the selected GPU, one entry a run; further
 // entries keep what they hold.
 void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
-                         LinkWrench* sums);
+                         LinkWrench* sums, DeviceScratch& scratch);
 #endif
 
 }  // namespace drelt

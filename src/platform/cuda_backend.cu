@@ -41,6 +41,12 @@ drelt::cudaError_t copy(void* to, const void* from, std::size_t bytes) {
     return status(::cudaMemcpy(to, from, bytes, ::cudaMemcpyDefault));
 }
 
+std::size_t freeBytes() {
+    std::size_t free = 0;
+    std::size_t total = 0;
+    return ::cudaMemGetInfo(&free, &total) == ::cudaSuccess ? free : 0;
+}
+
 drelt::cudaError_t lastError() { return status(::cudaGetLastError()); }
 drelt::cudaError_t synchronize() { return status(::cudaDeviceSynchronize()); }
 drelt::cudaError_t reset() { return status(::cudaDeviceReset()); }

@@ -15,6 +15,8 @@ cudaError_t allocate(void** pointer, std::size_t bytes);
 // A runtime that is already unloading counts as success.
 cudaError_t release(void* pointer, int device);
 cudaError_t copy(void* to, const void* from, std::size_t bytes);
+// Bytes of the selected device that are free; 0 without a driver.
+std::size_t freeBytes();
 cudaError_t lastError();
 cudaError_t synchronize();
 cudaError_t reset();

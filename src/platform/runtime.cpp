@@ -71,6 +71,8 @@ Registry& registry() {
 }
 
 std::atomic<int> selectedDevice{0};
+std::atomic<std::size_t> allocations{0};
+std::atomic<std::size_t> bytesCopied{0};
 std::atomic<int> callsUntilFailure{0};
 std::atomic<cudaError_t> injectedStatus{cudaErrorUnknown};
 
@@ -131,6 +133,8 @@ bool onHostDevice() { return isHost(selectedDevice.load(std::memory_order_relaxe
 
 std::size_t deviceBytesInUse() { return registry().inUse(); }
 
+Traffic traffic() { return {allocations.load(), bytesCopied.load()}; }
+
 void failNthCall(int n, cudaError_t status) {
     injectedStatus = status;
     callsUntilFailure = n;
@@ -169,6 +173,8 @@ std::size_t freeMachineBytes() {
 }  // namespace
 
 std::size_t availableHostBytes() { return std::min(freeMachineBytes(), bytesToContainerLimit()); }
+
+std::size_t deviceBytesFree() { return onHostDevice() ? availableHostBytes() : gpu::freeBytes(); }
 
 const char* errorName(cudaError_t status) {
     switch (status) {
@@ -210,6 +216,7 @@ cudaError_t GetDevice::operator()(int* device) const {
 
 cudaError_t Malloc::allocate(void** pointer, std::size_t bytes) {
     if (const cudaError_t status = injectedFailure()) return status;
+    ++allocations;
     if (onHostDevice()) return hostAllocate(pointer, bytes);
     const cudaError_t status = gpu::allocate(pointer, bytes);
     if (status == cudaSuccess && *pointer != nullptr) {
@@ -232,6 +239,7 @@ cudaError_t Memcpy::operator()(void* to, const void* from, std::size_t bytes,
     if (const cudaError_t status = injectedFailure()) return status;
     if (bytes == 0) return cudaSuccess;
     if (to == nullptr || from == nullptr) return cudaErrorInvalidValue;
+    bytesCopied += bytes;
     if (registry().owner(to) != kHostDevice || registry().owner(from) != kHostDevice) {
         return gpu::copy(to, from, bytes);
     }

@@ -49,8 +49,18 @@ bool onHostDevice();
 // Bytes now allocated as device memory, over all devices.
 std::size_t deviceBytesInUse();
 
+// What the process has asked of its devices so far: allocations, and bytes copied by cudaMemcpy.
+struct Traffic {
+    std::size_t allocations;
+    std::size_t bytesCopied;
+};
+Traffic traffic();
+
 // Makes the nth following runtime call (1 = the next) fail with `status`; 0 takes that back. For tests.
 void failNthCall(int n, cudaError_t status = cudaErrorUnknown);
+
+// Bytes of the selected device that are free.
+std::size_t deviceBytesFree();
 
 // Bytes of host memory that an allocation can still get without swapping.
 std::size_t availableHostBytes();

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -122,8 +123,8 @@ TEST(Derivation, MeshWithoutBonesOrFileGivesNoJoints) {
 class Reader : public testing::Test {
 protected:
     void SetUp() override {
-        std::ifstream(DRELT_TEST_ASSETS "/sphere.json") >> file;
-        file["model_file"] = DRELT_TEST_ASSETS "/sphere.glb";
+        std::ifstream("assets/sphere.json") >> file;
+        file["model_file"] = std::filesystem::absolute("assets/sphere.glb").string();
     }
     void TearDown() override { std::remove(path.c_str()); }
 

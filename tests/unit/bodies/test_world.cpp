@@ -31,7 +31,7 @@ std::shared_ptr<skSystem> build(const std::shared_ptr<SkeletonSystem>& descripti
 }
 
 std::shared_ptr<skSystem> buildSphere() {
-    const auto description = skeletonFromJson(DRELT_TEST_ASSETS "/sphere.json", test::kHost);
+    const auto description = skeletonFromJson("assets/sphere.json", test::kHost);
     return std::make_shared<skSystem>(description, 300, test::kHost, kZero, kZero);
 }
 

@@ -34,9 +34,9 @@ std::shared_ptr<simParams> cube() {
 TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
     const auto params = cube();
     coupledLBM_sim3D simulator(params, kHost);
-    const auto body = std::make_shared<skSystem>(
-        skeletonFromJson(DRELT_TEST_ASSETS "/sphere_floating.json", kHost), 500, kHost,
-        Vector3d::Zero(), Vector3d(10, 20, 30));
+    const auto body =
+        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", kHost), 500,
+                                   kHost, Vector3d::Zero(), Vector3d(10, 20, 30));
     const auto world = std::make_shared<skWorld>(Vector3d(0.3, -0.5, 0.2));
     world->addSkeleton(body);
     simulator.attachWorld(world);

@@ -34,7 +34,7 @@ std::shared_ptr<simParams> smallBox() {
 
 std::shared_ptr<skSystem> sphere(int device = kHost) {
     testing::internal::CaptureStdout();
-    const auto description = skeletonFromJson(DRELT_TEST_ASSETS "/sphere_follow.json", device);
+    const auto description = skeletonFromJson("assets/sphere_follow.json", device);
     testing::internal::GetCapturedStdout();
     return std::make_shared<skSystem>(description, 2000, device, Vector3d::Zero(),
                                       Vector3d::Zero());

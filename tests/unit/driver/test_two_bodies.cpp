@@ -53,9 +53,8 @@ std::shared_ptr<simParams> coarseBox() {
 std::shared_ptr<skSystem> body(const std::string& asset) {
     const double z = asset == kSphere ? 0 : -0.025;
     const int samples = asset == kSphere ? 500 : 4000;  // the fin's triangles are small
-    return std::make_shared<skSystem>(
-        skeletonFromJson(std::string(DRELT_TEST_ASSETS) + "/" + asset, kHost), samples, kHost,
-        Vector3d(0, 0, z), Vector3d::Zero());
+    return std::make_shared<skSystem>(skeletonFromJson("assets/" + asset, kHost), samples, kHost,
+                                      Vector3d(0, 0, z), Vector3d::Zero());
 }
 
 // What differs from body to body in a step.

@@ -20,8 +20,7 @@ namespace drelt::test {
 // One case. Arrays keep their names as in the manifest ("in_f", "out_rou"); they are C order, flat.
 class VectorCase {
 public:
-    explicit VectorCase(const std::string& name)
-        : folder_(std::string(DRELT_TEST_VECTORS) + "/" + name) {
+    explicit VectorCase(const std::string& name) : folder_("tests/vectors/" + name) {
         std::ifstream file(folder_ + "/manifest.json");
         if (!file) throw std::runtime_error("no manifest in " + folder_);
         file >> manifest_;

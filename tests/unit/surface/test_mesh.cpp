@@ -220,7 +220,7 @@ TEST(MeshFile, TheBundledSphereStandsAtRestAndFreesItsMemory) {
     const std::size_t before = platform::deviceBytesInUse();
     {
         SkeletalMesh mesh;
-        ASSERT_TRUE(mesh.load(std::string(DRELT_TEST_ASSETS) + "/sphere.glb", kHostDevice));
+        ASSERT_TRUE(mesh.load("assets/sphere.glb", kHostDevice));
         ASSERT_EQ(mesh.meshes.size(), 1u);
         EXPECT_EQ(mesh.nodes->parentName(mesh.nodes->find("bone_01")), "bone_00");
         mesh.update(true, true);

@@ -181,7 +181,7 @@ TEST(Sampler, NormalsAreOfUnitLengthOnTheDeviceOnly) {
 
 TEST(Sampler, TheSphereIsCovered) {
     SkeletalMesh mesh;
-    ASSERT_TRUE(mesh.load(std::string(DRELT_TEST_ASSETS) + "/sphere.glb", kHostDevice));
+    ASSERT_TRUE(mesh.load("assets/sphere.glb", kHostDevice));
     IBSamplerMesh sampler(&mesh, kHostDevice);
     sampler.generateSamples(2000);
     EXPECT_GE(sampler.sampleCount(), 1900);

@@ -1,0 +1,73 @@
+// What a simulator asks of its device: memory that comes back, steps without allocations and without
+// copies of fields.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "platform/runtime.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+#include "support/device.h"
+
+namespace drelt {
+namespace {
+
+using Eigen::Vector3d;
+
+// A sphere of 8 nodes a diameter in a box of `side` diameters.
+struct Scene {
+    explicit Scene(float side, int samples = 300) {
+        auto p = std::make_shared<simParams>();
+        p->setup_mode = simParams::MANUAL;
+        p->N = 8;
+        p->l0p = 0.02f;
+        p->u0p = p->u0k = 0.1f;
+        p->visp = 4e-5f;
+        p->rou0p = 1000;
+        p->width = p->height = p->depth = side * 0.02f - 0.001f;
+        simulator = std::make_unique<coupledLBM_sim3D>(p, test::device());
+        testing::internal::CaptureStdout();
+        const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
+        world->addSkeleton(std::make_shared<skSystem>(
+            skeletonFromJson("assets/sphere.json", test::device()), samples, test::device(),
+            Vector3d::Zero(), Vector3d::Zero()));
+        testing::internal::GetCapturedStdout();
+        simulator->attachWorld(world);
+        simulator->commitInit();
+    }
+    std::unique_ptr<coupledLBM_sim3D> simulator;
+};
+
+TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
+    Scene(1.5f).simulator->step(TWO_WAY);
+    const std::size_t before = platform::deviceBytesInUse();
+    const std::size_t free = platform::deviceBytesFree();
+    for (int i = 0; i < 100; ++i) Scene(1.5f, 50).simulator->step(TWO_WAY);
+    EXPECT_EQ(platform::deviceBytesInUse(), before);
+    Scene scene(1.5f);
+    const std::size_t one = platform::deviceBytesInUse();
+    for (int i = 0; i < 100; ++i) scene.simulator->commitInit();
+    EXPECT_EQ(platform::deviceBytesInUse(), one);
+    // a GPU hands out memory in pieces of 2 MiB; the host's free memory is not the process's own
+    if (!platform::onHostDevice()) {
+        EXPECT_LT(free - platform::deviceBytesFree(), std::size_t{64} << 20);
+    }
+}
+
+TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
+    const auto copiedInAStep = [](float side) {
+        Scene scene(side);
+        for (int i = 0; i < 3; ++i) scene.simulator->step(TWO_WAY);
+        const platform::Traffic before = platform::traffic();
+        for (int i = 0; i < 4; ++i) scene.simulator->step(TWO_WAY);
+        const platform::Traffic after = platform::traffic();
+        EXPECT_EQ(after.allocations, before.allocations);
+        return (after.bytesCopied - before.bytesCopied) / 4;
+    };
+    const std::size_t small = copiedInAStep(2.0f);
+    EXPECT_EQ(copiedInAStep(4.0f), small) << "what crosses does not grow with the grid";
+    EXPECT_LT(small, std::size_t{16} * 16 * 16 * sizeof(float)) << "nor is it one field";
+}
+
+}  // namespace
+}  // namespace drelt
