@@ -5,7 +5,7 @@
 #include <dart/dynamics/Frame.hpp>
 
 #include "cslbm/PML/PMLOperation.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
+#include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 #include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
@@ -41,9 +41,10 @@ void mlSinglePhaseSolverNew::advanceFluid(int i) {
     addFrameForce(i);
     mlCollideAddForceHighorderFiiting(flow, param);
     PML_Operation(flow, param);
+    applyBoundary(boundaryFamily, BoundaryStage::AfterLayer, flow, param);
     mlCuStream3dOpt(flow, param);
     mlCalOneOrderMomentOpt(flow, param);
-    mlBoundaryConditionNEE(flow, param);
+    applyBoundary(boundaryFamily, BoundaryStage::AfterMoments, flow, param);
 }
 
 // The inertial force of the grid, which moves with the frame without turning.
