@@ -59,6 +59,13 @@ DRELT_HOST_DEVICE void gatherMoments(NodePopulations<const float> from, const No
     packMoments(plain, k);
 }
 
+// Writes the table moments of a node.
+DRELT_HOST_DEVICE void scatterMoments(const float (&k)[kMoments], NodePopulations<float> to) {
+    forEachIndex<kMoments>([&](auto j) DRELT_LAMBDA_INLINE {
+        to.first[decltype(j)::value * to.stride] = k[decltype(j)::value];
+    });
+}
+
 // The moments that a collision does not relax: mass from the density, momentum relative to the
 // velocity from the force alone, of which the velocity holds the other half.
 template <class MomentSource>
