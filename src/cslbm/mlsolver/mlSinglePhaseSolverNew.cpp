@@ -7,7 +7,7 @@
 #include "cslbm/PML/PMLOperation.h"
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
+#include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/check.h"
@@ -39,7 +39,7 @@ void mlSinglePhaseSolverNew::advanceFluid(int i) {
     mlFlow* const flow = lbm_dev_gpu[i];
     const MLFluidParam* const param = lbmvec[i]->param;
     addFrameForce(i);
-    mlCollideAddForceHighorderFiiting(flow, param);
+    collide(collisionOperator, flow, param);
     PML_Operation(flow, param);
     applyBoundary(boundaryFamily, BoundaryStage::AfterLayer, flow, param);
     mlCuStream3dOpt(flow, param);
