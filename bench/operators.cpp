@@ -9,7 +9,7 @@
 #include "cslbm/PML/PMLOperation.h"
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
+#include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 
 namespace drelt::bench {
@@ -24,13 +24,22 @@ struct Row {
 };
 
 constexpr double kPopulations = 27.0 * 4.0;
+constexpr double kState = 4 * 4;  // density and velocity
+constexpr double kForce = 3 * 8;
+constexpr double kCollision = 2 * kPopulations + kState;
+// moments written and read twice less four, the state and the force at each half
+constexpr double kTwoStages =
+    3 * kPopulations + kState + 2 * (kPopulations - 4 * 4 + kState + kForce);
 
 void addForce(BenchFlow& b) {
     const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
     mlAddForcetoUOpt(b.flow(), b.param(), 0.1f, Eigen::Vector3d::Constant(1e-4),
                      Eigen::Vector3d(0.1, 0.2, 0.3), zero, zero, FrameTransform::Identity());
 }
-void collide(BenchFlow& b) { mlCollideAddForceHighorderFiiting(b.flow(), b.param()); }
+template <CollisionOperator Choice>
+void collision(BenchFlow& b) {
+    collide(Choice, b.flow(), b.param());
+}
 void layer(BenchFlow& b) { PML_Operation(b.flow(), b.param()); }
 void stream(BenchFlow& b) { mlCuStream3dOpt(b.flow(), b.param()); }
 void moments(BenchFlow& b) { mlCalOneOrderMomentOpt(b.flow(), b.param()); }
@@ -41,7 +50,16 @@ void streamMoments(BenchFlow& b) {
 void openBoundary(BenchFlow& b) { mlBoundaryConditionNEE(b.flow(), b.param()); }
 
 const Row kRows[] = {
-    {"mlCollideAddForceHighorderFiiting", collide, 2 * kPopulations + 4 * 4 + 3 * 8 + 2 * 4},
+    {"mlCollideAddForceHighorderFiiting", collision<CollisionOperator::HighorderFitted>,
+     kCollision + kForce + 2 * 4},
+    {"mlCollideAddForceHighorderFitingPart1", collision<CollisionOperator::HighorderFittedPart1>,
+     kCollision + kForce + 2 * 4},
+    {"mlCollideAddForceHighorder", collision<CollisionOperator::HighorderFixed>,
+     kCollision + kForce},
+    {"mlCollideGpu", collision<CollisionOperator::Plain>, kCollision},
+    {"mlCollideAddForce", collision<CollisionOperator::Forced>, kCollision + kForce},
+    {"mlCollideAddForceOpt+Cascade", collision<CollisionOperator::Cascade>, kTwoStages},
+    {"mlCollideAddForceTvcg", collision<CollisionOperator::Polynomial>, kTwoStages},
     {"mlCuStream3dOpt", stream, 2 * kPopulations},
     {"mlCalOneOrderMomentOpt", moments, kPopulations + 4 * 4 + 3 * 8},
     {"stream+moments", streamMoments, 3 * kPopulations + 4 * 4 + 3 * 8},

@@ -190,6 +190,19 @@ void launchRange(LaunchShape shape, LaunchExtent range, Args... args) {
     platform::hostLaunchRows<Op>(range, args...);
 }
 
+// The same with the host's form of the operator for a row, as for launchVolumeByRows.
+template <auto Op, auto RowOp, class... Args>
+void launchRangeByRows(LaunchShape shape, LaunchExtent range, Args... args) {
+#if defined(DRELT_CUDA)
+    if (!platform::onHostDevice()) {
+        deviceLaunch<Op, ThreadMapping::Axes>(shape, range, args...);
+        return;
+    }
+#endif
+    static_cast<void>(shape);
+    platform::hostLaunchByRows<RowOp>(range, args...);
+}
+
 // One invocation an item of a list, not vectorised: for operators with loops of their own.
 template <auto Op, class... Args>
 void launchLinear(LaunchShape shape, int count, Args... args) {

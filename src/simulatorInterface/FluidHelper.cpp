@@ -96,10 +96,6 @@ void allocateArrays(mlFlow& flow) {
     flow.momentMatrixInv = new float[std::size_t{27} * 27];
 }
 
-bool keepsItsState(MLLATTICENODE_FLAG flag) {
-    return flag == ML_NODE_NONE || flag == ML_NODE_SOLID;
-}
-
 // The outer faces of the array that a node lies on, as one type.
 PML_TYPE outerType(const MLFluidParam& param, int x, int y, int z) {
     int faces = 0;
@@ -128,7 +124,12 @@ MLLATTICENODE_FLAG faceFlag(const MLFluidParam& param, int x, int y, int z) {
     return ML_NODE_FLUID;
 }
 
-// The class by physical position, against 0 and the far limit of each axis exactly.
+}  // namespace
+
+bool keepsItsState(MLLATTICENODE_FLAG flag) {
+    return flag == ML_NODE_NONE || flag == ML_NODE_SOLID;
+}
+
 MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
     const MLFluidParam& param = *flow.param;
     const float px = x * param.dx + flow.startx;
@@ -142,8 +143,6 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
     if (py == 0) flag = ML_NODE_DOWN;
     return flag;
 }
-
-}  // namespace
 
 void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage) {
     const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;

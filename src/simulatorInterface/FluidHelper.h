@@ -44,9 +44,27 @@ void layOutAbsorbingLayer(mlFlow& flow, float sigma_max);
 // The state before the first step: node classes of the faces, density 1, at rest, in equilibrium.
 void initialiseFlow(mlFlow& flow);
 
+// Whether initialisation, reset and inlets leave a node of this class as it is: excluded or solid.
+bool keepsItsState(MLLATTICENODE_FLAG flag);
+
+// The class of a node by its physical position, against 0 and the far limit of each axis exactly.
+MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z);
+
 // Brings the fluid to rest at its present density and forgets the layer's history; classes are set
 // anew from the physical positions. Nodes that are excluded or solid stay as they are.
 void resetFlow(mlFlow& flow);
+
+// Makes the node below `position` [m] an inlet with `velocity` times u0k: class, velocity, and the
+// equilibrium of its density in f and fPost. The node's coordinates are (position - start) / size times
+// the number of nodes, rounded down. Throws std::out_of_range for a position outside the box and
+// std::invalid_argument for a velocity that is not finite; the flow is unchanged then.
+void markInlet(mlFlow& flow, const mlVelocity3D<float>& position,
+               const mlVelocity3D<float>& velocity, float u0k);
+
+// Brings all inlets to rest, sets the class of every node anew from its physical position, and brings
+// the nodes that get a face's class to rest as well: no velocity, and the equilibrium of their density
+// in f and fPost. Nodes that are excluded or solid stay as they are.
+void clearInlets(mlFlow& flow);
 
 // Host to device: momentum, classes, layer types and populations; neither density nor layer data.
 void syncToDevice(mlSinglePhaseSolverNew& solver, int i);

@@ -42,6 +42,16 @@ void coupledLBM_sim3D::requireSolver(const char* operation) const {
                              ": the simulator is not initialised; call commitInit first");
 }
 
+mlFlow& coupledLBM_sim3D::requireDomain(const char* operation, int domain) const {
+    requireSolver(operation);
+    const int domains = static_cast<int>(lbmvec.size());
+    if (domain >= 0 && domain < domains) return *lbmvec[domain];
+    throw std::out_of_range(std::string(operation) + ": the simulator holds " +
+                            std::to_string(domains) + " domain(s); index " +
+                            std::to_string(domain) + " names none, give 0 to " +
+                            std::to_string(domains - 1));
+}
+
 void coupledLBM_sim3D::attachWorld(std::shared_ptr<skWorld> bodies) {
     if (solver) {
         throw std::runtime_error(
@@ -127,6 +137,28 @@ void coupledLBM_sim3D::reset() {
     }
     world->reset();
     iterNum = 0;
+    syncState = HostNewer;
+}
+
+std::array<double, 3> coupledLBM_sim3D::toReferenceVelocity(float x, float y, float z) {
+    requireSolver("toReferenceVelocity");
+    bringToHost();
+    const double u0k = params.front()->u0k;
+    return {x / u0k, y / u0k, z / u0k};
+}
+
+void coupledLBM_sim3D::markInlet(int domain, const mlVelocity3D<float>& position,
+                                 const mlVelocity3D<float>& velocity) {
+    mlFlow& flow = requireDomain("markInlet", domain);
+    bringToHost();
+    FluidHelper::markInlet(flow, position, velocity, params.front()->u0k);
+    syncState = HostNewer;
+}
+
+void coupledLBM_sim3D::clearInlets(int domain) {
+    mlFlow& flow = requireDomain("clearInlets", domain);
+    bringToHost();
+    FluidHelper::clearInlets(flow);
     syncState = HostNewer;
 }
 

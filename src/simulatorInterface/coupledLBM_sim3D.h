@@ -2,6 +2,7 @@
 // device copies in step with what is asked, counts steps and writes frames.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -52,6 +53,21 @@ public:
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();
 
+    // Three further operations on the flow; they need commitInit. Where they change it they first bring
+    // the flow to the host if a fluid step has run since, and the next fluid step takes the change up.
+    //
+    // A velocity in units of the reference velocity: each component divided by u0k.
+    std::array<double, 3> toReferenceVelocity(float x, float y, float z);
+    // Makes the node of a domain at `position` [m] an inlet with `velocity` times u0k. Raises
+    // std::out_of_range for a position outside the box or a domain that does not exist, and
+    // std::invalid_argument for a velocity that is not finite; nothing is changed then.
+    void markInlet(int domain, const mlVelocity3D<float>& position,
+                   const mlVelocity3D<float>& velocity);
+    // Brings the inlets of a domain to rest as plain fluid and sets all node classes anew from the
+    // physical positions, nodes of a face's class at rest too. Raises std::out_of_range for a domain
+    // that does not exist.
+    void clearInlets(int domain);
+
     int getIterNum() const { return iterNum; }
     // Steps between two frames; see simParams.
     int getIterPerSave(int frame_rate);
@@ -81,6 +97,7 @@ private:
     void createFlows();
     void checkBodies() const;
     void requireSolver(const char* operation) const;
+    mlFlow& requireDomain(const char* operation, int domain) const;
     void createSolver();
     void centreOnBody();
     void bringToHost();

@@ -58,14 +58,26 @@ DRELT_HOST_DEVICE void forEachDirection(Body&& body) {
     detail::unrollDirections(std::make_integer_sequence<int, kDirections>{}, body);
 }
 
-// Equilibrium of direction i for density rho and velocity (ux, uy, uz), second order in the velocity;
-// the form that fills the initial state. Lattice units. The dot product and the square are formed in
-// single precision, the polynomial in double, rounded once.
-inline float hostEquilibrium(int i, float rho, float ux, float uy, float uz) {
-    const double t = ex_cas1[i] * ux + ey_cas1[i] * uy + ez_cas1[i] * uz;
+// Equilibrium of second order in the velocity, for a direction (cx, cy, cz) of the given weight, density
+// rho and velocity (ux, uy, uz); lattice units. The dot product and the square are formed in single
+// precision, the polynomial in double, rounded once.
+DRELT_HOST_DEVICE float secondOrderEquilibrium(float cx, float cy, float cz, float weight,
+                                               float rho, float ux, float uy, float uz) {
+    const double t = cx * ux + cy * uy + cz * uz;
     const double s = 1.5f * (ux * ux + uy * uy + uz * uz);
-    const double w = w_cas1[i] * rho;
+    const double w = weight * rho;
     return static_cast<float>(((t * 3.0 + 1.0) + t * 4.5 * t - s) * w);
+}
+
+// The same of direction D of the set.
+template <class D>
+DRELT_HOST_DEVICE float secondOrderEquilibrium(D, float rho, float ux, float uy, float uz) {
+    return secondOrderEquilibrium(D::x, D::y, D::z, D::weight, rho, ux, uy, uz);
+}
+
+// The same of direction i on the host; the form that fills the initial state.
+inline float hostEquilibrium(int i, float rho, float ux, float uy, float uz) {
+    return secondOrderEquilibrium(ex_cas1[i], ey_cas1[i], ez_cas1[i], w_cas1[i], rho, ux, uy, uz);
 }
 
 }  // namespace drelt

@@ -5,9 +5,9 @@
 #include <dart/dynamics/Frame.hpp>
 
 #include "cslbm/PML/PMLOperation.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
+#include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
+#include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/check.h"
@@ -39,11 +39,12 @@ void mlSinglePhaseSolverNew::advanceFluid(int i) {
     mlFlow* const flow = lbm_dev_gpu[i];
     const MLFluidParam* const param = lbmvec[i]->param;
     addFrameForce(i);
-    mlCollideAddForceHighorderFiiting(flow, param);
+    collide(collisionOperator, flow, param);
     PML_Operation(flow, param);
+    applyBoundary(boundaryFamily, BoundaryStage::AfterLayer, flow, param);
     mlCuStream3dOpt(flow, param);
     mlCalOneOrderMomentOpt(flow, param);
-    mlBoundaryConditionNEE(flow, param);
+    applyBoundary(boundaryFamily, BoundaryStage::AfterMoments, flow, param);
 }
 
 // The inertial force of the grid, which moves with the frame without turning.

@@ -4,6 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
+#include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
 #include "cslbm/mlsolver/mlBaseCouplingSolver.h"
 #include "cslbm/mlsolver/mlFlow.h"
@@ -35,6 +37,9 @@ public:
     std::vector<mlFlow*> lbm_dev_gpu;     // device records, one a domain, null until allocated
     std::vector<mlUnitScale> unitScales;  // one a parameter record
     std::shared_ptr<mlBaseCouplingSolver> world;
+    // The collision and the boundaries of a step; may be changed between steps.
+    CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
+    BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
 
     // The device array behind each field of the device record, one entry a domain.
     std::vector<float*> f_dev_vec, fPost_dev_vec, fStore_dev_vec;

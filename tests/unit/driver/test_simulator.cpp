@@ -1,10 +1,12 @@
 // The simulator: order of use, synchronisation, files, memory.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <memory>
 
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "cslbm/mlsolver/mlLattice.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
@@ -173,6 +175,61 @@ TEST_F(Simulator, RunsStartAgainAfterResetAndCommit) {
     sim->reset();
     sim->commitInit();
     EXPECT_EQ(run(), first) << "bit for bit";
+}
+
+TEST_F(Simulator, InletsAreMarkedByPositionAndCleared) {
+    EXPECT_EQ(refusal<std::runtime_error>([&] { sim->clearInlets(0); }),
+              "clearInlets: the simulator is not initialised; call commitInit first");
+    commit();
+    sim->step(TWO_WAY);
+    const auto relative = sim->toReferenceVelocity(0.1f, 0.2f, -0.3f);
+    EXPECT_NEAR(relative[0], 2, 1e-6);
+    EXPECT_NEAR(relative[2], -6, 1e-6);
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostCurrent);
+
+    mlFlow& host = *sim->lbmvec[0];
+    const auto at = [&](float x, float y, float z) {  // in node spacings of the low corner
+        return mlVelocity3D<float>{host.startx + x * 0.0025f, host.starty + y * 0.0025f,
+                                   host.startz + z * 0.0025f};
+    };
+    const auto refused = [&](const mlVelocity3D<float>& place, float speed) {
+        return refusal<std::logic_error>([&] { sim->markInlet(0, place, {speed, 0, 0}); });
+    };
+    EXPECT_NE(refused(at(15.7f, 3, 3), 1).find("lies outside the fluid box"), std::string::npos);
+    EXPECT_NE(refused(at(3, -0.1f, 3), 1).find("lies outside the fluid box"), std::string::npos);
+    EXPECT_NE(refused(at(3, 3, NAN), 1).find("lies outside the fluid box"), std::string::npos);
+    EXPECT_NE(refused(at(3, 3, 3), INFINITY).find("is not finite"), std::string::npos);
+    EXPECT_EQ(refusal<std::out_of_range>([&] { sim->clearInlets(1); }),
+              "clearInlets: the simulator holds 1 domain(s); index 1 names none, give 0 to 0");
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostCurrent) << "refused calls change nothing";
+
+    // 16 nodes over 15.6 spacings, 14 over 13.6
+    const std::int64_t n = 3 + 16 * (4 + 14 * 5), m = n + 1;
+    const float momentum = host.ux[m];
+    sim->markInlet(0, at(3.5f, 4.5f, 5.5f), {0.2f, 0.4f, -0.6f});
+    EXPECT_EQ(host.flag[n], ML_NODE_INLET);
+    EXPECT_EQ(host.uz[n], -0.6f * 0.05f);
+    EXPECT_EQ(host.fPost[6 * host.count + n],
+              hostEquilibrium(6, host.rou[n].value, host.ux[n], host.uy[n], host.uz[n]));
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostNewer);
+    sim->step(TWO_WAY);
+    sim->markInlet(0, at(9.5f, 9.5f, 9.5f), {0, 0, 0});
+    EXPECT_EQ(host.flag[n], ML_NODE_INLET) << "came back from the device";
+    EXPECT_NE(host.ux[m], momentum) << "the step's flow is kept";
+
+    host.startx = 0;
+    host.flag[m] = ML_NODE_SOLID;
+    const float kept = host.f[host.count + n + 2];
+    sim->clearInlets(0);
+    EXPECT_EQ(host.flag[n], ML_NODE_FLUID);
+    EXPECT_EQ(host.flag[m], ML_NODE_SOLID);
+    for (const std::int64_t node : {n, n - 3}) {
+        EXPECT_EQ(host.ux[node], 0.0f);
+        EXPECT_EQ(host.f[host.count + node], w_cas1[1] * host.rou[node].value);
+    }
+    EXPECT_EQ(host.flag[n - 3], ML_NODE_LEFT) << "x = 0 lies at 0 m";
+    EXPECT_EQ(host.f[host.count + n + 2], kept) << "plain fluid flows on";
+    EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostNewer);
 }
 
 TEST_F(Simulator, FramesGoToTheFoldersByName) {

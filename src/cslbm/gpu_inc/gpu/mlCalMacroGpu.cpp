@@ -1,5 +1,6 @@
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 
+#include "cslbm/gpu_inc/gpu/mlCalMacroGpuOther.h"
 #include "platform/check.h"
 
 namespace drelt {
@@ -28,6 +29,38 @@ void mlCalOneOrderMomentOpt(mlFlow* flow, const MLFluidParam* param) {
     launchVolume<&mlCalOneOrderMomentOptKernel>(coveringShape(nodes, 32, 4, 1), nodes, flow,
                                                 nodes.x, nodes.y, nodes.z,
                                                 nodes.x * nodes.y * nodes.z);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+void mlRestoreUOpt(mlFlow* flow, const MLFluidParam* param) {
+    const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
+    launchVolume<&mlRestoreUOptKernel>(coveringShape(nodes, 32, 4, 1), nodes, flow, nodes.x,
+                                       nodes.y, nodes.z, nodes.x * nodes.y * nodes.z);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+void mlCalMacroGpu(mlFlow* flow, const MLFluidParam* param) {
+    const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
+    launchRange<&mlCalMacroGpuKernel>(coveringShape(nodes, 8, 8, 8), nodes, flow);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+void mlCopyFTilde(mlFlow* flow, const MLFluidParam* param) {
+    const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
+    launchVolume<&mlCopyFTildeKernel>(coveringShape(nodes, 32, 4, 1), nodes, flow, nodes.x, nodes.y,
+                                      nodes.z, nodes.x * nodes.y * nodes.z);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+void mlCalForceTerm(mlFlow* flow, const MLFluidParam* param, bool wallJets, bool inletVelocity,
+                    float phase) {
+    const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
+    launchRange<&mlCalForceTermKernel>(coveringShape(nodes, 8, 8, 8), nodes, flow, wallJets,
+                                       inletVelocity, phase);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

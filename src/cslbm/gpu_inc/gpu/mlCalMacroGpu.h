@@ -90,34 +90,51 @@ DRELT_KERNEL void mlAddForcetoUOptKernel(LaunchIndex at, mlFlow* flow, int, int,
                               rho);
 }
 
+namespace detail {
+
+// Density and momentum of the populations of one node.
+struct MomentSums {
+    float rho, mx, my, mz;
+};
+
+// Sums the populations first[i * stride].
+DRELT_HOST_DEVICE MomentSums momentSums(const float* first, std::int64_t stride) {
+    // Summed by length of the direction, small populations first: one running sum from the rest
+    // population on would lose a little mass at every step.
+    float bySquaredLength[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    MomentSums sums{0.0f, 0.0f, 0.0f, 0.0f};
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        using D = decltype(d);
+        const float value = first[D::index * stride];
+        bySquaredLength[D::x * D::x + D::y * D::y + D::z * D::z] += value;
+        if constexpr (D::x != 0) sums.mx += D::x * value;
+        if constexpr (D::y != 0) sums.my += D::y * value;
+        if constexpr (D::z != 0) sums.mz += D::z * value;
+    });
+    sums.rho =
+        ((bySquaredLength[3] + bySquaredLength[2]) + bySquaredLength[1]) + bySquaredLength[0];
+    return sums;
+}
+
+// Stores density and raw momentum of node n, and clears its force.
+DRELT_HOST_DEVICE void storeMoments(mlFlow* flow, std::int64_t n, std::int64_t stride) {
+    const MomentSums sums = momentSums(flow->f + n, stride);
+    flow->rou[n].value = sums.rho;
+    flow->ux[n] = sums.mx;
+    flow->uy[n] = sums.my;
+    flow->uz[n] = sums.mz;
+    flow->forcex[n] = 0.0;
+    flow->forcey[n] = 0.0;
+    flow->forcez[n] = 0.0;
+}
+
+}  // namespace detail
+
 // Density and raw momentum (not divided by the density) of the streamed populations, and force
 // arrays cleared for the next step. Reads f; writes rou, ux uy uz, forcex forcey forcez.
 DRELT_KERNEL void mlCalOneOrderMomentOptKernel(LaunchIndex at, mlFlow* flow, int, int, int,
                                                int count) {
-    const std::int64_t stride = count;
-    const float* const f = flow->f + at.n;
-    // Summed by length of the direction, small populations first: one running sum from the rest
-    // population on would lose a little mass at every step.
-    float bySquaredLength[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    float mx = 0.0f;
-    float my = 0.0f;
-    float mz = 0.0f;
-    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
-        using D = decltype(d);
-        const float value = f[D::index * stride];
-        bySquaredLength[D::x * D::x + D::y * D::y + D::z * D::z] += value;
-        if constexpr (D::x != 0) mx += D::x * value;
-        if constexpr (D::y != 0) my += D::y * value;
-        if constexpr (D::z != 0) mz += D::z * value;
-    });
-    flow->rou[at.n].value =
-        ((bySquaredLength[3] + bySquaredLength[2]) + bySquaredLength[1]) + bySquaredLength[0];
-    flow->ux[at.n] = mx;
-    flow->uy[at.n] = my;
-    flow->uz[at.n] = mz;
-    flow->forcex[at.n] = 0.0;
-    flow->forcey[at.n] = 0.0;
-    flow->forcez[at.n] = 0.0;
+    detail::storeMoments(flow, at.n, count);
 }
 
 // Launches mlSetFlowCenterKernel for a device record; the centre in metres, world axes.

@@ -245,6 +245,13 @@ struct CentralForceSource {
     }
 };
 
+// No force among the central moments.
+struct NoMomentSource {
+    static constexpr float x = 0.0f, y = 0.0f, z = 0.0f;
+
+    static constexpr bool has(int) { return false; }
+};
+
 // Relaxes k4 to k26: k* = (1 - s) k + s eq + (1 - s/2) S. Moments with a source are combined in
 // double precision. k0 to k3 are left as they are.
 template <class Equilibrium, class Source>

@@ -13,4 +13,15 @@ void mlCuStream3dOpt(mlFlow* flow, const MLFluidParam* param) {
     checkCudaErrors(cudaDeviceSynchronize());
 }
 
+void mmlStreamChangeInlet(mlFlow* flow, const MLFluidParam* param, bool enable) {
+    const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
+    const long nx = nodes.x;
+    const long ny = nodes.y;
+    const long nz = nodes.z;
+    launchRange<&mmlStreamChangeInletGpuKernel>(coveringShape(nodes, 8, 8, 8), nodes, flow, 0.0f,
+                                                0.0f, 0.0f, 0.0f, enable, nx, ny, nz);
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
 }  // namespace drelt

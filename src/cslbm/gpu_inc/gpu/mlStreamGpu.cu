@@ -3,3 +3,4 @@
 #include "platform/launch_cuda.cuh"
 
 DRELT_INSTANTIATE_DEVICE(drelt::mlCuStream3dOptKernel, Flat);
+DRELT_INSTANTIATE_DEVICE(drelt::mmlStreamChangeInletGpuKernel, Axes);

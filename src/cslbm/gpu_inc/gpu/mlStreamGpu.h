@@ -47,7 +47,29 @@ DRELT_HOST_ROW void streamRow(LaunchIndex first, int length, mlFlow* flow, int n
     });
 }
 
+// Brings the plane of nodes whose height y * dx + starty [m] is exactly 0 to rest, as the class
+// ML_NODE_DOWN: no velocity, and the equilibrium of the node's density in f and fPost. Does nothing
+// unless enabled; the float arguments are not used.
+DRELT_KERNEL void mmlStreamChangeInletGpuKernel(LaunchIndex at, mlFlow* flow, float, float, float,
+                                                float, bool enable, long nx, long ny, long nz) {
+    if (!enable || at.y * flow->param->dx + flow->starty != 0.0f) return;
+    const std::int64_t n = at.x + nx * (at.y + ny * at.z);
+    const std::int64_t stride = nx * ny * nz;
+    const float rho = flow->rou[n].value;
+    flow->flag[n] = ML_NODE_DOWN;
+    flow->ux[n] = 0.0f;
+    flow->uy[n] = 0.0f;
+    flow->uz[n] = 0.0f;
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        const std::int64_t entry = decltype(d)::index * stride + n;
+        flow->f[entry] = flow->fPost[entry] = secondOrderEquilibrium(d, rho, 0.0f, 0.0f, 0.0f);
+    });
+}
+
 // Launches mlCuStream3dOptKernel over the domain of a device record.
 void mlCuStream3dOpt(mlFlow* flow, const MLFluidParam* param);
+
+// Launches mmlStreamChangeInletGpuKernel over the domain of a device record.
+void mmlStreamChangeInlet(mlFlow* flow, const MLFluidParam* param, bool enable);
 
 }  // namespace drelt

@@ -132,9 +132,36 @@ DRELT_HOST_DEVICE float fittedRelaxation(const Tensor3& g, float rho, const floa
                               0.024553263256967 * momentum + 0.008547381698844);
 }
 
+// Size of the strain rate S, sqrt(2 S_ab S_ab); the sum in double precision, its root in single.
+DRELT_HOST_DEVICE float strainRateMagnitude(const Tensor3& g) {
+    double diagonal = 0.0;
+    double off = 0.0;
+    forEachIndex<3>([&](auto i) DRELT_LAMBDA_INLINE {
+        constexpr int a = decltype(i)::value;
+        constexpr int b = (a + 1) % 3;
+        const double normal = g.of[a][a];
+        const double shear = (g.of[a][b] + g.of[b][a]) * 0.5f;
+        diagonal += normal * normal;
+        off += shear * shear;
+    });
+    return sqrtf(static_cast<float>(2.0 * diagonal + 4.0 * off));
+}
+
+// Smagorinsky's eddy viscosity with constant 0.15 and filter width 1 (Mon. Weather Rev. 91 (1963)
+// 99): a lift of the high-order rates where the strain is large.
+DRELT_HOST_DEVICE double strainLift(const Tensor3& g) { return 0.0225 * strainRateMagnitude(g); }
+
 // Relaxation rate of a viscosity-like parameter, in double precision, rounded once. Not clamped.
-DRELT_HOST_DEVICE float relaxationRate(float parameter) {
+DRELT_HOST_DEVICE float relaxationRate(double parameter) {
     return static_cast<float>(1.0 / (3.0 * parameter + 0.5));
+}
+
+// Rates of a collision without a fit: the shear moments relax with a viscosity, the others with
+// fixed parameters plus a lift. T is the precision of those sums.
+template <class T>
+DRELT_HOST_DEVICE MomentRates liftedRates(float viscosity, T lift, T high, T fifth, T sixth) {
+    return {relaxationRate(viscosity), relaxationRate(lift + high), relaxationRate(lift + fifth),
+            relaxationRate(lift + sixth)};
 }
 
 }  // namespace drelt

@@ -1,0 +1,100 @@
+// Moments and forcing beside those of the step: forms without frame forces, without half-force shift,
+// with three launch axes, and the forcing of a fixed test scene. The step calls none of them.
+#pragma once
+
+#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
+
+namespace drelt {
+
+// mlCalOneOrderMomentOptKernel from three launch axes, with 64-bit sizes. Has no launcher; run it with
+// launchRange.
+DRELT_KERNEL void mlCalOneOrderMomentKernel(LaunchIndex at, mlFlow* flow, long nx, long ny,
+                                            long nz) {
+    const std::int64_t n = (at.z * ny + at.y) * nx + at.x;
+    detail::storeMoments(flow, n, nx * ny * nz);
+}
+
+// Half-force shift u = (momentum + F/2) / rho of ordinary fluid nodes, without frame forces; half of
+// the acceleration gy (not a force density) is added to the y component after the division. Has no
+// launcher; run it with launchRange.
+DRELT_KERNEL void mlAddForcetoUKernel(LaunchIndex at, mlFlow* flow, float gy, long nx, long ny,
+                                      long) {
+    const std::int64_t n = (at.z * ny + at.y) * nx + at.x;
+    if (flow->flag[n] != ML_NODE_FLUID) return;
+    const double rho = flow->rou[n].value;
+    flow->ux[n] = static_cast<float>((flow->forcex[n] * 0.5 + flow->ux[n]) / rho);
+    flow->uy[n] = static_cast<float>(gy * 0.5 + (flow->forcey[n] * 0.5 + flow->uy[n]) / rho);
+    flow->uz[n] = static_cast<float>((flow->forcez[n] * 0.5 + flow->uz[n]) / rho);
+}
+
+// Momentum to velocity, without force. Where the density is 0 the velocity is not finite.
+DRELT_KERNEL void mlRestoreUOptKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
+    const float rho = flow->rou[at.n].value;
+    flow->ux[at.n] = flow->ux[at.n] / rho;
+    flow->uy[at.n] = flow->uy[at.n] / rho;
+    flow->uz[at.n] = flow->uz[at.n] / rho;
+}
+
+// Density and velocity of the populations; where the density is 0 the raw momentum stays. The force
+// arrays are left alone.
+DRELT_KERNEL void mlCalMacroGpuKernel(LaunchIndex at, mlFlow* flow) {
+    const std::int64_t nx = flow->param->samples_x;
+    const std::int64_t ny = flow->param->samples_y;
+    const std::int64_t n = at.x + nx * at.y + nx * ny * at.z;
+    const detail::MomentSums sums =
+        detail::momentSums(flow->f + n, nx * ny * flow->param->samples_z);
+    const float divisor = sums.rho != 0.0f ? sums.rho : 1.0f;
+    flow->rou[n].value = sums.rho;
+    flow->ux[n] = sums.mx / divisor;
+    flow->uy[n] = sums.my / divisor;
+    flow->uz[n] = sums.mz / divisor;
+}
+
+// Keeps the layer's equilibrium difference as that of the step before. Nodes beyond the sizes of the
+// device's parameter record are left alone.
+DRELT_KERNEL void mlCopyFTildeKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
+    const MLFluidParam* const param = flow->param;
+    if (at.x >= param->samples_x || at.y >= param->samples_y || at.z >= param->samples_z) return;
+    for (int i = 0; i < kDirections; ++i) {
+        const std::int64_t entry = i * flow->count + at.n;
+        flow->fEqTildeOld[entry] = flow->fEqTilde[entry];
+    }
+}
+
+// The forcing of a fixed test scene, all numbers its own. With inletVelocity, nodes of the classes 12
+// and 13 get an upward velocity of 0.1 with 0.05 * phase added and subtracted. With wallJets, four
+// plane jets four spacings inside the side walls push the fluid around the box below a height of
+// 120 m, each over 0.4 of the width at one end of its wall.
+DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJets,
+                                       bool inletVelocity, float phase) {
+    const MLFluidParam* const param = flow->param;
+    const std::int64_t nx = param->samples_x;
+    const std::int64_t ny = param->samples_y;
+    const std::int64_t n = at.x + nx * at.y + nx * ny * at.z;
+    if (inletVelocity) {
+        const auto flag = static_cast<std::int32_t>(flow->flag[n]);
+        if (flag == 12) flow->uy[n] = static_cast<float>(0.1 + 0.05 * phase);
+        if (flag == 13) flow->uy[n] = static_cast<float>(0.1 - 0.05 * phase);
+    }
+    const float dx = param->dx;
+    const float x = at.x * dx + flow->startx;
+    const float y = at.y * dx + flow->starty;
+    const float z = at.z * dx + flow->startz;
+    if (!wallJets || !(y < 120.0)) return;
+    // the planes are meant exactly, and both limits are shares of the width
+    const double low = 0.4 * param->width;
+    const double high = 0.6 * param->width;
+    if (z == 4 * dx && x < low) flow->forcez[n] = 0.02;
+    if (z == (param->samples_z - 4) * dx + flow->startz && x > high) flow->forcez[n] = -0.02;
+    if (x == 4 * dx && z > high) flow->forcex[n] = 0.02;
+    if (x == (param->samples_x - 4) * dx + flow->startx && z < low) flow->forcex[n] = -0.02;
+}
+
+// Each launches the operator of its name over the domain of a device record.
+void mlRestoreUOpt(mlFlow* flow, const MLFluidParam* param);
+void mlCalMacroGpu(mlFlow* flow, const MLFluidParam* param);
+void mlCopyFTilde(mlFlow* flow, const MLFluidParam* param);
+void mlCalForceTerm(mlFlow* flow, const MLFluidParam* param, bool wallJets, bool inletVelocity,
+                    float phase);
+
+}  // namespace drelt

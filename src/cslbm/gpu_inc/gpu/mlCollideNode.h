@@ -1,0 +1,156 @@
+// One node's way through a collision, and a host row's way through memory: what the collision
+// operators share. They differ in rates, equilibrium, and the place where the force enters.
+#pragma once
+
+#include <algorithm>
+
+#include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
+#include "cslbm/mlsolver/mlFlow.h"
+#include "cslbm/mlsolver/mlLattice.h"
+#include "platform/launch.h"
+
+namespace drelt {
+
+// The 27 entries of one node inside an array: entry i stands at first[i * stride].
+template <class T>
+struct NodePopulations {
+    T* first;
+    std::int64_t stride;
+};
+
+// A range of the 27 entries of a node, as compile-time constants.
+template <int First, int End>
+struct Entries {
+    static constexpr int first = First;
+    static constexpr int end = End;
+    static constexpr bool has(int i) { return i >= First && i < End; }
+};
+using AllEntries = Entries<0, kDirections>;
+
+// Density and velocity (half the force in it) of a node.
+struct NodeState {
+    float rho;
+    float u[3];
+};
+
+DRELT_HOST_DEVICE NodeState nodeState(const mlFlow* flow, const LaunchIndex& at) {
+    return {flow->rou[at.n].value, {flow->ux[at.n], flow->uy[at.n], flow->uz[at.n]}};
+}
+
+// Total force density as a source of central moments: param's body acceleration enters here, but not
+// the velocity.
+DRELT_HOST_DEVICE CentralForceSource centralForce(const mlFlow* flow, const LaunchIndex& at,
+                                                  float rho) {
+    const MLFluidParam* const param = flow->param;
+    return {static_cast<float>(flow->forcex[at.n] + rho * param->bodyAccelx),
+            static_cast<float>(flow->forcey[at.n] + rho * param->bodyAccely),
+            static_cast<float>(flow->forcez[at.n] + rho * param->bodyAccelz)};
+}
+
+// Table moments of a node's populations about its velocity.
+DRELT_HOST_DEVICE void gatherMoments(NodePopulations<const float> from, const NodeState& node,
+                                     float (&k)[kMoments]) {
+    float f[kDirections];
+    float plain[kMoments];
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        f[decltype(d)::index] = from.first[decltype(d)::index * from.stride];
+    });
+    plainMomentsOf(f, node.u[0], node.u[1], node.u[2], plain);
+    packMoments(plain, k);
+}
+
+// Writes the table moments of a node.
+DRELT_HOST_DEVICE void scatterMoments(const float (&k)[kMoments], NodePopulations<float> to) {
+    forEachIndex<kMoments>([&](auto j) DRELT_LAMBDA_INLINE {
+        to.first[decltype(j)::value * to.stride] = k[decltype(j)::value];
+    });
+}
+
+// The moments that a collision does not relax: mass from the density, momentum relative to the
+// velocity from the force alone, of which the velocity holds the other half.
+template <class MomentSource>
+DRELT_HOST_DEVICE void setConserved(float (&k)[kMoments], float rho, const MomentSource& force) {
+    k[0] = rho;
+    k[1] = 0.5f * force.x;
+    k[2] = 0.5f * force.y;
+    k[3] = 0.5f * force.z;
+}
+
+// Writes a range of the populations that have the table moments k, plus their source.
+template <class Range, class PopulationForce>
+DRELT_HOST_DEVICE void scatterPopulations(Range, const float (&k)[kMoments], const NodeState& node,
+                                          const PopulationForce& force, NodePopulations<float> to) {
+    float f[kDirections];
+    float plain[kMoments];
+    unpackMoments(k, plain);
+    populationsOf(plain, node.u[0], node.u[1], node.u[2], f);
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        constexpr int i = decltype(d)::index;
+        if constexpr (Range::has(i)) to.first[i * to.stride] = force.addedTo(d, f[i]);
+    });
+}
+
+// No source of populations.
+struct NoPopulationSource {
+    template <class D>
+    DRELT_HOST_DEVICE float addedTo(D, float f) const {
+        return f;
+    }
+};
+
+// A whole collision of one node: moments of the populations `from`, relaxation, populations `to`.
+// Both may be the same place.
+template <class Equilibrium, class MomentSource, class PopulationForce>
+DRELT_HOST_DEVICE void collidePopulations(const NodeState& node, const MomentRates& rates,
+                                          const Equilibrium& equilibrium,
+                                          const MomentSource& momentSource,
+                                          const PopulationForce& populationSource,
+                                          NodePopulations<const float> from,
+                                          NodePopulations<float> to) {
+    float k[kMoments];
+    gatherMoments(from, node, k);
+    setConserved(k, node.rho, momentSource);
+    relaxMoments(k, rates, equilibrium, momentSource);
+    scatterPopulations(AllEntries{}, k, node, populationSource, to);
+}
+
+// Calls body(at, from, to) for a row of nodes on the host, in blocks whose entries are staged in a
+// buffer that is filled and emptied array by array: 54 arrays walked side by side are more than
+// caches and hardware prefetchers follow. While a vector of nodes is worked on, the lines of the next
+// block's entries and of this block's results are on their way to the cache. `read` and `written` are
+// 27 arrays of `stride` each, of which the body reads and writes the given ranges; from and to are the
+// same place. Mark the body DRELT_LAMBDA_INLINE.
+template <class Read, class Written, class Body>
+DRELT_HOST_ROW void forEachStagedNode(LaunchIndex first, int length, const float* read,
+                                      float* written, std::int64_t stride, Body&& body) {
+    constexpr int block = 256;
+    constexpr int group = 16;
+    alignas(64) float staged[kDirections * block];
+    for (int done = 0; done < length; done += block) {
+        const int part = length - done < block ? length - done : block;
+        const LaunchIndex start{first.x + done, first.y, first.z, first.n + done};
+        const float* const source = read + start.n;
+        float* const sink = written + start.n;
+        for (std::ptrdiff_t i = Read::first; i < Read::end; ++i) {
+            std::copy(source + i * stride, source + i * stride + part, staged + i * block);
+        }
+        for (int offset = 0; offset < part; offset += group) {
+            for (int i = 0; i < kDirections; ++i) {
+                if (Read::has(i)) __builtin_prefetch(source + i * stride + offset + part, 0, 2);
+                if (Written::has(i)) __builtin_prefetch(sink + i * stride + offset, 1, 2);
+            }
+            const LaunchIndex node{start.x + offset, start.y, start.z, start.n + offset};
+            const int size = part - offset < group ? part - offset : group;
+            forEachInRow(node, size, [&](const LaunchIndex& at) DRELT_LAMBDA_INLINE {
+                float* const own = staged + (at.x - start.x);
+                body(at, NodePopulations<const float>{own, block},
+                     NodePopulations<float>{own, block});
+            });
+        }
+        for (std::ptrdiff_t i = Written::first; i < Written::end; ++i) {
+            std::copy(staged + i * block, staged + i * block + part, sink + i * stride);
+        }
+    }
+}
+
+}  // namespace drelt
