@@ -1,0 +1,234 @@
+#include "cslbm/fused/FusedDomain.h"
+
+#include <omp.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "platform/check.h"
+
+namespace drelt {
+namespace {
+
+constexpr int kLine = 16;   // floats of a cache line
+constexpr int kChunk = 16;  // nodes that are asked for together
+
+// Rows an odd number of lines apart, so that the fields of a node spread over the cache's sets.
+int pitchFor(int nx) {
+    const int lines = (nx + kLine - 1) / kLine + 1;
+    return kLine * (lines % 2 == 0 ? lines + 1 : lines);
+}
+
+// The slab of a thread.
+struct Slab {
+    int z0, z1;
+};
+Slab slabOf(int thread, int threads, int nz) {
+    const auto bound = [&](int t) { return static_cast<int>(std::int64_t{nz} * t / threads); };
+    return {bound(thread), bound(thread + 1)};
+}
+
+}  // namespace
+
+// Device memory of the host: pages appear when touched. Arrays that are touched here and there only
+// must not be backed by huge pages.
+template <class T>
+T* FusedDomain::allocate(std::size_t count, bool sparse) {
+    constexpr std::size_t pad = 64;  // a pack before the first and after the last row may be read
+    T* array = nullptr;
+    const std::size_t bytes = (count + 2 * pad) * sizeof(T);
+    checkCudaErrors(cudaMalloc(&array, bytes));
+    arrays_.push_back(array);
+    if (sparse) {
+        madvise(array, bytes, MADV_NOHUGEPAGE);
+    } else {
+        bytes_ += bytes;
+    }
+    return array + pad;
+}
+
+FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
+                         const FusedSweeps& sweeps)
+    : sweeps_(&sweeps), param_(param) {
+    FusedState& s = state_;
+    s.nx = param.samples_x;
+    s.ny = param.samples_y;
+    s.nz = param.samples_z;
+    s.width = param.pml_width;
+    const int least = 2 * s.width + 3;
+    if (std::min({s.nx, s.ny, s.nz}) < least) {
+        throw std::invalid_argument("a box of " + std::to_string(s.nx) + " x " +
+                                    std::to_string(s.ny) + " x " + std::to_string(s.nz) +
+                                    " nodes is too thin for a layer of " + std::to_string(s.width) +
+                                    ": give it at least " + std::to_string(least) +
+                                    " nodes along each axis");
+    }
+    nodes_ = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
+    s.pitch = pitchFor(s.nx);
+    s.nu = nu;
+    static_cast<void>(sigmaMax);
+    const std::size_t row = s.pitch;
+    const std::size_t rows = static_cast<std::size_t>(s.ny + 1) * s.nz;
+    s.populations = allocate<float>(27 * row * (rows + s.ny + 1));
+    s.moments = allocate<float>(4 * row * rows);
+    if (s.width > 0) momentsBefore_ = allocate<float>(4 * row * rows);
+    s.sopt = allocate<float>(row * rows);
+    spreadRows_.assign(static_cast<std::size_t>(s.ny) * s.nz, 0);
+    s.spread = spreadRows_.data();
+    chunkWords_ = (s.nx + 32 * kChunk - 1) / (32 * kChunk);
+    wanted_.assign(spreadRows_.size() * chunkWords_, 0);
+
+    record_.param = &param_;
+    record_.count = static_cast<std::int64_t>(nodes_);
+    record_.v0k = nu;
+    for (auto field : {&mlFlow::ux, &mlFlow::uy, &mlFlow::uz}) {
+        record_.*field = allocate<float>(nodes_, true);
+    }
+    record_.rou = allocate<mlDensity<float>>(nodes_, true);
+    int axis = 0;
+    for (auto field : {&mlFlow::forcex, &mlFlow::forcey, &mlFlow::forcez}) {
+        s.force[axis++] = record_.*field = allocate<double>(nodes_, true);
+    }
+    s.bodyAcceleration[0] = param.bodyAccelx;
+    s.bodyAcceleration[1] = param.bodyAccely;
+    s.bodyAcceleration[2] = param.bodyAccelz;
+    startAtRest();
+}
+
+FusedDomain::~FusedDomain() {
+    for (void* array : arrays_) cudaFree(array);
+}
+
+void FusedDomain::step(const FrameMotion& motion) {
+    FusedState& s = state_;
+    const bool turns = !motion.angularVelocity.isZero(0) || !motion.angularAcceleration.isZero(0);
+    if (turns) turnFrame(motion);
+    for (int a = 0; a < 3; ++a) {
+        s.acceleration[a] =
+            turns ? 0.0f
+                  : static_cast<float>(motion.lengthScale[a] * -motion.linearAcceleration[a]);
+    }
+    s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
+              s.bodyAcceleration[2] != 0.0f;
+#pragma omp parallel
+    {
+        FlushDenormals flush;
+        const Slab slab = slabOf(omp_get_thread_num(), omp_get_num_threads(), s.nz);
+        sweeps_->edges(s, slab.z0, slab.z1);
+#pragma omp barrier
+        sweeps_->slab(s, slab.z0, slab.z1);
+    }
+    s.swapped = 1 - s.swapped;
+    s.planesPending = true;
+    s.momentsGiven = false;
+    if (momentsBefore_ != nullptr) {
+        std::swap(momentsBefore_, s.moments);
+        s.before = momentsBefore_;
+    }
+}
+
+// A frame that turns has a force of its own on every node: the operator forms it in the dense arrays,
+// and the sweep takes it from there with what was spread.
+void FusedDomain::turnFrame(const FrameMotion& motion) {
+    const NodeBox all{0, 0, 0, state_.nx, state_.ny, state_.nz};
+    prepareMoments(&all, 1);
+    mlAddForcetoUOpt(&record_, &param_, motion.velocityScale, motion.lengthScale,
+                     motion.linearAcceleration, motion.angularVelocity, motion.angularAcceleration,
+                     motion.inverse);
+    announceForces(&all, 1);
+}
+
+NodeBox FusedDomain::clipped(const NodeBox& box) const {
+    return intersection(box, {0, 0, 0, state_.nx, state_.ny, state_.nz});
+}
+
+void FusedDomain::announceForces(const NodeBox* boxes, int count) {
+    for (int i = 0; i < count; ++i) {
+        const NodeBox box = clipped(boxes[i]);
+        if (box.empty()) continue;
+        for (int z = box.z0; z < box.z1; ++z) {
+            const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(state_.ny) * z;
+            std::fill(state_.spread + row + box.y0, state_.spread + row + box.y1, 1);
+        }
+    }
+}
+
+void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
+    const FusedState& s = state_;
+    int y0 = s.ny, y1 = 0, z0 = s.nz, z1 = 0;
+    for (int i = 0; i < count; ++i) {
+        const NodeBox box = clipped(boxes[i]);
+        if (box.empty()) continue;
+        y0 = std::min(y0, box.y0);
+        y1 = std::max(y1, box.y1);
+        z0 = std::min(z0, box.z0);
+        z1 = std::max(z1, box.z1);
+        for (int z = box.z0; z < box.z1; ++z) {
+            for (int y = box.y0; y < box.y1; ++y) {
+                unsigned* const words =
+                    &wanted_[(static_cast<std::size_t>(s.ny) * z + y) * chunkWords_];
+                for (int c = box.x0 / kChunk; c <= (box.x1 - 1) / kChunk; ++c) {
+                    words[c / 32] |= 1u << (c % 32);
+                }
+            }
+        }
+    }
+    if (y0 >= y1 || z0 >= z1) return;
+    const int height = y1 - y0;
+    const std::int64_t rows = std::int64_t{z1 - z0} * height;
+#pragma omp parallel
+    {
+        FlushDenormals flush;
+#pragma omp for schedule(static)
+        for (std::int64_t i = 0; i < rows; ++i) {
+            const int z = z0 + static_cast<int>(i / height);
+            const int y = y0 + static_cast<int>(i % height);
+            const std::size_t row = static_cast<std::size_t>(s.ny) * z + y;
+            unsigned* const words = &wanted_[row * chunkWords_];
+            float* const to[4] = {&record_.rou[row * s.nx].value, record_.ux + row * s.nx,
+                                  record_.uy + row * s.nx, record_.uz + row * s.nx};
+            for (int c = 0; c * kChunk < s.nx; ++c) {
+                if ((words[c / 32] >> (c % 32) & 1u) == 0) continue;
+                sweeps_->segment(s, y, z, c * kChunk, std::min(s.nx, (c + 1) * kChunk), to);
+            }
+            std::fill(words, words + chunkWords_, 0u);
+        }
+    }
+}
+
+const FusedSweeps& fusedSweeps(const char* name) {
+    for (const char* known : fusedInstructionSets()) {
+        if (std::strcmp(known, name) != 0) continue;
+#if defined(DRELT_FUSED_X86)
+        if (std::strcmp(name, "avx512") == 0) return fusedSweepsAvx512();
+        if (std::strcmp(name, "avx2") == 0) return fusedSweepsAvx2();
+#endif
+        return fusedSweepsBaseline();
+    }
+    std::string all;
+    for (const char* known : fusedInstructionSets()) all += std::string(" ") + known;
+    throw std::invalid_argument("no instruction set \"" + std::string(name) +
+                                "\" here: choose one of" + all);
+}
+
+std::vector<const char*> fusedInstructionSets() {
+    std::vector<const char*> names{"baseline"};
+#if defined(DRELT_FUSED_X86)
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) names.push_back("avx2");
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) {
+        names.push_back("avx512");
+    }
+#endif
+    return names;
+}
+
+const FusedSweeps& fusedSweeps() {
+    const char* const asked = std::getenv("DRELT_INSTRUCTIONS");
+    return fusedSweeps(asked != nullptr ? asked : fusedInstructionSets().back());
+}
+
+}  // namespace drelt

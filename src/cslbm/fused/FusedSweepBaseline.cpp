@@ -1,0 +1,13 @@
+#define DRELT_FUSED_ISA fused_baseline
+#include "cslbm/fused/FusedSegment.h"
+#include "cslbm/fused/FusedSweep.h"
+
+namespace drelt {
+
+const FusedSweeps& fusedSweepsBaseline() {
+    static constexpr FusedSweeps sweeps{"baseline", &fused_baseline::edges, &fused_baseline::slab,
+                                        &fused_baseline::segment};
+    return sweeps;
+}
+
+}  // namespace drelt

@@ -1,0 +1,143 @@
+// Between a domain's own arrays and the records of the operators.
+#define DRELT_FUSED_ISA fused_transfer
+#include <algorithm>
+#include <cstring>
+
+#include "cslbm/fused/FusedDomain.h"
+#include "cslbm/fused/FusedRows.h"
+#include "cslbm/mlsolver/mlLattice.h"
+
+namespace drelt {
+
+using fused_transfer::findPlaces;
+using fused_transfer::momentRows;
+using fused_transfer::MomentRows;
+using fused_transfer::Places;
+using fused_transfer::rowStart;
+
+namespace {
+
+constexpr int codeOf(int i) {
+    return static_cast<int>(ex_cas1[i]) + 1 + 3 * (static_cast<int>(ey_cas1[i]) + 1) +
+           9 * (static_cast<int>(ez_cas1[i]) + 1);
+}
+
+// An inner neighbour's coordinate for a node between the open planes.
+int inner(int a, int n, int w) { return std::clamp(a, w + 1, n - 2 - w); }
+bool between(int a, int n, int w) { return a >= w && a <= n - 1 - w; }
+
+void copyRow(float* to, const float* from, int count) {
+    std::memcpy(to, from, sizeof(float) * static_cast<std::size_t>(count));
+}
+
+}  // namespace
+
+// Rows in parallel, by the threads that sweep them: so pages first appear where they are used.
+template <class Visit>
+void FusedDomain::forEachRow(Visit&& visit) const {
+#pragma omp parallel for schedule(static)
+    for (int z = 0; z < state_.nz; ++z) {
+        for (int y = 0; y < state_.ny; ++y) visit(y, z);
+    }
+}
+
+void FusedDomain::startAtRest() {
+    FusedState& s = state_;
+    forEachRow([&](int y, int z) {
+        Places places;
+        findPlaces(s, y, z, places);
+        for (int i = 0; i < kDirections; ++i) {
+            std::fill_n(places.at[codeOf(i)], s.nx, w_cas1[i]);
+        }
+        for (float* const buffer : {s.moments, momentsBefore_}) {
+            if (buffer == nullptr) continue;
+            std::fill_n(buffer + rowStart(s, y, z, 4), s.pitch, 1.0f);
+        }
+    });
+    s.before = momentsBefore_;
+}
+
+void FusedDomain::load(const mlFlow& host) {
+    FusedState& s = state_;
+    s.momentsGiven = true;
+    forEachRow([&](int y, int z) {
+        const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
+        copyRow(momentRows(s, s.moments, y, z).rho, &host.rou[n].value, s.nx);
+        copyRow(s.sopt + rowStart(s, y, z, 1), host.Sopt + n, s.nx);
+    });
+    upload(host);
+}
+
+void FusedDomain::upload(const mlFlow& host) {
+    FusedState& s = state_;
+    if (!s.momentsGiven) {
+        // the density in force is that of the populations about to be overwritten
+        forEachRow([&](int y, int z) {
+            const MomentRows to = momentRows(s, s.moments, y, z);
+            float* const rows[4] = {to.rho, to.ux, to.uy, to.uz};
+            sweeps_->segment(s, y, z, 0, s.nx, rows);
+        });
+    }
+    const std::int64_t count = host.count;
+    forEachRow([&](int y, int z) {
+        const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
+        Places places;
+        findPlaces(s, y, z, places);
+        for (int i = 0; i < kDirections; ++i) {
+            copyRow(places.at[codeOf(i)], host.f + i * count + n, s.nx);
+        }
+        const MomentRows to = momentRows(s, s.moments, y, z);
+        copyRow(to.ux, host.ux + n, s.nx);
+        copyRow(to.uy, host.uy + n, s.nx);
+        copyRow(to.uz, host.uz + n, s.nx);
+    });
+    s.momentsGiven = true;
+    s.planesPending = false;
+}
+
+void FusedDomain::resetLayer(const mlDensity<float>*) {}
+
+void FusedDomain::materialise(mlFlow& host) const {
+    const FusedState& s = state_;
+    const std::int64_t count = host.count;
+    forEachRow([&](int y, int z) {
+        const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
+        const int w = s.width;
+        Places own;
+        findPlaces(s, y, z, own);
+        if (host.f != nullptr) {
+            const bool opens = s.planesPending && between(y, s.ny, w) && between(z, s.nz, w);
+            Places from = own;
+            if (opens) findPlaces(s, inner(y, s.ny, w), inner(z, s.nz, w), from);
+            for (int i = 0; i < kDirections; ++i) {
+                float* const to = host.f + i * count + n;
+                copyRow(to, own.at[codeOf(i)], s.nx);
+                if (!opens) continue;
+                const float* const row = from.at[codeOf(i)];
+                copyRow(to + w + 1, row + w + 1, s.nx - 2 - 2 * w);
+                to[w] = row[w + 1];
+                to[s.nx - 1 - w] = row[s.nx - 2 - w];
+            }
+        }
+        if (host.fPost != nullptr) {
+            // the population that left along a direction stands where the neighbour there finds it,
+            // also beyond the grid's faces
+            for (int i = 0; i < kDirections; ++i) {
+                Places there;
+                findPlaces(s, y + static_cast<int>(ey_cas1[i]), z + static_cast<int>(ez_cas1[i]),
+                           there);
+                copyRow(host.fPost + i * count + n,
+                        there.at[codeOf(i)] + static_cast<int>(ex_cas1[i]), s.nx);
+            }
+        }
+        if (host.Sopt != nullptr) {
+            copyRow(host.Sopt + n, s.sopt + rowStart(s, y, z, 1), s.nx);
+        }
+        if (host.rou != nullptr && host.ux != nullptr) {
+            float* const rows[4] = {&host.rou[n].value, host.ux + n, host.uy + n, host.uz + n};
+            sweeps_->segment(s, y, z, 0, s.nx, rows);
+        }
+    });
+}
+
+}  // namespace drelt
