@@ -96,6 +96,25 @@ void Markers::updatePosNormal(const SkeletalMesh& mesh, bool onDevice) {
     }
 }
 
+std::vector<NodeBox> Markers::cells(const mlFlow& flow) const {
+    const MLFluidParam& grid = *flow.param;
+    std::vector<NodeBox> cells;
+    cells.reserve(data_cpu.pos.size());
+    for (const Eigen::Vector3d& place : data_cpu.pos) {
+        const int x = markerCell(static_cast<float>(place.x()), flow.startx, grid.width,
+                                 grid.samples_x, grid.dx)
+                          .index;
+        const int y = markerCell(static_cast<float>(place.y()), flow.starty, grid.height,
+                                 grid.samples_y, grid.dx)
+                          .index;
+        const int z = markerCell(static_cast<float>(place.z()), flow.startz, grid.depth,
+                                 grid.samples_z, grid.dx)
+                          .index;
+        cells.push_back({x, y, z, x + 2, y + 2, z + 2});
+    }
+    return cells;
+}
+
 void Markers::sample(mlFlow* flow) {
     checkCudaErrors(cudaSetDevice(gpuId));
     getMarkersPropertiesGPU(flow, data_gpu.pos, data_gpu.velocity, data_gpu.pressure, count());

@@ -6,6 +6,7 @@
 
 #include "MeshLoad/SkeletalMesh.h"
 #include "MeshLoad/twoSideDataWrapper.h"
+#include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 
 namespace drelt {
@@ -44,6 +45,9 @@ public:
 
     // Moves the markers with the skin. On the device the positions come back to the host.
     void updatePosNormal(const SkeletalMesh& mesh, bool onDevice);
+
+    // The cells that sample reads, of two nodes along each axis, for a record in host memory.
+    std::vector<NodeBox> cells(const mlFlow& flow) const;
 
     // Reads the fluid at the markers from a device record and brings the values to the host.
     // Lattice units; call it where ux, uy, uz hold momentum. Outside the grid the nearest cell is

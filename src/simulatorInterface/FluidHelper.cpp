@@ -16,10 +16,13 @@ namespace drelt::FluidHelper {
 namespace {
 
 constexpr int kMaxNodesPerAxis = 1 << 24;  // beyond, positions of nodes are not distinct floats
-// All arrays of one node: eight of 27 populations, eight of 4 bytes and three of 8.
+// All arrays of one node on a device: eight of 27 populations, eight of 4 bytes and three of 8.
 constexpr double kBytesPerNode = 27.0 * 8 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
-// Of these the host touches f, fPost and fStore when a simulator is committed, not before.
-constexpr double kLatePopulationBytes = 27.0 * 3 * sizeof(float);
+// Of the host's, those that are written when a simulator is made: flag, rou, PML_type and sigma;
+// and when it is read: ux, uy and uz.
+constexpr double kHostBytesPerNode = 4 * sizeof(float) + 3 * sizeof(float);
+// And under the operator schedule, when it is committed.
+constexpr double kHostPopulationBytes = 27.0 * 5 * sizeof(float);
 
 std::string text(double value) {
     char buffer[32];
@@ -43,7 +46,7 @@ void forEachNode(const MLFluidParam& param, Body&& body) {
 
 template <class T>
 void allocateFilled(T*& array, std::int64_t count, T value) {
-    array = new T[static_cast<std::size_t>(count)];
+    allocateHostArray(array, count);
     T* const out = array;
 #pragma omp parallel for schedule(static)
     for (std::int64_t n = 0; n < count; ++n) out[n] = value;
@@ -72,28 +75,33 @@ void checkPlanes(const char* size, int nodes, int pml_width) {
         "); make the box larger or the layer thinner");
 }
 
+// Clears an array without taking memory for what was never written.
+void clear(float* array, std::int64_t count) {
+    for (std::int64_t n = 0; n < count; ++n) {
+        if (array[n] != 0.0f) array[n] = 0.0f;
+    }
+}
+
 void allocateArrays(mlFlow& flow) {
     const std::int64_t count = flow.count;
     const std::int64_t populations = kDirections * count;
-    flow.f = new float[static_cast<std::size_t>(populations)];
-    flow.fPost = new float[static_cast<std::size_t>(populations)];
-    flow.fStore = new float[static_cast<std::size_t>(populations)];
-    for (float** array : {&flow.fEqTildeOld, &flow.fEqTilde, &flow.fEqBar, &flow.Q, &flow.cNQ}) {
-        allocateFilled(*array, populations, 0.0f);
+    for (float** array : {&flow.f, &flow.fPost, &flow.fStore, &flow.fEqTildeOld, &flow.fEqTilde,
+                          &flow.fEqBar, &flow.Q, &flow.cNQ}) {
+        allocateHostArray(*array, populations);
     }
     for (float** array : {&flow.ux, &flow.uy, &flow.uz, &flow.Sopt, &flow.sigma}) {
-        allocateFilled(*array, count, 0.0f);
+        allocateHostArray(*array, count);
     }
     for (double** array : {&flow.forcex, &flow.forcey, &flow.forcez}) {
-        allocateFilled(*array, count, 0.0);
+        allocateHostArray(*array, count);
     }
     allocateFilled(flow.flag, count, ML_NODE_FLUID);
     allocateFilled(flow.rou, count, mlDensity<float>{1.0f});
     allocateFilled(flow.PML_type, count, PML_NONE);
-    flow.planeBuffer =
-        new float[static_cast<std::size_t>(flow.param->samples_x) * flow.param->samples_y];
-    flow.momentMatrix = new float[std::size_t{27} * 27];
-    flow.momentMatrixInv = new float[std::size_t{27} * 27];
+    allocateHostArray(flow.planeBuffer,
+                      static_cast<std::int64_t>(flow.param->samples_x) * flow.param->samples_y);
+    allocateHostArray(flow.momentMatrix, 27 * 27);
+    allocateHostArray(flow.momentMatrixInv, 27 * 27);
 }
 
 // The outer faces of the array that a node lies on, as one type.
@@ -144,13 +152,16 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
     return flag;
 }
 
-void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage) {
+void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule schedule) {
     const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
-    // The device copy takes host memory too where the device is the host's threads. An id that names
+    // The device side takes host memory too where the device is the host's threads. An id that names
     // nothing is reported by the first operation on the device.
-    const bool mirrored = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
-    const double onHost = stage == Stage::Create ? kBytesPerNode : kLatePopulationBytes;
-    const double needed = nodes * (onHost + (mirrored ? kBytesPerNode : 0.0));
+    const bool onHost = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
+    const bool fused = onHost && schedule == Schedule::Production && !FusedDomain::tooThin(grid);
+    double bytes = stage == Stage::Create ? kHostBytesPerNode : 0.0;
+    if (!fused) bytes += kHostPopulationBytes;
+    if (onHost) bytes += fused ? FusedDomain::bytesPerNode(grid) : kBytesPerNode;
+    const double needed = nodes * bytes;
     const double available = static_cast<double>(platform::availableHostBytes());
     const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +
                             std::to_string(grid.samples_y) + " x " +
@@ -225,7 +236,7 @@ mlFlow* createFlow(simParams& params, int gpuId) {
     simParams normalised = params;
     normalised.normalise();
     const MLFluidParam grid = describeGrid(normalised);
-    checkMemory(grid, gpuId, Stage::Create);
+    checkMemory(grid, gpuId, Stage::Create, Schedule::Production);
 
     std::unique_ptr<mlFlow, void (*)(mlFlow*)> flow(new mlFlow{}, destroyFlow);
     flow->cs = 0.57735026f;
@@ -235,7 +246,8 @@ mlFlow* createFlow(simParams& params, int gpuId) {
     flow->starty = grid.starty;
     flow->startz = grid.startz;
     flow->count = static_cast<std::int64_t>(grid.samples_x) * grid.samples_y * grid.samples_z;
-    flow->param = new MLFluidParam[1]{grid};
+    allocateHostArray(flow->param, 1);
+    *flow->param = grid;
     allocateArrays(*flow);
     layOutAbsorbingLayer(*flow, normalised.sigma_max);
     params = normalised;
@@ -270,14 +282,19 @@ void layOutAbsorbingLayer(mlFlow& flow, float sigma_max) {
     }
 }
 
-void initialiseFlow(mlFlow& flow) {
+void initialiseFields(mlFlow& flow) {
     forEachNode(*flow.param, [&](std::int64_t n, int x, int y, int z) {
         if (!keepsItsState(flow.flag[n])) {
             const MLLATTICENODE_FLAG face = faceFlag(*flow.param, x, y, z);
             if (face != ML_NODE_FLUID) flow.flag[n] = face;
         }
         flow.rou[n].value = 1;
-        flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
+    });
+    for (float* const momentum : {flow.ux, flow.uy, flow.uz}) clear(momentum, flow.count);
+}
+
+void initialisePopulations(mlFlow& flow) {
+    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
         for (int i = 0; i < kDirections; ++i) {
             const std::int64_t at = i * flow.count + n;
             const float equilibrium = hostEquilibrium(i, 1, 0, 0, 0);
@@ -287,69 +304,23 @@ void initialiseFlow(mlFlow& flow) {
     });
 }
 
-void resetFlow(mlFlow& flow) {
+void resetFields(mlFlow& flow) {
     forEachNode(*flow.param, [&](std::int64_t n, int x, int y, int z) {
         if (keepsItsState(flow.flag[n])) return;
         flow.flag[n] = positionFlag(flow, x, y, z);
         flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
+    });
+}
+
+void resetPopulations(mlFlow& flow) {
+    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
+        if (keepsItsState(flow.flag[n])) return;
         for (int i = 0; i < kDirections; ++i) {
             const std::int64_t at = i * flow.count + n;
             flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = w_cas1[i] * flow.rou[n].value;
             flow.fEqTilde[at] = flow.fEqTildeOld[at] = flow.Q[at] = flow.cNQ[at] = 0;
         }
     });
-}
-
-namespace {
-
-template <class T>
-void upload(T* device, const T* host, std::int64_t count, T** deviceField) {
-    checkCudaErrors(cudaMemcpy(device, host, count * sizeof(T), cudaMemcpyHostToDevice));
-    checkCudaErrors(cudaMemcpy(deviceField, &device, sizeof(device), cudaMemcpyHostToDevice));
-}
-
-template <class T>
-void download(T* host, const T* device, std::int64_t count) {
-    checkCudaErrors(cudaMemcpy(host, device, count * sizeof(T), cudaMemcpyDeviceToHost));
-}
-
-}  // namespace
-
-void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
-    const int gpuDeviceId = solver.gpuDeviceId;
-    checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    const mlFlow& host = *solver.lbmvec[i];
-    mlFlow* const device = solver.lbm_dev_gpu[i];
-    upload(solver.ux_dev_vec[i], host.ux, host.count, &device->ux);
-    upload(solver.uy_dev_vec[i], host.uy, host.count, &device->uy);
-    upload(solver.uz_dev_vec[i], host.uz, host.count, &device->uz);
-    upload(solver.flag_dev_vec[i], host.flag, host.count, &device->flag);
-    upload(solver.PML_type_dev_vec[i], host.PML_type, host.count, &device->PML_type);
-    upload(solver.f_dev_vec[i], host.f, kDirections * host.count, &device->f);
-    upload(solver.fPost_dev_vec[i], host.fPost, kDirections * host.count, &device->fPost);
-}
-
-void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
-    const int gpuDeviceId = solver.gpuDeviceId;
-    checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    mlFlow& host = *solver.lbmvec[i];
-    mlFlow device{};
-    checkCudaErrors(
-        cudaMemcpy(&device, solver.lbm_dev_gpu[i], sizeof(mlFlow), cudaMemcpyDeviceToHost));
-    download(host.ux, device.ux, host.count);
-    download(host.uy, device.uy, host.count);
-    download(host.uz, device.uz, host.count);
-    download(host.forcex, device.forcex, host.count);
-    download(host.forcey, device.forcey, host.count);
-    download(host.forcez, device.forcez, host.count);
-    download(host.rou, device.rou, host.count);
-    download(host.flag, device.flag, host.count);
-    download(host.f, device.f, kDirections * host.count);
-    download(host.fEqBar, device.fEqBar, kDirections * host.count);
-    download(host.fPost, device.fPost, kDirections * host.count);
-    host.startx = device.startx;
-    host.starty = device.starty;
-    host.startz = device.startz;
 }
 
 }  // namespace drelt::FluidHelper

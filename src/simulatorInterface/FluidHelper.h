@@ -26,8 +26,9 @@ MLFluidParam describeGrid(const simParams& params);
 enum class Stage { Create, Commit };
 
 // Throws std::runtime_error where a domain's arrays, and their device copies if the device `gpuId` is
-// the host, do not fit into the memory that is available, or its nodes cannot be counted in 31 bits.
-void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage);
+// the host, do not fit into the memory that is available under a schedule, or its nodes cannot be
+// counted in 31 bits.
+void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule schedule);
 
 // Builds the flow record of a domain, with all host arrays: fluid at rest, and the absorbing layer laid
 // out; the populations are left unset. Normalises the parameters. Throws as describeGrid, and
@@ -42,7 +43,9 @@ void destroyFlow(mlFlow* flow);
 void layOutAbsorbingLayer(mlFlow& flow, float sigma_max);
 
 // The state before the first step: node classes of the faces, density 1, at rest, in equilibrium.
-void initialiseFlow(mlFlow& flow);
+// First all but the populations, then these.
+void initialiseFields(mlFlow& flow);
+void initialisePopulations(mlFlow& flow);
 
 // Whether initialisation, reset and inlets leave a node of this class as it is: excluded or solid.
 bool keepsItsState(MLLATTICENODE_FLAG flag);
@@ -51,8 +54,10 @@ bool keepsItsState(MLLATTICENODE_FLAG flag);
 MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z);
 
 // Brings the fluid to rest at its present density and forgets the layer's history; classes are set
-// anew from the physical positions. Nodes that are excluded or solid stay as they are.
-void resetFlow(mlFlow& flow);
+// anew from the physical positions. Nodes that are excluded or solid stay as they are. First all but
+// the populations and the layer, then these.
+void resetFields(mlFlow& flow);
+void resetPopulations(mlFlow& flow);
 
 // Makes the node below `position` [m] an inlet with `velocity` times u0k: class, velocity, and the
 // equilibrium of its density in f and fPost. The node's coordinates are (position - start) / size times
@@ -68,7 +73,11 @@ void clearInlets(mlFlow& flow);
 
 // Host to device: momentum, classes, layer types and populations; neither density nor layer data.
 void syncToDevice(mlSinglePhaseSolverNew& solver, int i);
-// Device to host: momentum, forces, density, classes, f, fPost, fEqBar and the moving origin.
+// Device to host: momentum, forces, density, classes, f, fPost, fEqBar and the moving origin. Under the
+// production schedule populations stay where they are until populationsToHost.
 void syncToHost(mlSinglePhaseSolverNew& solver, int i);
+// Makes f and fPost of the host record hold what the schedule of operators would hold there. Call it
+// before reading or changing them.
+void populationsToHost(mlSinglePhaseSolverNew& solver, int i);
 
 }  // namespace drelt::FluidHelper

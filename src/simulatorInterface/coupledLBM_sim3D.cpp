@@ -82,16 +82,30 @@ void coupledLBM_sim3D::commitInit() {
     checkBodies();
     // the first commit also touches the host's populations, a later one frees the old device side
     if (!solver)
-        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit);
+        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit,
+                                 schedule);
     world->lock();
     createSolver();
-    for (mlFlow* const flow : lbmvec) FluidHelper::initialiseFlow(*flow);
+    initialise();
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
     solver->world = world;
     solver->boundaries = world->getBoundaries();
     if (!world->isFixed()) centreOnBody();
     solver->allocateDevice();
+}
+
+void coupledLBM_sim3D::initialise() {
+    solver->schedule = schedule;
+    for (mlFlow* const flow : lbmvec) {
+        FluidHelper::initialiseFields(*flow);
+        solver->schedule = solver->possibleSchedule(solver->schedule, *flow);
+    }
+    const bool fused = solver->schedule == Schedule::Production;
+    solver->hostPopulations.assign(lbmvec.size(),
+                                   fused ? HostPopulations::AtRest : HostPopulations::Current);
+    if (fused) return;
+    for (mlFlow* const flow : lbmvec) FluidHelper::initialisePopulations(*flow);
 }
 
 void coupledLBM_sim3D::createSolver() {
@@ -101,6 +115,7 @@ void coupledLBM_sim3D::createSolver() {
     solver->scale = params.front()->computeUnitScale();
     const mlUnitScale& scale = solver->scale;
     solver->scale.dt = (scale.u0k * scale.l0p) / (scale.u0px * scale.N);
+    solver->sigmaMax = params.front()->sigma_max;
     for (const auto& param : params) solver->unitScales.push_back(param->computeUnitScale());
 }
 
@@ -123,16 +138,31 @@ void coupledLBM_sim3D::step(couplingMode couple_mode) {
         syncState = DeviceNewer;
     }
     solver->step(couple_mode);
-    for (int s = 0; s < world->getNumSkeletons(); ++s) {
-        world->getSkeleton(s)->getMarkers()->sample(solver->lbm_dev_gpu.front());
-    }
+    sampleMarkers();
     ++iterNum;
+}
+
+void coupledLBM_sim3D::sampleMarkers() {
+    mlFlow* const flow = solver->lbm_dev_gpu.front();
+    for (int s = 0; s < world->getNumSkeletons(); ++s) {
+        Markers& markers = *world->getSkeleton(s)->getMarkers();
+        if (FusedDomain* const domain = solver->fused(0)) {
+            const std::vector<NodeBox> cells = markers.cells(*flow);
+            domain->prepareMoments(cells.data(), static_cast<int>(cells.size()));
+        }
+        markers.sample(flow);
+    }
 }
 
 void coupledLBM_sim3D::reset() {
     requireSolver("reset");
     for (std::size_t i = 0; i < lbmvec.size(); ++i) {
-        FluidHelper::resetFlow(*lbmvec[i]);
+        FluidHelper::resetFields(*lbmvec[i]);
+        if (solver->fused(static_cast<int>(i)) != nullptr) {
+            solver->hostPopulations[i] = HostPopulations::AtRest;
+        } else {
+            FluidHelper::resetPopulations(*lbmvec[i]);
+        }
         solver->uploadForcesAndPml(static_cast<int>(i));
     }
     world->reset();
@@ -151,6 +181,7 @@ void coupledLBM_sim3D::markInlet(int domain, const mlVelocity3D<float>& position
                                  const mlVelocity3D<float>& velocity) {
     mlFlow& flow = requireDomain("markInlet", domain);
     bringToHost();
+    FluidHelper::populationsToHost(*solver, domain);
     FluidHelper::markInlet(flow, position, velocity, params.front()->u0k);
     syncState = HostNewer;
 }
@@ -158,6 +189,7 @@ void coupledLBM_sim3D::markInlet(int domain, const mlVelocity3D<float>& position
 void coupledLBM_sim3D::clearInlets(int domain) {
     mlFlow& flow = requireDomain("clearInlets", domain);
     bringToHost();
+    FluidHelper::populationsToHost(*solver, domain);
     FluidHelper::clearInlets(flow);
     syncState = HostNewer;
 }

@@ -82,6 +82,10 @@ public:
     void saveFluidData(const std::string& fluid_name);
 
     int gpuId = 0;
+    // How steps are computed, as of the next commitInit. Where the production schedule cannot serve a
+    // domain (GPUs, excluded or solid nodes, a box with no node between its open planes), commitInit
+    // takes the operators.
+    Schedule schedule = Schedule::Production;
     // Root of the output tree, with a separator at its end, and its folders.
     std::string mainDataFolderPath = "./data/vis_data/";
     std::string objectsFolderName = "Objects";
@@ -99,6 +103,8 @@ private:
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;
     void createSolver();
+    void initialise();
+    void sampleMarkers();
     void centreOnBody();
     void bringToHost();
 };

@@ -31,7 +31,21 @@ Slab slabOf(int thread, int threads, int nz) {
     return {bound(thread), bound(thread + 1)};
 }
 
+// Nodes along each axis.
+int leastNodes(const MLFluidParam& param) { return 2 * param.pml_width + 3; }
+
 }  // namespace
+
+bool FusedDomain::tooThin(const MLFluidParam& param) {
+    return std::min({param.samples_x, param.samples_y, param.samples_z}) < leastNodes(param);
+}
+
+double FusedDomain::bytesPerNode(const MLFluidParam& param) {
+    // populations, two sets of density and velocity, the high-order parameter
+    constexpr int fields = 27 + 2 * 4 + 1;
+    return fields * sizeof(float) * static_cast<double>(pitchFor(param.samples_x)) /
+           param.samples_x;
+}
 
 // Device memory of the host: pages appear when touched. Arrays that are touched here and there only
 // must not be backed by huge pages.
@@ -58,13 +72,11 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     s.ny = param.samples_y;
     s.nz = param.samples_z;
     s.width = param.pml_width;
-    const int least = 2 * s.width + 3;
-    if (std::min({s.nx, s.ny, s.nz}) < least) {
-        throw std::invalid_argument("a box of " + std::to_string(s.nx) + " x " +
-                                    std::to_string(s.ny) + " x " + std::to_string(s.nz) +
-                                    " nodes is too thin for a layer of " + std::to_string(s.width) +
-                                    ": give it at least " + std::to_string(least) +
-                                    " nodes along each axis");
+    if (tooThin(param)) {
+        throw std::invalid_argument(
+            "a box of " + std::to_string(s.nx) + " x " + std::to_string(s.ny) + " x " +
+            std::to_string(s.nz) + " nodes is too thin for a layer of " + std::to_string(s.width) +
+            ": give it at least " + std::to_string(leastNodes(param)) + " nodes along each axis");
     }
     nodes_ = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
     s.pitch = pitchFor(s.nx);

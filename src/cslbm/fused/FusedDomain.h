@@ -45,10 +45,16 @@ public:
     FusedDomain(const FusedDomain&) = delete;
     FusedDomain& operator=(const FusedDomain&) = delete;
 
+    // Whether the open planes of a box would have no inner neighbour.
+    static bool tooThin(const MLFluidParam& param);
+    // Bytes that a domain takes for each node.
+    static double bytesPerNode(const MLFluidParam& param);
+
     // Takes the state of a host record between two steps: f, rou, ux uy uz (raw momentum), Sopt, and a
     // layer whose reference is fEqBar's density and whose past is at rest.
     void load(const mlFlow& host);
-    // Takes f and ux, uy, uz; the density stays what it is, and rules the next step.
+    // Takes f and ux, uy, uz; the density stays what it is, and rules the next step. Where f is null,
+    // the populations are those of a fluid at rest at the record's rou.
     void upload(const mlFlow& host);
     // Layer at rest at the given density, which becomes that of the reference equilibrium.
     void resetLayer(const mlDensity<float>* rou);

@@ -84,7 +84,12 @@ void FusedDomain::upload(const mlFlow& host) {
         Places places;
         findPlaces(s, y, z, places);
         for (int i = 0; i < kDirections; ++i) {
-            copyRow(places.at[codeOf(i)], host.f + i * count + n, s.nx);
+            float* const row = places.at[codeOf(i)];
+            if (host.f != nullptr) {
+                copyRow(row, host.f + i * count + n, s.nx);
+            } else {
+                for (int x = 0; x < s.nx; ++x) row[x] = w_cas1[i] * host.rou[n + x].value;
+            }
         }
         const MomentRows to = momentRows(s, s.moments, y, z);
         copyRow(to.ux, host.ux + n, s.nx);

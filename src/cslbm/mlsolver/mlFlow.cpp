@@ -1,11 +1,21 @@
 #include "cslbm/mlsolver/mlFlow.h"
 
+#include <cstdlib>
+#include <new>
+
 namespace drelt {
+
+void* detail::zeroedPages(std::size_t count, std::size_t size) {
+    void* const memory = std::calloc(count, size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
 namespace {
 
 template <class T>
 void release(T*& array) {
-    delete[] array;
+    std::free(array);
     array = nullptr;
 }
 

@@ -5,6 +5,7 @@
 // and Back z = 0 and nz-1. Quantities are in lattice units unless a line says otherwise.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace drelt {
@@ -50,7 +51,7 @@ struct mlVelocity3D {
     T x, y, z;
 };
 
-// Parameters of a domain. Allocated with array-new on the host, copied once to the device; it never
+// Parameters of a domain. Copied once to the device; it never
 // changes after that. The flow's own start follows the body, this one stays where the box was made.
 struct MLFluidParam {
     float startx, starty, startz;                  // centre minus half the box [m]
@@ -66,7 +67,7 @@ struct MLFluidParam {
     float bodyAccelx, bodyAccely, bodyAccelz;  // constant body acceleration, 0
 };
 
-// The state record. One on the host (arrays by array-new, owned by the record's owner, freed by
+// The state record. One on the host (arrays by allocateHostArray, owned by the record's owner, freed by
 // freeHostArrays) and one on the device (same layout; arrays owned by the solver). It travels
 // to the device as one block, after which the array pointers are patched one at a time.
 struct mlFlow {
@@ -99,6 +100,18 @@ struct mlFlow {
     float cs;                      // 1/sqrt(3); no operator reads it
     std::uint64_t reserved;        // 0
 };
+
+namespace detail {
+void* zeroedPages(std::size_t count, std::size_t size);
+}
+
+// A host array of a record, all zero. A large one takes memory only where it is written.
+// Throws std::bad_alloc.
+template <class T>
+void allocateHostArray(T*& array, std::int64_t count) {
+    array = static_cast<T*>(
+        detail::zeroedPages(static_cast<std::size_t>(count > 0 ? count : 1), sizeof(T)));
+}
 
 // Frees the host arrays of a record and nulls their pointers; null pointers are no error.
 void freeHostArrays(mlFlow& flow);

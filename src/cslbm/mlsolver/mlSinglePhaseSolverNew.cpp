@@ -1,8 +1,10 @@
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
 
 #include <Eigen/Geometry>
+#include <algorithm>
 #include <cstddef>
 #include <dart/dynamics/Frame.hpp>
+#include <stdexcept>
 
 #include "cslbm/PML/PMLOperation.h"
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
@@ -18,14 +20,35 @@ mlSinglePhaseSolverNew::mlSinglePhaseSolverNew(int device) : gpuDeviceId(device)
 
 mlSinglePhaseSolverNew::~mlSinglePhaseSolverNew() { freeDevice(); }
 
+Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& domain) const {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    const bool excluded = std::any_of(
+        domain.flag, domain.flag + domain.count,
+        [](MLLATTICENODE_FLAG flag) { return flag == ML_NODE_NONE || flag == ML_NODE_SOLID; });
+    return !platform::onHostDevice() || excluded || FusedDomain::tooThin(*domain.param)
+               ? Schedule::Operators
+               : wish;
+}
+
 void mlSinglePhaseSolverNew::step(int mode) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    if (!fused_.empty()) requireDefaults();
     for (int i = 0; i < static_cast<int>(lbmvec.size()); ++i) {
         followBody(i);
-        if (advancesFluid(mode)) spreadBoundaries(lbm_dev_gpu[i], lbmvec[i]->param);
+        if (advancesFluid(mode)) couple(i);
         world->step(mode, scale.dt, scale.l0p / scale.N);
         if (advancesFluid(mode)) advanceFluid(i);
     }
+}
+
+void mlSinglePhaseSolverNew::requireDefaults() const {
+    if (collisionOperator == CollisionOperator::HighorderFitted &&
+        boundaryFamily == BoundaryFamily::NonEquilibriumExtrapolation) {
+        return;
+    }
+    throw std::logic_error(
+        "step: the production schedule has no other collision or boundary than the default; select "
+        "Schedule::Operators before commitInit");
 }
 
 void mlSinglePhaseSolverNew::followBody(int i) {
@@ -35,10 +58,29 @@ void mlSinglePhaseSolverNew::followBody(int i) {
     mlSetFlowCenter(lbm_dev_gpu[i], place.x(), place.y(), place.z());
 }
 
+void mlSinglePhaseSolverNew::couple(int i) {
+    const MLFluidParam* const param = lbmvec[i]->param;
+    if (FusedDomain* const domain = fused(i)) {
+        sampleReach(*lbm_dev_gpu[i], *param, reach_);
+        const int samples = static_cast<int>(reach_.size());
+        domain->prepareMoments(reach_.data(), samples);
+        domain->announceForces(reach_.data(), samples);
+    }
+    spreadBoundaries(lbm_dev_gpu[i], param);
+}
+
 void mlSinglePhaseSolverNew::advanceFluid(int i) {
+    const FrameMotion motion = frameMotion();
+    if (FusedDomain* const domain = fused(i)) {
+        domain->step(motion);
+        hostPopulations[i] = HostPopulations::Stale;
+        return;
+    }
     mlFlow* const flow = lbm_dev_gpu[i];
     const MLFluidParam* const param = lbmvec[i]->param;
-    addFrameForce(i);
+    mlAddForcetoUOpt(flow, param, motion.velocityScale, motion.lengthScale,
+                     motion.linearAcceleration, motion.angularVelocity, motion.angularAcceleration,
+                     motion.inverse);
     collide(collisionOperator, flow, param);
     PML_Operation(flow, param);
     applyBoundary(boundaryFamily, BoundaryStage::AfterLayer, flow, param);
@@ -47,29 +89,29 @@ void mlSinglePhaseSolverNew::advanceFluid(int i) {
     applyBoundary(boundaryFamily, BoundaryStage::AfterMoments, flow, param);
 }
 
-// The inertial force of the grid, which moves with the frame without turning.
-void mlSinglePhaseSolverNew::addFrameForce(int i) {
+// The grid's own motion, with the frame that it follows without turning.
+FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     const float kx = scale.u0k / scale.u0px;
     const float ky = scale.u0k / scale.u0py;
     const float kz = scale.u0k / scale.u0pz;
-    const Eigen::Vector3d lengthScale(kx * kx * scale.l0p / scale.N, ky * ky * scale.l0p / scale.N,
-                                      kz * kz * scale.l0p / scale.N);
+    FrameMotion motion;
+    motion.velocityScale = kx;  // of the axis with the largest u0p; all three are the same
+    motion.lengthScale =
+        Eigen::Vector3d(kx * kx * scale.l0p / scale.N, ky * ky * scale.l0p / scale.N,
+                        kz * kz * scale.l0p / scale.N);
 
     dart::dynamics::Frame* const frame = world->getFrame();
     const Eigen::Isometry3d pose = frame->getWorldTransform();
-    Eigen::Transform<double, 3, Eigen::Affine> inverse;
-    inverse.linear() = pose.linear().transpose();
-    inverse.translation() = -(inverse.linear() * pose.translation());
-    inverse.makeAffine();
+    motion.inverse.linear() = pose.linear().transpose();
+    motion.inverse.translation() = -(motion.inverse.linear() * pose.translation());
+    motion.inverse.makeAffine();
 
     const Eigen::Matrix3d rotation = Eigen::Affine3d(pose.matrix()).rotation();
     const Eigen::Vector3d acceleration = frame->getLinearAcceleration();
-    const Eigen::Vector3d bodyAcceleration(rotation.col(0).dot(acceleration),
-                                           rotation.col(1).dot(acceleration),
-                                           rotation.col(2).dot(acceleration));
-    // The velocity scale is that of the axis with the largest u0p; all three are the same.
-    mlAddForcetoUOpt(lbm_dev_gpu[i], lbmvec[i]->param, kx, lengthScale, bodyAcceleration,
-                     frame->getAngularVelocity(), frame->getAngularAcceleration(), inverse);
+    for (int a = 0; a < 3; ++a) motion.linearAcceleration[a] = rotation.col(a).dot(acceleration);
+    motion.angularVelocity = frame->getAngularVelocity();
+    motion.angularAcceleration = frame->getAngularAcceleration();
+    return motion;
 }
 
 // All arrays of a domain in the order of their allocation, with their sizes in bytes.
@@ -121,22 +163,45 @@ void mlSinglePhaseSolverNew::allocateDevice() {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     freeDevice();
     lbm_dev_gpu.assign(lbmvec.size(), nullptr);
+    hostPopulations.resize(lbmvec.size(), HostPopulations::Current);
     for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        if (schedule == Schedule::Production) {
+            allocateFused(static_cast<int>(i));
+            continue;
+        }
         // Not checked here: without a record, the copy into it reports.
         static_cast<void>(cudaMalloc(&lbm_dev_gpu[i], sizeof(mlFlow)));
         allocateDomain(lbmvec[i], lbm_dev_gpu[i]);
     }
 }
 
+void mlSinglePhaseSolverNew::allocateFused(int i) {
+    const mlFlow& host = *lbmvec[i];
+    fused_.push_back(std::make_unique<FusedDomain>(*host.param, host.v0k, sigmaMax));
+    if (hostPopulations[i] == HostPopulations::Current) fused_.back()->load(host);
+    mlFlow* const record = fused_.back()->record();
+    record->startx = host.startx;
+    record->starty = host.starty;
+    record->startz = host.startz;
+    lbm_dev_gpu[i] = record;
+}
+
 void mlSinglePhaseSolverNew::freeDevice() {
     DRELT_DEVICE_ARRAYS(DRELT_FREE)
-    for (mlFlow* const record : lbm_dev_gpu) checkCudaErrors(cudaFree(record));
+    if (fused_.empty()) {
+        for (mlFlow* const record : lbm_dev_gpu) checkCudaErrors(cudaFree(record));
+    }
+    fused_.clear();
     lbm_dev_gpu.assign(lbm_dev_gpu.size(), nullptr);
 }
 
 void mlSinglePhaseSolverNew::uploadForcesAndPml(int i) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     const mlFlow* const mllbm_host = lbmvec[i];
+    if (FusedDomain* const domain = fused(i)) {
+        domain->resetLayer(mllbm_host->rou);
+        return;
+    }
     const auto upload = [&](auto* device, const auto* host, std::int64_t count) {
         checkCudaErrors(cudaMemcpy(device, host, count * sizeof(*host), cudaMemcpyHostToDevice));
     };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "cslbm/fused/FusedDomain.h"
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
@@ -13,6 +14,19 @@
 
 namespace drelt {
 
+// How a step is computed. What comes out is the same to rounding.
+enum class Schedule {
+    Operators,   // the operators one after the other: what a step means
+    Production,  // one sweep over one array of populations; host threads, default choices only
+};
+
+// What a host record's populations hold. The production schedule fills them only when asked.
+enum class HostPopulations {
+    Current,  // f, fPost and fEqBar as they should be
+    AtRest,   // not written: the equilibrium at rest of the host's density
+    Stale,    // not written since the device moved on
+};
+
 // Owns device memory only: host records belong to the caller and outlive this object.
 class mlSinglePhaseSolverNew : public mlImmersedSolver {
 public:
@@ -21,14 +35,23 @@ public:
     mlSinglePhaseSolverNew(const mlSinglePhaseSolverNew&) = delete;
     mlSinglePhaseSolverNew& operator=(const mlSinglePhaseSolverNew&) = delete;
 
+    // The schedule that a domain with these choices on device `device` can have: the one wished for, or
+    // Operators where it needs them.
+    Schedule possibleSchedule(Schedule wish, const mlFlow& domain) const;
+
     // One time step of all domains; mode is a couplingMode. Needs the device side of every domain and a
     // world with at least one body.
     void step(int mode);
+
+    // The first part of a step: the samples' forces onto the grid of domain i.
+    void couple(int i);
 
     // Allocates the device side of all domains and uploads the host records; frees what was there.
     void allocateDevice();
     // Frees the device side of all domains.
     void freeDevice();
+    // The domain's state under the production schedule; null under the operators'.
+    FusedDomain* fused(int i) const { return fused_.empty() ? nullptr : fused_[i].get(); }
     // Brings forces and layer data of domain i to the device.
     void uploadForcesAndPml(int i);
 
@@ -37,7 +60,11 @@ public:
     std::vector<mlFlow*> lbm_dev_gpu;     // device records, one a domain, null until allocated
     std::vector<mlUnitScale> unitScales;  // one a parameter record
     std::shared_ptr<mlBaseCouplingSolver> world;
-    // The collision and the boundaries of a step; may be changed between steps.
+    // As of the next allocateDevice.
+    Schedule schedule = Schedule::Operators;
+    float sigmaMax = 0.01f;  // damping of the absorbing layer at the outer faces
+    std::vector<HostPopulations> hostPopulations;  // one a domain; none means Current
+    // The collision and the boundaries of a step; may be changed between steps of the operators.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
 
@@ -55,9 +82,14 @@ public:
 
 private:
     void allocateDomain(const mlFlow* mllbm_host, mlFlow* mllbm_gpu);
+    void allocateFused(int i);
     void followBody(int i);
     void advanceFluid(int i);
-    void addFrameForce(int i);
+    void requireDefaults() const;
+    FrameMotion frameMotion() const;
+
+    std::vector<std::unique_ptr<FusedDomain>> fused_;  // one a domain, or none
+    std::vector<NodeBox> reach_;                       // of the samples, kept between steps
 };
 
 }  // namespace drelt

@@ -3,6 +3,8 @@
 
 #include <cmath>
 #include <memory>
+#include <numeric>
+#include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
@@ -45,11 +47,15 @@ TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
 
     mlSinglePhaseSolverNew& solver = *simulator.solver;
     const mlFlow& host = *simulator.lbmvec.front();
-    solver.spreadBoundaries(solver.lbm_dev_gpu.front(), host.param);
+    solver.couple(0);
     Vector3d onGrid = Vector3d::Zero();
-    for (std::int64_t n = 0; n < host.count; ++n) {
-        onGrid += Vector3d(solver.forcex_dev_vec[0][n], solver.forcey_dev_vec[0][n],
-                           solver.forcez_dev_vec[0][n]);
+    mlFlow record{};
+    cudaMemcpy(&record, solver.lbm_dev_gpu.front(), sizeof record, cudaMemcpyDeviceToHost);
+    std::vector<double> force(static_cast<std::size_t>(host.count));
+    int axis = 0;
+    for (const double* const component : {record.forcex, record.forcey, record.forcez}) {
+        cudaMemcpy(force.data(), component, force.size() * sizeof(double), cudaMemcpyDeviceToHost);
+        onGrid[axis++] = std::accumulate(force.begin(), force.end(), 0.0);
     }
     // a lattice force is density x spacing^4 / time step^2
     const double dx = host.param->dx;

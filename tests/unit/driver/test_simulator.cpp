@@ -158,6 +158,7 @@ TEST_F(Simulator, CopiesOfTheFlowFollowEachOther) {
 }
 
 TEST_F(Simulator, RunsStartAgainAfterResetAndCommit) {
+    sim->schedule = Schedule::Operators;  // whose density on the device can be set
     commit();
     const auto run = [&] {
         for (int i = 0; i < 5; ++i) sim->step(TWO_WAY);

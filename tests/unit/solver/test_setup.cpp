@@ -146,7 +146,8 @@ TEST_P(Layout, ClassesAndDampingAreThoseOfTheReference) {
     p.sigma_max = static_cast<float>(given.scalar("sigma_max"));
     const FlowPtr flow = makeFlow(p);
     ASSERT_EQ(flow->count, given.integer("nx") * given.integer("ny") * given.integer("nz"));
-    FluidHelper::initialiseFlow(*flow);
+    FluidHelper::initialiseFields(*flow);
+    FluidHelper::initialisePopulations(*flow);
     EXPECT_TRUE(test::compare(given.array<std::int32_t>("out_PML_type"),
                               copied(flow->PML_type, flow->count), 0));
     EXPECT_TRUE(
@@ -170,7 +171,8 @@ TEST_P(Reset, RestsTheFluidAtItsDensity) {
     const VectorCase given(GetParam());
     simParams p = boxOf(given.integer("nx"), given.integer("ny"), given.integer("nz"), 0);
     const FlowPtr flow = makeFlow(p);
-    FluidHelper::initialiseFlow(*flow);
+    FluidHelper::initialiseFields(*flow);
+    FluidHelper::initialisePopulations(*flow);
     flow->param->dx = static_cast<float>(given.scalar("dx"));
     flow->startx = static_cast<float>(given.scalar("startx"));
     flow->starty = static_cast<float>(given.scalar("starty"));
@@ -187,7 +189,8 @@ TEST_P(Reset, RestsTheFluidAtItsDensity) {
     std::copy(f.begin(), f.end(), flow->f);
     std::fill(flow->Q, flow->Q + kDirections * flow->count, 1.0f);
 
-    FluidHelper::resetFlow(*flow);
+    FluidHelper::resetFields(*flow);
+    FluidHelper::resetPopulations(*flow);
 
     EXPECT_TRUE(
         test::compare(given.array<std::int32_t>("out_flag"), copied(flow->flag, flow->count), 0));
@@ -246,7 +249,7 @@ TEST(BadInput, BoxesThatCannotBeAreRefused) {
     const std::string message = refusal<std::runtime_error>(p);
     EXPECT_TRUE(RE::PartialMatch(message, "60000 x 60000 x 60000 nodes are more than")) << message;
     const std::string memory = refusal<std::runtime_error>(boxOf(100000, 100, 200, 0));
-    EXPECT_TRUE(RE::PartialMatch(memory, "need 3680 GB of host memory, .* GB are available"))
+    EXPECT_TRUE(RE::PartialMatch(memory, "need 34[0-9] GB of host memory, .* GB are available"))
         << memory;
     EXPECT_THROW(p.getIterPerSave(0), std::invalid_argument);
 }

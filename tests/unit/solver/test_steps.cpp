@@ -21,7 +21,8 @@ class SolverFixture {
 public:
     explicit SolverFixture(simParams params) : solver(platform::kHostDevice) {
         flow = FluidHelper::createFlow(params, platform::kHostDevice);
-        FluidHelper::initialiseFlow(*flow);
+        FluidHelper::initialiseFields(*flow);
+        FluidHelper::initialisePopulations(*flow);
         solver.lbmvec = {flow};
         solver.scale = params.computeUnitScale();
         solver.scale.dt = params.get_tp();

@@ -199,7 +199,7 @@ private:
     }
 
     void allocateHost(int nx, int ny, int nz, int pml_width) {
-        host_.param = new MLFluidParam[1]{};
+        allocateHostArray(host_.param, 1);
         MLFluidParam& p = *host_.param;
         p.samples_x = nx;
         p.samples_y = ny;
@@ -215,7 +215,7 @@ private:
         host_.v0k = 0.01f;
         host_.cs = 0.57735026f;
         forEachArray([](auto*& here, auto*&, std::size_t size) {
-            here = new std::remove_reference_t<decltype(*here)>[size] {};
+            allocateHostArray(here, static_cast<std::int64_t>(size));
         });
         for (std::size_t n = 0; n < nodes_; ++n) {
             host_.rou[n].value = 1.0f;
