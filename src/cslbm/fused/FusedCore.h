@@ -20,6 +20,7 @@ namespace DRELT_FUSED_ISA {
 // and codes above 13 are the lexicographically positive directions.
 template <int X, int Y, int Z>
 struct Toward {
+    static constexpr int x = X;
     static constexpr int code = (X + 1) + 3 * (Y + 1) + 9 * (Z + 1);
     static constexpr int opposite = 26 - code;
     static constexpr int squaredLength = X * X + Y * Y + Z * Z;

@@ -81,7 +81,7 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     nodes_ = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
     s.pitch = pitchFor(s.nx);
     s.nu = nu;
-    static_cast<void>(sigmaMax);
+    layOutLayer(sigmaMax);
     const std::size_t row = s.pitch;
     const std::size_t rows = static_cast<std::size_t>(s.ny + 1) * s.nz;
     s.populations = allocate<float>(27 * row * (rows + s.ny + 1));
@@ -110,6 +110,29 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     startAtRest();
 }
 
+// Damping grows with the square of the depth in the layer, as sigma of the flow record does.
+void FusedDomain::layOutLayer(float sigmaMax) {
+    FusedState& s = state_;
+    if (s.width <= 0) return;
+    s.sigmaScale = sigmaMax / static_cast<float>(s.width * s.width);
+    depth_.assign(s.pitch, 0.0f);
+    for (int x = 0; x < s.nx; ++x) depth_[x] = static_cast<float>(std::min(x, s.nx - 1 - x));
+    s.depth = depth_.data();
+}
+
+void FusedDomain::prepareScratch() {
+    if (state_.width <= 0) return;
+    const auto threads = static_cast<std::size_t>(omp_get_max_threads());
+    while (scratch_.size() < threads) {
+        scratch_.push_back(
+            allocate<float>(static_cast<std::size_t>(kScratchRows) * state_.pitch));
+    }
+}
+
+float* FusedDomain::scratchOf(int thread) const {
+    return scratch_.empty() ? nullptr : scratch_[thread];
+}
+
 FusedDomain::~FusedDomain() {
     for (void* array : arrays_) cudaFree(array);
 }
@@ -125,13 +148,14 @@ void FusedDomain::step(const FrameMotion& motion) {
     }
     s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
               s.bodyAcceleration[2] != 0.0f;
+    prepareScratch();
 #pragma omp parallel
     {
         FlushDenormals flush;
         const Slab slab = slabOf(omp_get_thread_num(), omp_get_num_threads(), s.nz);
         sweeps_->edges(s, slab.z0, slab.z1);
 #pragma omp barrier
-        sweeps_->slab(s, slab.z0, slab.z1);
+        sweeps_->slab(s, slab.z0, slab.z1, scratchOf(omp_get_thread_num()));
     }
     s.swapped = 1 - s.swapped;
     s.planesPending = true;

@@ -84,6 +84,9 @@ private:
     template <class T>
     T* allocate(std::size_t count, bool sparse = false);
     void startAtRest();
+    void layOutLayer(float sigmaMax);
+    float* scratchOf(int thread) const;
+    void prepareScratch();
     void turnFrame(const FrameMotion& motion);
     template <class Visit>
     void forEachRow(Visit&& visit) const;
@@ -94,6 +97,9 @@ private:
     mlFlow record_{};
     FusedState state_{};
     float* momentsBefore_ = nullptr;  // the buffer that is not state_.moments; null without a layer
+    float* reference_ = nullptr;      // null until a reset at another density than 1
+    std::vector<float> depth_;
+    std::vector<float*> scratch_;  // one a thread, with a layer
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;

@@ -14,9 +14,9 @@ DRELT_FUSED_INLINE std::ptrdiff_t rowStart(const FusedState& s, int y, int z, in
 }
 
 // Components of a positive code's direction.
-DRELT_FUSED_INLINE int codeX(int code) { return code % 3 - 1; }
-DRELT_FUSED_INLINE int codeY(int code) { return code / 3 % 3 - 1; }
-DRELT_FUSED_INLINE int codeZ(int code) { return code / 9 - 1; }
+constexpr int codeX(int code) { return code % 3 - 1; }
+constexpr int codeY(int code) { return code / 3 % 3 - 1; }
+constexpr int codeZ(int code) { return code / 9 - 1; }
 
 // The places of the streamed populations of a row: that of node x in direction code at at[code][x].
 // The post-collision population of a direction goes to the place of the opposite one.

@@ -31,6 +31,9 @@ struct FusedState {
     float* moments;       // [z][y][4][x]: density and velocity (half-force shifted) of this step
     const float* before;  // the same of the step before
     float* sopt;          // [z][y][x]
+    const float* reference;  // layer: density of the reference equilibrium [z][y][x]; null for 1
+    const float* depth;      // layer: distance of x to the nearest end of a row
+    float sigmaScale;        // layer: damping over the square of the depth in it
     double* force[3];     // spread force, dense [z][y][x], without padding
     unsigned char* spread;  // [z][y]: whether a row of the force arrays holds anything
 
@@ -46,12 +49,17 @@ struct FusedSweeps {
     const char* name;
     // Moments of the first and last plane of a slab. All threads must be done before any goes on.
     void (*edges)(const FusedState& state, int z0, int z1);
-    // Moments of the other planes, and the collision of all.
-    void (*slab)(const FusedState& state, int z0, int z1);
+    // Moments of the other planes, and the collision of all. `scratch` is the thread's own.
+    void (*slab)(const FusedState& state, int z0, int z1, float* scratch);
     // Density and raw momentum of nodes x0 <= x < x1 of a row, with open planes applied, into the four
     // dense rows `to` that begin at x = 0.
     void (*segment)(const FusedState& state, int y, int z, int x0, int x1, float* const* to);
 };
+
+// Rows of a tile of the sweep; a thread's scratch holds three planes of them and one more on either
+// side, 27 fields each.
+constexpr int kTileRows = 8;
+constexpr int kScratchRows = 3 * (kTileRows + 2) * 27;
 
 // Sweeps for the instruction sets that this build knows.
 const FusedSweeps& fusedSweepsBaseline();

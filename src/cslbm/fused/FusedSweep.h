@@ -3,12 +3,10 @@
 // so that a collided row finds the velocity of all its neighbours, and finds the populations in cache.
 #pragma once
 
-#include "cslbm/fused/FusedMoments.h"
+#include "cslbm/fused/FusedLayer.h"
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
-
-constexpr int kTileRows = 8;
 
 // A population whose source lies outside the grid keeps its value: it moves on to the place where the
 // next step looks for it. Those places belong to no node in this step.
@@ -100,21 +98,48 @@ struct CollideArguments {
     const float* rho;
     float* sopt;
     std::ptrdiff_t node;  // of x = 0 in the dense force arrays
+    int y, z;
+    int depth;                 // distance to the nearest face along y or z
+    DeviationRows deviations;  // with a layer
 };
 
+// Rates of some packs. They are found before any of the packs relaxes: their roots and quotients take
+// long, and so those of one pack pass while others go on.
+struct RateBlock {
+    static constexpr int kPacks = 256 / kLanes;
+    Pack shear[kPacks];
+    Pack high[kPacks];
+};
+
+DRELT_FUSED_INLINE Triple<Pack> velocityAt(const FusedState& s, const CollideArguments& row,
+                                           std::ptrdiff_t x) {
+    const float* const own = row.velocity.own + x;
+    return {loadPack(own), loadPack(own + s.pitch), loadPack(own + 2 * s.pitch)};
+}
+
+DRELT_FUSED_INLINE void findRates(const FusedState& s, const CollideArguments& row,
+                                  std::ptrdiff_t first, int packs, RateBlock& block) {
+    for (int i = 0; i < packs; ++i) {
+        const std::ptrdiff_t x = first + i * kLanes;
+        const Rates<Pack> rates =
+            ratesOf(differencesAt(row.velocity, x, s.pitch), loadPack(row.rho + x),
+                    velocityAt(s, row, x), loadPack(row.sopt + x), s.nu);
+        storePack(row.sopt + x, rates.sopt);
+        block.shear[i] = rates.shear;
+        block.high[i] = rates.high;
+    }
+}
+
 template <bool Whole, bool Spread, class Store>
-DRELT_FUSED_INLINE void collidePack(const FusedState& s, const CollideArguments& row,
-                                    std::ptrdiff_t x, const Store& store) {
+DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& row,
+                                  std::ptrdiff_t x, const Pack& shear, const Pack& high,
+                                  const Pack& equilibrium, const Store& store) {
     Relaxation<Pack> r;
     r.rho = loadPack(row.rho + x);
-    const float* const own = row.velocity.own + x;
-    r.u = {loadPack(own), loadPack(own + s.pitch), loadPack(own + 2 * s.pitch)};
-    const Rates<Pack> rates = ratesOf(differencesAt(row.velocity, x, s.pitch), r.rho, r.u,
-                                      loadPack(row.sopt + x), s.nu);
-    storePack(row.sopt + x, rates.sopt);
-    r.shear = rates.shear;
-    r.high = rates.high;
-    r.equilibrium = rates.high;
+    r.u = velocityAt(s, row, x);
+    r.shear = shear;
+    r.high = high;
+    r.equilibrium = equilibrium;
     r.force = forceOf<Spread>(s, r.rho, row.node + x);
     if constexpr (Whole) {
         r.force = {mulAdd(s.bodyAcceleration[0], r.rho, r.force.x),
@@ -124,26 +149,72 @@ DRELT_FUSED_INLINE void collidePack(const FusedState& s, const CollideArguments&
     relax<Whole>(r, PackAt{row.places, x}, store);
 }
 
+// The layer takes 2 sigma of the equilibrium, and so the collision gives that much less of it.
 template <bool Whole, bool Spread>
-DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments& row,
-                                     const float* prefetch) {
-    constexpr int kFloatsOfLine = 16;
-    const int packs = (s.nx + kLanes - 1) / kLanes;
-    const std::ptrdiff_t share =
-        (27 * static_cast<std::ptrdiff_t>(s.pitch) / kFloatsOfLine + packs - 1) / packs;
-    int x = 0;
-    for (; x + kLanes <= s.nx; x += kLanes) {
-        for (std::ptrdiff_t i = 0; i < share; ++i) {
-            __builtin_prefetch(prefetch + i * kFloatsOfLine, 1, 2);
-        }
-        prefetch += share * kFloatsOfLine;
-        collidePack<Whole, Spread>(s, row, x, StorePack{row.places, x});
+DRELT_FUSED_INLINE void relaxInLayer(const FusedState& s, const CollideArguments& row, int x,
+                                     const Pack& shear, const Pack& high) {
+    const Absorption absorption =
+        absorptionAt(s, row.depth, x, rowStart(s, row.y, row.z, 1));
+    const Pack equilibrium = negMulAdd(2.0f, absorption.sigma, high);
+    if (row.depth > 0 && x > 0 && x + kLanes < s.nx) {
+        relaxPack<Whole, Spread>(s, row, x, shear, high, equilibrium,
+                                 StoreAbsorbed{row.places, x, absorption, row.deviations});
+    } else {
+        const Faces faces = facesAt(s, row.y, row.z, x);
+        const int lanes = s.nx - x < kLanes ? s.nx - x : kLanes;
+        relaxPack<Whole, Spread>(
+            s, row, x, shear, high, equilibrium,
+            StoreAbsorbedAtFaces{row.places, x, lanes, absorption, row.deviations, faces});
     }
-    if (x < s.nx) collidePack<Whole, Spread>(s, row, x, StoreLanes{row.places, x, s.nx - x});
 }
 
-// Collides and streams a row; prefetch is the row of populations wanted next.
-static void collideRow(const FusedState& s, int y, int z, const float* prefetch) {
+// Lines of memory to bring to the cache while a row is collided, a share with every pack.
+struct Ahead {
+    static constexpr int kFloats = 16;  // of a line
+    const float* next;
+    std::ptrdiff_t share;
+
+    DRELT_FUSED_INLINE void bring() {
+        for (std::ptrdiff_t line = 0; line < share; ++line) {
+            __builtin_prefetch(next + line * kFloats, 1, 2);
+        }
+        next += share * kFloats;
+    }
+};
+struct AheadOfRow {
+    Ahead populations, moments;
+};
+
+template <bool Whole, bool Spread>
+DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments& row,
+                                     AheadOfRow ahead) {
+    const int packs = (s.nx + kLanes - 1) / kLanes;
+    RateBlock rates;
+    for (int done = 0; done < packs; done += RateBlock::kPacks) {
+        const int part = packs - done < RateBlock::kPacks ? packs - done : RateBlock::kPacks;
+        findRates(s, row, done * kLanes, part, rates);
+        for (int i = 0; i < part; ++i) {
+            const int x = (done + i) * kLanes;
+            const Pack& shear = rates.shear[i];
+            const Pack& high = rates.high[i];
+            ahead.populations.bring();
+            ahead.moments.bring();
+            if (s.width > 0 &&
+                (row.depth < s.width || x < s.width || x + kLanes > s.nx - s.width)) {
+                relaxInLayer<Whole, Spread>(s, row, x, shear, high);
+            } else if (x + kLanes <= s.nx) {
+                relaxPack<Whole, Spread>(s, row, x, shear, high, high, StorePack{row.places, x});
+            } else {
+                relaxPack<Whole, Spread>(s, row, x, shear, high, high,
+                                         StoreLanes{row.places, x, s.nx - x});
+            }
+        }
+    }
+}
+
+// Collides and streams a row.
+static void collideRow(const FusedState& s, int y, int z, const DeviationRing& ring,
+                       const AheadOfRow& ahead) {
     keepRow(s, y, z);
     CollideArguments row;
     findPlaces(s, y, z, row.places);
@@ -151,17 +222,21 @@ static void collideRow(const FusedState& s, int y, int z, const float* prefetch)
     row.rho = row.velocity.own - s.pitch;
     row.sopt = s.sopt + rowStart(s, y, z, 1);
     row.node = nodeRow(s, y, z) * s.nx;
+    row.y = y;
+    row.z = z;
+    row.depth = rowDepth(s, y, z);
+    if (s.width > 0) findDeviations(s, ring, y, z, row.deviations);
     unsigned char& spread = s.spread[nodeRow(s, y, z)];
     if (s.whole) {
         if (spread) {
-            collidePacks<true, true>(s, row, prefetch);
+            collidePacks<true, true>(s, row, ahead);
         } else {
-            collidePacks<true, false>(s, row, prefetch);
+            collidePacks<true, false>(s, row, ahead);
         }
     } else if (spread) {
-        collidePacks<false, true>(s, row, prefetch);
+        collidePacks<false, true>(s, row, ahead);
     } else {
-        collidePacks<false, false>(s, row, prefetch);
+        collidePacks<false, false>(s, row, ahead);
     }
     if (spread) {
         for (double* const force : s.force) {
@@ -179,17 +254,46 @@ static void edges(const FusedState& s, int z0, int z1) {
     }
 }
 
-static void slab(const FusedState& s, int z0, int z1) {
+// What a row of a tile touches next for the first time: the run of rows of the plane two further on,
+// some rows ahead, and the moments of the row after the next.
+DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0, int y1) {
+    constexpr int kRowsAhead = 4;
+    const int packs = (s.nx + kLanes - 1) / kLanes;
+    const int height = y1 - y0;
+    const int touched = (y1 + 2 < s.ny + 1 ? y1 + 2 : s.ny + 1) - y0;
+    const std::ptrdiff_t lines = rowStart(s, touched, 0, 27) / Ahead::kFloats;
+    const std::ptrdiff_t share = (lines + height * packs - 1) / (height * packs);
+    const int place = y - y0 + kRowsAhead;
+    const int plane = z + 2 + place / height;
+    const float* const populations = s.populations +
+                                     rowStart(s, y0, plane < s.nz ? plane : s.nz, 27) +
+                                     place % height * packs * share * Ahead::kFloats;
+    const float* const moments =
+        s.moments + rowStart(s, y + 2 < s.ny ? y + 2 : y, z + 1 < s.nz ? z + 1 : z, 4);
+    return {{populations, share},
+            {moments, (4 * s.pitch / Ahead::kFloats + packs - 1) / packs}};
+}
+
+static void slab(const FusedState& s, int z0, int z1, float* scratch) {
+    const bool layer = s.width > 0;
     for (int y0 = 0; y0 < s.ny; y0 += kTileRows) {
         const int y1 = y0 + kTileRows < s.ny ? y0 + kTileRows : s.ny;
+        const DeviationRing ring{scratch, y0, kTileRows + 2};
+        for (int y = y0 - 1; layer && y <= y1; ++y) {
+            deviationOfRow(s, y, z0 - 1, ring);
+            deviationOfRow(s, y, z0, ring);
+        }
         for (int z = z0; z < z1; ++z) {
-            const bool ahead = z + 1 < z1 - 1;
-            if (ahead && y0 == 0) momentsOfRow(s, 0, z + 1);
+            const bool inner = z + 1 < z1 - 1;  // the moments of other planes are there
+            if (inner && y0 == 0) momentsOfRow(s, 0, z + 1);
+            if (layer) {
+                deviationOfRow(s, y0 - 1, z + 1, ring);
+                deviationOfRow(s, y0, z + 1, ring);
+            }
             for (int y = y0; y < y1; ++y) {
-                if (ahead && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1);
-                const int soonZ = z + 2 <= s.nz ? z + 2 : s.nz;
-                const int soonY = y + 2 <= s.ny ? y + 2 : s.ny;
-                collideRow(s, y, z, s.populations + rowStart(s, soonY, soonZ, 27));
+                if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1);
+                if (layer) deviationOfRow(s, y + 1, z + 1, ring);
+                collideRow(s, y, z, ring, aheadOf(s, y, z, y0, y1));
             }
         }
     }

@@ -51,6 +51,7 @@ void FusedDomain::startAtRest() {
         }
         for (float* const buffer : {s.moments, momentsBefore_}) {
             if (buffer == nullptr) continue;
+            // density 1 in the padding too: no lane may fail to be a number
             std::fill_n(buffer + rowStart(s, y, z, 4), s.pitch, 1.0f);
         }
     });
@@ -100,7 +101,25 @@ void FusedDomain::upload(const mlFlow& host) {
     s.planesPending = false;
 }
 
-void FusedDomain::resetLayer(const mlDensity<float>*) {}
+void FusedDomain::resetLayer(const mlDensity<float>* rou) {
+    FusedState& s = state_;
+    if (momentsBefore_ == nullptr) return;
+    if (reference_ == nullptr) {
+        const auto* const end = rou + nodes_;
+        if (std::find_if(rou, end, [](auto r) { return r.value != 1.0f; }) != end) {
+            reference_ = allocate<float>(static_cast<std::size_t>(s.ny + 1) * s.nz * s.pitch);
+        }
+    }
+    forEachRow([&](int y, int z) {
+        const float* const from =
+            &rou[(static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx].value;
+        float* const before = momentsBefore_ + rowStart(s, y, z, 4);
+        std::fill_n(before, 4 * s.pitch, 0.0f);
+        copyRow(before, from, s.nx);
+        if (reference_ != nullptr) copyRow(reference_ + rowStart(s, y, z, 1), from, s.nx);
+    });
+    s.reference = reference_;
+}
 
 void FusedDomain::materialise(mlFlow& host) const {
     const FusedState& s = state_;

@@ -212,7 +212,8 @@ TEST_P(Schedules, Agree) {
 
 INSTANTIATE_TEST_SUITE_P(Boxes, Schedules,
                          testing::Values(Case{37, 21, 19, 0}, Case{16, 33, 9, 0},
-                                         Case{9, 10, 11, 0, true}, Case{11, 9, 10, 0, false, 1e-4f}));
+                                         Case{9, 10, 11, 0, true}, Case{11, 9, 10, 0, false, 1e-4f},
+                                         Case{37, 21, 19, 1}, Case{50, 18, 33, 3}, Case{47, 30, 27, 10}));
 
 }  // namespace
 }  // namespace drelt::test

@@ -1,0 +1,113 @@
+// The whole fluid step under both schedules: frame forcing, collision, absorbing layer, streaming, moments
+// and open planes, with the share of the machine's bound: 216 bytes a node read and written in place.
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <memory>
+#include <string>
+
+#include "bandwidth.h"
+#include "bench_flow.h"
+#include "cslbm/PML/PMLOperation.h"
+#include "cslbm/fused/FusedDomain.h"
+#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
+#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
+#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
+#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
+
+namespace drelt::bench {
+namespace {
+
+constexpr double kBytesInPlace = 2.0 * 27.0 * 4.0;
+
+FrameMotion motion() {
+    FrameMotion m;
+    m.lengthScale = Eigen::Vector3d::Constant(1e-4);
+    m.linearAcceleration = {0.1, 0.2, 0.3};
+    return m;
+}
+
+void operatorStep(BenchFlow& b) {
+    const FrameMotion m = motion();
+    mlAddForcetoUOpt(b.flow(), b.param(), m.velocityScale, m.lengthScale, m.linearAcceleration,
+                     m.angularVelocity, m.angularAcceleration, m.inverse);
+    mlCollideAddForceHighorderFiiting(b.flow(), b.param());
+    PML_Operation(b.flow(), b.param());
+    mlCuStream3dOpt(b.flow(), b.param());
+    mlCalOneOrderMomentOpt(b.flow(), b.param());
+    mlBoundaryConditionNEE(b.flow(), b.param());
+}
+
+template <class Step>
+void runSteps(benchmark::State& state, const Grid& grid, int threads, double residentBytes,
+              Step&& step) {
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    step();
+    double steps = 0;
+    const double start = omp_get_wtime();
+    for (auto _ : state) {
+        step();
+        ++steps;
+    }
+    const double seconds = omp_get_wtime() - start;
+    omp_set_num_threads(before);
+    const double nodes = static_cast<double>(grid.nx) * grid.ny * grid.nz;
+    const double rate = steps * nodes / seconds;
+    state.counters["MLUPS"] = rate * 1e-6;
+    state.counters["resident_B"] = residentBytes / nodes;
+    state.counters["of_bound"] = rate * kBytesInPlace / (bandwidth(threads).inPlace * 1e9);
+}
+
+void operators(benchmark::State& state, const Grid& grid, int threads) {
+    BenchFlow& b = benchFlow(grid);
+    runSteps(state, grid, threads, b.residentBytesPerNode() * static_cast<double>(b.nodes()),
+             [&] { operatorStep(b); });
+}
+
+// Starts from the same flow as the operators' rows, which is then let go.
+void production(benchmark::State& state, const Grid& grid, int threads) {
+    static std::unique_ptr<FusedDomain> domain;
+    static Grid made{};
+    if (!domain || made.nx != grid.nx || made.ny != grid.ny || made.nz != grid.nz ||
+        made.pml_width != grid.pml_width) {
+        BenchFlow& b = benchFlow(grid);
+        domain.reset();
+        domain = std::make_unique<FusedDomain>(*b.param(), b.flow()->v0k, 0.01f);
+        domain->load(*b.flow());
+        made = grid;
+    }
+    const FrameMotion m = motion();
+    runSteps(state, grid, threads, static_cast<double>(domain->residentBytes()),
+             [&] { domain->step(m); });
+    state.SetLabel(domain->instructionSet());
+}
+
+const bool registered = [] {
+    const int all = omp_get_max_threads();
+    for (const Grid& grid : {Grid{256, 96, 96, 0}, Grid{256, 96, 96, 10}, Grid{250, 97, 97, 0},
+                             Grid{250, 97, 97, 10}}) {
+        for (const auto& [schedule, run] : {std::pair{"operators", operators},
+                                            std::pair{"production", production}}) {
+            for (const int threads : {1, all}) {
+                const std::string name = std::string("fluidStep/") + schedule + "/" +
+                                         std::to_string(grid.nx) + "x" + std::to_string(grid.ny) +
+                                         "x" + std::to_string(grid.nz) +
+                                         "/layer:" + std::to_string(grid.pml_width) +
+                                         "/threads:" + std::to_string(threads);
+                benchmark::RegisterBenchmark(name.c_str(),
+                                             [grid, threads, body = run](benchmark::State& state) {
+                                                 body(state, grid, threads);
+                                             })
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseRealTime()
+                    ->MinTime(0.5);
+                if (all == 1) break;
+            }
+        }
+    }
+    return true;
+}();
+
+}  // namespace
+}  // namespace drelt::bench
