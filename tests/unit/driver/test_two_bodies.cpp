@@ -20,7 +20,9 @@
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/runtime.h"
+#include "simulatorInterface/FluidHelper.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
+#include "support/fields.h"
 
 namespace drelt {
 namespace {
@@ -126,10 +128,8 @@ TEST_F(TwoBodies, BothMoveWithTheFluidAndTheGridFollowsTheFirst) {
         EXPECT_TRUE(std::isfinite(exchanged)) << i;
         EXPECT_GT(exchanged, 0) << "body " << i << " and the fluid push each other";
     }
-    const mlFlow& host = *sim->lbmvec.front();
-    for (std::int64_t n = 0; n < host.count; ++n) {
-        const float density = sim->solver->rou_dev_vec[0][n].value;
-        ASSERT_TRUE(density > 0.5f && density < 1.5f) << density << " at node " << n;
+    for (const float density : test::fieldsOf(*sim->solver).rou) {
+        ASSERT_TRUE(density > 0.5f && density < 1.5f) << density;
     }
 }
 
@@ -230,11 +230,9 @@ TEST_F(TwoBodies, ResetKeepsTheDeviceFieldsUntilTheNextFluidStep) {
     const auto readOut = copyOf(host.rou, host.count);
     run(4);
     const auto fields = [&] {
-        std::vector<float> values = copyOf(sim->solver->Sopt_dev_vec[0], host.count);
-        for (std::int64_t n = 0; n < host.count; ++n) {
-            values.push_back(sim->solver->rou_dev_vec[0][n].value);
-        }
-        return values;
+        test::Fields now = test::fieldsOf(*sim->solver);
+        now.Sopt.insert(now.Sopt.end(), now.rou.begin(), now.rou.end());
+        return now.Sopt;
     };
     const std::vector<float> last = fields();
     EXPECT_GT(*std::max_element(last.begin(), last.begin() + host.count), 0) << "Sopt was written";
@@ -248,6 +246,7 @@ TEST_F(TwoBodies, ResetKeepsTheDeviceFieldsUntilTheNextFluidStep) {
         EXPECT_EQ(at(i).getPositions(), first[i]) << i;
         EXPECT_TRUE(at(i).getVelocities().isZero(0)) << i;
     }
+    FluidHelper::populationsToHost(*sim->solver, 0);
     for (std::int64_t n = 0; n < host.count; ++n) {
         ASSERT_EQ(host.rou[n].value, readOut[n].value);
         ASSERT_TRUE(host.ux[n] == 0 && host.uy[n] == 0 && host.uz[n] == 0);
