@@ -44,7 +44,7 @@ void layOutAbsorbingLayer(mlFlow& flow, float sigma_max);
 // The state before the first step: node classes of the faces, density 1, at rest, in equilibrium.
 void initialiseFlow(mlFlow& flow);
 
-// Whether initialisation, reset and inlets leave a node of this class as it is: excluded or solid.
+// Whether initialisation, reset and clearInlets leave a node of this class as it is: excluded or solid.
 bool keepsItsState(MLLATTICENODE_FLAG flag);
 
 // The class of a node by its physical position, against 0 and the far limit of each axis exactly.

@@ -37,7 +37,8 @@ public:
     std::vector<mlFlow*> lbm_dev_gpu;     // device records, one a domain, null until allocated
     std::vector<mlUnitScale> unitScales;  // one a parameter record
     std::shared_ptr<mlBaseCouplingSolver> world;
-    // The collision and the boundaries of a step; may be changed between steps.
+    // The collision and the boundaries of a step; may be changed between steps. A simulator that is
+    // committed again has a new solver, with the defaults.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
 
