@@ -250,6 +250,10 @@ struct NoMomentSource {
     static constexpr float x = 0.0f, y = 0.0f, z = 0.0f;
 
     static constexpr bool has(int) { return false; }
+    template <int J>
+    DRELT_HOST_DEVICE float of(Constant<J>) const {
+        return 0.0f;
+    }
 };
 
 // Relaxes k4 to k26: k* = (1 - s) k + s eq + (1 - s/2) S. Moments with a source are combined in

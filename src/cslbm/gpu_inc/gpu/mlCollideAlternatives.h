@@ -125,7 +125,7 @@ DRELT_HOST_ROW void rebuildRow(Range range, LaunchIndex first, int length, const
                                float gy, int count) {
     forEachStagedNode<StoredMoments, Range>(
         first, length, flow->fStore, flow->fPost, count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { rebuildNode(range, at, flow, gy, from, to); });
 }
 
@@ -148,7 +148,7 @@ DRELT_KERNEL void mlCollideGpuKernel(LaunchIndex at, mlFlow* flow) {
 DRELT_HOST_ROW void collidePlainRow(LaunchIndex first, int length, mlFlow* flow) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fPost, flow->count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { detail::collidePlain(at, flow, from, to); });
 }
 
@@ -165,7 +165,7 @@ DRELT_HOST_ROW void collideForcedRow(LaunchIndex first, int length, mlFlow* flow
                                      std::int64_t nx, std::int64_t ny, std::int64_t nz) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fPost, nx * ny * nz,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE {
                 detail::collideForced(at, flow, gy, static_cast<int>(nx), static_cast<int>(ny),
                                       static_cast<int>(nz), from, to);
@@ -183,7 +183,7 @@ DRELT_HOST_ROW void collideHighorderRow(LaunchIndex first, int length, mlFlow* f
                                         int nz, int count) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fPost, count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { detail::collideHighorder(at, flow, nx, ny, nz, from, to); });
 }
 
@@ -214,7 +214,7 @@ DRELT_HOST_ROW void relaxCascadeRow(LaunchIndex first, int length, mlFlow* flow,
                                     int ny, int nz, int count) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fStore, count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { detail::relaxCascade(at, flow, nx, ny, nz, from, to); });
 }
 
@@ -242,7 +242,7 @@ DRELT_HOST_ROW void relaxPolynomialRow(LaunchIndex first, int length, mlFlow* fl
                                        int ny, int nz, int count) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fStore, count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { detail::relaxPolynomial(at, flow, nx, ny, nz, from, to); });
 }
 

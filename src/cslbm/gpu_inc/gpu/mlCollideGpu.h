@@ -45,7 +45,7 @@ DRELT_HOST_ROW void collideRow(LaunchIndex first, int length, mlFlow* flow, floa
                                int nz, int count) {
     forEachStagedNode<AllEntries, AllEntries>(
         first, length, flow->f, flow->fPost, count,
-        [&](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
+        [=](const LaunchIndex& at, NodePopulations<const float> from, NodePopulations<float> to)
             DRELT_LAMBDA_INLINE { collideNode(at, flow, nx, ny, nz, from, to); });
 }
 
