@@ -24,6 +24,7 @@ DRELT_KERNEL void startKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int 
         const std::int64_t entry = i * flow->count + n;
         flow->f[entry] = flow->fPost[entry] = hostEquilibrium(i, 1.0f, u[0], u[1], u[2]);
         flow->fEqBar[entry] = w_cas1[i];
+        flow->fStore[entry] = 0.0f;  // its pages must be there before the clock runs
         flow->Q[entry] = flow->cNQ[entry] = flow->fEqTilde[entry] = flow->fEqTildeOld[entry] = 0.0f;
     }
     const int depth = std::min({at.x, at.y, at.z, nx - 1 - at.x, ny - 1 - at.y, nz - 1 - at.z});
