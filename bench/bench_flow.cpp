@@ -11,7 +11,7 @@
 namespace drelt::bench {
 namespace {
 
-// A weak vortex sheet in its equilibrium, and the layer by the node's distance to the faces.
+// A weak vortex sheet in its equilibrium, and face classes and layer by the node's distance to the faces.
 DRELT_KERNEL void startKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz, int width) {
     const std::int64_t n = at.n;
     const float u[3] = {0.05f * std::sin(0.1f * at.y), 0.03f * std::sin(0.07f * at.z),
@@ -30,6 +30,13 @@ DRELT_KERNEL void startKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int 
     const int depth = std::min({at.x, at.y, at.z, nx - 1 - at.x, ny - 1 - at.y, nz - 1 - at.z});
     const float d = static_cast<float>(width - depth) / static_cast<float>(width);
     flow->sigma[n] = depth < width ? 0.01f * d * d : 0.0f;
+    flow->flag[n] = ML_NODE_FLUID;
+    if (at.x == 0) flow->flag[n] = ML_NODE_LEFT;
+    if (at.x == nx - 1) flow->flag[n] = ML_NODE_RIGHT;
+    if (at.z == 0) flow->flag[n] = ML_NODE_FORWARD;
+    if (at.z == nz - 1) flow->flag[n] = ML_NODE_BACK;
+    if (at.y == 0) flow->flag[n] = ML_NODE_DOWN;
+    if (at.y == ny - 1) flow->flag[n] = ML_NODE_UP;
     flow->PML_type[n] = depth >= width ? PML_NONE : (depth == 0 ? PML_EDGE : PML_INTERIOR);
 }
 

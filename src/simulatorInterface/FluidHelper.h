@@ -47,7 +47,7 @@ void layOutAbsorbingLayer(mlFlow& flow, float sigma_max);
 void initialiseFields(mlFlow& flow);
 void initialisePopulations(mlFlow& flow);
 
-// Whether initialisation, reset and inlets leave a node of this class as it is: excluded or solid.
+// Whether initialisation, reset and clearInlets leave a node of this class as it is: excluded or solid.
 bool keepsItsState(MLLATTICENODE_FLAG flag);
 
 // The class of a node by its physical position, against 0 and the far limit of each axis exactly.

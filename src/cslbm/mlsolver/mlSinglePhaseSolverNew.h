@@ -64,7 +64,8 @@ public:
     Schedule schedule = Schedule::Operators;
     float sigmaMax = 0.01f;  // damping of the absorbing layer at the outer faces
     std::vector<HostPopulations> hostPopulations;  // one a domain; none means Current
-    // The collision and the boundaries of a step; may be changed between steps of the operators.
+    // The collision and the boundaries of a step; may be changed between steps of the operators. A
+    // simulator that is committed again has a new solver, with the defaults.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
 

@@ -50,8 +50,9 @@ void mlCalMacroGpu(mlFlow* flow, const MLFluidParam* param) {
 
 void mlCopyFTilde(mlFlow* flow, const MLFluidParam* param) {
     const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};
-    launchVolume<&mlCopyFTildeKernel>(coveringShape(nodes, 32, 4, 1), nodes, flow, nodes.x, nodes.y,
-                                      nodes.z, nodes.x * nodes.y * nodes.z);
+    launchVolumeByRows<&mlCopyFTildeKernel, &copyFTildeRow>(coveringShape(nodes, 32, 4, 1), nodes,
+                                                            flow, nodes.x, nodes.y, nodes.z,
+                                                            nodes.x * nodes.y * nodes.z);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

@@ -2,6 +2,8 @@
 // with three launch axes, and the forcing of a fixed test scene. The step calls none of them.
 #pragma once
 
+#include <algorithm>
+
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 
 namespace drelt {
@@ -55,9 +57,20 @@ DRELT_KERNEL void mlCalMacroGpuKernel(LaunchIndex at, mlFlow* flow) {
 DRELT_KERNEL void mlCopyFTildeKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
     const MLFluidParam* const param = flow->param;
     if (at.x >= param->samples_x || at.y >= param->samples_y || at.z >= param->samples_z) return;
-    for (int i = 0; i < kDirections; ++i) {
-        const std::int64_t entry = i * flow->count + at.n;
+    forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
+        const std::int64_t entry = decltype(d)::index * flow->count + at.n;
         flow->fEqTildeOld[entry] = flow->fEqTilde[entry];
+    });
+}
+
+// The same for a row of nodes on the host.
+DRELT_HOST_ROW void copyFTildeRow(LaunchIndex first, int length, mlFlow* flow, int, int, int, int) {
+    const MLFluidParam* const param = flow->param;
+    if (first.y >= param->samples_y || first.z >= param->samples_z) return;
+    const int size = length < param->samples_x ? length : param->samples_x;
+    for (int i = 0; i < kDirections; ++i) {
+        const float* const from = flow->fEqTilde + i * flow->count + first.n;
+        std::copy(from, from + size, flow->fEqTildeOld + i * flow->count + first.n);
     }
 }
 
