@@ -7,4 +7,5 @@ PYBIND11_MODULE(drelt, module) {
     drelt::bindSkeleton(module);
     drelt::bindSimulator(module);
     drelt::bindTrajectory(module);
+    drelt::bindRenderer(module);
 }
