@@ -7,7 +7,6 @@ speeds and a marker's signal, and prints the mean speed over the last cycle.
 import argparse
 from pathlib import Path
 
-import drelt
 import matplotlib
 import numpy as np
 from support import (
