@@ -3,7 +3,7 @@
 
 # run_tests [PYTEST ARGUMENT...]: both suites always run; fails where either does.
 run_tests() {
-    need_packages build
+    need_packages build test
     need_venv
     build dev
     compile_for_cuda
@@ -88,6 +88,7 @@ lint_sources() {
     configure tidy
     # ninja does not run here: bring the compile database up to the sources by hand
     phase "configure-tidy" "configuring tidy" cmake build/tidy
+    phase "build-tidy" "generating headers" cmake --build build/tidy --target drelt_gl_loader
     local script status=0
     for script in run .ci/run scripts/*.sh; do bash -n "$script" || status=1; done
     (phase clang-format "clang-format" check_format) || status=1

@@ -6,8 +6,10 @@ packages_for() {
     build)
         echo g++ cmake ninja-build libdart-dev libdart-external-ikfast-dev libassimp-dev \
             libeigen3-dev nlohmann-json3-dev libthrust-dev libnanoflann-dev libgtest-dev \
-            libbenchmark-dev python3-dev python3-venv
+            libbenchmark-dev python3-dev python3-venv \
+            libglfw3-dev libegl-dev python3-glad libegl1 libgl1-mesa-dri # renderer: build, then run
         ;;
+    test) echo xvfb ;;
     format) echo clang-format ;;
     tidy) echo clang clang-tidy libomp-dev ;; # libomp-dev: omp.h for clang
     sanitize) echo clang libomp-dev ;;        # libomp-dev brings libarcher

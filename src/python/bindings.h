@@ -10,5 +10,6 @@ void bindParameters(pybind11::module_& module);
 void bindSkeleton(pybind11::module_& module);
 void bindSimulator(pybind11::module_& module);
 void bindTrajectory(pybind11::module_& module);
+void bindRenderer(pybind11::module_& module);
 
 }  // namespace drelt

@@ -7,7 +7,7 @@ from numpy.typing import ArrayLike, NDArray
 from typing_extensions import Self
 
 # What the module gives is float64 of shape (3,), or (m,) with one element a degree of freedom. What it
-# takes is anything that numpy makes such an array of, so a list of numbers too.
+# takes (the renderer in float32) is anything that numpy makes such an array of, so a list of numbers too.
 
 class _BindingType(type): ...
 
@@ -455,8 +455,39 @@ class PDControl1D(_Bound):
     def set_value(self, desired_value: float) -> None:
         """Sets the desired value."""
 
+class tinyRenderer(_Bound):
+    """Draws a scene, a frame a call, and saves frames as images: in a window where there is a
+    display, without one elsewhere. Only what lies 0.1 to 100 m ahead of the camera is seen."""
+    def __init__(self, width: int, height: int) -> None:
+        """As make_renderer."""
+    def addCube(self) -> None:
+        """Adds a cube with edges of 1 m along the axes around the origin."""
+    def addDynamics(self, dynamics: SkeletonDynamics) -> None:
+        """Adds the skin of a body. Raises ValueError for None."""
+    def addTrajectory(self, trajectory: trajectory3d) -> None:
+        """Adds the control points of a trajectory as a green line, the last point left out. The
+        points are those at the next frame. Raises ValueError for None."""
+    def render(self) -> None:
+        """Draws one frame. The first call says in a printed line whether it draws in a window; where
+        no OpenGL can be had it says that, and nothing is drawn then or later."""
+    def savePPM(self, file_name: str) -> None:
+        """Writes the frame drawn last as a binary PPM, the rows from the bottom of the image to its
+        top. A file that cannot be opened is passed over. Raises RuntimeError where no frame has
+        been drawn."""
+    def setCamera(self, position: ArrayLike, target: ArrayLike, worldup: ArrayLike) -> None:
+        """Looks from position to target (3 each) [m], with the direction worldup (3) upwards."""
+    def setLight(
+        self, position: ArrayLike, diffuse: ArrayLike = ..., specular: ArrayLike = ...
+    ) -> None:
+        """Sets the light's position (3) [m] and its colours (3 each), red, green and blue from 0 to
+        1. The colours are taken at the first frame, the position at every one."""
+
 def make_controller(Kp: float, Kd: float, timestep: float, /) -> PDControl1D:
     """New controller from Kp, Kd and a time step [s]."""
+
+def make_renderer(width: int, height: int, /) -> tinyRenderer:
+    """New renderer of images of this width and height [pixels]. Raises ValueError for a
+    size that is not positive."""
 
 def make_simParams() -> simParam:
     """New parameters with default values."""

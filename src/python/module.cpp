@@ -33,5 +33,5 @@ PYBIND11_MODULE(drelt, module) {
     bindGroup(module, {drelt::bindParameters});
     bindGroup(module, {drelt::bindSkeleton});
     bindGroup(module, {drelt::bindSimulator});
-    bindGroup(module, {drelt::bindTrajectory});
+    bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});
 }

@@ -13,7 +13,7 @@ import pytest
 
 STUB = Path(__file__).resolve().parents[2] / "src" / "python" / "drelt.pyi"
 
-VECTOR = re.compile(r"numpy\.ndarray\[numpy\.float64\[[3m], 1\]\]")
+VECTOR = re.compile(r"numpy\.ndarray\[numpy\.float(?:32|64)\[[3m], 1\]\]")
 
 
 def stub_types(text, vector, sequence):

@@ -1,0 +1,3 @@
+// The one translation unit that holds glad's function pointers.
+#define GLAD_GL_IMPLEMENTATION
+#include <glad/gl.h>

@@ -1,0 +1,26 @@
+// The control points of a trajectory as a line.
+#pragma once
+
+#include <memory>
+
+#include "tinyRenderer/glObject.h"
+#include "trajectory/mlTrajectory.h"
+
+namespace drelt {
+
+// In one colour. Shows the points that the trajectory has at setup, joined by straight lines; the
+// last one is left out.
+class glTrajectory final : public glObject {
+public:
+    explicit glTrajectory(std::shared_ptr<const mlTrajectory<double, 3>> trajectory);
+    void setup() override;
+    void update() override {}
+    void release() override;
+    void draw(const Shader& shader) override;
+
+private:
+    std::shared_ptr<const mlTrajectory<double, 3>> trajectory_;
+    int pointCount_ = 0;
+};
+
+}  // namespace drelt

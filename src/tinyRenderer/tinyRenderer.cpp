@@ -1,0 +1,193 @@
+#include "tinyRenderer/tinyRenderer.h"
+
+#include <glad/gl.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "SkeletonDynamics/skSystem.h"
+#include "tinyRenderer/RenderContext.h"
+#include "tinyRenderer/Shader.h"
+#include "tinyRenderer/ShaderPath.h"
+#include "tinyRenderer/glCube.h"
+#include "tinyRenderer/glSkMesh.h"
+#include "tinyRenderer/glTrajectory.h"
+
+namespace drelt {
+
+namespace {
+
+// Says once a kind of context which one is in use.
+std::unique_ptr<RenderContext> openContext(int width, int height) {
+    const auto say = [](bool& said, const char* what) {
+        if (!said) std::puts(what);
+        said = true;
+    };
+    static bool saidWindow = false;
+    static bool saidSurfaceless = false;
+    auto context = openWindow(width, height);
+    if (context != nullptr) {
+        say(saidWindow, "[Info] renderer: draws in a window (GLFW)");
+        return context;
+    }
+    context = makeSurfacelessContext();
+    if (context != nullptr) {
+        say(saidSurfaceless, "[Info] renderer: no display, draws without a window (EGL)");
+    }
+    return context;
+}
+
+int positive(int size, const char* what) {
+    if (size > 0) return size;
+    throw std::invalid_argument(std::string("the renderer's ") + what + " is " +
+                                std::to_string(size) + " pixels; give 1 or more");
+}
+
+}  // namespace
+
+tinyRenderer::tinyRenderer(int width, int height, float near, float far)
+    : width_(positive(width, "width")),
+      height_(positive(height, "height")),
+      projection_(
+          camera_.perspective(static_cast<float>(width) / static_cast<float>(height), near, far)) {}
+
+tinyRenderer::~tinyRenderer() { release(); }
+
+void tinyRenderer::render() {
+    if (!initialised_) {
+        initialised_ = true;
+        initialise();
+    }
+    if (context_ == nullptr) return;
+    const CurrentContext current(*context_);
+    context_->pollEvents();
+    drawFrame();
+    context_->present(frame_.id(), width_, height_);
+}
+
+void tinyRenderer::initialise() {
+    auto context = openContext(width_, height_);
+    if (context == nullptr) {
+        std::puts("Failed to create GLFW window");
+        return;
+    }
+    const CurrentContext current(*context);
+    if (gladLoadGL(context->entryPoints()) == 0) {
+        std::puts("Failed to initialize GLAD");
+        return;
+    }
+    if (!frame_.setup(width_, height_)) {
+        std::printf("[warning] renderer: the OpenGL driver cannot draw images of %d x %d pixels\n",
+                    width_, height_);
+        frame_.release();
+        return;
+    }
+    loadShaders();
+    context_ = std::move(context);
+}
+
+void tinyRenderer::loadShaders() {
+    const auto load = [](const char* vertexFile, const char* fragmentFile) {
+        return std::make_unique<Shader>(shaderPath(vertexFile), shaderPath(fragmentFile));
+    };
+    materialShader_ = load("shaders/3.1.materials.vs", "shaders/3.1.materials.fs");
+    if (materialShader_->use()) {
+        materialShader_->setVec3("light.ambient", light_.ambient);
+        materialShader_->setVec3("light.diffuse", light_.diffuse);
+        materialShader_->setVec3("light.specular", light_.specular);
+        materialShader_->setVec3("material.ambient", {1, 1, 1});
+        materialShader_->setVec3("material.diffuse", {1, 1, 1});
+        materialShader_->setVec3("material.specular", {1, 0, 0});
+        materialShader_->setFloat("material.shininess", 32);
+    }
+    flatShader_ = load("shaders/flat.vs", "shaders/flat.fs");
+    if (flatShader_->use()) flatShader_->setVec3("flatColor", {0, 1, 0});
+}
+
+void tinyRenderer::drawFrame() {
+    frame_.bind();
+    glEnable(GL_DEPTH_TEST);
+    glClearColor(0.1f, 0.1f, 0.1f, 1);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    for (; setupCount_ < drawables_.size(); ++setupCount_) drawables_[setupCount_]->setup();
+    for (const auto& drawable : drawables_) drawable->update();
+    setFrameUniforms();
+    for (const auto& drawable : drawables_) {
+        drawable->draw(drawable->isFlat() ? *flatShader_ : *materialShader_);
+    }
+}
+
+void tinyRenderer::setFrameUniforms() const {
+    const Eigen::Matrix4f view = camera_.view();
+    if (materialShader_->use()) {
+        materialShader_->setVec3("light.position", light_.position);
+        materialShader_->setVec3("viewPos", camera_.position);
+        materialShader_->setMat4("projection", projection_);
+        materialShader_->setMat4("view", view);
+    }
+    if (flatShader_->use()) {
+        flatShader_->setMat4("projection", projection_);
+        flatShader_->setMat4("view", view);
+    }
+}
+
+void tinyRenderer::savePPM(const std::string& fileName) const {
+    if (context_ == nullptr) {
+        throw std::runtime_error(
+            "'" + fileName + "' cannot be saved: no frame has been drawn; " +
+            (initialised_ ? "this machine gave render() no OpenGL 3.3 context, install libglfw3 "
+                            "or libegl1 and an OpenGL driver"
+                          : "call render() first"));
+    }
+    const CurrentContext current(*context_);
+    const std::vector<std::uint8_t> pixels = frame_.readPixels();
+    std::ofstream file(fileName, std::ios::binary | std::ios::trunc);
+    file << "P6\n" << width_ << " " << height_ << "\n255\n";
+    file.write(reinterpret_cast<const char*>(pixels.data()),
+               static_cast<std::streamsize>(pixels.size()));
+}
+
+void tinyRenderer::setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,
+                             const Eigen::Vector3f& worldup) {
+    camera_.lookAt(position, target, worldup);
+}
+
+void tinyRenderer::setLight(const Eigen::Vector3f& position, const Eigen::Vector3f& diffuse,
+                            const Eigen::Vector3f& specular) {
+    light_.position = position;
+    light_.diffuse = diffuse;
+    light_.specular = specular;
+}
+
+void tinyRenderer::addCube() { drawables_.push_back(std::make_shared<glCube>()); }
+
+void tinyRenderer::addDynamics(const std::shared_ptr<skSystem>& dynamics) {
+    if (dynamics == nullptr) {
+        throw std::invalid_argument("the dynamics to draw are None; give a SkeletonDynamics");
+    }
+    drawables_.push_back(std::make_shared<glSkMesh>(dynamics->description()->mesh));
+}
+
+void tinyRenderer::addTrajectory(const std::shared_ptr<mlTrajectory<double, 3>>& trajectory) {
+    if (trajectory == nullptr) {
+        throw std::invalid_argument("the trajectory to draw is None; give a trajectory3d");
+    }
+    drawables_.push_back(std::make_shared<glTrajectory>(trajectory));
+}
+
+void tinyRenderer::release() {
+    if (context_ == nullptr) return;
+    {
+        const CurrentContext current(*context_);
+        for (std::size_t i = 0; i < setupCount_; ++i) drawables_[i]->release();
+        materialShader_->release();
+        flatShader_->release();
+        frame_.release();
+    }
+    context_.reset();
+}
+
+}  // namespace drelt

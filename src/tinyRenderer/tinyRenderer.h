@@ -1,0 +1,79 @@
+// A frame grabber: draws a scene and saves the frame as an image.
+#pragma once
+
+#include <Eigen/Core>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tinyRenderer/Camera.h"
+#include "tinyRenderer/FrameBuffer.h"
+#include "trajectory/mlTrajectory.h"
+
+namespace drelt {
+
+class glObject;
+class RenderContext;
+class Shader;
+class skSystem;
+
+// Order of use: add drawables, set camera and light, and render and savePPM for each frame. Frames
+// are drawn into memory of their own, and shown in a window where there is a display. Lengths in
+// metres, world axes; colours from 0 to 1. Several renderers may be used in turn, from one thread at a
+// time.
+class tinyRenderer {
+public:
+    // Image size in pixels, distances of the near and far plane. Nothing is opened before the first
+    // frame. Raises std::invalid_argument for a size that is not positive.
+    tinyRenderer(int width, int height, float near, float far);
+    ~tinyRenderer();
+    tinyRenderer(const tinyRenderer&) = delete;
+    tinyRenderer& operator=(const tinyRenderer&) = delete;
+
+    // Draws one frame. The first call says on standard output which context it draws in; where none
+    // can be had it says that, and no call draws anything.
+    void render();
+    // Writes the latest frame as a binary PPM, rows from the bottom of the image to its top. A file that
+    // cannot be opened is passed over. Raises std::runtime_error where no frame has been drawn.
+    void savePPM(const std::string& fileName) const;
+
+    void setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,
+                   const Eigen::Vector3f& worldup);
+    // After the first frame only the position has an effect.
+    void setLight(const Eigen::Vector3f& position,
+                  const Eigen::Vector3f& diffuse = Eigen::Vector3f::Ones(),
+                  const Eigen::Vector3f& specular = Eigen::Vector3f::Ones());
+
+    // Drawables appear from the next frame on, and are drawn in the order of adding.
+    void addCube();
+    // Raise std::invalid_argument for a null pointer.
+    void addDynamics(const std::shared_ptr<skSystem>& dynamics);
+    void addTrajectory(const std::shared_ptr<mlTrajectory<double, 3>>& trajectory);
+
+private:
+    struct Light {
+        Eigen::Vector3f position{12, 10, 20};
+        Eigen::Vector3f ambient{0.1f, 0.1f, 0.1f};
+        Eigen::Vector3f diffuse{1, 1, 1};
+        Eigen::Vector3f specular{1, 1, 1};
+    };
+
+    void initialise();
+    void loadShaders();
+    void setFrameUniforms() const;
+    void drawFrame();
+    void release();
+
+    int width_, height_;
+    std::vector<std::shared_ptr<glObject>> drawables_;
+    std::size_t setupCount_ = 0;  // drawables from here on await their setup
+    Camera camera_;
+    Eigen::Matrix4f projection_;
+    Light light_;
+    bool initialised_ = false;
+    std::unique_ptr<RenderContext> context_;  // null before the first frame and where there is none
+    FrameBuffer frame_;
+    std::unique_ptr<Shader> materialShader_, flatShader_;
+};
+
+}  // namespace drelt
