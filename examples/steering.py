@@ -127,9 +127,11 @@ class Camera:
         middle = start + LENGTH * np.array([0.45, 0.0, -0.15])
         eye = middle + LENGTH * np.array([0.0, 1.6, 1.1])
         self.renderer.setCamera(position=eye, target=middle, worldup=(0.0, 1.0, 0.0))
-        self.renderer.setLight(position=middle + LENGTH * np.array([-3.0, 10.0, 6.0]))
+        light = middle + LENGTH * np.array([-4.0, 8.0, 8.0])
+        self.renderer.setLight(light, diffuse=(0.5, 0.7, 0.9), specular=(0.4, 0.4, 0.4))
         self.renderer.addDynamics(body)
         self.renderer.addTrajectory(path)
+        self.shoot()
 
     def shoot(self):
         self.files.append(self.folder / f"{len(self.files):04d}.ppm")
@@ -153,11 +155,10 @@ def line(places):
     return made
 
 
-def save_lines(sights, path, folder):
-    """The path, the way swum, and a line from the body to its target every quarter of a cycle."""
+def save_lines(sights, path, every, folder):
+    """The path, the way swum, and a line from the body to its target each so many steps."""
     drelt.VTKWriter.writeTrajectory(path, f"{folder}/path.vtk")
     drelt.VTKWriter.writeLines([line([s.place for s in sights])], f"{folder}/way.vtk")
-    every = max(round(0.25 * len(sights) * PERIOD / sights[-1].time), 1)
     lines = [line([s.place, s.target]) for s in sights[::every]]
     drelt.VTKWriter.writeLines(lines, f"{folder}/to_targets.vtk")
 
@@ -235,7 +236,7 @@ def main():
         if not args.no_frames:
             save_frame(simulator, step + 1, cycle)
 
-    save_lines(sights, path, f"{args.out}/vis_data")
+    save_lines(sights, path, cycle // 4, f"{args.out}/vis_data")
     camera.save_film(f"{args.out}/steering.gif")
     steered = "not steered" if args.no_control else "steered"
     draw(sights, path, f"A swimmer, {steered}, {args.mode}", f"{args.out}/steering.png")
