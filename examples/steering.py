@@ -31,11 +31,14 @@ matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 
 BOX = (2.2, 0.75, 1.5)  # lengths along x, y, z
+# the grid's front plane drags the fluid that it takes in along, which holds up a body that meets it:
+# let the body start so far behind that it does not within the run
+AHEAD = 0.4  # distance of the box's centre in front of the body's [lengths]
 STRAIGHT, CURVATURE = 0.1, 0.55  # the path: a straight start [lengths], then an arc [rad a length]
 REACH, SPACING = 2.0, 0.1  # its length and that between control points [lengths]
 SAMPLES, LOOK_FORWARD = 400, 20  # poses along it, and how many of them a search takes
-SIGHT = 0.4  # the body aims this far ahead along the target's tangent [lengths]
-GAIN, RATE_GAIN = 4.0, 0.5  # rad of bend a rad of error, and a rad/s of its rate
+SIGHT = 0.3  # the body aims this far ahead along the target's tangent [lengths]
+GAIN, RATE_GAIN = 5.0, 1.0  # rad of bend a rad of error, and a rad/s of its rate
 LARGEST_BEND = 0.8  # rad
 PICTURES = 8  # a cycle
 PICTURE_SIZE = (640, 400)
@@ -84,7 +87,7 @@ class Sight:
     target: np.ndarray  # the pose of the path next to it [m]
     progress: float  # along the path, 0 .. 1
     offset: float  # to the left of the path [m]
-    error: float  # of the mean heading over the last cycle, left of the aim positive [rad]
+    error: float  # of the heading, mean over the last cycle, left of the aim positive [rad]
     bend: float  # rad
 
 
@@ -93,7 +96,7 @@ class Helm:
 
     def __init__(self, path, dt, steered=True):
         self.path, self.dt, self.steered = path, dt, steered
-        self.headings = deque(maxlen=round(PERIOD / dt))
+        self.errors = deque(maxlen=round(PERIOD / dt))
         self.controller = drelt.make_controller(GAIN, RATE_GAIN, dt)
         self.controller.set_value(0.0)  # no error
 
@@ -102,14 +105,14 @@ class Helm:
 
     def look(self, body, time):
         place = np.ravel(body.getCOM())
-        # the head sways with the beat: steer by its mean over a whole one
-        self.headings.append(np.ravel(body.getBaseLinkFwd()))
         target = self.path.getTargetPose(place, self.path.getLastIdx(), LOOK_FORWARD)
         tangent, goal = np.ravel(target.getOrientation()), np.ravel(target.getPosition())
         wanted = goal + SIGHT * LENGTH * tangent - place
-        error = angle(np.mean(self.headings, axis=0)) - angle(wanted)
-        error = np.remainder(error + np.pi, 2.0 * np.pi) - np.pi
-        # grows with the gait; a tail that bends to the left, negative, turns the body to the left
+        error = angle(np.ravel(body.getBaseLinkFwd())) - angle(wanted)
+        # the head sways with the beat: steer by the mean over a whole one
+        self.errors.append(np.remainder(error + np.pi, 2.0 * np.pi) - np.pi)
+        error = np.mean(self.errors)
+        # joints turn the tail's side against the head's, so left is negative; grows with the gait
         bend = -self.controller.feedback(error, self.dt) * ramp(time / PERIOD)[0]
         bend = np.clip(bend, -LARGEST_BEND, LARGEST_BEND) if self.steered else 0.0
         offset = np.dot(np.cross((0.0, 1.0, 0.0), tangent), place - goal)
@@ -213,7 +216,7 @@ def report(sights, path):
 
 def main():
     args = parse_arguments()
-    swimmer = dataclasses.replace(SWIMMERS["swimmer"], box=BOX)
+    swimmer = dataclasses.replace(SWIMMERS["swimmer"], box=BOX, ahead=AHEAD)
     simulator, body, dt, node_count = make_swimmer("swimmer", swimmer, args.nodes or swimmer.nodes)
     simulator.mainDataFolderPath = f"{args.out}/vis_data/"
     simulator.log()
@@ -234,7 +237,7 @@ def main():
         if step * PICTURES // cycle != (step + 1) * PICTURES // cycle:
             camera.shoot()
         if not args.no_frames:
-            save_frame(simulator, step + 1, cycle)
+            save_frame(simulator, step + 1, cycle, fluid_frames=1)
 
     save_lines(sights, path, cycle // 4, f"{args.out}/vis_data")
     camera.save_film(f"{args.out}/steering.gif")

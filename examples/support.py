@@ -192,11 +192,11 @@ def command_gait(body, swimmer, step, dt, bend=0.0):
     body.setCommands(rates / PERIOD)
 
 
-def save_frame(simulator, step, cycle):
-    """Bodies and markers 16 times a cycle, the fluid 4 times."""
+def save_frame(simulator, step, cycle, fluid_frames=FLUID_FRAMES):
+    """Bodies and markers 16 times a cycle, the fluid, which is large, fluid_frames times."""
     frame, last = step * BODY_FRAMES // cycle, (step - 1) * BODY_FRAMES // cycle
     if frame > last:
         flags = int(drelt.SAVE_FLAG.BODY)
-        if frame % (BODY_FRAMES // FLUID_FRAMES) == 0:
+        if frame % (BODY_FRAMES // fluid_frames) == 0:
             flags |= int(drelt.SAVE_FLAG.FLUID)
         simulator.saveScene(frame, flags)
