@@ -38,7 +38,7 @@ STRAIGHT, CURVATURE = 0.1, 0.55  # the path: a straight start [lengths], then an
 REACH, SPACING = 2.0, 0.1  # its length and that between control points [lengths]
 SAMPLES, LOOK_FORWARD = 400, 20  # poses along it, and how many of them a search takes
 SIGHT = 0.3  # the body aims this far ahead along the target's tangent [lengths]
-GAIN, RATE_GAIN = 5.0, 1.0  # rad of bend a rad of error, and a rad/s of its rate
+GAIN, RATE_GAIN = 3.0, 0.5  # rad of bend a rad of error, and a rad/s of its rate
 LARGEST_BEND = 0.8  # rad
 PICTURES = 8  # a cycle
 PICTURE_SIZE = (640, 400)
@@ -94,22 +94,27 @@ class Sight:
 class Helm:
     """Follows a path: pursues a point ahead on it by bending the body towards that side."""
 
-    def __init__(self, path, dt, steered=True):
-        self.path, self.dt, self.steered = path, dt, steered
+    def __init__(self, path, segments, dt, steered=True):
+        """segments: their lengths from head to tail."""
+        self.path, self.lengths, self.dt, self.steered = path, segments, dt, steered
         self.errors = deque(maxlen=round(PERIOD / dt))
         self.controller = drelt.make_controller(GAIN, RATE_GAIN, dt)
         self.controller.set_value(0.0)  # no error
 
     def arrived(self):
-        return self.path.getLastIdx() + 1 >= self.path.getSampleNum()
+        """Whether a search may reach the path's last sample, after which there is no target."""
+        return self.path.getLastIdx() + LOOK_FORWARD + 1 >= self.path.getSampleNum()
 
     def look(self, body, time):
         place = np.ravel(body.getCOM())
         target = self.path.getTargetPose(place, self.path.getLastIdx(), LOOK_FORWARD)
         tangent, goal = np.ravel(target.getOrientation()), np.ravel(target.getPosition())
         wanted = goal + SIGHT * LENGTH * tangent - place
-        error = angle(np.ravel(body.getBaseLinkFwd())) - angle(wanted)
-        # the head sways with the beat: steer by the mean over a whole one
+        # a bent body swims along the chord from tail to nose, not where its head points
+        turned = np.cumsum(body.getPositions(False))  # the segments behind the head against it
+        chord = np.average([0.0, *turned], weights=self.lengths)
+        error = angle(np.ravel(body.getBaseLinkFwd())) + chord - angle(wanted)
+        # it sways with the beat: steer by the mean over a whole one
         self.errors.append(np.remainder(error + np.pi, 2.0 * np.pi) - np.pi)
         error = np.mean(self.errors)
         # joints turn the tail's side against the head's, so left is negative; grows with the gait
@@ -223,7 +228,7 @@ def main():
 
     start = np.ravel(body.getCOM())
     path = make_path(start)
-    helm = Helm(path, dt, steered=not args.no_control)
+    helm = Helm(path, np.diff(swimmer.ends), dt, steered=not args.no_control)
     camera = Camera(body, path, start, f"{args.out}/pictures")
     cycle = round(PERIOD / dt)
     seconds = wall_clock()

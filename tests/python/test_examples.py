@@ -60,21 +60,22 @@ def test_without_frames_the_picture_still_finds_its_folder(tmp_path):
     assert [path.name for path in out.iterdir()] == ["swimmer_no_fluid.png"]
 
 
-def steered(out, *arguments):
-    """Progress along the path, and the mean distance from it, of a short run without fluid."""
-    printed = run_example(
-        "steering", out, "--mode", "empirical", "--nodes", "16", "--cycles", "3", *arguments
-    )
+def steered(out, cycles, *arguments):
+    """Progress along the path, and the mean distance from it, of a run without fluid."""
+    size = ("--mode", "empirical", "--nodes", "16", "--cycles", cycles)
+    printed = run_example("steering", out, *size, *arguments)
     along = re.search(r"progress along the path: (\S+) L", printed)[1]
     aside = re.search(r"distance from the path: mean (\S+) L", printed)[1]
     return float(along), float(aside)
 
 
 def test_steering_keeps_to_the_path_and_pictures_it(tmp_path):
-    along, aside = steered(tmp_path / "steered")
-    _, astray = steered(tmp_path / "free", "--no-control", "--no-frames")
+    along, aside = steered(tmp_path / "steered", "3")
+    whole, _ = steered(tmp_path / "whole", "5", "--no-frames")
+    _, astray = steered(tmp_path / "free", "3", "--no-control", "--no-frames")
     assert along > 1.0
-    assert aside < 0.05 < 0.09 < astray
+    assert 1.75 < whole < 1.9, "swims to the end and stops there"
+    assert aside < 0.04 < 0.09 < astray
 
     frames = tmp_path / "steered" / "vis_data"
     assert len(list(frames.glob("Objects/00_*.vtk"))) == 48
