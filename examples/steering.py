@@ -84,7 +84,7 @@ class Sight:
 
     time: float  # s
     place: np.ndarray  # centre of mass [m]
-    target: np.ndarray  # the pose of the path next to it [m]
+    target: np.ndarray  # the place of the path next to it [m]
     progress: float  # along the path, 0 .. 1
     offset: float  # to the left of the path [m]
     error: float  # of the heading, mean over the last cycle, left of the aim positive [rad]
@@ -106,6 +106,7 @@ class Helm:
         return self.path.getLastIdx() + LOOK_FORWARD + 1 >= self.path.getSampleNum()
 
     def look(self, body, time):
+        """The Sight of a body at a time [s]."""
         place = np.ravel(body.getCOM())
         target = self.path.getTargetPose(place, self.path.getLastIdx(), LOOK_FORWARD)
         tangent, goal = np.ravel(target.getOrientation()), np.ravel(target.getPosition())
@@ -173,10 +174,9 @@ def save_lines(sights, path, every, folder):
 
 def columns(sights):
     """The sights as arrays, lengths over the body's, times over the period."""
-    time, place, _, progress_, offset, error, bend = map(
-        np.array, zip(*map(dataclasses.astuple, sights))
-    )
-    return time / PERIOD, place / LENGTH, progress_, offset / LENGTH, error, bend
+    fields = map(np.array, zip(*map(dataclasses.astuple, sights)))
+    time, place, _, along, offset, error, bend = fields
+    return time / PERIOD, place / LENGTH, along, offset / LENGTH, error, bend
 
 
 def curve_of(path):
