@@ -113,8 +113,8 @@ public:
     }
 
     const Egl egl;
-    const EGLDisplay display;
-    const EGLConfig config;
+    EGLDisplay display;
+    EGLConfig config;
 };
 
 class EglContext final : public RenderContext {
@@ -139,7 +139,7 @@ private:
 
 std::unique_ptr<RenderContext> contextOf(std::shared_ptr<EglSession> session) {
     if (session == nullptr) return nullptr;
-    const EGLContext context = session->createContext();
+    EGLContext context = session->createContext();
     if (context == EGL_NO_CONTEXT) return nullptr;
     return std::make_unique<EglContext>(std::move(session), context);
 }

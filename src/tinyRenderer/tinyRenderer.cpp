@@ -35,7 +35,7 @@ std::unique_ptr<RenderContext> openContext(int width, int height) {
     }
     context = makeSurfacelessContext();
     if (context != nullptr) {
-        say(saidSurfaceless, "[Info] renderer: no display, draws without a window (EGL)");
+        say(saidSurfaceless, "[Info] renderer: no window can be had, draws without one (EGL)");
     }
     return context;
 }

@@ -1,0 +1,109 @@
+"""Draws the scenes of test_renderer.py into a folder: a process of its own for each kind of context."""
+
+import dataclasses
+import sys
+from pathlib import Path
+
+import drelt
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "examples"))
+
+WIDTH, HEIGHT = 321, 241  # rows of 963 bytes: no multiple of 4
+LIGHT = (0.6, 0.4, 2.5)
+DIFFUSE, SPECULAR = (0.5, 0.6, 0.7), (0.4, 1, 1)
+TOP, BEHIND, AHEAD = 0.7, 0.2, -0.2  # heights of lines
+UP = (0, 1, 0)
+SWIMMER_CAMERA = (0.15, 0.2, 0.3), (0, 0, 0), UP
+
+
+def trajectory(*points):
+    path = drelt.make_trajectory()
+    path.setPoints(control_points(*points))
+    return path
+
+
+def control_points(*points):
+    made = []
+    for place in points:
+        made.append(drelt.trajectoryPoint3d())
+        made[-1].data = place
+    return made
+
+
+def level_line(height, z, half=2.0):
+    """From left to right; a third point marks a segment that is not to be drawn."""
+    return trajectory((-half, height, z), (half, height, z), (0, -3, z))
+
+
+def cube_scenes(out):
+    cube = drelt.make_renderer(WIDTH, HEIGHT)
+    cube.addCube()
+    cube.addTrajectory(trajectory())
+    cube.addTrajectory(trajectory((0, 0, 1)))
+    cube.setLight(LIGHT, DIFFUSE, SPECULAR)
+    file = out / "cube.ppm"
+    file.write_bytes(bytes(10**6))  # a longer file is cut
+    cube.render()
+    cube.savePPM(str(file))
+    cube.savePPM(str(out / "no folder" / "cube.ppm"))
+
+    other = drelt.tinyRenderer(width=64, height=48)  # of another size, drawn in turn
+    other.addCube()
+    for step in range(3):
+        other.setCamera((0, 0, 3 + step), (0, 0, 0), UP)
+        other.render()
+        cube.render()
+    other.savePPM(str(out / "other.ppm"))
+    cube.setLight((0, 0, 20), (0, 0, 0), (0, 0, 0))  # of these only the position still counts
+    cube.render()
+    cube.savePPM(str(out / "cube_relit.ppm"))
+    del other
+    cube.setLight(LIGHT)
+    cube.render()
+    cube.savePPM(str(out / "cube_again.ppm"))
+
+    late = level_line(0, 0)
+    cube.addTrajectory(late)
+    late.setPoints(control_points((0, -2, TOP), (0, 2, TOP), (0, 2, -1)))
+    cube.setCamera((3, 0, 0), (0, 0, 0), (0, 0, 1))
+    cube.render()
+    cube.savePPM(str(out / "cube_from_the_right.ppm"))
+
+
+def line_scene(out):
+    renderer = drelt.make_renderer(WIDTH, HEIGHT)
+    renderer.addTrajectory(level_line(TOP, 0))
+    renderer.addTrajectory(level_line(BEHIND, -1))
+    renderer.addTrajectory(level_line(AHEAD, 1))
+    renderer.addCube()
+    renderer.render()
+    renderer.savePPM(str(out / "lines.ppm"))
+
+
+def swimmer_scenes(out):
+    from swimming import SWIMMERS, make_scene, swim
+
+    swimmer = dataclasses.replace(SWIMMERS["swimmer"], box=(1.4, 0.6, 0.8), samples=600)
+    simulator, body, dt, _ = make_scene("swimmer", swimmer, 16)
+    simulator.mainDataFolderPath = f"{out}/"
+    renderer = drelt.make_renderer(WIDTH, HEIGHT)
+    renderer.addDynamics(body)
+    renderer.setCamera(*SWIMMER_CAMERA)
+    renderer.setLight(SWIMMER_CAMERA[0])  # what the eye sees is lit
+    for pose in ("rest", "bent"):
+        if pose == "bent":
+            list(swim(simulator, body, swimmer, drelt.COUPLE_MODE.NO_FLUID, round(1.3 / dt), dt))
+        renderer.render()
+        renderer.savePPM(str(out / f"swimmer_{pose}.ppm"))
+        simulator.saveObjectsData(pose)
+    del body, simulator
+    renderer.render()  # the skin lives on
+    renderer.savePPM(str(out / "swimmer_kept.ppm"))
+
+
+if __name__ == "__main__":
+    folder = Path(sys.argv[1])
+    scenes = sys.argv[2:] or ["cube_scenes", "line_scene", "swimmer_scenes"]
+    for scene in scenes:
+        globals()[scene](folder)
