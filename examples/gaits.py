@@ -74,12 +74,14 @@ def joint_angles(midline, ends, t):
     return np.diff(angles), np.diff(rates)
 
 
-def servo_command(midline, ends, t, dt, actual):
+def servo_command(midline, ends, t, dt, actual, bend=0.0):
     """Joint rates (per period) for the step from t to t + dt, joints being at the angles actual.
 
     The rate in the middle of the step, and a slow correction, over a fiftieth of a period, of the
-    angle's error.
+    angle's error. bend: angle of the tail against the head on top of the gait, spread evenly over
+    the joints; a change of it comes with the correction.
     """
     wanted, _ = joint_angles(midline, ends, t)
+    wanted = wanted + bend / len(wanted)
     _, rates = joint_angles(midline, ends, t + 0.5 * dt)
     return rates + 50.0 * (wanted - actual)

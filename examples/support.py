@@ -4,14 +4,21 @@ from __future__ import annotations
 
 import math
 import time
+from dataclasses import dataclass
 from pathlib import Path
 
 import drelt
 import numpy as np
+from gaits import ANGUILLIFORM_GAIT, SPRINT_GAIT, servo_command
 from tqdm import tqdm
 
 ROOT = Path(__file__).resolve().parent.parent
 ZERO = np.zeros(3)
+
+LENGTH = 0.2  # m, of a swimmer
+PERIOD = 1.0  # s, of its beat
+MODES = {name.lower(): mode for name, mode in drelt.COUPLE_MODE.__members__.items()}
+BODY_FRAMES, FLUID_FRAMES = 16, 4  # a cycle
 
 
 def progress(steps, nodes, title):
@@ -103,3 +110,93 @@ def wall_clock():
     """A function that tells the seconds since this call."""
     start = time.perf_counter()
     return lambda: time.perf_counter() - start
+
+
+@dataclass
+class Swimmer:
+    """A body with its gait and the box that it swims in.
+
+    ends: stations of the segments' ends in the order of the bones, over the length. tail: amplitude
+    of the tail over the length. nodes: node spacings a length. viscosity in length^2/period. box:
+    its edges in lengths along x, y, z; ahead: how far its centre lies ahead of the body's.
+    """
+
+    midline: object
+    ends: np.ndarray
+    tail: float
+    nodes: int
+    u0k: float
+    viscosity: float
+    box: tuple
+    ahead: float
+    samples: int
+
+
+# the fish's head is stiff; its fin is one more segment behind the peduncle at 0.86
+SWIMMERS = {
+    "swimmer": Swimmer(
+        midline=SPRINT_GAIT,
+        ends=np.array([0.0, *np.linspace(0.2, 0.86, 8), 1.0]),
+        tail=0.2,
+        nodes=64,
+        u0k=0.1,
+        viscosity=2e-4,
+        box=(2.5, 0.875, 1.25),
+        ahead=0.15,
+        samples=2000,
+    ),
+    "eel": Swimmer(
+        midline=ANGUILLIFORM_GAIT,
+        ends=np.linspace(1.0, 0.0, 15),
+        tail=0.125,
+        nodes=100,
+        u0k=0.08,
+        viscosity=1.4e-4,
+        box=(2.0, 0.6, 0.9),
+        ahead=0.0,
+        samples=4000,
+    ),
+}
+
+
+def make_swimmer(name, swimmer, nodes, device=0):
+    """Simulator and body, ready to step, and the number of fluid nodes."""
+    param = drelt.make_simParams()
+    param.setup_mode = drelt.SETUP_MODE.MANUAL
+    param.l0p, param.N = LENGTH, nodes
+    param.u0p = 2.0 * np.pi * swimmer.tail * LENGTH / PERIOD  # highest speed of the tail
+    param.u0k = swimmer.u0k
+    param.visp = swimmer.viscosity * LENGTH**2 / PERIOD
+    param.rou0p = 1000.0
+    counts = [round(edge * nodes) for edge in swimmer.box]
+    # a hundredth of a node less keeps the size off the border between two counts; not more, since
+    # markers find their cell by size over count, and would jump between cells
+    param.width, param.height, param.depth = ((n - 0.01) * LENGTH / nodes for n in counts)
+    param.x0 = swimmer.ahead * LENGTH
+    simulator = drelt.make_simulator(param, device)
+    description = drelt.skeletonFromJson(str(ROOT / "assets" / f"{name}.json"), device)
+    body = drelt.make_skDynamics(description, swimmer.samples, device, ZERO, ZERO, np.ones(3))
+    world = drelt.make_skWorld(ZERO)
+    world.addSkeleton(body)
+    simulator.attachWorld(world)
+    simulator.commitInit()
+    return simulator, body, param.get_tp(), int(np.prod(counts))
+
+
+def command_gait(body, swimmer, step, dt, bend=0.0):
+    """Commands the joints for a step of dt seconds; bend [rad] is a mean curvature on top."""
+    actual = body.getPositions(False)
+    rates = servo_command(
+        swimmer.midline, swimmer.ends, step * dt / PERIOD, dt / PERIOD, actual, bend
+    )
+    body.setCommands(rates / PERIOD)
+
+
+def save_frame(simulator, step, cycle, fluid_frames=FLUID_FRAMES):
+    """Bodies and markers 16 times a cycle, the fluid, which is large, fluid_frames times."""
+    frame, last = step * BODY_FRAMES // cycle, (step - 1) * BODY_FRAMES // cycle
+    if frame > last:
+        flags = int(drelt.SAVE_FLAG.BODY)
+        if frame % (BODY_FRAMES // fluid_frames) == 0:
+            flags |= int(drelt.SAVE_FLAG.FLUID)
+        simulator.saveScene(frame, flags)

@@ -9,7 +9,6 @@
 namespace py = pybind11;
 
 namespace drelt {
-namespace {
 
 void bindEnumerations(py::module_& module) {
     py::enum_<simParams::SETUP_MODE>(
@@ -33,10 +32,7 @@ void bindEnumerations(py::module_& module) {
         .value("FLUID", FLUID);
 }
 
-}  // namespace
-
 void bindParameters(py::module_& module) {
-    bindEnumerations(module);
     py::class_<simParams, std::shared_ptr<simParams>> params(
         module, "simParam",
         "Parameters of a simulation, in SI units unless said otherwise. Set setup_mode to MANUAL,\n"

@@ -5,6 +5,7 @@
 
 namespace drelt {
 
+void bindEnumerations(pybind11::module_& module);
 void bindParameters(pybind11::module_& module);
 void bindSkeleton(pybind11::module_& module);
 void bindSimulator(pybind11::module_& module);

@@ -5,8 +5,11 @@ import re
 import subprocess
 import sys
 
+import numpy as np
 import pytest
 from conftest import ROOT
+from PIL import Image
+from vtk_files import read_polydata
 
 
 def run_example(name, out, *arguments):
@@ -55,3 +58,41 @@ def test_without_frames_the_picture_still_finds_its_folder(tmp_path):
         "swimming", out, "--mode", "no_fluid", "--nodes", "16", "--cycles", "1", "--no-frames"
     )
     assert [path.name for path in out.iterdir()] == ["swimmer_no_fluid.png"]
+
+
+def steered(out, cycles, *arguments):
+    """Progress along the path, and the mean distance from it, of a run without fluid."""
+    size = ("--mode", "empirical", "--nodes", "16", "--cycles", cycles)
+    printed = run_example("steering", out, *size, *arguments)
+    along = re.search(r"progress along the path: (\S+) L", printed)[1]
+    aside = re.search(r"distance from the path: mean (\S+) L", printed)[1]
+    return float(along), float(aside)
+
+
+def test_steering_keeps_to_the_path_and_pictures_it(tmp_path):
+    along, aside = steered(tmp_path / "steered", "3")
+    whole, _ = steered(tmp_path / "whole", "5", "--no-frames")
+    _, astray = steered(tmp_path / "free", "3", "--no-control", "--no-frames")
+    assert along > 1.0
+    assert 1.75 < whole < 1.9, "swims to the end and stops there"
+    assert aside < 0.04 < 0.09 < astray
+
+    frames = tmp_path / "steered" / "vis_data"
+    assert len(list(frames.glob("Objects/00_*.vtk"))) == 48
+    assert len(list(frames.glob("Fluid/*.vtk"))) == 3
+    way, path = read_polydata(frames / "way.vtk"), read_polydata(frames / "path.vtk")
+    assert (way.GetNumberOfLines(), path.GetNumberOfLines()) == (1, 1)
+    assert read_polydata(frames / "to_targets.vtk").GetNumberOfLines() == 13
+    assert (tmp_path / "steered" / "steering.png").stat().st_size > 10000
+
+    # a path to the left of the body, which starts to the right, rises in a picture right way up
+    with Image.open(tmp_path / "steered" / "steering.gif") as film:
+        assert film.n_frames == len(list(tmp_path.glob("steered/pictures/*.ppm"))) == 25
+        film.seek(24)
+        picture = np.asarray(film.convert("RGB")).astype(int)
+    green = picture[..., 1] - np.maximum(picture[..., 0], picture[..., 2]) > 100
+    rows, places = np.nonzero(green)
+    assert places.max() - places.min() > 200
+    assert rows[places.argmax()] < rows[places.argmin()] - 20
+    body = picture[..., 2] > 80
+    assert 0.005 < body.mean() < 0.2

@@ -68,6 +68,6 @@ def test_servo_commands_track_the_gait(midline, tail):
     dt = 1 / 400
     actual = np.full(len(ENDS) - 2, 0.05)  # starts off the gait
     for step in range(800):
-        actual = actual + dt * servo_command(midline, ENDS, step * dt, dt, actual)
+        actual = actual + dt * servo_command(midline, ENDS, step * dt, dt, actual, bend=0.26)
     wanted, _ = joint_angles(midline, ENDS, 2.0)
-    np.testing.assert_allclose(actual, wanted, atol=1e-4)
+    np.testing.assert_allclose(actual, wanted + 0.02, atol=1e-4)  # 13 joints share the bend

@@ -1,4 +1,4 @@
-"""What a script sees of the module: names, defaults, bad input, lifetimes."""
+"""What a script sees of the module: defaults, bad input, lifetimes."""
 
 import gc
 import math
@@ -41,33 +41,7 @@ def make_scene(**changes):
     return simulator, world, body
 
 
-def test_module_has_the_names_that_scripts_use():
-    assert drelt.__doc__ == "pybind11 example plugin"
-    public = {name for name in dir(drelt) if not name.startswith("_")}
-    assert public >= {
-        "COUPLE_MODE", "DartWorld", "Markers", "SAVE_FLAG", "SETUP_MODE", "SkeletonDynamics",
-        "SkeletonJoint", "SkeletonLink", "SkeletonSystem", "make_simParams", "make_simulator",
-        "make_skDynamics", "make_skWorld", "make_skeletonSystem", "simParam", "simulator3D",
-        "skeletonFromJson",
-    }  # fmt: skip
-    assert "BODY" not in public, "members are reached through their type"
-    for cls in (drelt.SkeletonJoint, drelt.SkeletonLink, drelt.Markers):
-        with pytest.raises(TypeError):
-            cls()
-
-
-def test_enumerations():
-    def members(enum):
-        return {name: int(member) for name, member in enum.__members__.items()}
-
-    assert list(members(drelt.SETUP_MODE).items()) == [("GRAVITY", 1), ("MANUAL", 0)]
-    assert list(members(drelt.COUPLE_MODE).items()) == [
-        ("NO_FLUID", 2),
-        ("ONE_WAY", 1),
-        ("TWO_WAY", 0),
-        ("EMPIRICAL", 3),
-    ]
-    assert list(members(drelt.SAVE_FLAG).items()) == [("BODY", 1), ("FLUID", 2)]
+def test_flags_join():
     assert drelt.SAVE_FLAG.BODY | drelt.SAVE_FLAG.FLUID == 3
     assert int(drelt.SAVE_FLAG.BODY) | int(drelt.SAVE_FLAG.FLUID) == 3
 
@@ -83,8 +57,6 @@ def test_parameters_have_their_defaults_and_can_be_set():
         setattr(params, name, 3)
         assert getattr(params, name) == 3
     assert params.setup_mode == drelt.SETUP_MODE.GRAVITY
-    for hidden in ("dx", "dtp", "gravity", "sigma_max"):
-        assert not hasattr(params, hidden)
 
 
 def test_time_step_fills_in_what_is_not_set(capfd):
@@ -117,8 +89,6 @@ def test_constructors_take_their_keywords():
     world.addSkeleton(None)
     with pytest.raises(IndexError):
         world.getSkeleton(1)
-    with pytest.raises(TypeError):  # factories take positions only
-        drelt.make_simulator(param=params, gpuId=HOST)
 
 
 def test_vectors_are_arrays_of_float64():

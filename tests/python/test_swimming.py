@@ -6,7 +6,8 @@ import drelt
 import numpy as np
 import pytest
 from gaits import joint_angles
-from swimming import LENGTH, SWIMMERS, make_scene, swim
+from support import LENGTH, SWIMMERS, make_swimmer
+from swimming import swim
 
 NO_FLUID = drelt.COUPLE_MODE.NO_FLUID
 
@@ -14,7 +15,7 @@ NO_FLUID = drelt.COUPLE_MODE.NO_FLUID
 def scene(name, nodes=24):
     """A swimmer in a small box."""
     swimmer = dataclasses.replace(SWIMMERS[name], box=(1.4, 0.6, 0.8), samples=600)
-    return (swimmer, *make_scene(name, swimmer, nodes))
+    return (swimmer, *make_swimmer(name, swimmer, nodes))
 
 
 @pytest.mark.parametrize("name", ["swimmer", "eel"])

@@ -2,6 +2,7 @@
 
 import drelt
 import numpy as np
+import pytest
 from test_module import make_scene
 from vtk_files import read_fluid, read_polydata
 from vtkmodules.util.numpy_support import vtk_to_numpy
@@ -80,3 +81,62 @@ def test_markers_file_of_a_body_without_markers(tmp_path):
     simulator.saveObjectsData("skin")
     markers = read_polydata(tmp_path / "Objects" / "markers_0_skin.vtk")
     assert markers.GetNumberOfPoints() == 0
+
+
+def cells_of(polydata):
+    """The point indices of each line."""
+    lines = polydata.GetLines()
+    ends = vtk_to_numpy(lines.GetOffsetsArray())
+    return [list(cell) for cell in np.split(vtk_to_numpy(lines.GetConnectivityArray()), ends[1:-1])]
+
+
+def points_of(polydata):
+    return vtk_to_numpy(polydata.GetPoints().GetData())
+
+
+def test_lines_file_holds_the_lines(tmp_path):
+    rng = np.random.default_rng(3)
+    lines, vertices = [], [rng.uniform(-50, 50, (count, 3)) for count in (4, 1, 3)]
+    for places in vertices:
+        line = drelt.debugLine()
+        line.vertices = list(places)
+        lines.append(line)
+    path = tmp_path / "new" / "lines.vtk"
+    assert drelt.VTKWriter.writeLines(lines=lines, file_path=str(path))
+    read = read_polydata(path)
+    np.testing.assert_allclose(points_of(read), np.concatenate(vertices), rtol=0, atol=5.1e-5)
+    assert cells_of(read) == [[0, 1, 2, 3], [4], [5, 6, 7]]
+
+
+def uniform_b_spline(control, at):
+    """Positions and first derivatives of the uniform cubic B-spline at parameters 0 .. n - 3."""
+    basis = np.array([[-1, 3, -3, 1], [3, -6, 3, 0], [-3, 0, 3, 0], [1, 4, 1, 0]]) / 6
+    places, tangents = [], []
+    for parameter in at:
+        segment = min(int(parameter), len(control) - 4)
+        t = parameter - segment
+        coefficients = basis @ control[segment : segment + 4]
+        places.append([t**3, t**2, t, 1] @ coefficients)
+        tangents.append([3 * t**2, 2 * t, 1, 0] @ coefficients)
+    return np.array(places), np.array(tangents)
+
+
+@pytest.mark.parametrize("make", [drelt.trajectory3d, drelt.make_trajectory])
+def test_trajectory_file_holds_the_curve(tmp_path, make):
+    control = np.random.default_rng(4).uniform(-2, 2, (6, 3))
+    points = [drelt.trajectoryPoint3d() for _ in control]
+    for point, place in zip(points, control):
+        point.data = place
+    trajectory = make()
+    trajectory.setPoints(points)
+    trajectory.fit()
+    path = tmp_path / "trajectory.vtk"
+    assert drelt.VTKWriter.writeTrajectory(trajectory=trajectory, file_path=str(path))
+    read = read_polydata(path)
+    count = 200 * len(control)
+    places, tangents = uniform_b_spline(control, 3 * np.arange(count) / count)
+    # four decimals of a curve whose parameter is a float
+    np.testing.assert_allclose(points_of(read), places, rtol=0, atol=6e-5)
+    written = vtk_to_numpy(read.GetPointData().GetVectors("tagents"))
+    np.testing.assert_allclose(written, tangents, rtol=0, atol=6e-5)
+    assert cells_of(read) == [list(range(count))]
