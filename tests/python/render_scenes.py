@@ -82,10 +82,11 @@ def line_scene(out):
 
 
 def swimmer_scenes(out):
-    from swimming import SWIMMERS, make_scene, swim
+    from support import SWIMMERS, make_swimmer
+    from swimming import swim
 
     swimmer = dataclasses.replace(SWIMMERS["swimmer"], box=(1.4, 0.6, 0.8), samples=600)
-    simulator, body, dt, _ = make_scene("swimmer", swimmer, 16)
+    simulator, body, dt, _ = make_swimmer("swimmer", swimmer, 16)
     simulator.mainDataFolderPath = f"{out}/"
     renderer = drelt.make_renderer(WIDTH, HEIGHT)
     renderer.addDynamics(body)
