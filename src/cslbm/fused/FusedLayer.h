@@ -100,139 +100,133 @@ static void deviationOfRow(const FusedState& s, int y, int z, const DeviationRin
     }
 }
 
-// The rows of Q about a row; those outside the grid stand for its own, and are never used.
-struct DeviationRows {
-    const float* at[9];  // (ey + 1) + 3 (ez + 1)
-    std::ptrdiff_t pitch;
-
-    template <class D>
-    DRELT_FUSED_INLINE Pack own(D, std::ptrdiff_t x) const {
-        return loadPack(at[4] + D::code * pitch + x);
-    }
-    template <class D>
-    DRELT_FUSED_INLINE Pack ahead(D, std::ptrdiff_t x) const {
-        return loadPack(at[D::code / 3] + D::code * pitch + x + D::x);
-    }
-    template <class D>
-    DRELT_FUSED_INLINE Pack behind(D, std::ptrdiff_t x) const {
-        return loadPack(at[D::opposite / 3] + D::code * pitch + x - D::x);
-    }
-};
-
-DRELT_FUSED_INLINE void findDeviations(const FusedState& s, const DeviationRing& ring, int y, int z,
-                                       DeviationRows& rows) {
-    for (int i = 0; i < 9; ++i) {
-        const int j = y + i % 3 - 1;
-        const int k = z + i / 3 - 1;
-        const bool inside = j >= 0 && j < s.ny && k >= 0 && k < s.nz;
-        rows.at[i] = inside ? ring.row(s, j, k) : ring.row(s, y, z);
-    }
-    rows.pitch = s.pitch;
-}
-
-// What the layer takes from the nodes of a pack: sigma (sigma Q + 2 fEqTilde + cNQ). The equilibrium's
-// part of fEqTilde goes through the collision (see below), so 2 sigma times the reference is given back.
-struct Absorption {
-    Pack square;        // sigma^2
-    Pack along[4];      // sigma / (2 |e|) by squared length
-    Pack reference[4];  // 2 sigma times the reference equilibrium
-    Pack sigma;
-
-    DRELT_FUSED_INLINE Pack of(int squaredLength, const Pack& value, const Pack& q,
-                               const Pack& difference) const {
-        return negMulAdd(along[squaredLength], difference,
-                         negMulAdd(square, q, value + reference[squaredLength]));
-    }
-};
-
-DRELT_FUSED_INLINE Absorption absorptionAt(const FusedState& s, int depth, std::ptrdiff_t x,
-                                           std::ptrdiff_t row) {
-    const auto w = static_cast<float>(s.width);
-    const Pack inX = loadPack(s.depth + x);
-    const Pack least = inX < static_cast<float>(depth) ? inX : splat(static_cast<float>(depth));
-    const Pack inside = w - least;
-    const Pack d = inside > 0.0f ? inside : Pack{};
-    const Pack sigma = d * (s.sigmaScale * d);
-    const Pack twice = 2.0f * sigma * referenceAt(s, row + x);
-    const Pack half = 0.5f * sigma;
-    Absorption a;
-    a.sigma = sigma;
-    a.square = sigma * sigma;
-    a.along[0] = Pack{};
-    a.along[1] = half;
-    a.along[2] = half * (1.0f / 1.4142135f);
-    a.along[3] = half * (1.0f / 1.7320508f);
-    for (int i = 0; i < 4; ++i) a.reference[i] = kWeights[i] * twice;
-    return a;
-}
-
-// Stores of packs whose nodes all have their neighbours.
-struct StoreAbsorbed {
-    const Places& places;
-    std::ptrdiff_t x;
-    const Absorption& absorption;
-    const DeviationRows& q;
-    template <class D>
-    DRELT_FUSED_INLINE void operator()(D d, const Pack& value) const {
-        storePack(places.at[D::opposite] + x,
-                  absorption.of(D::squaredLength, value, q.own(d, x), q.ahead(d, x) - q.behind(d, x)));
-    }
-};
-
-// Which nodes of a pack lie on the grid's faces.
-struct Faces {
-    bool outerRow;        // all of the row
+// What the layer needs of a row: the rows of Q about it, and which faces it lies on. Rows outside the
+// grid stand for its own, and are never used.
+struct LayerRow {
+    const float* q[9];  // (ey + 1) + 3 (ez + 1)
+    const float* reference;
+    float depth;
+    bool outer;                    // on a face along y or z
     bool down, up, forward, back;  // no row beyond along -y, y, -z, z
-    PackMask left, right;  // x = 0, x = nx - 1
 
-    // Nodes whose neighbour toward (x, y, z) lies outside.
-    template <int X, int Y, int Z>
-    DRELT_FUSED_INLINE PackMask outside() const {
-        const bool row = (Y < 0 && down) || (Y > 0 && up) || (Z < 0 && forward) || (Z > 0 && back);
-        const PackMask all = PackMask{} - (row ? 1 : 0);
-        if constexpr (X < 0) return all | left;
-        if constexpr (X > 0) return all | right;
-        return all;
+    // Whether the row toward (y, z) lies outside.
+    DRELT_FUSED_INLINE bool leaves(int y, int z) const {
+        return (y < 0 && down) || (y > 0 && up) || (z < 0 && forward) || (z > 0 && back);
     }
 };
 
-DRELT_FUSED_INLINE Faces facesAt(const FusedState& s, int y, int z, int x) {
-    Faces faces;
-    faces.down = y == 0;
-    faces.up = y == s.ny - 1;
-    faces.forward = z == 0;
-    faces.back = z == s.nz - 1;
-    faces.outerRow = faces.down || faces.up || faces.forward || faces.back;
-    PackMask lane;
-    for (int i = 0; i < kLanes; ++i) lane[i] = x + i;
-    faces.left = lane == 0;
-    faces.right = lane == s.nx - 1;
-    return faces;
+DRELT_FUSED_INLINE void findLayerRow(const FusedState& s, const DeviationRing& ring, int y, int z,
+                                     LayerRow& row) {
+    row.depth = static_cast<float>(rowDepth(s, y, z));
+    row.down = y == 0;
+    row.up = y == s.ny - 1;
+    row.forward = z == 0;
+    row.back = z == s.nz - 1;
+    row.outer = row.down || row.up || row.forward || row.back;
+    for (int i = 0; i < 9; ++i) {
+        const bool leaves = row.leaves(i % 3 - 1, i / 3 - 1);
+        row.q[i] = leaves ? ring.row(s, y, z) : ring.row(s, y + i % 3 - 1, z + i / 3 - 1);
+    }
+    row.reference = s.reference != nullptr ? s.reference + rowStart(s, y, z, 1) : nullptr;
 }
 
-// Stores of packs with nodes on the faces, where only directions that leave the grid have a derivative,
-// and that one is one-sided.
-struct StoreAbsorbedAtFaces {
-    const Places& places;
-    std::ptrdiff_t x;
-    int lanes;
-    const Absorption& absorption;
-    const DeviationRows& q;
-    const Faces& faces;
-    template <int X, int Y, int Z>
-    DRELT_FUSED_INLINE void operator()(Toward<X, Y, Z> d, const Pack& value) const {
-        using D = Toward<X, Y, Z>;
-        const Pack own = q.own(d, x);
-        const Pack behind = q.behind(d, x);
-        const PackMask outer = faces.left | faces.right | (PackMask{} - (faces.outerRow ? 1 : 0));
-        const PackMask leaves = faces.outside<X, Y, Z>();
-        const PackMask alone = faces.outside<-X, -Y, -Z>();
-        const Pack oneSided = (leaves & ~alone) ? 2.0f * (own - behind) : Pack{};
-        const Pack difference = outer ? oneSided : q.ahead(d, x) - behind;
-        storeLanes(places.at[D::opposite] + x,
-                   absorption.of(D::squaredLength, value, own, difference), lanes);
-    }
+// Nodes of a row that are collided together.
+constexpr int kBlockNodes = 128;
+
+// What the layer gives to the nodes of a block, direction by direction:
+// -sigma (sigma Q + 2 fEqTilde + cNQ) without the part of 2 fEqTilde that the collision leaves out.
+struct AbsorptionBlock {
+    Pack sigma[kBlockNodes / kLanes];
+    float given[27 * kBlockNodes];
 };
+
+// Damping of the nodes of a pack; 0 outside the layer.
+DRELT_FUSED_INLINE Pack dampingAt(const FusedState& s, float depth, std::ptrdiff_t x) {
+    const Pack inX = loadPack(s.depth + x);
+    const Pack inside = static_cast<float>(s.width) - (inX < depth ? inX : splat(depth));
+    const Pack d = inside > 0.0f ? inside : Pack{};
+    return d * (s.sigmaScale * d);
+}
+
+constexpr float kHalfInverseLength[4] = {0.0f, 0.5f, 0.5f / 1.4142135f, 0.5f / 1.7320508f};
+
+// sigma (2 fEqBar - sigma Q - cNQ), cNQ as difference over twice the length.
+template <class V>
+DRELT_FUSED_INLINE V absorbed(const V& sigma, const V& twiceReference, const V& q,
+                              const V& difference, const V& halfInverseLength) {
+    return sigma * negMulAdd(halfInverseLength, difference, negMulAdd(sigma, q, twiceReference));
+}
+
+// One direction at a node on a face along x, where only a direction that leaves the grid has a
+// derivative, and that one is one-sided.
+DRELT_FUSED_INLINE float absorbedAtEnd(const FusedState& s, const LayerRow& row, int code, int x,
+                                       float sigma, float reference) {
+    const int ex = codeX(code);
+    const int ey = codeY(code);
+    const int ez = codeZ(code);
+    const int length = ex * ex + ey * ey + ez * ez;
+    const auto outside = [&](int sign) __attribute__((always_inline)) {
+        const int to = x + sign * ex;
+        return to < 0 || to >= s.nx || row.leaves(sign * ey, sign * ez);
+    };
+    const float* const own = row.q[4] + code * static_cast<std::ptrdiff_t>(s.pitch) + x;
+    float difference = 0.0f;
+    if (outside(1) && !outside(-1)) {
+        const float* const behind =
+            row.q[(26 - code) / 3] + code * static_cast<std::ptrdiff_t>(s.pitch) + x - ex;
+        difference = 2.0f * (*own - *behind);
+    }
+    const float twice = 2.0f * kWeights[length] * reference;
+    return sigma * (twice - sigma * *own - kHalfInverseLength[length] * difference);
+}
+
+// Nodes x0 <= x < x1 of a row, into the block from its node `at` on.
+DRELT_FUSED_INLINE void absorb(const FusedState& s, const LayerRow& row, int x0, int x1, int at,
+                               AbsorptionBlock& block) {
+    const int packs = (x1 - x0 + kLanes - 1) / kLanes;
+    Pack* const sigma = block.sigma + at / kLanes;
+    Pack twice[kBlockNodes / kLanes];
+    for (int i = 0; i < packs; ++i) {
+        sigma[i] = dampingAt(s, row.depth, x0 + i * kLanes);
+        twice[i] = row.reference != nullptr ? 2.0f * loadPack(row.reference + x0 + i * kLanes)
+                                            : splat(2.0f);
+    }
+    for (int code = 0; code < 27; ++code) {
+        const int ex = codeX(code);
+        const int ey = codeY(code);
+        const int ez = codeZ(code);
+        const int length = ex * ex + ey * ey + ez * ez;
+        const std::ptrdiff_t start = code * static_cast<std::ptrdiff_t>(s.pitch) + x0;
+        const float* const own = row.q[4] + start;
+        const float* ahead = row.q[code / 3] + start + ex;
+        const float* behind = row.q[(26 - code) / 3] + start - ex;
+        Pack factor = splat(kHalfInverseLength[length]);
+        if (row.outer) {  // one-sided toward the outside, nothing along the face and inward
+            factor = row.leaves(ey, ez) && !row.leaves(-ey, -ez) ? factor + factor : Pack{};
+            ahead = own;
+            if (row.leaves(-ey, -ez)) behind = own;
+        }
+        const Pack weight = splat(kWeights[length]);
+        float* const to = block.given + code * kBlockNodes + at;
+        for (int i = 0; i < packs; ++i) {
+            const std::ptrdiff_t x = i * kLanes;
+            storePack(to + x, absorbed(sigma[i], weight * twice[i], loadPack(own + x),
+                                       loadPack(ahead + x) - loadPack(behind + x), factor));
+        }
+    }
+    const int ends[2] = {0, s.nx - 1};
+    for (int e = 0; e < 2; ++e) {
+        const int x = ends[e];
+        if (x < x0 || x >= x1) continue;
+        const int i = (x - x0) / kLanes;
+        const float damping = sigma[i][(x - x0) % kLanes];
+        const float reference = 0.5f * twice[i][(x - x0) % kLanes];
+        for (int code = 0; code < 27; ++code) {
+            block.given[code * kBlockNodes + at + x - x0] =
+                absorbedAtEnd(s, row, code, x, damping, reference);
+        }
+    }
+}
 
 }  // namespace DRELT_FUSED_ISA
 }  // namespace drelt
