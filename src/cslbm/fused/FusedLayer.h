@@ -150,82 +150,71 @@ DRELT_FUSED_INLINE Pack dampingAt(const FusedState& s, float depth, std::ptrdiff
 
 constexpr float kHalfInverseLength[4] = {0.0f, 0.5f, 0.5f / 1.4142135f, 0.5f / 1.7320508f};
 
-// sigma (2 fEqBar - sigma Q - cNQ), cNQ as difference over twice the length.
-template <class V>
-DRELT_FUSED_INLINE V absorbed(const V& sigma, const V& twiceReference, const V& q,
-                              const V& difference, const V& halfInverseLength) {
-    return sigma * negMulAdd(halfInverseLength, difference, negMulAdd(sigma, q, twiceReference));
+// The packs of a run of nodes, and which of them lie on the faces x = 0 and x = nx - 1.
+struct LayerRun {
+    int packs;
+    int left, right;         // packs, -1 for none
+    PackMask first, last;    // their nodes on the faces
+    const Pack* sigma;
+    Pack reference[kBlockNodes / kLanes];
+};
+
+// cNQ is a difference of Q times a factor: on a face only a direction that leaves the grid has one, and
+// that one is one-sided.
+template <int X, int Y, int Z>
+DRELT_FUSED_INLINE float faceFactor(const LayerRow& row, int endX) {
+    constexpr int length = X * X + Y * Y + Z * Z;
+    const bool leaves = row.leaves(Y, Z) || (X != 0 && X == endX);
+    const bool alone = row.leaves(-Y, -Z) || (X != 0 && X == -endX);
+    return leaves && !alone ? 2.0f * kHalfInverseLength[length] : 0.0f;
 }
 
-// One direction at a node on a face along x, where only a direction that leaves the grid has a
-// derivative, and that one is one-sided.
-DRELT_FUSED_INLINE float absorbedAtEnd(const FusedState& s, const LayerRow& row, int code, int x,
-                                       float sigma, float reference) {
-    const int ex = codeX(code);
-    const int ey = codeY(code);
-    const int ez = codeZ(code);
-    const int length = ex * ex + ey * ey + ez * ez;
-    const auto outside = [&](int sign) __attribute__((always_inline)) {
-        const int to = x + sign * ex;
-        return to < 0 || to >= s.nx || row.leaves(sign * ey, sign * ez);
-    };
-    const float* const own = row.q[4] + code * static_cast<std::ptrdiff_t>(s.pitch) + x;
-    float difference = 0.0f;
-    if (outside(1) && !outside(-1)) {
-        const float* const behind =
-            row.q[(26 - code) / 3] + code * static_cast<std::ptrdiff_t>(s.pitch) + x - ex;
-        difference = 2.0f * (*own - *behind);
+template <int Code>
+DRELT_FUSED_INLINE void absorbAlong(const FusedState& s, const LayerRow& row, const LayerRun& run,
+                                    std::ptrdiff_t x0, float* to) {
+    constexpr int ex = codeX(Code);
+    constexpr int ey = codeY(Code);
+    constexpr int ez = codeZ(Code);
+    constexpr int length = ex * ex + ey * ey + ez * ez;
+    const std::ptrdiff_t start = Code * static_cast<std::ptrdiff_t>(s.pitch) + x0;
+    const float* const own = row.q[4] + start;
+    const float* const ahead = row.outer ? own : row.q[Code / 3] + start + ex;
+    const float* const behind = row.q[(26 - Code) / 3] + start - ex;
+    const Pack factor = splat(row.outer ? faceFactor<ex, ey, ez>(row, 0)
+                                        : kHalfInverseLength[length]);
+    const Pack weight = splat(2.0f * kWeights[length]);
+    for (int i = 0; i < run.packs; ++i) {
+        const std::ptrdiff_t x = i * kLanes;
+        const Pack q = loadPack(own + x);
+        const Pack back = loadPack(behind + x);
+        Pack cNQ = factor * (loadPack(ahead + x) - back);
+        if (i == run.left) cNQ = run.first ? faceFactor<ex, ey, ez>(row, -1) * (q - back) : cNQ;
+        if (i == run.right) cNQ = run.last ? faceFactor<ex, ey, ez>(row, 1) * (q - back) : cNQ;
+        const Pack rest = negMulAdd(run.sigma[i], q, weight * run.reference[i]);
+        storePack(to + Code * kBlockNodes + x, run.sigma[i] * (rest - cNQ));
     }
-    const float twice = 2.0f * kWeights[length] * reference;
-    return sigma * (twice - sigma * *own - kHalfInverseLength[length] * difference);
+    if constexpr (Code < 26) absorbAlong<Code + 1>(s, row, run, x0, to);
 }
 
 // Nodes x0 <= x < x1 of a row, into the block from its node `at` on.
-DRELT_FUSED_INLINE void absorb(const FusedState& s, const LayerRow& row, int x0, int x1, int at,
-                               AbsorptionBlock& block) {
-    const int packs = (x1 - x0 + kLanes - 1) / kLanes;
+static void absorb(const FusedState& s, const LayerRow& row, int x0, int x1, int at,
+                   AbsorptionBlock& block) {
     Pack* const sigma = block.sigma + at / kLanes;
-    Pack twice[kBlockNodes / kLanes];
-    for (int i = 0; i < packs; ++i) {
+    LayerRun run;
+    run.packs = (x1 - x0 + kLanes - 1) / kLanes;
+    run.left = x0 == 0 ? 0 : -1;
+    run.right = x1 == s.nx ? run.packs - 1 : -1;
+    PackMask lane;
+    for (int i = 0; i < kLanes; ++i) lane[i] = i;
+    run.first = lane == 0;
+    run.last = lane == (s.nx - 1) % kLanes;
+    run.sigma = sigma;
+    for (int i = 0; i < run.packs; ++i) {
         sigma[i] = dampingAt(s, row.depth, x0 + i * kLanes);
-        twice[i] = row.reference != nullptr ? 2.0f * loadPack(row.reference + x0 + i * kLanes)
-                                            : splat(2.0f);
+        run.reference[i] =
+            row.reference != nullptr ? loadPack(row.reference + x0 + i * kLanes) : splat(1.0f);
     }
-    for (int code = 0; code < 27; ++code) {
-        const int ex = codeX(code);
-        const int ey = codeY(code);
-        const int ez = codeZ(code);
-        const int length = ex * ex + ey * ey + ez * ez;
-        const std::ptrdiff_t start = code * static_cast<std::ptrdiff_t>(s.pitch) + x0;
-        const float* const own = row.q[4] + start;
-        const float* ahead = row.q[code / 3] + start + ex;
-        const float* behind = row.q[(26 - code) / 3] + start - ex;
-        Pack factor = splat(kHalfInverseLength[length]);
-        if (row.outer) {  // one-sided toward the outside, nothing along the face and inward
-            factor = row.leaves(ey, ez) && !row.leaves(-ey, -ez) ? factor + factor : Pack{};
-            ahead = own;
-            if (row.leaves(-ey, -ez)) behind = own;
-        }
-        const Pack weight = splat(kWeights[length]);
-        float* const to = block.given + code * kBlockNodes + at;
-        for (int i = 0; i < packs; ++i) {
-            const std::ptrdiff_t x = i * kLanes;
-            storePack(to + x, absorbed(sigma[i], weight * twice[i], loadPack(own + x),
-                                       loadPack(ahead + x) - loadPack(behind + x), factor));
-        }
-    }
-    const int ends[2] = {0, s.nx - 1};
-    for (int e = 0; e < 2; ++e) {
-        const int x = ends[e];
-        if (x < x0 || x >= x1) continue;
-        const int i = (x - x0) / kLanes;
-        const float damping = sigma[i][(x - x0) % kLanes];
-        const float reference = 0.5f * twice[i][(x - x0) % kLanes];
-        for (int code = 0; code < 27; ++code) {
-            block.given[code * kBlockNodes + at + x - x0] =
-                absorbedAtEnd(s, row, code, x, damping, reference);
-        }
-    }
+    absorbAlong<0>(s, row, run, x0, block.given + at);
 }
 
 }  // namespace DRELT_FUSED_ISA
