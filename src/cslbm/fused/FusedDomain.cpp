@@ -1,3 +1,4 @@
+#define DRELT_FUSED_ISA fused_domain
 #include "cslbm/fused/FusedDomain.h"
 
 #include <omp.h>
@@ -8,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cslbm/fused/FusedRows.h"
 #include "platform/check.h"
 
 namespace drelt {
@@ -107,6 +109,7 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     s.bodyAcceleration[0] = param.bodyAccelx;
     s.bodyAcceleration[1] = param.bodyAccely;
     s.bodyAcceleration[2] = param.bodyAccelz;
+    fused_domain::findOffsets(s);
     startAtRest();
 }
 
@@ -158,6 +161,7 @@ void FusedDomain::step(const FrameMotion& motion) {
         sweeps_->slab(s, slab.z0, slab.z1, scratchOf(omp_get_thread_num()));
     }
     s.swapped = 1 - s.swapped;
+    fused_domain::findOffsets(s);
     s.planesPending = true;
     s.momentsGiven = false;
     if (momentsBefore_ != nullptr) {

@@ -100,139 +100,122 @@ static void deviationOfRow(const FusedState& s, int y, int z, const DeviationRin
     }
 }
 
-// The rows of Q about a row; those outside the grid stand for its own, and are never used.
-struct DeviationRows {
-    const float* at[9];  // (ey + 1) + 3 (ez + 1)
-    std::ptrdiff_t pitch;
-
-    template <class D>
-    DRELT_FUSED_INLINE Pack own(D, std::ptrdiff_t x) const {
-        return loadPack(at[4] + D::code * pitch + x);
-    }
-    template <class D>
-    DRELT_FUSED_INLINE Pack ahead(D, std::ptrdiff_t x) const {
-        return loadPack(at[D::code / 3] + D::code * pitch + x + D::x);
-    }
-    template <class D>
-    DRELT_FUSED_INLINE Pack behind(D, std::ptrdiff_t x) const {
-        return loadPack(at[D::opposite / 3] + D::code * pitch + x - D::x);
-    }
-};
-
-DRELT_FUSED_INLINE void findDeviations(const FusedState& s, const DeviationRing& ring, int y, int z,
-                                       DeviationRows& rows) {
-    for (int i = 0; i < 9; ++i) {
-        const int j = y + i % 3 - 1;
-        const int k = z + i / 3 - 1;
-        const bool inside = j >= 0 && j < s.ny && k >= 0 && k < s.nz;
-        rows.at[i] = inside ? ring.row(s, j, k) : ring.row(s, y, z);
-    }
-    rows.pitch = s.pitch;
-}
-
-// What the layer takes from the nodes of a pack: sigma (sigma Q + 2 fEqTilde + cNQ). The equilibrium's
-// part of fEqTilde goes through the collision (see below), so 2 sigma times the reference is given back.
-struct Absorption {
-    Pack square;        // sigma^2
-    Pack along[4];      // sigma / (2 |e|) by squared length
-    Pack reference[4];  // 2 sigma times the reference equilibrium
-    Pack sigma;
-
-    DRELT_FUSED_INLINE Pack of(int squaredLength, const Pack& value, const Pack& q,
-                               const Pack& difference) const {
-        return negMulAdd(along[squaredLength], difference,
-                         negMulAdd(square, q, value + reference[squaredLength]));
-    }
-};
-
-DRELT_FUSED_INLINE Absorption absorptionAt(const FusedState& s, int depth, std::ptrdiff_t x,
-                                           std::ptrdiff_t row) {
-    const auto w = static_cast<float>(s.width);
-    const Pack inX = loadPack(s.depth + x);
-    const Pack least = inX < static_cast<float>(depth) ? inX : splat(static_cast<float>(depth));
-    const Pack inside = w - least;
-    const Pack d = inside > 0.0f ? inside : Pack{};
-    const Pack sigma = d * (s.sigmaScale * d);
-    const Pack twice = 2.0f * sigma * referenceAt(s, row + x);
-    const Pack half = 0.5f * sigma;
-    Absorption a;
-    a.sigma = sigma;
-    a.square = sigma * sigma;
-    a.along[0] = Pack{};
-    a.along[1] = half;
-    a.along[2] = half * (1.0f / 1.4142135f);
-    a.along[3] = half * (1.0f / 1.7320508f);
-    for (int i = 0; i < 4; ++i) a.reference[i] = kWeights[i] * twice;
-    return a;
-}
-
-// Stores of packs whose nodes all have their neighbours.
-struct StoreAbsorbed {
-    const Places& places;
-    std::ptrdiff_t x;
-    const Absorption& absorption;
-    const DeviationRows& q;
-    template <class D>
-    DRELT_FUSED_INLINE void operator()(D d, const Pack& value) const {
-        storePack(places.at[D::opposite] + x,
-                  absorption.of(D::squaredLength, value, q.own(d, x), q.ahead(d, x) - q.behind(d, x)));
-    }
-};
-
-// Which nodes of a pack lie on the grid's faces.
-struct Faces {
-    bool outerRow;        // all of the row
+// What the layer needs of a row: the rows of Q about it, and which faces it lies on. Rows outside the
+// grid stand for its own, and are never used.
+struct LayerRow {
+    const float* q[9];  // (ey + 1) + 3 (ez + 1)
+    const float* reference;
+    float depth;
+    bool outer;                    // on a face along y or z
     bool down, up, forward, back;  // no row beyond along -y, y, -z, z
-    PackMask left, right;  // x = 0, x = nx - 1
 
-    // Nodes whose neighbour toward (x, y, z) lies outside.
-    template <int X, int Y, int Z>
-    DRELT_FUSED_INLINE PackMask outside() const {
-        const bool row = (Y < 0 && down) || (Y > 0 && up) || (Z < 0 && forward) || (Z > 0 && back);
-        const PackMask all = PackMask{} - (row ? 1 : 0);
-        if constexpr (X < 0) return all | left;
-        if constexpr (X > 0) return all | right;
-        return all;
+    // Whether the row toward (y, z) lies outside.
+    DRELT_FUSED_INLINE bool leaves(int y, int z) const {
+        return (y < 0 && down) || (y > 0 && up) || (z < 0 && forward) || (z > 0 && back);
     }
 };
 
-DRELT_FUSED_INLINE Faces facesAt(const FusedState& s, int y, int z, int x) {
-    Faces faces;
-    faces.down = y == 0;
-    faces.up = y == s.ny - 1;
-    faces.forward = z == 0;
-    faces.back = z == s.nz - 1;
-    faces.outerRow = faces.down || faces.up || faces.forward || faces.back;
-    PackMask lane;
-    for (int i = 0; i < kLanes; ++i) lane[i] = x + i;
-    faces.left = lane == 0;
-    faces.right = lane == s.nx - 1;
-    return faces;
+DRELT_FUSED_INLINE void findLayerRow(const FusedState& s, const DeviationRing& ring, int y, int z,
+                                     LayerRow& row) {
+    row.depth = static_cast<float>(rowDepth(s, y, z));
+    row.down = y == 0;
+    row.up = y == s.ny - 1;
+    row.forward = z == 0;
+    row.back = z == s.nz - 1;
+    row.outer = row.down || row.up || row.forward || row.back;
+    for (int i = 0; i < 9; ++i) {
+        const bool leaves = row.leaves(i % 3 - 1, i / 3 - 1);
+        row.q[i] = leaves ? ring.row(s, y, z) : ring.row(s, y + i % 3 - 1, z + i / 3 - 1);
+    }
+    row.reference = s.reference != nullptr ? s.reference + rowStart(s, y, z, 1) : nullptr;
 }
 
-// Stores of packs with nodes on the faces, where only directions that leave the grid have a derivative,
-// and that one is one-sided.
-struct StoreAbsorbedAtFaces {
-    const Places& places;
-    std::ptrdiff_t x;
-    int lanes;
-    const Absorption& absorption;
-    const DeviationRows& q;
-    const Faces& faces;
-    template <int X, int Y, int Z>
-    DRELT_FUSED_INLINE void operator()(Toward<X, Y, Z> d, const Pack& value) const {
-        using D = Toward<X, Y, Z>;
-        const Pack own = q.own(d, x);
-        const Pack behind = q.behind(d, x);
-        const PackMask outer = faces.left | faces.right | (PackMask{} - (faces.outerRow ? 1 : 0));
-        const PackMask leaves = faces.outside<X, Y, Z>();
-        const PackMask alone = faces.outside<-X, -Y, -Z>();
-        const Pack oneSided = (leaves & ~alone) ? 2.0f * (own - behind) : Pack{};
-        const Pack difference = outer ? oneSided : q.ahead(d, x) - behind;
-        storeLanes(places.at[D::opposite] + x,
-                   absorption.of(D::squaredLength, value, own, difference), lanes);
-    }
+// Nodes of a row that are collided together.
+constexpr int kBlockNodes = 128;
+
+// What the layer gives to the nodes of a block, direction by direction:
+// -sigma (sigma Q + 2 fEqTilde + cNQ) without the part of 2 fEqTilde that the collision leaves out.
+struct AbsorptionBlock {
+    Pack sigma[kBlockNodes / kLanes];
+    float given[27 * kBlockNodes];
 };
+
+// Damping of the nodes of a pack; 0 outside the layer.
+DRELT_FUSED_INLINE Pack dampingAt(const FusedState& s, float depth, std::ptrdiff_t x) {
+    const Pack inX = loadPack(s.depth + x);
+    const Pack inside = static_cast<float>(s.width) - (inX < depth ? inX : splat(depth));
+    const Pack d = inside > 0.0f ? inside : Pack{};
+    return d * (s.sigmaScale * d);
+}
+
+constexpr float kHalfInverseLength[4] = {0.0f, 0.5f, 0.5f / 1.4142135f, 0.5f / 1.7320508f};
+
+// The packs of a run of nodes, and which of them lie on the faces x = 0 and x = nx - 1.
+struct LayerRun {
+    int packs;
+    int left, right;         // packs, -1 for none
+    PackMask first, last;    // their nodes on the faces
+    const Pack* sigma;
+    Pack reference[kBlockNodes / kLanes];
+};
+
+// cNQ is a difference of Q times a factor: on a face only a direction that leaves the grid has one, and
+// that one is one-sided.
+template <int X, int Y, int Z>
+DRELT_FUSED_INLINE float faceFactor(const LayerRow& row, int endX) {
+    constexpr int length = X * X + Y * Y + Z * Z;
+    const bool leaves = row.leaves(Y, Z) || (X != 0 && X == endX);
+    const bool alone = row.leaves(-Y, -Z) || (X != 0 && X == -endX);
+    return leaves && !alone ? 2.0f * kHalfInverseLength[length] : 0.0f;
+}
+
+template <int Code>
+DRELT_FUSED_INLINE void absorbAlong(const FusedState& s, const LayerRow& row, const LayerRun& run,
+                                    std::ptrdiff_t x0, float* to) {
+    constexpr int ex = codeX(Code);
+    constexpr int ey = codeY(Code);
+    constexpr int ez = codeZ(Code);
+    constexpr int length = ex * ex + ey * ey + ez * ez;
+    const std::ptrdiff_t start = Code * static_cast<std::ptrdiff_t>(s.pitch) + x0;
+    const float* const own = row.q[4] + start;
+    const float* const ahead = row.outer ? own : row.q[Code / 3] + start + ex;
+    const float* const behind = row.q[(26 - Code) / 3] + start - ex;
+    const Pack factor = splat(row.outer ? faceFactor<ex, ey, ez>(row, 0)
+                                        : kHalfInverseLength[length]);
+    const Pack weight = splat(2.0f * kWeights[length]);
+    for (int i = 0; i < run.packs; ++i) {
+        const std::ptrdiff_t x = i * kLanes;
+        const Pack q = loadPack(own + x);
+        const Pack back = loadPack(behind + x);
+        Pack cNQ = factor * (loadPack(ahead + x) - back);
+        if (i == run.left) cNQ = run.first ? faceFactor<ex, ey, ez>(row, -1) * (q - back) : cNQ;
+        if (i == run.right) cNQ = run.last ? faceFactor<ex, ey, ez>(row, 1) * (q - back) : cNQ;
+        const Pack rest = negMulAdd(run.sigma[i], q, weight * run.reference[i]);
+        storePack(to + Code * kBlockNodes + x, run.sigma[i] * (rest - cNQ));
+    }
+    if constexpr (Code < 26) absorbAlong<Code + 1>(s, row, run, x0, to);
+}
+
+// Nodes x0 <= x < x1 of a row, into the block from its node `at` on.
+static void absorb(const FusedState& s, const LayerRow& row, int x0, int x1, int at,
+                   AbsorptionBlock& block) {
+    Pack* const sigma = block.sigma + at / kLanes;
+    LayerRun run;
+    run.packs = (x1 - x0 + kLanes - 1) / kLanes;
+    run.left = x0 == 0 ? 0 : -1;
+    run.right = x1 == s.nx ? run.packs - 1 : -1;
+    PackMask lane;
+    for (int i = 0; i < kLanes; ++i) lane[i] = i;
+    run.first = lane == 0;
+    run.last = lane == (s.nx - 1) % kLanes;
+    run.sigma = sigma;
+    for (int i = 0; i < run.packs; ++i) {
+        sigma[i] = dampingAt(s, row.depth, x0 + i * kLanes);
+        run.reference[i] =
+            row.reference != nullptr ? loadPack(row.reference + x0 + i * kLanes) : splat(1.0f);
+    }
+    absorbAlong<0>(s, row, run, x0, block.given + at);
+}
 
 }  // namespace DRELT_FUSED_ISA
 }  // namespace drelt

@@ -48,18 +48,21 @@ DRELT_FUSED_INLINE void openRow(const FusedState& s, int y, int z) {
     if (y < w || y > s.ny - 1 - w || z < w || z > s.nz - 1 - w) return;
     const int fromY = clampedInside(y, s.ny, w);
     const int fromZ = clampedInside(z, s.nz, w);
-    const bool whole = fromY != y || fromZ != z;
     const int last = s.nx - 1 - w;
-    Places to;
-    Places from;
-    findPlaces(s, y, z, to);
-    findPlaces(s, fromY, fromZ, from);
-    for (int i = 0; i < 27; ++i) {
-        float* const row = to.at[i];
-        const float* const inner = from.at[i];
-        if (whole) {
-            __builtin_memcpy(row + w + 1, inner + w + 1, sizeof(float) * (last - w - 1));
+    float* const to = s.populations + rowStart(s, y, z, 27);
+    if (fromY == y && fromZ == z) {
+        for (int i = 0; i < 27; ++i) {
+            float* const row = to + s.place[i];
+            row[w] = row[w + 1];
+            row[last] = row[last - 1];
         }
+        return;
+    }
+    const float* const from = s.populations + rowStart(s, fromY, fromZ, 27);
+    for (int i = 0; i < 27; ++i) {
+        float* const row = to + s.place[i];
+        const float* const inner = from + s.place[i];
+        __builtin_memcpy(row + w + 1, inner + w + 1, sizeof(float) * (last - w - 1));
         row[w] = inner[w + 1];
         row[last] = inner[last - 1];
     }

@@ -26,13 +26,37 @@ struct Places {
 
 DRELT_FUSED_INLINE void findPlaces(const FusedState& s, int y, int z, Places& p) {
     float* const own = s.populations + rowStart(s, y, z, 27);
-    p.at[13] = own + 13 * static_cast<std::ptrdiff_t>(s.pitch);
-    const int a = s.swapped ? 0 : 14;
-    const int b = s.swapped ? 14 : 0;
+    for (int code = 0; code < 27; ++code) p.at[code] = own + s.place[code];
+}
+
+// The two places of a pair in a row, by the code of its positive direction, as offsets.
+struct PairPlaces {
+    std::ptrdiff_t a, b;
+    std::ptrdiff_t ahead;  // to the same places of the neighbour in that direction
+};
+DRELT_FUSED_INLINE PairPlaces pairPlaces(const FusedState& s, int code) {
+    const int a = s.swapped != 0 ? code : code - 14;
+    const int b = s.swapped != 0 ? code - 14 : code;
+    return {static_cast<std::ptrdiff_t>(a) * s.pitch, static_cast<std::ptrdiff_t>(b) * s.pitch,
+            rowStart(s, codeY(code), codeZ(code), 27) + codeX(code)};
+}
+
+// Fills the offsets of a state for its present roles of the places.
+DRELT_FUSED_INLINE void findOffsets(FusedState& s) {
+    s.place[13] = 13 * static_cast<std::ptrdiff_t>(s.pitch);
+    int ends = 0;
     for (int code = 14; code < 27; ++code) {
-        const std::ptrdiff_t ahead = rowStart(s, codeY(code), codeZ(code), 27) + codeX(code);
-        p.at[code] = own + static_cast<std::ptrdiff_t>(code - a) * s.pitch;
-        p.at[26 - code] = own + ahead + static_cast<std::ptrdiff_t>(code - b) * s.pitch;
+        const PairPlaces pair = pairPlaces(s, code);
+        s.place[code] = pair.a;
+        s.place[26 - code] = pair.b + pair.ahead;
+        const int ex = codeX(code);
+        if (ex == 0) continue;
+        const int first = ex > 0 ? 0 : s.nx - 1;  // has no source
+        const int last = s.nx - 1 - first;        // its neighbour ahead is no node
+        s.keepFrom[ends] = pair.a + first;
+        s.keepTo[ends++] = pair.b + first;
+        s.keepFrom[ends] = pair.b + pair.ahead + last;
+        s.keepTo[ends++] = pair.a + pair.ahead + last;
     }
 }
 

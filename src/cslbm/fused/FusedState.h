@@ -13,6 +13,7 @@
 // the grid; column -1 lies in the padding of the row before.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // Everything that is compiled once an instruction set must be inlined: none of it may be shared.
@@ -26,6 +27,10 @@ struct FusedState {
     int width;    // of the absorbing layer [nodes]
     int swapped;  // 1 if places A are the upper 13 slots of a row, else 0
     float nu;     // kinematic viscosity
+
+    // Offsets from a row's start, in floats, of what follows from `swapped`; see FusedRows.h.
+    std::ptrdiff_t place[27];               // of the streamed population of node 0, by code
+    std::ptrdiff_t keepFrom[18], keepTo[18];  // of populations without a source at the ends of a row
 
     float* populations;   // [z][y][27][x]: slots 0..12 and 14..26 pairs, 13 rest
     float* moments;       // [z][y][4][x]: density and velocity (half-force shifted) of this step

@@ -11,30 +11,29 @@ namespace DRELT_FUSED_ISA {
 // A population whose source lies outside the grid keeps its value: it moves on to the place where the
 // next step looks for it. Those places belong to no node in this step.
 static void keepRow(const FusedState& s, int y, int z) {
-    const std::ptrdiff_t own = rowStart(s, y, z, 27);
-    const int a = s.swapped ? 0 : 14;
-    const int b = s.swapped ? 14 : 0;
-    const int last = s.nx - 1;
+    float* const own = s.populations + rowStart(s, y, z, 27);
+    if (y > 0 && y < s.ny - 1 && z > 0 && z < s.nz - 1) {
+        for (int i = 0; i < 18; ++i) own[s.keepTo[i]] = own[s.keepFrom[i]];
+        return;
+    }
     for (int code = 14; code < 27; ++code) {
         const int ex = codeX(code);
         const int ey = codeY(code);
         const int ez = codeZ(code);
-        float* const ownA = s.populations + own + static_cast<std::ptrdiff_t>(code - a) * s.pitch;
-        float* const ownB = s.populations + own + static_cast<std::ptrdiff_t>(code - b) * s.pitch;
-        const std::ptrdiff_t ahead = rowStart(s, ey, ez, 27) + ex;
-        const bool noSource = y - ey < 0 || y - ey >= s.ny || z - ez < 0;
-        const bool noTarget = y + ey < 0 || y + ey >= s.ny || z + ez >= s.nz;
-        if (noSource) {
-            __builtin_memcpy(ownB, ownA, sizeof(float) * s.nx);
+        const PairPlaces pair = pairPlaces(s, code);
+        float* const a = own + pair.a;
+        float* const b = own + pair.b;
+        if (y - ey < 0 || y - ey >= s.ny || z - ez < 0) {
+            __builtin_memcpy(b, a, sizeof(float) * s.nx);
         } else if (ex != 0) {
-            const int x = ex > 0 ? 0 : last;
-            ownB[x] = ownA[x];
+            const int x = ex > 0 ? 0 : s.nx - 1;
+            b[x] = a[x];
         }
-        if (noTarget) {
-            __builtin_memcpy(ownA + ahead, ownB + ahead, sizeof(float) * s.nx);
+        if (y + ey < 0 || y + ey >= s.ny || z + ez >= s.nz) {
+            __builtin_memcpy(a + pair.ahead, b + pair.ahead, sizeof(float) * s.nx);
         } else if (ex != 0) {
-            const int x = ex > 0 ? last : 0;
-            ownA[ahead + x] = ownB[ahead + x];
+            const std::ptrdiff_t x = pair.ahead + (ex > 0 ? s.nx - 1 : 0);
+            a[x] = b[x];
         }
     }
 }
@@ -56,6 +55,22 @@ struct StoreLanes {
     template <class D>
     DRELT_FUSED_INLINE void operator()(D, const Pack& value) const {
         storeLanes(places.at[D::opposite] + x, value, lanes);
+    }
+};
+// The same in the absorbing layer, with what it gives.
+struct StoreAbsorbed {
+    const Places& places;
+    std::ptrdiff_t x;
+    int lanes;
+    const float* given;  // of the pack's first node, direction 0
+    template <class D>
+    DRELT_FUSED_INLINE void operator()(D, const Pack& value) const {
+        const Pack sum = value + loadPack(given + D::code * kBlockNodes);
+        if (lanes >= kLanes) {
+            storePack(places.at[D::opposite] + x, sum);
+        } else {
+            storeLanes(places.at[D::opposite] + x, sum, lanes);
+        }
     }
 };
 
@@ -98,17 +113,17 @@ struct CollideArguments {
     const float* rho;
     float* sopt;
     std::ptrdiff_t node;  // of x = 0 in the dense force arrays
-    int y, z;
-    int depth;                 // distance to the nearest face along y or z
-    DeviationRows deviations;  // with a layer
+    int depth;       // distance to the nearest face along y or z
+    LayerRow layer;  // with a layer
 };
+
+constexpr int kBlockPacks = kBlockNodes / kLanes;
 
 // Rates of some packs. They are found before any of the packs relaxes: their roots and quotients take
 // long, and so those of one pack pass while others go on.
 struct RateBlock {
-    static constexpr int kPacks = 256 / kLanes;
-    Pack shear[kPacks];
-    Pack high[kPacks];
+    Pack shear[kBlockPacks];
+    Pack high[kBlockPacks];
 };
 
 DRELT_FUSED_INLINE Triple<Pack> velocityAt(const FusedState& s, const CollideArguments& row,
@@ -149,25 +164,6 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
     relax<Whole>(r, PackAt{row.places, x}, store);
 }
 
-// The layer takes 2 sigma of the equilibrium, and so the collision gives that much less of it.
-template <bool Whole, bool Spread>
-DRELT_FUSED_INLINE void relaxInLayer(const FusedState& s, const CollideArguments& row, int x,
-                                     const Pack& shear, const Pack& high) {
-    const Absorption absorption =
-        absorptionAt(s, row.depth, x, rowStart(s, row.y, row.z, 1));
-    const Pack equilibrium = negMulAdd(2.0f, absorption.sigma, high);
-    if (row.depth > 0 && x > 0 && x + kLanes < s.nx) {
-        relaxPack<Whole, Spread>(s, row, x, shear, high, equilibrium,
-                                 StoreAbsorbed{row.places, x, absorption, row.deviations});
-    } else {
-        const Faces faces = facesAt(s, row.y, row.z, x);
-        const int lanes = s.nx - x < kLanes ? s.nx - x : kLanes;
-        relaxPack<Whole, Spread>(
-            s, row, x, shear, high, equilibrium,
-            StoreAbsorbedAtFaces{row.places, x, lanes, absorption, row.deviations, faces});
-    }
-}
-
 // Lines of memory to bring to the cache while a row is collided, a share with every pack.
 struct Ahead {
     static constexpr int kFloats = 16;  // of a line
@@ -185,23 +181,34 @@ struct AheadOfRow {
     Ahead populations, moments;
 };
 
+DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
+    return row.depth < s.width || x < s.width || x + kLanes > s.nx - s.width;
+}
+
 template <bool Whole, bool Spread>
 DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments& row,
                                      AheadOfRow ahead) {
-    const int packs = (s.nx + kLanes - 1) / kLanes;
     RateBlock rates;
-    for (int done = 0; done < packs; done += RateBlock::kPacks) {
-        const int part = packs - done < RateBlock::kPacks ? packs - done : RateBlock::kPacks;
-        findRates(s, row, done * kLanes, part, rates);
-        for (int i = 0; i < part; ++i) {
-            const int x = (done + i) * kLanes;
+    AbsorptionBlock absorption;
+    for (int begin = 0; begin < s.nx; begin += kBlockNodes) {
+        const int end = begin + kBlockNodes < s.nx ? begin + kBlockNodes : s.nx;
+        findRates(s, row, begin, (end - begin + kLanes - 1) / kLanes, rates);
+        for (int x = begin; s.width > 0 && x < end; x += kLanes) {
+            const int from = x;
+            while (x < end && inLayer(s, row, x)) x += kLanes;
+            if (x > from) absorb(s, row.layer, from, x < end ? x : end, from - begin, absorption);
+        }
+        for (int x = begin; x < end; x += kLanes) {
+            const int i = (x - begin) / kLanes;
             const Pack& shear = rates.shear[i];
             const Pack& high = rates.high[i];
             ahead.populations.bring();
             ahead.moments.bring();
-            if (s.width > 0 &&
-                (row.depth < s.width || x < s.width || x + kLanes > s.nx - s.width)) {
-                relaxInLayer<Whole, Spread>(s, row, x, shear, high);
+            if (s.width > 0 && inLayer(s, row, x)) {
+                // the layer takes 2 sigma of the equilibrium: so much less of it is given
+                relaxPack<Whole, Spread>(
+                    s, row, x, shear, high, negMulAdd(2.0f, absorption.sigma[i], high),
+                    StoreAbsorbed{row.places, x, end - x, absorption.given + (x - begin)});
             } else if (x + kLanes <= s.nx) {
                 relaxPack<Whole, Spread>(s, row, x, shear, high, high, StorePack{row.places, x});
             } else {
@@ -222,10 +229,8 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     row.rho = row.velocity.own - s.pitch;
     row.sopt = s.sopt + rowStart(s, y, z, 1);
     row.node = nodeRow(s, y, z) * s.nx;
-    row.y = y;
-    row.z = z;
     row.depth = rowDepth(s, y, z);
-    if (s.width > 0) findDeviations(s, ring, y, z, row.deviations);
+    if (s.width > 0) findLayerRow(s, ring, y, z, row.layer);
     unsigned char& spread = s.spread[nodeRow(s, y, z)];
     if (s.whole) {
         if (spread) {
