@@ -29,7 +29,7 @@ double residentBytes() {
 }
 
 // The sphere of 16 nodes a diameter in a box of 256 x 96 x 96 nodes with a layer of 10.
-std::unique_ptr<coupledLBM_sim3D> scene(int samples) {
+std::unique_ptr<coupledLBM_sim3D> scene(int samples, Schedule schedule, int layer) {
     auto p = std::make_shared<simParams>();
     p->setup_mode = simParams::MANUAL;
     p->N = 16;
@@ -39,21 +39,22 @@ std::unique_ptr<coupledLBM_sim3D> scene(int samples) {
     p->rou0p = 1000;
     p->width = 255.5f * 0.00125f;
     p->height = p->depth = 95.5f * 0.00125f;
-    p->pml_width = 10;
+    p->pml_width = layer;
     auto simulator = std::make_unique<coupledLBM_sim3D>(p, kHost);
     const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
     world->addSkeleton(std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", kHost),
                                                   samples, kHost, Vector3d::Zero(),
                                                   Vector3d::Zero()));
+    simulator->schedule = schedule;
     simulator->attachWorld(world);
     simulator->commitInit();
     return simulator;
 }
 
-void wholeStep(benchmark::State& state, int samples, int threads) {
+void wholeStep(benchmark::State& state, int samples, Schedule schedule, int layer, int threads) {
     const int before = omp_get_max_threads();
     const double empty = residentBytes();
-    const auto simulator = scene(samples);
+    const auto simulator = scene(samples, schedule, layer);
     simulator->step(TWO_WAY);
     const auto nodes = static_cast<double>(simulator->lbmvec.front()->count);
     state.counters["resident_B"] = (residentBytes() - empty) / nodes;
@@ -80,13 +81,24 @@ void sampleSurface(benchmark::State& state) {
 
 const bool registered = [] {
     const int all = omp_get_max_threads();
-    for (const int samples : {800, 20000}) {
+    struct Case {
+        Schedule schedule;
+        int layer, samples;
+    };
+    for (const Case& c :
+         {Case{Schedule::Operators, 10, 800}, Case{Schedule::Production, 10, 800},
+          Case{Schedule::Production, 10, 20000}, Case{Schedule::Production, 0, 800}}) {
         for (const int threads : {1, all}) {
-            const std::string name = "wholeStep/256x96x96/samples:" + std::to_string(samples) +
-                                     "/threads:" + std::to_string(threads);
-            benchmark::RegisterBenchmark(
-                name.c_str(),
-                [samples, threads](benchmark::State& state) { wholeStep(state, samples, threads); })
+            const std::string name =
+                std::string("wholeStep/256x96x96/") +
+                (c.schedule == Schedule::Operators ? "operators" : "production") +
+                "/layer:" + std::to_string(c.layer) + "/samples:" + std::to_string(c.samples) +
+                "/threads:" + std::to_string(threads);
+            benchmark::RegisterBenchmark(name.c_str(),
+                                         [c, threads](benchmark::State& state) {
+                                             wholeStep(state, c.samples, c.schedule, c.layer,
+                                                       threads);
+                                         })
                 ->Unit(benchmark::kMillisecond)
                 ->UseRealTime()
                 ->MinTime(2);

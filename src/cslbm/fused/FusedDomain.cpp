@@ -66,6 +66,8 @@ T* FusedDomain::allocate(std::size_t count, bool sparse) {
     return array + pad;
 }
 
+template float* FusedDomain::allocate<float>(std::size_t, bool);
+
 FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
                          const FusedSweeps& sweeps)
     : sweeps_(&sweeps), param_(param) {
