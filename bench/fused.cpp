@@ -87,8 +87,8 @@ const bool registered = [] {
     const int all = omp_get_max_threads();
     for (const Grid& grid : {Grid{256, 96, 96, 0}, Grid{256, 96, 96, 10}, Grid{250, 97, 97, 0},
                              Grid{250, 97, 97, 10}}) {
-        for (const auto& [schedule, run] : {std::pair{"operators", operators},
-                                            std::pair{"production", production}}) {
+        for (const auto& [schedule, run] :
+             {std::pair{"operators", operators}, std::pair{"production", production}}) {
             for (const int threads : {1, all}) {
                 const std::string name = std::string("fluidStep/") + schedule + "/" +
                                          std::to_string(grid.nx) + "x" + std::to_string(grid.ny) +

@@ -11,6 +11,7 @@
 
 #include "MeshLoad/Sampler/IBSamplerMeshGpuKernel.h"
 #include "MeshLoad/Sampler/SampleElimination.h"
+#include "MeshLoad/Sampler/SampleOrder.h"
 #include "platform/check.h"
 #include "platform/runtime.h"
 
@@ -149,8 +150,7 @@ void IBSamplerMesh::placeSamples(int sampleNum) {
             "share get none, and a repeated sampling counts the surface again\n",
             samples.size(), sampleNum);
     }
-    std::stable_sort(samples.begin(), samples.end(),
-                     [](const MeshSample& a, const MeshSample& b) { return a.linkId < b.linkId; });
+    sortByLinkAndPlace(samples, *mesh_);
     for (const MeshSample& sample : samples) sampleLinks.push_back(sample.linkId);
     sampleWrenches.resize(samples.size(), Eigen::Matrix<double, 6, 1>::Zero());
 }

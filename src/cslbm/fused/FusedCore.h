@@ -124,10 +124,10 @@ struct Relaxation {
 // 1/2 of the back steps along y and z are folded in.
 template <class V>
 struct Additions {
-    V mass;                         // equilibrium's density
-    V sx, sy2, sz2, sy12, sz12;     // force source
-    V dxx, dyy2, dzz2;              // deviator
-    V dxy2, dxz2, dyz4;             //
+    V mass;                           // equilibrium's density
+    V sx, sy2, sz2, sy12, sz12;       // force source
+    V dxx, dyy2, dzz2;                // deviator
+    V dxy2, dxz2, dyz4;               //
     V mass0, first1, first2, first3;  // what f itself lacks of the conserved moments (Whole only)
 };
 
@@ -319,13 +319,14 @@ DRELT_FUSED_INLINE Sheet<V> sheetOf(const Additions<V>& a, const Triple<V>& u, c
 // on the host they trade places. Whole: mass from rho and first moments from the force whatever the
 // populations hold; without it they must belong together.
 template <bool Whole, class V, class Populations, class Results>
-DRELT_FUSED_INLINE void relax(const Relaxation<V>& r, const Populations& f, const Results& results) {
+DRELT_FUSED_INLINE void relax(const Relaxation<V>& r, const Populations& f,
+                              const Results& results) {
     const Additions<V> a = additionsOf<Whole>(r, f);
     const V halfY = 0.5f * r.u.y;
     const V halfZ = 0.5f * r.u.z;
     const V keep = 1.0f - r.high;
     const auto pair = [&](auto d, auto opposite, const V& one, const V& other)
-                          __attribute__((always_inline)) {
+        __attribute__((always_inline)) {
         const V first = mulAdd(keep, f(d), one);
         const V second = mulAdd(keep, f(opposite), other);
         results(d, first);

@@ -15,8 +15,9 @@
 namespace drelt {
 namespace {
 
-constexpr int kLine = 16;   // floats of a cache line
-constexpr int kChunk = 16;  // nodes that are asked for together
+constexpr int kLine = 16;           // floats of a cache line
+constexpr int kChunk = 16;          // nodes that are asked for together
+constexpr int kWorthThreads = 256;  // boxes
 
 // Rows an odd number of lines apart, so that the fields of a node spread over the cache's sets.
 int pitchFor(int nx) {
@@ -129,8 +130,7 @@ void FusedDomain::prepareScratch() {
     if (state_.width <= 0) return;
     const auto threads = static_cast<std::size_t>(omp_get_max_threads());
     while (scratch_.size() < threads) {
-        scratch_.push_back(
-            allocate<float>(static_cast<std::size_t>(kScratchRows) * state_.pitch));
+        scratch_.push_back(allocate<float>(static_cast<std::size_t>(kScratchRows) * state_.pitch));
     }
 }
 
@@ -188,19 +188,25 @@ NodeBox FusedDomain::clipped(const NodeBox& box) const {
 }
 
 void FusedDomain::announceForces(const NodeBox* boxes, int count) {
+#pragma omp parallel for schedule(static) if (count > kWorthThreads)
     for (int i = 0; i < count; ++i) {
         const NodeBox box = clipped(boxes[i]);
         if (box.empty()) continue;
         for (int z = box.z0; z < box.z1; ++z) {
-            const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(state_.ny) * z;
-            std::fill(state_.spread + row + box.y0, state_.spread + row + box.y1, 1);
+            unsigned char* const rows = state_.spread + static_cast<std::ptrdiff_t>(state_.ny) * z;
+            // several boxes may say the same of a row
+            for (int y = box.y0; y < box.y1; ++y) __atomic_store_n(rows + y, 1, __ATOMIC_RELAXED);
         }
     }
 }
 
-void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
-    const FusedState& s = state_;
-    int y0 = s.ny, y1 = 0, z0 = s.nz, z1 = 0;
+// Marks the chunks of nodes that the boxes touch, and returns a box of the rows that have any.
+NodeBox FusedDomain::markWanted(const NodeBox* boxes, int count) {
+    int y0 = state_.ny, y1 = 0, z0 = state_.nz, z1 = 0;
+#pragma omp parallel for schedule(static) reduction(min       \
+                                                    : y0, z0) \
+    reduction(max                                             \
+              : y1, z1) if (count > kWorthThreads)
     for (int i = 0; i < count; ++i) {
         const NodeBox box = clipped(boxes[i]);
         if (box.empty()) continue;
@@ -210,35 +216,45 @@ void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
         z1 = std::max(z1, box.z1);
         for (int z = box.z0; z < box.z1; ++z) {
             for (int y = box.y0; y < box.y1; ++y) {
-                unsigned* const words =
-                    &wanted_[(static_cast<std::size_t>(s.ny) * z + y) * chunkWords_];
+                unsigned* const words = wantedOf(y, z);
                 for (int c = box.x0 / kChunk; c <= (box.x1 - 1) / kChunk; ++c) {
-                    words[c / 32] |= 1u << (c % 32);
+                    __atomic_fetch_or(words + c / 32, 1u << (c % 32), __ATOMIC_RELAXED);
                 }
             }
         }
     }
-    if (y0 >= y1 || z0 >= z1) return;
-    const int height = y1 - y0;
-    const std::int64_t rows = std::int64_t{z1 - z0} * height;
+    return {0, y0, z0, state_.nx, y1, z1};
+}
+
+unsigned* FusedDomain::wantedOf(int y, int z) {
+    return &wanted_[(static_cast<std::size_t>(state_.ny) * z + y) * chunkWords_];
+}
+
+void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
+    const NodeBox marked = markWanted(boxes, count);
+    if (marked.empty()) return;
+    const int height = marked.y1 - marked.y0;
+    const int rows = (marked.z1 - marked.z0) * height;
 #pragma omp parallel
     {
         FlushDenormals flush;
 #pragma omp for schedule(static)
-        for (std::int64_t i = 0; i < rows; ++i) {
-            const int z = z0 + static_cast<int>(i / height);
-            const int y = y0 + static_cast<int>(i % height);
-            const std::size_t row = static_cast<std::size_t>(s.ny) * z + y;
-            unsigned* const words = &wanted_[row * chunkWords_];
-            float* const to[4] = {&record_.rou[row * s.nx].value, record_.ux + row * s.nx,
-                                  record_.uy + row * s.nx, record_.uz + row * s.nx};
-            for (int c = 0; c * kChunk < s.nx; ++c) {
-                if ((words[c / 32] >> (c % 32) & 1u) == 0) continue;
-                sweeps_->segment(s, y, z, c * kChunk, std::min(s.nx, (c + 1) * kChunk), to);
-            }
-            std::fill(words, words + chunkWords_, 0u);
-        }
+        for (int i = 0; i < rows; ++i) fillWanted(marked.y0 + i % height, marked.z0 + i / height);
     }
+}
+
+// The chunks of a row that are marked, and no longer are.
+void FusedDomain::fillWanted(int y, int z) {
+    const int nx = state_.nx;
+    const std::size_t start = (static_cast<std::size_t>(state_.ny) * z + y) * nx;
+    float* const to[4] = {&record_.rou[start].value, record_.ux + start, record_.uy + start,
+                          record_.uz + start};
+    unsigned* const words = wantedOf(y, z);
+    for (int c = 0; c * kChunk < nx; ++c) {
+        if ((words[c / 32] >> (c % 32) & 1u) == 0) continue;
+        sweeps_->segment(state_, y, z, c * kChunk, std::min(nx, (c + 1) * kChunk), to);
+    }
+    std::fill(words, words + chunkWords_, 0u);
 }
 
 const FusedSweeps& fusedSweeps(const char* name) {

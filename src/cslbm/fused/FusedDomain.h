@@ -37,7 +37,7 @@ class FusedDomain {
 public:
     // A domain at rest: density 1, Sopt 0. Sizes, layer width, dx and body acceleration come from param;
     // nu is the lattice viscosity, sigmaMax the layer's damping at the outer faces. The device selected
-    // must be the host's threads, and does not matter afterwards. Throws std::invalid_argument for a box
+    // must be the host's threads, now and when a step is taken. Throws std::invalid_argument for a box
     // thinner than 2 pml_width + 3 nodes, where the open planes have no inner neighbour.
     FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
                 const FusedSweeps& sweeps = fusedSweeps());
@@ -91,6 +91,9 @@ private:
     template <class Visit>
     void forEachRow(Visit&& visit) const;
     NodeBox clipped(const NodeBox& box) const;
+    NodeBox markWanted(const NodeBox* boxes, int count);
+    unsigned* wantedOf(int y, int z);
+    void fillWanted(int y, int z);
 
     const FusedSweeps* sweeps_;
     MLFluidParam param_;

@@ -65,8 +65,8 @@ constexpr float kWeights[4] = {8.0f / 27.0f, 2.0f / 27.0f, 1.0f / 54.0f, 1.0f / 
 template <int Code>
 DRELT_FUSED_INLINE void storeDeviations(const EquilibriumParts& a, const EquilibriumParts& b,
                                         const Pack (&rest)[4], float* to, std::ptrdiff_t pitch) {
-    constexpr int squaredLength = codeX(Code) * codeX(Code) + codeY(Code) * codeY(Code) +
-                                  codeZ(Code) * codeZ(Code);
+    constexpr int squaredLength =
+        codeX(Code) * codeX(Code) + codeY(Code) * codeY(Code) + codeZ(Code) * codeZ(Code);
     const Pack half = mulAdd(b.yz[Code / 3], b.x.of[Code % 3], rest[squaredLength]);
     storePack(to + Code * pitch, mulAdd(a.yz[Code / 3], a.x.of[Code % 3], half));
     if constexpr (Code < 26) storeDeviations<Code + 1>(a, b, rest, to, pitch);
@@ -153,8 +153,8 @@ constexpr float kHalfInverseLength[4] = {0.0f, 0.5f, 0.5f / 1.4142135f, 0.5f / 1
 // The packs of a run of nodes, and which of them lie on the faces x = 0 and x = nx - 1.
 struct LayerRun {
     int packs;
-    int left, right;         // packs, -1 for none
-    PackMask first, last;    // their nodes on the faces
+    int left, right;       // packs, -1 for none
+    PackMask first, last;  // their nodes on the faces
     const Pack* sigma;
     Pack reference[kBlockNodes / kLanes];
 };
@@ -180,8 +180,8 @@ DRELT_FUSED_INLINE void absorbAlong(const FusedState& s, const LayerRow& row, co
     const float* const own = row.q[4] + start;
     const float* const ahead = row.outer ? own : row.q[Code / 3] + start + ex;
     const float* const behind = row.q[(26 - Code) / 3] + start - ex;
-    const Pack factor = splat(row.outer ? faceFactor<ex, ey, ez>(row, 0)
-                                        : kHalfInverseLength[length]);
+    const Pack factor =
+        splat(row.outer ? faceFactor<ex, ey, ez>(row, 0) : kHalfInverseLength[length]);
     const Pack weight = splat(2.0f * kWeights[length]);
     for (int i = 0; i < run.packs; ++i) {
         const std::ptrdiff_t x = i * kLanes;

@@ -9,7 +9,8 @@ namespace DRELT_FUSED_ISA {
 
 struct Segment {
     const FusedState& s;
-    MomentRows given;  // the row's uploaded density and momentum, while they stand for the populations
+    MomentRows
+        given;  // the row's uploaded density and momentum, while they stand for the populations
     float* const* to;  // density and momentum of the row's x = 0, dense
 
     // Nodes x to x + count from the nodes of the row with these places that lie `shift` further on.

@@ -29,18 +29,19 @@ struct FusedState {
     float nu;     // kinematic viscosity
 
     // Offsets from a row's start, in floats, of what follows from `swapped`; see FusedRows.h.
-    std::ptrdiff_t place[27];               // of the streamed population of node 0, by code
-    std::ptrdiff_t keepFrom[18], keepTo[18];  // of populations without a source at the ends of a row
+    std::ptrdiff_t place[27];  // of the streamed population of node 0, by code
+    std::ptrdiff_t keepFrom[18],
+        keepTo[18];  // of populations without a source at the ends of a row
 
-    float* populations;   // [z][y][27][x]: slots 0..12 and 14..26 pairs, 13 rest
-    float* moments;       // [z][y][4][x]: density and velocity (half-force shifted) of this step
-    const float* before;  // the same of the step before
-    float* sopt;          // [z][y][x]
+    float* populations;      // [z][y][27][x]: slots 0..12 and 14..26 pairs, 13 rest
+    float* moments;          // [z][y][4][x]: density and velocity (half-force shifted) of this step
+    const float* before;     // the same of the step before
+    float* sopt;             // [z][y][x]
     const float* reference;  // layer: density of the reference equilibrium [z][y][x]; null for 1
     const float* depth;      // layer: distance of x to the nearest end of a row
     float sigmaScale;        // layer: damping over the square of the depth in it
-    double* force[3];     // spread force, dense [z][y][x], without padding
-    unsigned char* spread;  // [z][y]: whether a row of the force arrays holds anything
+    double* force[3];        // spread force, dense [z][y][x], without padding
+    unsigned char* spread;   // [z][y]: whether a row of the force arrays holds anything
 
     float acceleration[3];      // of the frame's inertial force, lattice units
     float bodyAcceleration[3];  // enters the source alone
@@ -63,7 +64,7 @@ struct FusedSweeps {
 
 // Rows of a tile of the sweep; a thread's scratch holds three planes of them and one more on either
 // side, 27 fields each.
-constexpr int kTileRows = 8;
+constexpr int kTileRows = 16;
 constexpr int kScratchRows = 3 * (kTileRows + 2) * 27;
 
 // Sweeps for the instruction sets that this build knows.

@@ -102,9 +102,8 @@ DRELT_FUSED_INLINE Differences<Pack> differencesAt(const VelocityRows& v, std::p
     const auto alongZ = [&](std::ptrdiff_t a) __attribute__((always_inline)) {
         return loadPack(v.back + a + x) - loadPack(v.forward + a + x);
     };
-    return {alongX(0),         alongY(0),         alongZ(0),
-            alongX(pitch),     alongY(pitch),     alongZ(pitch),
-            alongX(2 * pitch), alongY(2 * pitch), alongZ(2 * pitch)};
+    return {alongX(0),     alongY(0),         alongZ(0),         alongX(pitch),    alongY(pitch),
+            alongZ(pitch), alongX(2 * pitch), alongY(2 * pitch), alongZ(2 * pitch)};
 }
 
 struct CollideArguments {
@@ -113,8 +112,8 @@ struct CollideArguments {
     const float* rho;
     float* sopt;
     std::ptrdiff_t node;  // of x = 0 in the dense force arrays
-    int depth;       // distance to the nearest face along y or z
-    LayerRow layer;  // with a layer
+    int depth;            // distance to the nearest face along y or z
+    LayerRow layer;       // with a layer
 };
 
 constexpr int kBlockPacks = kBlockNodes / kLanes;
@@ -172,13 +171,13 @@ struct Ahead {
 
     DRELT_FUSED_INLINE void bring() {
         for (std::ptrdiff_t line = 0; line < share; ++line) {
-            __builtin_prefetch(next + line * kFloats, 1, 2);
+            __builtin_prefetch(next + line * kFloats, 0, 3);
         }
         next += share * kFloats;
     }
 };
 struct AheadOfRow {
-    Ahead populations, moments;
+    Ahead populations, moments, before;
 };
 
 DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
@@ -204,6 +203,7 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             const Pack& high = rates.high[i];
             ahead.populations.bring();
             ahead.moments.bring();
+            ahead.before.bring();
             if (s.width > 0 && inLayer(s, row, x)) {
                 // the layer takes 2 sigma of the equilibrium: so much less of it is given
                 relaxPack<Whole, Spread>(
@@ -273,10 +273,14 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
     const float* const populations = s.populations +
                                      rowStart(s, y0, plane < s.nz ? plane : s.nz, 27) +
                                      place % height * packs * share * Ahead::kFloats;
-    const float* const moments =
-        s.moments + rowStart(s, y + 2 < s.ny ? y + 2 : y, z + 1 < s.nz ? z + 1 : z, 4);
+    const int nextY = y + 2 < s.ny ? y + 2 : y;
+    const int nextZ = z + 1 < s.nz ? z + 1 : z;
+    const std::ptrdiff_t next = rowStart(s, nextY, nextZ, 4);
+    const std::ptrdiff_t momentShare = (4 * s.pitch / Ahead::kFloats + packs - 1) / packs;
+    const bool layer = s.width > 0 && rowDepth(s, nextY, nextZ) <= s.width;
     return {{populations, share},
-            {moments, (4 * s.pitch / Ahead::kFloats + packs - 1) / packs}};
+            {s.moments + next, momentShare},
+            {s.before + next, layer ? momentShare : 0}};
 }
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {

@@ -111,8 +111,7 @@ void FusedDomain::resetLayer(const mlDensity<float>* rou) {
         }
     }
     forEachRow([&](int y, int z) {
-        const float* const from =
-            &rou[(static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx].value;
+        const float* const from = &rou[(static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx].value;
         float* const before = momentsBefore_ + rowStart(s, y, z, 4);
         std::fill_n(before, 4 * s.pitch, 0.0f);
         copyRow(before, from, s.nx);

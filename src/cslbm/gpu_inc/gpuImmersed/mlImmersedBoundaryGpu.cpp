@@ -1,5 +1,6 @@
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "platform/check.h"
@@ -62,6 +63,45 @@ NodeBox formStencils(const mlFlow* flow, const MLFluidParam* param,
     return {x0, y0, z0, x1, y1, z1};
 }
 
+// Nodes of a block of a row, and of two blocks.
+constexpr int kBlock = 4;
+constexpr int kBlocks = 2 * kBlock;
+
+// Adds one component of a stencil's force to the nodes of a box, whose rows begin with block `start` and
+// have the weights wx, zero outside the box. Where the rows of samples overlap, they overlap in
+// whole blocks: no load has to wait for parts of two stores.
+void addBlocks(const SpreadStencil& stencil, const NodeBox& box, int start,
+               const float (&wx)[kBlocks], double* forces, double force, std::int64_t nx,
+               std::int64_t ny) {
+    for (int k = box.z0; k < box.z1; ++k) {
+        const float wz = stencil.z.weight[k - stencil.z.first];
+        for (int j = box.y0; j < box.y1; ++j) {
+            const float wy = stencil.y.weight[j - stencil.y.first];
+            double* const row = forces + (k * ny + j) * nx + start;
+#pragma omp simd
+            for (int i = 0; i < kBlocks; ++i) {
+                row[i] += static_cast<double>(wx[i] * wy * wz) * force;
+            }
+        }
+    }
+}
+
+// Adds a stencil's force to the nodes of a tile.
+void addToTile(const SpreadStencil& stencil, const NodeBox& tile, const mlFlow* flow,
+               std::int64_t nx, std::int64_t ny) {
+    const NodeBox box = intersection(stencil.box(), tile);
+    const int start = box.x0 / kBlock * kBlock;
+    if (box.x1 > start + kBlocks || start < tile.x0 || start + kBlocks > tile.x1) {
+        addStencil(stencil, tile, flow, nx, ny, PlainAdd{});
+        return;
+    }
+    float wx[kBlocks] = {};
+    for (int i = box.x0; i < box.x1; ++i) wx[i - start] = stencil.x.weight[i - stencil.x.first];
+    addBlocks(stencil, box, start, wx, flow->forcex, stencil.forcex, nx, ny);
+    addBlocks(stencil, box, start, wx, flow->forcey, stencil.forcey, nx, ny);
+    addBlocks(stencil, box, start, wx, flow->forcez, stencil.forcez, nx, ny);
+}
+
 // Stencils in parallel over samples, then sums in parallel over tiles: each tile takes its samples
 // in their order and adds to its own nodes only, so every node's sum has one order.
 void spreadOnHostThreads(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
@@ -72,7 +112,10 @@ void spreadOnHostThreads(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoun
     const NodeBox reach = formStencils(flow, param, boundary, sampleCount, scale, R,
                                        workspace.stencils(), workspace.boxes());
     if (reach.empty()) return;
-    workspace.sortByTile(reach, sampleCount);
+    const int rowEnd = (reach.x1 + kBlock - 1) / kBlock * kBlock;
+    workspace.sortByTile({reach.x0 / kBlock * kBlock, reach.y0, reach.z0,
+                          std::min(rowEnd, param->samples_x), reach.y1, reach.z1},
+                         sampleCount);
     const int* const samples = workspace.samples();
     const int tileCount = workspace.tileCount();
 #pragma omp parallel
@@ -83,8 +126,7 @@ void spreadOnHostThreads(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoun
             const NodeBox tile = workspace.tile(t);
             const int end = workspace.end(t);
             for (int s = workspace.begin(t); s < end; ++s) {
-                addStencil(stencils[samples[s]], tile, flow, param->samples_x, param->samples_y,
-                           PlainAdd{});
+                addToTile(stencils[samples[s]], tile, flow, param->samples_x, param->samples_y);
             }
         }
     }

@@ -194,14 +194,8 @@ DRELT_HOST_DEVICE void addComponent(const SpreadStencil& stencil, const NodeBox&
         for (int j = box.y0; j < box.y1; ++j) {
             const float wy = stencil.y.weight[j - stencil.y.first];
             double* const row = forces + (k * ny + j) * nx + box.x0;
-            if (count == 4) {  // the common case: one vector
-                for (int i = 0; i < 4; ++i) {
-                    add(row[i], static_cast<double>(wx[i] * wy * wz) * force);
-                }
-            } else {
-                for (int i = 0; i < count; ++i) {
-                    add(row[i], static_cast<double>(wx[i] * wy * wz) * force);
-                }
+            for (int i = 0; i < count; ++i) {
+                add(row[i], static_cast<double>(wx[i] * wy * wz) * force);
             }
         }
     }
