@@ -101,7 +101,9 @@ const bool registered = [] {
                                              })
                     ->Unit(benchmark::kMillisecond)
                     ->UseRealTime()
-                    ->MinTime(0.5);
+                    ->MinTime(0.4)
+                    ->Repetitions(5)
+                    ->ReportAggregatesOnly(true);
                 if (all == 1) break;
             }
         }

@@ -1,0 +1,51 @@
+"""Prints the benchmark's whole steps as a table: both schedules, their ratio, the share of the bound.
+
+usage: bench_table.py FILE, where FILE is what the benchmark wrote with --benchmark_out. The bound is
+the machine's rate of reading and writing 216 bytes a node in place, measured in the same run.
+"""
+
+import json
+import sys
+
+
+def rows(benchmarks):
+    """(grid, layer, threads) -> schedule -> the median row of a whole fluid step."""
+    table = {}
+    for row in benchmarks:
+        parts = row["name"].split("/")
+        if parts[0] != "fluidStep" or row.get("aggregate_name") != "median":
+            continue
+        key = (parts[2], parts[3].split(":")[1], parts[4].split(":")[1].split("_")[0])
+        table.setdefault(key, {})[parts[1]] = row
+    return table
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    with open(sys.argv[1], encoding="utf-8") as file:
+        report = json.load(file)
+    table = rows(report["benchmarks"])
+    if not table:
+        return
+    context = report["context"]
+    print(
+        f"\n{context['processor']}, {context['num_cpus']} threads; whole fluid step, medians of 5"
+    )
+    print(
+        "| grid | layer | threads | operators MLUPS | production MLUPS | ratio | of bound | B/node |"
+    )
+    print("| --- | --- | --- | --- | --- | --- | --- | --- |")
+    for (grid, layer, threads), both in table.items():
+        if len(both) < 2:
+            continue
+        slow, fast = both["operators"], both["production"]
+        print(
+            f"| {grid} | {layer} | {threads} | {slow['MLUPS']:.1f} | {fast['MLUPS']:.1f}"
+            f" | {fast['MLUPS'] / slow['MLUPS']:.1f} | {fast['of_bound']:.0%}"
+            f" | {slow['resident_B']:.0f} / {fast['resident_B']:.0f} |"
+        )
+
+
+if __name__ == "__main__":
+    main()
