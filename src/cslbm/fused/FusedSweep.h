@@ -132,8 +132,9 @@ DRELT_FUSED_INLINE Triple<Pack> velocityAt(const FusedState& s, const CollideArg
 }
 
 DRELT_FUSED_INLINE void findRates(const FusedState& s, const CollideArguments& row,
-                                  std::ptrdiff_t first, int packs, RateBlock& block) {
+                                  std::ptrdiff_t first, int packs, RateBlock& block, Ahead& ahead) {
     for (int i = 0; i < packs; ++i) {
+        ahead.bring();
         const std::ptrdiff_t x = first + i * kLanes;
         const Rates<Pack> rates =
             ratesOf(differencesAt(row.velocity, x, s.pitch), loadPack(row.rho + x),
@@ -163,21 +164,9 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
     relax<Whole>(r, PackAt{row.places, x}, store);
 }
 
-// Lines of memory to bring to the cache while a row is collided, a share with every pack.
-struct Ahead {
-    static constexpr int kFloats = 16;  // of a line
-    const float* next;
-    std::ptrdiff_t share;
-
-    DRELT_FUSED_INLINE void bring() {
-        for (std::ptrdiff_t line = 0; line < share; ++line) {
-            __builtin_prefetch(next + line * kFloats, 0, 3);
-        }
-        next += share * kFloats;
-    }
-};
+// The loops of a row and what each brings: populations, and with the last also density and velocity.
 struct AheadOfRow {
-    Ahead populations, moments, before;
+    Ahead inMoments, inRates, inRelax, moments, before;
 };
 
 DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
@@ -191,7 +180,7 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
     AbsorptionBlock absorption;
     for (int begin = 0; begin < s.nx; begin += kBlockNodes) {
         const int end = begin + kBlockNodes < s.nx ? begin + kBlockNodes : s.nx;
-        findRates(s, row, begin, (end - begin + kLanes - 1) / kLanes, rates);
+        findRates(s, row, begin, (end - begin + kLanes - 1) / kLanes, rates, ahead.inRates);
         for (int x = begin; s.width > 0 && x < end; x += kLanes) {
             const int from = x;
             while (x < end && inLayer(s, row, x)) x += kLanes;
@@ -201,7 +190,7 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             const int i = (x - begin) / kLanes;
             const Pack& shear = rates.shear[i];
             const Pack& high = rates.high[i];
-            ahead.populations.bring();
+            ahead.inRelax.bring();
             ahead.moments.bring();
             ahead.before.bring();
             if (s.width > 0 && inLayer(s, row, x)) {
@@ -253,9 +242,9 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
 
 static void edges(const FusedState& s, int z0, int z1) {
     if (z0 >= z1) return;
-    for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z0);
+    for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z0, {s.populations, 0});
     if (z1 - 1 > z0) {
-        for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z1 - 1);
+        for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z1 - 1, {s.populations, 0});
     }
 }
 
@@ -278,9 +267,14 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
     const std::ptrdiff_t next = rowStart(s, nextY, nextZ, 4);
     const std::ptrdiff_t momentShare = (4 * s.pitch / Ahead::kFloats + packs - 1) / packs;
     const bool layer = s.width > 0 && rowDepth(s, nextY, nextZ) <= s.width;
-    return {{populations, share},
+    const std::ptrdiff_t inMoments = share / 4;
+    const std::ptrdiff_t inRates = share / 5;
+    const std::ptrdiff_t line = packs * Ahead::kFloats;
+    return {{populations, inMoments},
+            {populations + inMoments * line, inRates},
+            {populations + (inMoments + inRates) * line, share - inMoments - inRates},
             {s.moments + next, momentShare},
-            {s.before + next, layer ? momentShare : 0}};
+            {layer ? s.before + next : s.moments, layer ? momentShare : 0}};
 }
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
@@ -294,15 +288,16 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
         }
         for (int z = z0; z < z1; ++z) {
             const bool inner = z + 1 < z1 - 1;  // the moments of other planes are there
-            if (inner && y0 == 0) momentsOfRow(s, 0, z + 1);
+            if (inner && y0 == 0) momentsOfRow(s, 0, z + 1, {s.populations, 0});
             if (layer) {
                 deviationOfRow(s, y0 - 1, z + 1, ring);
                 deviationOfRow(s, y0, z + 1, ring);
             }
             for (int y = y0; y < y1; ++y) {
-                if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1);
+                const AheadOfRow ahead = aheadOf(s, y, z, y0, y1);
+                if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1, ahead.inMoments);
                 if (layer) deviationOfRow(s, y + 1, z + 1, ring);
-                collideRow(s, y, z, ring, aheadOf(s, y, z, y0, y1));
+                collideRow(s, y, z, ring, ahead);
             }
         }
     }
