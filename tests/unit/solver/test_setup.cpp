@@ -9,6 +9,7 @@
 #include "cslbm/mlsolver/mlLattice.h"
 #include "simulatorInterface/FluidHelper.h"
 #include "simulatorInterface/simParams.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt {
@@ -19,7 +20,7 @@ using test::VectorCase;
 using FlowPtr = std::unique_ptr<mlFlow, void (*)(mlFlow*)>;
 
 FlowPtr makeFlow(simParams& params) {
-    return {FluidHelper::createFlow(params, platform::kHostDevice), FluidHelper::destroyFlow};
+    return {FluidHelper::createFlow(params, test::device()), FluidHelper::destroyFlow};
 }
 
 // Manual parameters of a box with the given numbers of nodes at a spacing of 1/8 m.

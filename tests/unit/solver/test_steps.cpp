@@ -9,6 +9,7 @@
 #include "cslbm/mlsolver/mlLattice.h"
 #include "simulatorInterface/FluidHelper.h"
 #include "solver/stub_world.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt {
@@ -19,14 +20,14 @@ using test::VectorCase;
 // A solver on one domain of host threads, with a stub world.
 class SolverFixture {
 public:
-    explicit SolverFixture(simParams params) : solver(platform::kHostDevice) {
-        flow = FluidHelper::createFlow(params, platform::kHostDevice);
+    explicit SolverFixture(simParams params) : solver(test::device()) {
+        flow = FluidHelper::createFlow(params, test::device());
         FluidHelper::initialiseFields(*flow);
         FluidHelper::initialisePopulations(*flow);
         solver.lbmvec = {flow};
         solver.scale = params.computeUnitScale();
         solver.scale.dt = params.get_tp();
-        solver.mlImmersedSolver::gpuDeviceId = platform::kHostDevice;
+        solver.mlImmersedSolver::gpuDeviceId = test::device();
         solver.world = world;
     }
     ~SolverFixture() { FluidHelper::destroyFlow(flow); }
