@@ -73,8 +73,8 @@ TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
     const auto n = static_cast<std::size_t>(samples.count);
     double exchanged = 0.0;
     for (std::size_t i = 0; i < n; ++i) {
-        exchanged += Vector3d(forces[i], forces[n + i], forces[2 * n + i]).norm() *
-                     samples.sampleArea * dx;
+        exchanged +=
+            Vector3d(forces[i], forces[n + i], forces[2 * n + i]).norm() * samples.sampleArea * dx;
     }
     ASSERT_GT(exchanged, 1e-5) << "the falling sphere pushes the fluid";
     EXPECT_GT(onGrid.norm(), 0.1 * exchanged);

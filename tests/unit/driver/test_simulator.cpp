@@ -116,11 +116,10 @@ TEST_F(Simulator, DeviceIdsMustAgree) {
     const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), elsewhere);
     world->addSkeleton(sphere());
     other->attachWorld(world);
-    EXPECT_EQ(
-        refusal<std::invalid_argument>([&] { other->commitInit(); }),
-        "commitInit: the simulator is on device " + std::to_string(elsewhere) +
-            ", a skeleton of its world on device " + std::to_string(test::device()) +
-            "; give both the same device id");
+    EXPECT_EQ(refusal<std::invalid_argument>([&] { other->commitInit(); }),
+              "commitInit: the simulator is on device " + std::to_string(elsewhere) +
+                  ", a skeleton of its world on device " + std::to_string(test::device()) +
+                  "; give both the same device id");
     EXPECT_EQ(refusal<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, test::device()); }),
               "simulator: the parameters are None; give a simParam");
 }

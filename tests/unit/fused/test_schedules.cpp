@@ -184,8 +184,8 @@ struct Pair {
         const std::size_t ny = flow.host().param->samples_y;
         EXPECT_LE(worst, tolerance)
             << name << " " << when << ", direction " << at / flow.nodes() << ", node " << node % nx
-            << " " << node / nx % ny << " " << node / (nx * ny) << ": " << expected[at] << " against "
-            << got[at];
+            << " " << node / nx % ny << " " << node / (nx * ny) << ": " << expected[at]
+            << " against " << got[at];
         if (std::getenv("DRELT_SHOW")) printf("%s %s worst %g\n", when, name, worst);
     }
 
@@ -215,7 +215,8 @@ TEST_P(Schedules, Agree) {
 INSTANTIATE_TEST_SUITE_P(Boxes, Schedules,
                          testing::Values(Case{37, 21, 19, 0}, Case{16, 33, 9, 0},
                                          Case{9, 10, 11, 0, true}, Case{11, 9, 10, 0, false, 1e-4f},
-                                         Case{37, 21, 19, 1}, Case{50, 18, 33, 3}, Case{47, 30, 27, 10}));
+                                         Case{37, 21, 19, 1}, Case{50, 18, 33, 3},
+                                         Case{47, 30, 27, 10}));
 
 }  // namespace
 }  // namespace drelt::test

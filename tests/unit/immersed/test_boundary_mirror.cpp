@@ -68,7 +68,8 @@ TEST(BoundaryMirror, UploadCarriesEveryArrayAndPatchesEveryPointer) {
                                         there.coordInitx, there.coordInity, there.coordInitz,
                                         there.ux,         there.uy,         there.uz};
     const double* const doublesThere[] = {there.forcex, there.forcey, there.forcez};
-    for (int a = 0; a < 12; ++a) EXPECT_EQ(fetched(floatsThere[a], 3)[2], static_cast<float>(a + 1)) << a;
+    for (int a = 0; a < 12; ++a)
+        EXPECT_EQ(fetched(floatsThere[a], 3)[2], static_cast<float>(a + 1)) << a;
     for (int a = 0; a < 3; ++a) EXPECT_EQ(fetched(doublesThere[a], 3)[2], a + 20.0) << a;
     EXPECT_EQ(fetched(there.rou, 3)[2].value, 30.0f);
     EXPECT_EQ(there.count, 3);

@@ -167,10 +167,15 @@ TEST_F(LinkOperators, FailedLaunchesNameTheirLines) {
         test::selectDevice();
         LinkRecords links = restingLinks(2);
         UnitForces forces({1});
+        DeviceArray<skLinkData> there(links);
         LinkForceReduction own;
-        forces.reduced(own, links);
+        const auto reduce = [&] {
+            own.reduce(there.data(), forces.boundary.device(), forces.labels.data(),
+                       forces.wrenches.data(), 2, 1, 1.0f);
+        };
+        reduce();
         platform::failNthCall(call, cudaErrorLaunchFailure);
-        forces.reduced(own, links);
+        reduce();
     };
     const char* const expected[] = {
         "54 code=719\\(cudaErrorLaunchFailure\\) \"cudaGetLastError\\(\\)\"",
@@ -202,8 +207,8 @@ TEST_P(SampleVelocities, OfTheReferenceCase) {
     boundary.upload();
     DeviceArray<int> labels(given.array<std::int32_t>("in_labels"));
     DeviceArray<skLinkData> linksThere(links);
-    updateSampleVel(boundary.device(), labels.data(), linksThere.data(), given.integer("frameIndex"),
-                    given.integer("referenceIndex"), samples);
+    updateSampleVel(boundary.device(), labels.data(), linksThere.data(),
+                    given.integer("frameIndex"), given.integer("referenceIndex"), samples);
     boundary.download();
     const auto expected = given.array<double>("out_vel");
     const auto actual = joined(host.ux, host.uy, host.uz, samples);
@@ -232,7 +237,8 @@ TEST_F(LinkOperators, SamplesAtRestInAFrameThatMovesWithThem) {
     boundary.host().coordx[1] = 5.0f;
     boundary.host().ux[0] = boundary.host().ux[1] = 9.0f;
     boundary.upload();
-    DeviceArray<int> labels(std::vector<int>{1, 3});  // the base link's, and one that bears the frame's own index
+    DeviceArray<int> labels(
+        std::vector<int>{1, 3});  // the base link's, and one that bears the frame's own index
     DeviceArray<skLinkData> linksThere(links);
     updateSampleVel(boundary.device(), labels.data(), linksThere.data(), 3, 0, 2);
     boundary.download();
