@@ -145,6 +145,7 @@ TEST(BoundaryMirror, MirrorsComeAndGoWithoutLeaks) {
 }
 
 TEST(BoundaryMirror, FailuresQuoteTheStatement) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child cannot use a GPU
     mlLagrangeBoundary record{};
     record.count = 4;
     const auto failing = [&](int call) {
