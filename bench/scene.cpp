@@ -6,19 +6,24 @@
 
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "MeshLoad/SkeletalMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "bandwidth.h"
+#include "bench_flow.h"
 #include "platform/runtime.h"
+#include "rows.h"
+#include "setup.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
 namespace drelt::bench {
 namespace {
 
 using Eigen::Vector3d;
-constexpr int kHost = platform::kHostDevice;
 
 double residentBytes() {
     std::ifstream statm("/proc/self/statm");
@@ -28,8 +33,8 @@ double residentBytes() {
     return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// The sphere of 16 nodes a diameter in a box of 256 x 96 x 96 nodes with a layer of 10.
-std::unique_ptr<coupledLBM_sim3D> scene(int samples) {
+// The sphere of 16 nodes a diameter in a box of a grid.
+std::unique_ptr<coupledLBM_sim3D> scene(const Grid& grid, int samples) {
     auto p = std::make_shared<simParams>();
     p->setup_mode = simParams::MANUAL;
     p->N = 16;
@@ -37,23 +42,27 @@ std::unique_ptr<coupledLBM_sim3D> scene(int samples) {
     p->u0p = p->u0k = 0.1f;
     p->visp = 4e-5f;
     p->rou0p = 1000;
-    p->width = 255.5f * 0.00125f;
-    p->height = p->depth = 95.5f * 0.00125f;
-    p->pml_width = 10;
-    auto simulator = std::make_unique<coupledLBM_sim3D>(p, kHost);
+    // half a node short, so that the counted nodes do not depend on rounding
+    p->width = (static_cast<float>(grid.nx) - 0.5f) * 0.00125f;
+    p->height = (static_cast<float>(grid.ny) - 0.5f) * 0.00125f;
+    p->depth = (static_cast<float>(grid.nz) - 0.5f) * 0.00125f;
+    p->pml_width = grid.pml_width;
+    auto simulator = std::make_unique<coupledLBM_sim3D>(p, setup().device);
     const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-    world->addSkeleton(std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", kHost),
-                                                  samples, kHost, Vector3d::Zero(),
-                                                  Vector3d::Zero()));
+    world->addSkeleton(
+        std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", setup().device), samples,
+                                   setup().device, Vector3d::Zero(), Vector3d::Zero()));
     simulator->attachWorld(world);
     simulator->commitInit();
     return simulator;
 }
 
-void wholeStep(benchmark::State& state, int samples, int threads) {
+void wholeStep(benchmark::State& state, const Grid& grid, int samples, int threads) try {
+    releaseBenchFlow();
     const int before = omp_get_max_threads();
     const double empty = residentBytes();
-    const auto simulator = scene(samples);
+    const std::size_t others = platform::deviceBytesInUse();
+    const auto simulator = scene(grid, samples);
     simulator->step(TWO_WAY);
     const auto nodes = static_cast<double>(simulator->lbmvec.front()->count);
     state.counters["resident_B"] = (residentBytes() - empty) / nodes;
@@ -64,41 +73,51 @@ void wholeStep(benchmark::State& state, int samples, int threads) {
         simulator->step(TWO_WAY);
         ++steps;
     }
-    state.counters["MLUPS"] = steps * nodes * 1e-6 / (omp_get_wtime() - start);
+    const double rate = steps * nodes * 1e-6 / (omp_get_wtime() - start);
     omp_set_num_threads(before);
+    state.counters["MLUPS"] = rate;
+    if (setup().onHost) return;
+    state.counters["device_B"] = static_cast<double>(platform::deviceBytesInUse() - others) / nodes;
+    state.counters["GB/s"] = rate * kStepBytes * 1e-3;
+    state.counters["share"] = rate * kStepBytes * 1e-3 / bandwidth(threads).copy;
+} catch (const std::runtime_error& error) {
+    state.SkipWithError(error.what());
 }
 
 void sampleSurface(benchmark::State& state) {
     SkeletalMesh mesh;
-    mesh.load("assets/sphere.glb", kHost);
+    mesh.load("assets/sphere.glb", setup().device);
     for (auto _ : state) {
-        IBSamplerMesh sampler(&mesh, kHost);
+        IBSamplerMesh sampler(&mesh, setup().device);
         sampler.generateSamples(static_cast<int>(state.range(0)));
         state.counters["placed"] = sampler.sampleCount();
     }
 }
 
-const bool registered = [] {
-    const int all = omp_get_max_threads();
+void addWholeSteps(const Grid& grid, int samples) {
+    const auto add = [&](const std::string& name, int threads) {
+        benchmark::RegisterBenchmark(
+            name.c_str(),
+            [=](benchmark::State& state) { wholeStep(state, grid, samples, threads); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime()
+            ->MinTime(2);
+    };
+    forEachThreads("wholeStep/" + nameOf(grid) + "/samples:" + std::to_string(samples), add);
+}
+
+const bool registered = onSetup([] {
+    const std::vector<Grid> all = grids(10);
     for (const int samples : {800, 20000}) {
-        for (const int threads : {1, all}) {
-            const std::string name = "wholeStep/256x96x96/samples:" + std::to_string(samples) +
-                                     "/threads:" + std::to_string(threads);
-            benchmark::RegisterBenchmark(
-                name.c_str(),
-                [samples, threads](benchmark::State& state) { wholeStep(state, samples, threads); })
-                ->Unit(benchmark::kMillisecond)
-                ->UseRealTime()
-                ->MinTime(2);
-            if (all == 1) break;
+        for (std::size_t i = 0; i < (setup().onHost ? 1 : all.size()); ++i) {
+            addWholeSteps(all[i], samples);
         }
     }
     benchmark::RegisterBenchmark("sampleSphere", sampleSurface)
         ->Arg(20000)
         ->Unit(benchmark::kSecond)
         ->UseRealTime();
-    return true;
-}();
+});
 
 }  // namespace
 }  // namespace drelt::bench
