@@ -65,7 +65,7 @@ void copyLayer(BenchFlow& b) { mlCopyFTilde(b.flow(), b.param()); }
 void sceneForce(BenchFlow& b) { mlCalForceTerm(b.flow(), b.param(), true, true, 0.5f); }
 
 const Row kMoments[] = {
-    {"mlCalOneOrderMoment", momentsByAxes, kPopulations + 4 * 4 + 3 * 8},
+    {"mlCalOneOrderMoment", momentsByAxes, kMomentBytes},
     {"mlAddForcetoU", halfForce, 2 * 4 + 2 * 3 * 4 + 3 * 8},
     {"mlRestoreUOpt", restore, 4 + 2 * 3 * 4},
     {"mlCalMacroGpu", macro, kPopulations + 4 * 4},

@@ -7,22 +7,21 @@
 #include <map>
 
 #include "platform/check.h"
-#include "platform/launch.h"
+#include "setup.h"
 
 namespace drelt::bench {
 namespace {
-
-DRELT_KERNEL void scaleKernel(LaunchIndex at, float* a) { a[at.n] *= 0.5f; }
-DRELT_KERNEL void copyKernel(LaunchIndex at, const float* a, float* b) { b[at.n] = a[at.n]; }
 
 // Best of a few runs, as is the custom for a bound.
 template <class Run>
 double gigabytesPerSecond(double bytes, Run&& run) {
     run();
+    checkCudaErrors(cudaDeviceSynchronize());
     double best = 0.0;
     for (int i = 0; i < 5; ++i) {
         const double start = omp_get_wtime();
         run();
+        checkCudaErrors(cudaDeviceSynchronize());
         best = std::max(best, bytes / (omp_get_wtime() - start) * 1e-9);
     }
     return best;
@@ -33,17 +32,23 @@ Bandwidth measure(int threads) {
     const std::size_t bytes = sizeof(float) * extent.x * extent.y * extent.z;
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
+    checkCudaErrors(cudaSetDevice(setup().device));
     float* a = nullptr;
     float* b = nullptr;
     checkCudaErrors(cudaMalloc(&a, bytes));
     checkCudaErrors(cudaMalloc(&b, bytes));
     const double both = 2.0 * static_cast<double>(bytes);
     Bandwidth result{};
+    const LaunchShape shape = coveringShape(extent, 256, 1, 1);
     result.inPlace =
-        gigabytesPerSecond(both, [&] { platform::hostLaunchRows<&scaleKernel>(extent, a); });
-    result.copy = gigabytesPerSecond(both, [&] {
-        platform::hostLaunchRows<&copyKernel>(extent, static_cast<const float*>(a), b);
-    });
+        gigabytesPerSecond(both, [&] { launchVolume<&scaleKernel>(shape, extent, a); });
+    result.copy = gigabytesPerSecond(
+        both, [&] { launchVolume<&copyKernel>(shape, extent, static_cast<const float*>(a), b); });
+    if (!setup().onHost) {
+        const double runtime = gigabytesPerSecond(
+            both, [&] { checkCudaErrors(cudaMemcpy(b, a, bytes, cudaMemcpyDeviceToDevice)); });
+        result.copy = std::max(result.copy, runtime);
+    }
     checkCudaErrors(cudaFree(a));
     checkCudaErrors(cudaFree(b));
     omp_set_num_threads(before);

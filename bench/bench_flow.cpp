@@ -6,78 +6,140 @@
 
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/check.h"
-#include "platform/launch.h"
 
 namespace drelt::bench {
 namespace {
 
-// A weak vortex sheet in its equilibrium, and face classes and layer by the node's distance to the faces.
-DRELT_KERNEL void startKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz, int width) {
-    const std::int64_t n = at.n;
-    const float u[3] = {0.05f * std::sin(0.1f * at.y), 0.03f * std::sin(0.07f * at.z),
-                        0.04f * std::cos(0.09f * at.x)};
-    flow->rou[n].value = 1.0f;
-    flow->ux[n] = u[0];
-    flow->uy[n] = u[1];
-    flow->uz[n] = u[2];
-    for (int i = 0; i < kDirections; ++i) {
-        const std::int64_t entry = i * flow->count + n;
-        flow->f[entry] = flow->fPost[entry] = hostEquilibrium(i, 1.0f, u[0], u[1], u[2]);
-        flow->fEqBar[entry] = w_cas1[i];
-        flow->fStore[entry] = 0.0f;  // its pages must be there before the clock runs
-        flow->Q[entry] = flow->cNQ[entry] = flow->fEqTilde[entry] = flow->fEqTildeOld[entry] = 0.0f;
-    }
-    const int depth = std::min({at.x, at.y, at.z, nx - 1 - at.x, ny - 1 - at.y, nz - 1 - at.z});
-    const float d = static_cast<float>(width - depth) / static_cast<float>(width);
-    flow->sigma[n] = depth < width ? 0.01f * d * d : 0.0f;
-    flow->flag[n] = ML_NODE_FLUID;
-    if (at.x == 0) flow->flag[n] = ML_NODE_LEFT;
-    if (at.x == nx - 1) flow->flag[n] = ML_NODE_RIGHT;
-    if (at.z == 0) flow->flag[n] = ML_NODE_FORWARD;
-    if (at.z == nz - 1) flow->flag[n] = ML_NODE_BACK;
-    if (at.y == 0) flow->flag[n] = ML_NODE_DOWN;
-    if (at.y == ny - 1) flow->flag[n] = ML_NODE_UP;
-    flow->PML_type[n] = depth >= width ? PML_NONE : (depth == 0 ? PML_EDGE : PML_INTERIOR);
+struct Node {
+    std::int64_t n;
+    int x, y, z;
+};
+
+// A weak vortex sheet.
+struct Velocity {
+    float x, y, z;
+};
+Velocity velocityAt(const Node& at) {
+    return {0.05f * std::sin(0.1f * static_cast<float>(at.y)),
+            0.03f * std::sin(0.07f * static_cast<float>(at.z)),
+            0.04f * std::cos(0.09f * static_cast<float>(at.x))};
+}
+
+constexpr double kBytesPerNode = 8 * 27 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
+
+// Whether the device, and the host for the start, have memory for a grid.
+bool fits(const Grid& grid) {
+    const double nodes = static_cast<double>(grid.nx) * grid.ny * grid.nz;
+    const double staged = nodes * 27 * sizeof(float);
+    const double kept = nodes * kBytesPerNode;
+    checkCudaErrors(cudaSetDevice(setup().device));
+    const auto host = static_cast<double>(platform::availableHostBytes());
+    if (setup().onHost) return kept + staged < host;
+    return kept < static_cast<double>(platform::deviceBytesFree()) && staged < host;
 }
 
 }  // namespace
 
-template <class T>
-T* BenchFlow::allocate(std::size_t perNode) {
-    T* array = nullptr;
-    const std::size_t bytes = perNode * nodes_ * sizeof(T);
-    checkCudaErrors(cudaMalloc(&array, bytes));
+// Calls visit for every node, rows in parallel.
+template <class Visit>
+void BenchFlow::forEachNode(Visit&& visit) const {
+    const std::int64_t rows = static_cast<std::int64_t>(param_.samples_y) * param_.samples_z;
+#pragma omp parallel for schedule(static)
+    for (std::int64_t row = 0; row < rows; ++row) {
+        const int y = static_cast<int>(row % param_.samples_y);
+        const int z = static_cast<int>(row / param_.samples_y);
+        for (int x = 0; x < param_.samples_x; ++x) {
+            visit(Node{row * param_.samples_x + x, x, y, z});
+        }
+    }
+}
+
+// A device array with value(i, node) as entry i of each node. Every byte is written: pages and caches
+// must be there before the clock runs.
+template <class T, class Value>
+void BenchFlow::fill(T*& array, std::size_t perNode, Value&& value) {
+    const std::size_t count = perNode * nodes_;
+    const std::unique_ptr<T[]> staged(new T[count]);
+    forEachNode([&](const Node& at) {
+        for (std::size_t i = 0; i < perNode; ++i) {
+            staged[i * nodes_ + static_cast<std::size_t>(at.n)] = value(static_cast<int>(i), at);
+        }
+    });
+    checkCudaErrors(cudaMalloc(&array, count * sizeof(T)));
     arrays_.push_back(array);
-    bytes_ += bytes;
-    return array;
+    bytes_ += count * sizeof(T);
+    checkCudaErrors(cudaMemcpy(array, staged.get(), count * sizeof(T), cudaMemcpyHostToDevice));
+}
+
+// Density 1 in the equilibrium of the velocity.
+void BenchFlow::start() {
+    const auto populations = [](int i, const Node& at) {
+        const Velocity u = velocityAt(at);
+        return hostEquilibrium(i, 1.0f, u.x, u.y, u.z);
+    };
+    fill(image_.f, kDirections, populations);
+    fill(image_.fPost, kDirections, populations);
+    fill(image_.ux, 1, [](int, const Node& at) { return velocityAt(at).x; });
+    fill(image_.uy, 1, [](int, const Node& at) { return velocityAt(at).y; });
+    fill(image_.uz, 1, [](int, const Node& at) { return velocityAt(at).z; });
+    fill(image_.rou, 1, [](int, const Node&) { return mlDensity<float>{1.0f}; });
+    const auto zero = [](int, const Node&) { return 0.0f; };
+    fill(image_.fStore, kDirections, zero);
+    fill(image_.Sopt, 1, zero);
+    for (auto force : {&mlFlow::forcex, &mlFlow::forcey, &mlFlow::forcez}) {
+        fill(image_.*force, 1, zero);
+    }
+    fill(image_.flag, 1, [this](int, const Node& at) {
+        if (at.y == param_.samples_y - 1) return ML_NODE_UP;
+        if (at.y == 0) return ML_NODE_DOWN;
+        if (at.z == param_.samples_z - 1) return ML_NODE_BACK;
+        if (at.z == 0) return ML_NODE_FORWARD;
+        if (at.x == param_.samples_x - 1) return ML_NODE_RIGHT;
+        return at.x == 0 ? ML_NODE_LEFT : ML_NODE_FLUID;
+    });
+}
+
+// Face classes and damping by the node's distance to the faces.
+void BenchFlow::startLayer() {
+    const auto zero = [](int, const Node&) { return 0.0f; };
+    for (auto array : {&mlFlow::Q, &mlFlow::cNQ, &mlFlow::fEqTilde, &mlFlow::fEqTildeOld}) {
+        fill(image_.*array, kDirections, zero);
+    }
+    fill(image_.fEqBar, kDirections, [](int i, const Node&) { return w_cas1[i]; });
+    const int width = param_.pml_width;
+    const auto depthAt = [this](const Node& at) {
+        return std::min({at.x, at.y, at.z, param_.samples_x - 1 - at.x, param_.samples_y - 1 - at.y,
+                         param_.samples_z - 1 - at.z});
+    };
+    fill(image_.sigma, 1, [&](int, const Node& at) {
+        const int depth = depthAt(at);
+        const float d = static_cast<float>(width - depth) / static_cast<float>(width);
+        return depth < width ? 0.01f * d * d : 0.0f;
+    });
+    fill(image_.PML_type, 1, [&](int, const Node& at) {
+        const int depth = depthAt(at);
+        return depth >= width ? PML_NONE : (depth == 0 ? PML_EDGE : PML_INTERIOR);
+    });
 }
 
 BenchFlow::BenchFlow(const Grid& grid)
     : nodes_(static_cast<std::size_t>(grid.nx) * grid.ny * grid.nz) {
-    checkCudaErrors(cudaSetDevice(platform::kHostDevice));
+    checkCudaErrors(cudaSetDevice(setup().device));
     param_.samples_x = grid.nx;
     param_.samples_y = grid.ny;
     param_.samples_z = grid.nz;
     param_.dx = 0.01f;
     param_.pml_width = grid.pml_width;
-    flow_.param = &param_;
-    flow_.count = static_cast<std::int64_t>(nodes_);
-    flow_.v0k = 0.01f;
-    for (auto array : {&mlFlow::f, &mlFlow::fPost, &mlFlow::fStore, &mlFlow::Q, &mlFlow::cNQ,
-                       &mlFlow::fEqBar, &mlFlow::fEqTilde, &mlFlow::fEqTildeOld}) {
-        flow_.*array = allocate<float>(kDirections);
-    }
-    for (auto array : {&mlFlow::ux, &mlFlow::uy, &mlFlow::uz, &mlFlow::Sopt, &mlFlow::sigma}) {
-        flow_.*array = allocate<float>(1);
-    }
-    for (auto array : {&mlFlow::forcex, &mlFlow::forcey, &mlFlow::forcez}) {
-        flow_.*array = allocate<double>(1);
-    }
-    flow_.rou = allocate<mlDensity<float>>(1);
-    flow_.flag = allocate<MLLATTICENODE_FLAG>(1);
-    flow_.PML_type = allocate<PML_TYPE>(1);
-    platform::hostLaunchRows<&startKernel>({grid.nx, grid.ny, grid.nz}, &flow_, grid.nx, grid.ny,
-                                           grid.nz, grid.pml_width);
+    start();
+    startLayer();
+    checkCudaErrors(cudaMalloc(&image_.param, sizeof param_));
+    arrays_.push_back(image_.param);
+    checkCudaErrors(cudaMemcpy(image_.param, &param_, sizeof param_, cudaMemcpyHostToDevice));
+    image_.count = static_cast<std::int64_t>(nodes_);
+    image_.v0k = 0.01f;
+    checkCudaErrors(cudaMalloc(&flow_dev_, sizeof image_));
+    arrays_.push_back(flow_dev_);
+    checkCudaErrors(cudaMemcpy(flow_dev_, &image_, sizeof image_, cudaMemcpyHostToDevice));
 }
 
 BenchFlow::~BenchFlow() {
@@ -88,14 +150,23 @@ double BenchFlow::residentBytesPerNode() const {
     return static_cast<double>(bytes_) / static_cast<double>(nodes_);
 }
 
-BenchFlow& benchFlow(const Grid& grid) {
-    static std::unique_ptr<BenchFlow> kept;
-    if (!kept || kept->param()->samples_x != grid.nx || kept->param()->samples_y != grid.ny ||
-        kept->param()->samples_z != grid.nz || kept->param()->pml_width != grid.pml_width) {
-        kept.reset();
-        kept = std::make_unique<BenchFlow>(grid);
-    }
-    return *kept;
+namespace {
+std::unique_ptr<BenchFlow>& kept() {
+    static std::unique_ptr<BenchFlow> flow;
+    return flow;
 }
+}  // namespace
+
+BenchFlow* benchFlow(const Grid& grid) {
+    std::unique_ptr<BenchFlow>& flow = kept();
+    if (!flow || flow->param()->samples_x != grid.nx || flow->param()->samples_y != grid.ny ||
+        flow->param()->samples_z != grid.nz || flow->param()->pml_width != grid.pml_width) {
+        flow.reset();
+        if (fits(grid)) flow = std::make_unique<BenchFlow>(grid);
+    }
+    return flow.get();
+}
+
+void releaseBenchFlow() { kept().reset(); }
 
 }  // namespace drelt::bench

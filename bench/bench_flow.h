@@ -1,17 +1,13 @@
-// A fluid domain on host threads for the benchmark rows: all arrays, a smooth flow, a layer.
+// A fluid domain on the chosen device for the benchmark rows: all arrays, a smooth flow, a layer.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
 #include "cslbm/mlsolver/mlFlow.h"
+#include "setup.h"
 
 namespace drelt::bench {
-
-struct Grid {
-    int nx, ny, nz;
-    int pml_width;
-};
 
 class BenchFlow {
 public:
@@ -20,24 +16,32 @@ public:
     BenchFlow(const BenchFlow&) = delete;
     BenchFlow& operator=(const BenchFlow&) = delete;
 
-    mlFlow* flow() { return &flow_; }
+    mlFlow* flow() { return flow_dev_; }
+    // The device record's content: its pointers are device pointers.
+    const mlFlow& image() const { return image_; }
     const MLFluidParam* param() const { return &param_; }
     std::size_t nodes() const { return nodes_; }
     // Bytes of all arrays, a node.
     double residentBytesPerNode() const;
 
 private:
-    template <class T>
-    T* allocate(std::size_t perNode);
+    template <class T, class Value>
+    void fill(T*& array, std::size_t perNode, Value&& value);
+    template <class Visit>
+    void forEachNode(Visit&& visit) const;
+    void start();
+    void startLayer();
 
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;
     MLFluidParam param_{};
-    mlFlow flow_{};
+    mlFlow image_{};
+    mlFlow* flow_dev_ = nullptr;
 };
 
-// The domain of a grid; kept until another grid is asked for.
-BenchFlow& benchFlow(const Grid& grid);
+// The domain of a grid, null where memory does not allow it; kept until another grid is asked for.
+BenchFlow* benchFlow(const Grid& grid);
+void releaseBenchFlow();
 
 }  // namespace drelt::bench

@@ -16,12 +16,12 @@
 #include "SkeletonDynamics/skWorld.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/runtime.h"
+#include "setup.h"
 
 namespace drelt::bench {
 namespace {
 
 using Eigen::Vector3d;
-constexpr int kHost = platform::kHostDevice;
 constexpr double kLinkLength = 0.2;  // [m]
 constexpr double kTubeRadius = 0.05;
 constexpr float kTimeStep = 1e-3f;  // [s]
@@ -76,10 +76,10 @@ void addTube(host_MeshData& data, int links, int rings, int sides) {
 // A tube of rings x sides vertices around a chain of links.
 std::shared_ptr<SkeletalMesh> makeTube(int links, int rings, int sides) {
     auto mesh = std::make_shared<SkeletalMesh>();
-    mesh->gpuId = kHost;
+    mesh->gpuId = setup().device;
     mesh->filePath = "tube";
     addChain(*mesh->nodes, links);
-    auto skin = std::make_shared<MeshData>(kHost);
+    auto skin = std::make_shared<MeshData>(setup().device);
     host_MeshData& data = skin->data_cpu;
     data.nodeIdx = 0;
     for (int b = 0; b < links; ++b) {
@@ -100,12 +100,13 @@ std::shared_ptr<SkeletalMesh> makeTube(int links, int rings, int sides) {
 
 // The tube with a sample for each four vertices, a floating root and passive revolute joints about y without limits.
 std::shared_ptr<skSystem> makeBody(int links, int rings, int sides) {
-    const auto description = std::make_shared<SkeletonSystem>(makeTube(links, rings, sides), kHost);
+    const auto description =
+        std::make_shared<SkeletonSystem>(makeTube(links, rings, sides), setup().device);
     for (const auto& joint : description->joints) joint->useLimits = false;
     description->rootJoint->type = 5;
     description->baseLinkName = description->links.front()->name;
-    return std::make_shared<skSystem>(description, rings * sides / 4, kHost, Vector3d::Zero(),
-                                      Vector3d::Zero());
+    return std::make_shared<skSystem>(description, rings * sides / 4, setup().device,
+                                      Vector3d::Zero(), Vector3d::Zero());
 }
 
 void countSizes(benchmark::State& state, const skSystem& body) {
@@ -139,33 +140,28 @@ void stepWithoutFluid(benchmark::State& state) {
     countSizes(state, *body);
 }
 
-const bool registered = [] {
-    struct Tube {
-        int rings, sides;
+void addUpdates(int links, int rings, int sides) {
+    const auto add = [&](const std::string& name, int threads) {
+        benchmark::RegisterBenchmark(
+            name.c_str(),
+            [=](benchmark::State& state) { updateBody(state, links, rings, sides, threads); })
+            ->Unit(benchmark::kMicrosecond)
+            ->UseRealTime();
     };
-    const int all = omp_get_max_threads();
+    forEachThreads(
+        "updateBody/links:" + std::to_string(links) + "/vertices:" + std::to_string(rings * sides),
+        add);
+}
+
+const bool registered = onSetup([] {
     for (const int links : {8, 40}) {
-        for (const Tube tube : {Tube{100, 50}, Tube{500, 100}}) {
-            for (const int threads : {1, all}) {
-                const std::string name = "updateBody/links:" + std::to_string(links) +
-                                         "/vertices:" + std::to_string(tube.rings * tube.sides) +
-                                         "/threads:" + std::to_string(threads);
-                benchmark::RegisterBenchmark(name.c_str(),
-                                             [links, tube, threads](benchmark::State& state) {
-                                                 updateBody(state, links, tube.rings, tube.sides,
-                                                            threads);
-                                             })
-                    ->Unit(benchmark::kMicrosecond)
-                    ->UseRealTime();
-                if (all == 1) break;
-            }
-        }
+        addUpdates(links, 100, 50);
+        addUpdates(links, 500, 100);
     }
     benchmark::RegisterBenchmark("stepWithoutFluid/links:40/vertices:5000", stepWithoutFluid)
         ->Unit(benchmark::kMicrosecond)
         ->UseRealTime();
-    return true;
-}();
+});
 
 }  // namespace
 }  // namespace drelt::bench

@@ -14,6 +14,7 @@
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 #include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
+#include "rows.h"
 
 namespace drelt::bench {
 namespace {
@@ -60,9 +61,17 @@ void runSteps(benchmark::State& state, const Grid& grid, int threads, double res
 }
 
 void operators(benchmark::State& state, const Grid& grid, int threads) {
-    BenchFlow& b = benchFlow(grid);
+    BenchFlow* const flow = benchFlow(grid);
+    if (flow == nullptr) {
+        state.SkipWithError(kNoMemory);
+        return;
+    }
+    BenchFlow& b = *flow;
     runSteps(state, grid, threads, b.residentBytesPerNode() * static_cast<double>(b.nodes()),
              [&] { operatorStep(b); });
+    const double gigabytes = state.counters["MLUPS"] * kStepBytes * 1e-3;
+    state.counters["GB/s"] = gigabytes;
+    state.counters["share"] = gigabytes / bandwidth(threads).copy;
 }
 
 // Starts from the same flow as the operators' rows, which is then let go.
@@ -71,10 +80,14 @@ void production(benchmark::State& state, const Grid& grid, int threads) {
     static Grid made{};
     if (!domain || made.nx != grid.nx || made.ny != grid.ny || made.nz != grid.nz ||
         made.pml_width != grid.pml_width) {
-        BenchFlow& b = benchFlow(grid);
         domain.reset();
-        domain = std::make_unique<FusedDomain>(*b.param(), b.flow()->v0k, 0.01f);
-        domain->load(*b.flow());
+        const BenchFlow* const b = benchFlow(grid);
+        if (b == nullptr) {
+            state.SkipWithError(kNoMemory);
+            return;
+        }
+        domain = std::make_unique<FusedDomain>(*b->param(), b->image().v0k, 0.01f);
+        domain->load(b->image());
         made = grid;
     }
     const FrameMotion m = motion();
@@ -83,33 +96,29 @@ void production(benchmark::State& state, const Grid& grid, int threads) {
     state.SetLabel(domain->instructionSet());
 }
 
-const bool registered = [] {
-    const int all = omp_get_max_threads();
-    for (const Grid& grid : {Grid{256, 96, 96, 0}, Grid{256, 96, 96, 10}, Grid{250, 97, 97, 0},
-                             Grid{250, 97, 97, 10}}) {
-        for (const auto& [schedule, run] :
-             {std::pair{"operators", operators}, std::pair{"production", production}}) {
-            for (const int threads : {1, all}) {
-                const std::string name = std::string("fluidStep/") + schedule + "/" +
-                                         std::to_string(grid.nx) + "x" + std::to_string(grid.ny) +
-                                         "x" + std::to_string(grid.nz) +
-                                         "/layer:" + std::to_string(grid.pml_width) +
-                                         "/threads:" + std::to_string(threads);
-                benchmark::RegisterBenchmark(name.c_str(),
-                                             [grid, threads, body = run](benchmark::State& state) {
-                                                 body(state, grid, threads);
-                                             })
+void addRows(const char* schedule, void (*run)(benchmark::State&, const Grid&, int)) {
+    for (const int layer : {0, 10}) {
+        for (const Grid& grid : grids(layer)) {
+            const auto add = [&](const std::string& name, int threads) {
+                benchmark::RegisterBenchmark(
+                    name.c_str(), [=](benchmark::State& state) { run(state, grid, threads); })
                     ->Unit(benchmark::kMillisecond)
                     ->UseRealTime()
                     ->MinTime(0.4)
                     ->Repetitions(5)
                     ->ReportAggregatesOnly(true);
-                if (all == 1) break;
-            }
+            };
+            forEachThreads(std::string("fluidStep/") + schedule + "/" + nameOf(grid) +
+                               "/layer:" + std::to_string(layer),
+                           add);
         }
     }
-    return true;
-}();
+}
+
+const bool registered = onSetup([] {
+    addRows("operators", operators);
+    if (setup().onHost) addRows("production", production);
+});
 
 }  // namespace
 }  // namespace drelt::bench

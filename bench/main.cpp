@@ -1,15 +1,19 @@
-// Node updates a second of the fluid operators against the machine's bandwidth. Rows register
-// themselves from the other sources; another row is another source.
+// Node updates a second of the fluid operators against the device's bandwidth. Rows add themselves
+// from the other sources; another row is another source. `--device N` chooses the device, the host's
+// threads without it; what else is given goes to Google Benchmark.
 #include <benchmark/benchmark.h>
-#include <omp.h>
 
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <string>
 
 #include "bandwidth.h"
+#include "setup.h"
 
 namespace {
+
+using namespace drelt::bench;
 
 // As the kernel names it.
 std::string processorName() {
@@ -20,22 +24,36 @@ std::string processorName() {
     return "unknown";
 }
 
+void printBandwidth() {
+    for (const int threads : setup().threads) {
+        const Bandwidth& measured = bandwidth(threads);
+        if (setup().onHost) {
+            std::printf("memory bandwidth, %d thread%s: in place %.1f GB/s, copy %.1f GB/s\n",
+                        threads, threads == 1 ? "" : "s", measured.inPlace, measured.copy);
+            benchmark::AddCustomContext("in_place_GB/s/threads:" + std::to_string(threads),
+                                        std::to_string(measured.inPlace));
+        } else {
+            std::printf("memory bandwidth, device %d: in place %.1f GB/s, copy %.1f GB/s\n",
+                        setup().device, measured.inPlace, measured.copy);
+        }
+    }
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    try {
+        readSetup(&argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::AddCustomContext("processor", processorName());
-    const int all = omp_get_max_threads();
-    for (const int threads : {1, all}) {
-        const auto& measured = drelt::bench::bandwidth(threads);
-        std::printf("memory bandwidth, %d thread%s: in place %.1f GB/s, copy %.1f GB/s\n", threads,
-                    threads == 1 ? "" : "s", measured.inPlace, measured.copy);
-        benchmark::AddCustomContext("in_place_GB/s/threads:" + std::to_string(threads),
-                                    std::to_string(measured.inPlace));
-        if (all == 1) break;
-    }
-    std::fflush(stdout);
+    addAllRows();
+    printBandwidth();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

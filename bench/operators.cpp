@@ -9,9 +9,7 @@
 namespace drelt::bench {
 namespace {
 
-constexpr double kState = 4 * 4;  // density and velocity
-constexpr double kForce = 3 * 8;
-constexpr double kCollision = 2 * kPopulations + kState;
+constexpr double kPlain = 2 * kPopulations + kState;
 // moments written and read twice less four, the state and the force at each half
 constexpr double kTwoStages =
     3 * kPopulations + kState + 2 * (kPopulations - 4 * 4 + kState + kForce);
@@ -36,20 +34,19 @@ void openBoundary(BenchFlow& b) { mlBoundaryConditionNEE(b.flow(), b.param()); }
 
 const Row kRows[] = {
     {"mlCollideAddForceHighorderFiiting", collision<CollisionOperator::HighorderFitted>,
-     kCollision + kForce + 2 * 4},
+     kCollisionBytes},
     {"mlCollideAddForceHighorderFitingPart1", collision<CollisionOperator::HighorderFittedPart1>,
-     kCollision + kForce + 2 * 4},
-    {"mlCollideAddForceHighorder", collision<CollisionOperator::HighorderFixed>,
-     kCollision + kForce},
-    {"mlCollideGpu", collision<CollisionOperator::Plain>, kCollision},
-    {"mlCollideAddForce", collision<CollisionOperator::Forced>, kCollision + kForce},
+     kCollisionBytes},
+    {"mlCollideAddForceHighorder", collision<CollisionOperator::HighorderFixed>, kPlain + kForce},
+    {"mlCollideGpu", collision<CollisionOperator::Plain>, kPlain},
+    {"mlCollideAddForce", collision<CollisionOperator::Forced>, kPlain + kForce},
     {"mlCollideAddForceOpt+Cascade", collision<CollisionOperator::Cascade>, kTwoStages},
     {"mlCollideAddForceTvcg", collision<CollisionOperator::Polynomial>, kTwoStages},
-    {"mlCuStream3dOpt", stream, 2 * kPopulations},
-    {"mlCalOneOrderMomentOpt", moments, kPopulations + 4 * 4 + 3 * 8},
-    {"stream+moments", streamMoments, 3 * kPopulations + 4 * 4 + 3 * 8},
-    {"mlAddForcetoUOpt", addForce, 4 + 2 * 3 * 4 + 2 * 3 * 8},
-    {"PML_Operation", layer, 5 * kPopulations + 4 * 4 + kPopulations + 4},
+    {"mlCuStream3dOpt", stream, kStreamBytes},
+    {"mlCalOneOrderMomentOpt", moments, kMomentBytes},
+    {"stream+moments", streamMoments, kStreamBytes + kMomentBytes},
+    {"mlAddForcetoUOpt", addForce, kFrameForceBytes},
+    {"PML_Operation", layer, kLayerBytes},
     {"mlBoundaryConditionNEE", openBoundary, 0},
 };
 

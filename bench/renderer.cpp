@@ -9,6 +9,7 @@
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skSystem.h"
 #include "platform/runtime.h"
+#include "setup.h"
 #include "tinyRenderer/tinyRenderer.h"
 
 namespace drelt::bench {
@@ -55,7 +56,8 @@ void savedFrames(benchmark::State& state, bool moving) {
         benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-const bool registered = [] {
+const bool registered = onSetup([] {
+    if (!setup().onHost) return;
     for (const bool moving : {false, true}) {
         benchmark::RegisterBenchmark(
             moving ? "savedFrame/640x480/moving" : "savedFrame/640x480/still",
@@ -63,8 +65,7 @@ const bool registered = [] {
             ->Unit(benchmark::kMillisecond)
             ->UseRealTime();
     }
-    return true;
-}();
+});
 
 }  // namespace
 }  // namespace drelt::bench

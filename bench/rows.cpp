@@ -10,10 +10,15 @@
 namespace drelt::bench {
 namespace {
 
-const Grid kGrids[] = {{256, 96, 96, 10}, {250, 97, 97, 10}};
+constexpr int kLayerWidth = 10;
 
 void runRow(benchmark::State& state, const Row& row, const Grid& grid, int threads) {
-    BenchFlow& b = benchFlow(grid);
+    BenchFlow* const flow = benchFlow(grid);
+    if (flow == nullptr) {
+        state.SkipWithError(kNoMemory);
+        return;
+    }
+    BenchFlow& b = *flow;
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
     const double perPass = static_cast<double>(b.nodes());
@@ -34,29 +39,26 @@ void runRow(benchmark::State& state, const Row& row, const Grid& grid, int threa
     }
 }
 
-void registerRow(const Row& row, const Grid& grid, int threads) {
-    const std::string name = std::string(row.name) + "/" + std::to_string(grid.nx) + "x" +
-                             std::to_string(grid.ny) + "x" + std::to_string(grid.nz) +
-                             "/threads:" + std::to_string(threads);
-    benchmark::RegisterBenchmark(
-        name.c_str(),
-        [row, grid, threads](benchmark::State& state) { runRow(state, row, grid, threads); })
-        ->Unit(benchmark::kMillisecond)
-        ->UseRealTime()
-        ->MinTime(0.5);
+void addRow(const Row& row, const Grid& grid) {
+    const auto add = [&](const std::string& name, int threads) {
+        benchmark::RegisterBenchmark(
+            name.c_str(),
+            [row, grid, threads](benchmark::State& state) { runRow(state, row, grid, threads); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime()
+            ->MinTime(0.5);
+    };
+    forEachThreads(std::string(row.name) + "/" + nameOf(grid), add);
 }
 
 }  // namespace
 
 bool registerRows(const Row* rows, std::size_t count) {
-    const int all = omp_get_max_threads();
-    for (const Grid& grid : kGrids) {
-        for (std::size_t i = 0; i < count; ++i) {
-            registerRow(rows[i], grid, 1);
-            if (all > 1) registerRow(rows[i], grid, all);
+    return onSetup([rows, count] {
+        for (const Grid& grid : grids(kLayerWidth)) {
+            for (std::size_t i = 0; i < count; ++i) addRow(rows[i], grid);
         }
-    }
-    return true;
+    });
 }
 
 }  // namespace drelt::bench

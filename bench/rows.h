@@ -1,4 +1,4 @@
-// Rows of the benchmark that run one operator over a whole domain on host threads.
+// Rows of the benchmark that run one operator over a whole domain.
 #pragma once
 
 #include <cstddef>
@@ -17,8 +17,20 @@ struct Row {
 };
 
 inline constexpr double kPopulations = 27.0 * 4.0;
+inline constexpr double kState = 4 * 4;  // density and velocity
+inline constexpr double kForce = 3 * 8;
+inline constexpr double kFrameForceBytes = 4 + 2 * 3 * 4 + 2 * kForce;
+inline constexpr double kCollisionBytes = 2 * kPopulations + kState + kForce + 2 * 4;
+inline constexpr double kLayerBytes = 5 * kPopulations + kState + kPopulations + 4;
+inline constexpr double kStreamBytes = 2 * kPopulations;
+inline constexpr double kMomentBytes = kPopulations + kState + kForce;
+// Of the operators of one step; planes, samples and bodies are left out.
+inline constexpr double kStepBytes =
+    kFrameForceBytes + kCollisionBytes + kLayerBytes + kStreamBytes + kMomentBytes;
 
-// Registers each row on two grids, for one thread and for all. Returns true.
+inline constexpr const char* kNoMemory = "not enough free memory for this grid";
+
+// Adds each row on all grids, on host threads for one thread and for all. Returns true.
 bool registerRows(const Row* rows, std::size_t count);
 template <std::size_t N>
 bool registerRows(const Row (&rows)[N]) {

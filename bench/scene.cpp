@@ -6,19 +6,24 @@
 
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "MeshLoad/SkeletalMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "bandwidth.h"
+#include "bench_flow.h"
 #include "platform/runtime.h"
+#include "rows.h"
+#include "setup.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
 namespace drelt::bench {
 namespace {
 
 using Eigen::Vector3d;
-constexpr int kHost = platform::kHostDevice;
 
 double residentBytes() {
     std::ifstream statm("/proc/self/statm");
@@ -28,8 +33,8 @@ double residentBytes() {
     return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// The sphere of 16 nodes a diameter in a box of 256 x 96 x 96 nodes with a layer of 10.
-std::unique_ptr<coupledLBM_sim3D> scene(int samples, Schedule schedule, int layer) {
+// The sphere of 16 nodes a diameter in a box of a grid.
+std::unique_ptr<coupledLBM_sim3D> scene(const Grid& grid, int samples, Schedule schedule) {
     auto p = std::make_shared<simParams>();
     p->setup_mode = simParams::MANUAL;
     p->N = 16;
@@ -37,24 +42,29 @@ std::unique_ptr<coupledLBM_sim3D> scene(int samples, Schedule schedule, int laye
     p->u0p = p->u0k = 0.1f;
     p->visp = 4e-5f;
     p->rou0p = 1000;
-    p->width = 255.5f * 0.00125f;
-    p->height = p->depth = 95.5f * 0.00125f;
-    p->pml_width = layer;
-    auto simulator = std::make_unique<coupledLBM_sim3D>(p, kHost);
+    // half a node short, so that the counted nodes do not depend on rounding
+    p->width = (static_cast<float>(grid.nx) - 0.5f) * 0.00125f;
+    p->height = (static_cast<float>(grid.ny) - 0.5f) * 0.00125f;
+    p->depth = (static_cast<float>(grid.nz) - 0.5f) * 0.00125f;
+    p->pml_width = grid.pml_width;
+    auto simulator = std::make_unique<coupledLBM_sim3D>(p, setup().device);
     const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-    world->addSkeleton(std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", kHost),
-                                                  samples, kHost, Vector3d::Zero(),
-                                                  Vector3d::Zero()));
+    world->addSkeleton(
+        std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", setup().device), samples,
+                                   setup().device, Vector3d::Zero(), Vector3d::Zero()));
     simulator->schedule = schedule;
     simulator->attachWorld(world);
     simulator->commitInit();
     return simulator;
 }
 
-void wholeStep(benchmark::State& state, int samples, Schedule schedule, int layer, int threads) {
+void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule schedule,
+               int threads) try {
+    releaseBenchFlow();
     const int before = omp_get_max_threads();
     const double empty = residentBytes();
-    const auto simulator = scene(samples, schedule, layer);
+    const std::size_t others = platform::deviceBytesInUse();
+    const auto simulator = scene(grid, samples, schedule);
     simulator->step(TWO_WAY);
     const auto nodes = static_cast<double>(simulator->lbmvec.front()->count);
     state.counters["resident_B"] = (residentBytes() - empty) / nodes;
@@ -65,52 +75,60 @@ void wholeStep(benchmark::State& state, int samples, Schedule schedule, int laye
         simulator->step(TWO_WAY);
         ++steps;
     }
-    state.counters["MLUPS"] = steps * nodes * 1e-6 / (omp_get_wtime() - start);
+    const double rate = steps * nodes * 1e-6 / (omp_get_wtime() - start);
     omp_set_num_threads(before);
+    state.counters["MLUPS"] = rate;
+    if (setup().onHost) return;
+    state.counters["device_B"] = static_cast<double>(platform::deviceBytesInUse() - others) / nodes;
+    state.counters["GB/s"] = rate * kStepBytes * 1e-3;
+    state.counters["share"] = rate * kStepBytes * 1e-3 / bandwidth(threads).copy;
+} catch (const std::runtime_error& error) {
+    state.SkipWithError(error.what());
 }
 
 void sampleSurface(benchmark::State& state) {
     SkeletalMesh mesh;
-    mesh.load("assets/sphere.glb", kHost);
+    mesh.load("assets/sphere.glb", setup().device);
     for (auto _ : state) {
-        IBSamplerMesh sampler(&mesh, kHost);
+        IBSamplerMesh sampler(&mesh, setup().device);
         sampler.generateSamples(static_cast<int>(state.range(0)));
         state.counters["placed"] = sampler.sampleCount();
     }
 }
 
-const bool registered = [] {
-    const int all = omp_get_max_threads();
-    struct Case {
-        Schedule schedule;
-        int layer, samples;
+void addWholeSteps(const Grid& grid, int samples, Schedule schedule) {
+    const auto add = [&](const std::string& name, int threads) {
+        benchmark::RegisterBenchmark(
+            name.c_str(),
+            [=](benchmark::State& state) { wholeStep(state, grid, samples, schedule, threads); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime()
+            ->MinTime(2);
     };
-    for (const Case& c :
-         {Case{Schedule::Operators, 10, 800}, Case{Schedule::Production, 10, 800},
-          Case{Schedule::Production, 10, 20000}, Case{Schedule::Production, 0, 800}}) {
-        for (const int threads : {1, all}) {
-            const std::string name =
-                std::string("wholeStep/256x96x96/") +
-                (c.schedule == Schedule::Operators ? "operators" : "production") +
-                "/layer:" + std::to_string(c.layer) + "/samples:" + std::to_string(c.samples) +
-                "/threads:" + std::to_string(threads);
-            benchmark::RegisterBenchmark(name.c_str(),
-                                         [c, threads](benchmark::State& state) {
-                                             wholeStep(state, c.samples, c.schedule, c.layer,
-                                                       threads);
-                                         })
-                ->Unit(benchmark::kMillisecond)
-                ->UseRealTime()
-                ->MinTime(2);
-            if (all == 1) break;
+    forEachThreads(std::string("wholeStep/") +
+                       (schedule == Schedule::Operators ? "operators/" : "production/") +
+                       nameOf(grid) + "/layer:" + std::to_string(grid.pml_width) +
+                       "/samples:" + std::to_string(samples),
+                   add);
+}
+
+const bool registered = onSetup([] {
+    if (setup().onHost) {
+        const Grid layered = grids(10).front();
+        addWholeSteps(layered, 800, Schedule::Operators);
+        addWholeSteps(layered, 800, Schedule::Production);
+        addWholeSteps(layered, 20000, Schedule::Production);
+        addWholeSteps(grids(0).front(), 800, Schedule::Production);
+    } else {
+        for (const int samples : {800, 20000}) {
+            for (const Grid& grid : grids(10)) addWholeSteps(grid, samples, Schedule::Operators);
         }
     }
     benchmark::RegisterBenchmark("sampleSphere", sampleSurface)
         ->Arg(20000)
         ->Unit(benchmark::kSecond)
         ->UseRealTime();
-    return true;
-}();
+});
 
 }  // namespace
 }  // namespace drelt::bench

@@ -84,10 +84,11 @@ function(drelt_portable_executable name)
   target_link_options(${name} PRIVATE LINKER:--disable-new-dtags)
 endfunction()
 
-# drelt_test(NAME SOURCES ... LINK ... [LABELS ...])
-# A GoogleTest program whose cases CTest lists one by one.
+# drelt_test(NAME SOURCES ... LINK ... [LABELS ...] [GUARDED])
+# A GoogleTest program whose cases CTest lists one by one. With GUARDED each is listed a second time as
+# guarded.*, label guarded, with device memory that host code cannot reach, as on a GPU.
 function(drelt_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "GUARDED" "" "SOURCES;LINK;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/unit)
@@ -97,4 +98,10 @@ function(drelt_test name)
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     # CTest runs several programs at once: threads must not spin while they wait
     PROPERTIES LABELS "${labels}" ENVIRONMENT OMP_WAIT_POLICY=passive)
+  if(ARG_GUARDED)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX guarded.
+      WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+      PROPERTIES LABELS guarded ENVIRONMENT OMP_WAIT_POLICY=passive
+                 ENVIRONMENT_MODIFICATION DRELT_GUARD_DEVICE=set:1)
+  endif()
 endfunction()

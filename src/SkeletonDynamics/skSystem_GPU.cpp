@@ -24,6 +24,7 @@ void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCoun
     }
 #endif
     static_cast<void>(scratch);
+    const platform::HostAccess access;
     thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
                           thrust::equal_to<int>(), thrust::plus<LinkWrench>());
 }
@@ -35,14 +36,16 @@ DeviceScratch::~DeviceScratch() {
 }
 
 void* DeviceScratch::take(std::size_t bytes) {
+    int device = 0;
+    checkCudaErrors(cudaGetDevice(&device));
     for (Block& block : blocks_) {
-        if (block.taken || block.bytes < bytes) continue;
+        if (block.taken || block.bytes < bytes || block.device != device) continue;
         block.taken = true;
         return block.memory;
     }
     char* memory = nullptr;
     checkCudaErrors(cudaMalloc(&memory, bytes));
-    blocks_.push_back({memory, bytes, true});
+    blocks_.push_back({memory, bytes, device, true});
     return memory;
 }
 
@@ -63,8 +66,11 @@ void LinkForceReduction::release() {
 }
 
 void LinkForceReduction::reserve(int entries) {
-    if (entries <= capacity_) return;
+    int device = 0;
+    checkCudaErrors(cudaGetDevice(&device));
+    if (entries <= capacity_ && device == device_) return;
     release();
+    device_ = device;
     const std::size_t size = static_cast<std::size_t>(entries);
     checkCudaErrors(cudaMalloc(&keys_dev_, size * sizeof(int)));
     checkCudaErrors(cudaMalloc(&sums_dev_, size * sizeof(LinkWrench)));

@@ -158,13 +158,14 @@ private:
     struct Block {
         void* memory;
         std::size_t bytes;
+        int device;
         bool taken;
     };
     std::vector<Block> blocks_;
 };
 
-// Reduces sample forces to link wrenches on a device. The buffers of the sums live on the device
-// that was selected when they were made and are kept between steps.
+// Reduces sample forces to link wrenches on the selected device. The buffers of the sums are kept
+// between steps, and made anew when another device is selected.
 class LinkForceReduction {
 public:
     LinkForceReduction() = default;
@@ -183,6 +184,7 @@ private:
     void release();
 
     int capacity_ = 0;
+    int device_ = 0;  // of the two below
     int* keys_dev_ = nullptr;
     LinkWrench* sums_dev_ = nullptr;
     std::vector<int> unusedKeys_;  // 0 for every link

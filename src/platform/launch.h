@@ -103,6 +103,7 @@ inline constexpr std::int64_t kWorthThreads = 2048;
 
 template <auto Op, class... Args>
 void hostLaunchRows(LaunchExtent extent, Args... args) {
+    const HostAccess access;
     const std::int64_t rows = static_cast<std::int64_t>(extent.y) * extent.z;
     const int nx = extent.x;
     const int ny = extent.y;
@@ -122,6 +123,7 @@ void hostLaunchRows(LaunchExtent extent, Args... args) {
 
 template <auto RowOp, class... Args>
 void hostLaunchByRows(LaunchExtent extent, Args... args) {
+    const HostAccess access;
     const std::int64_t rows = static_cast<std::int64_t>(extent.y) * extent.z;
 #pragma omp parallel if (rows * extent.x >= kWorthThreads)
     {
@@ -137,6 +139,7 @@ void hostLaunchByRows(LaunchExtent extent, Args... args) {
 
 template <auto Op, class... Args>
 void hostLaunchLinear(std::int64_t count, Args... args) {
+    const HostAccess access;
 #pragma omp parallel if (count > 1)
     {
         FlushDenormals flush;

@@ -8,36 +8,64 @@
 
 namespace drelt {
 
+// Blocks along y and z are limited; a launch that states more is folded.
+inline constexpr unsigned kMaxGridYZ = 65535;
+
+// The flat thread number decoded. An extent has at most 2^32 - 1 indices: 32-bit division is several times
+// as quick as that of 64 bits.
+template <auto Op, class... Args>
+__device__ __forceinline__ void runFlat(LaunchExtent extent, Args... args) {
+    const std::int64_t block =
+        (static_cast<std::int64_t>(gridDim.y) * blockIdx.z + blockIdx.y) * gridDim.x + blockIdx.x;
+    const std::int64_t threads = static_cast<std::int64_t>(blockDim.x) * blockDim.y * blockDim.z;
+    LaunchIndex at;
+    at.n = threadIdx.x + blockDim.x * (threadIdx.y + blockDim.y * threadIdx.z) + threads * block;
+    if (at.n >= static_cast<std::int64_t>(extent.x) * extent.y * extent.z) return;
+    const auto n = static_cast<std::uint32_t>(at.n);
+    const std::uint32_t row = n / static_cast<std::uint32_t>(extent.x);
+    at.x = static_cast<int>(n - row * static_cast<std::uint32_t>(extent.x));
+    at.z = static_cast<int>(row / static_cast<std::uint32_t>(extent.y));
+    at.y = static_cast<int>(row) - at.z * extent.y;
+    Op(at, args...);
+}
+
+// The three thread axes; y and z go on in strides of the grid where that was folded.
+template <auto Op, class... Args>
+__device__ __forceinline__ void runAxes(LaunchExtent extent, Args... args) {
+    LaunchIndex at;
+    at.x = threadIdx.x + blockDim.x * blockIdx.x;
+    if (at.x >= extent.x) return;
+    for (at.z = threadIdx.z + blockDim.z * blockIdx.z; at.z < extent.z;
+         at.z += blockDim.z * gridDim.z) {
+        for (at.y = threadIdx.y + blockDim.y * blockIdx.y; at.y < extent.y;
+             at.y += blockDim.y * gridDim.y) {
+            at.n = at.x + extent.x * (at.y + static_cast<std::int64_t>(extent.y) * at.z);
+            Op(at, args...);
+        }
+    }
+}
+
 template <auto Op, ThreadMapping Mapping, class... Args>
 __global__ void runOperator(LaunchExtent extent, Args... args) {
-    LaunchIndex at;
     if constexpr (Mapping == ThreadMapping::Flat) {
-        const std::int64_t block =
-            (static_cast<std::int64_t>(gridDim.y) * blockIdx.z + blockIdx.y) * gridDim.x +
-            blockIdx.x;
-        const std::int64_t threads =
-            static_cast<std::int64_t>(blockDim.x) * blockDim.y * blockDim.z;
-        at.n =
-            threadIdx.x + blockDim.x * (threadIdx.y + blockDim.y * threadIdx.z) + threads * block;
-        const std::int64_t plane = static_cast<std::int64_t>(extent.x) * extent.y;
-        at.z = static_cast<int>(at.n / plane);
-        at.y = static_cast<int>((at.n % plane) / extent.x);
-        at.x = static_cast<int>((at.n % plane) % extent.x);
-        if (at.n >= plane * extent.z) return;
+        runFlat<Op>(extent, args...);
     } else {
-        at.x = threadIdx.x + blockDim.x * blockIdx.x;
-        at.y = threadIdx.y + blockDim.y * blockIdx.y;
-        at.z = threadIdx.z + blockDim.z * blockIdx.z;
-        at.n = at.x + extent.x * (at.y + static_cast<std::int64_t>(extent.y) * at.z);
-        if (at.x >= extent.x || at.y >= extent.y || at.z >= extent.z) return;
+        runAxes<Op>(extent, args...);
     }
-    Op(at, args...);
 }
 
 template <auto Op, ThreadMapping Mapping, class... Args>
 void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args) {
-    const dim3 grid(shape.gridX, shape.gridY, shape.gridZ);
     const dim3 block(shape.blockX, shape.blockY, shape.blockZ);
+    dim3 grid(shape.gridX, shape.gridY, shape.gridZ);
+    if (grid.y > kMaxGridYZ || grid.z > kMaxGridYZ) {
+        if constexpr (Mapping == ThreadMapping::Flat) {
+            grid = dim3(grid.x * grid.y * grid.z);  // blocks along x are as many as needed
+        } else {
+            grid.y = grid.y < kMaxGridYZ ? grid.y : kMaxGridYZ;
+            grid.z = grid.z < kMaxGridYZ ? grid.z : kMaxGridYZ;
+        }
+    }
     runOperator<Op, Mapping><<<grid, block>>>(extent, args...);
 }
 

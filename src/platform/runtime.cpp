@@ -53,6 +53,13 @@ public:
         --after;
         return address < after->first + after->second.bytes ? after->second.device : kHostDevice;
     }
+    template <class Visit>
+    void forEachHostBlock(Visit&& visit) const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& [address, block] : blocks_) {
+            if (block.device == kHostDevice) visit(reinterpret_cast<void*>(address), block.mapped);
+        }
+    }
     std::size_t inUse() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return inUse_;
@@ -99,6 +106,26 @@ std::size_t wholePages(std::size_t bytes) {
 
 constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
 
+std::mutex accessMutex;  // of the two below, and of the pages' protection
+int openScopes = 0;
+constexpr int kOpen = PROT_READ | PROT_WRITE;
+
+void protectHostMemory(int rights) {
+    registry().forEachHostBlock(
+        [&](void* memory, std::size_t bytes) { mprotect(memory, bytes, rights); });
+}
+
+// Registers a new block. Under the guard it is filled with what no code expects, unless it is so large
+// that it is meant never to be touched whole, and closed.
+void addHostBlock(void* memory, std::size_t bytes, std::size_t mapped) {
+    constexpr std::size_t kLargestFilled = std::size_t{1} << 28;
+    const std::lock_guard<std::mutex> lock(accessMutex);
+    registry().add(memory, {bytes, mapped, kHostDevice});
+    if (!detail::hostGuard) return;
+    if (mapped <= kLargestFilled) std::memset(memory, 0xff, mapped);
+    if (openScopes == 0) mprotect(memory, mapped, PROT_NONE);
+}
+
 cudaError_t hostAllocate(void** pointer, std::size_t bytes) {
     const std::size_t mapped = wholePages(bytes == 0 ? 1 : bytes);
     if (mapped < bytes || mapped > availableHostBytes()) return cudaErrorMemoryAllocation;
@@ -106,13 +133,14 @@ cudaError_t hostAllocate(void** pointer, std::size_t bytes) {
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) return cudaErrorMemoryAllocation;
     if (mapped >= kHugePageBytes) madvise(memory, mapped, MADV_HUGEPAGE);
-    registry().add(memory, {bytes, mapped, kHostDevice});
+    addHostBlock(memory, bytes, mapped);
     *pointer = memory;
     return cudaSuccess;
 }
 
 // Large copies run on all threads, so that pages are first touched by the threads that use them.
 void hostCopy(void* to, const void* from, std::size_t bytes) {
+    const HostAccess access;
     constexpr std::size_t kChunk = std::size_t{1} << 20;
     if (bytes < 2 * kChunk) {
         std::memcpy(to, from, bytes);
@@ -130,6 +158,24 @@ void hostCopy(void* to, const void* from, std::size_t bytes) {
 }  // namespace
 
 bool onHostDevice() { return isHost(selectedDevice.load(std::memory_order_relaxed)); }
+
+void guardHostDevice(bool on) {
+    const std::lock_guard<std::mutex> lock(accessMutex);
+    detail::hostGuard = on;
+    protectHostMemory(on && openScopes == 0 ? PROT_NONE : kOpen);
+}
+
+bool hostReachesDevice() { return onHostDevice() && !detail::hostGuard; }
+
+void detail::openHostMemory() {
+    const std::lock_guard<std::mutex> lock(accessMutex);
+    if (openScopes++ == 0) protectHostMemory(kOpen);
+}
+
+void detail::closeHostMemory() {
+    const std::lock_guard<std::mutex> lock(accessMutex);
+    if (--openScopes == 0 && hostGuard) protectHostMemory(PROT_NONE);
+}
 
 std::size_t deviceBytesInUse() { return registry().inUse(); }
 
@@ -205,8 +251,11 @@ cudaError_t SetDevice::operator()(int device) const {
         device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
     if (!named) return cudaErrorInvalidDevice;
     if (device == 0 && gpus == 0) sayHostOnce();
+    if (!isHost(device)) {
+        if (const cudaError_t status = gpu::setDevice(device)) return status;
+    }
     selectedDevice = device;
-    return isHost(device) ? cudaSuccess : gpu::setDevice(device);
+    return cudaSuccess;
 }
 
 cudaError_t GetDevice::operator()(int* device) const {

@@ -8,6 +8,7 @@
 // the host's threads, which is said once on standard output. -1 always means host threads.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 namespace drelt {
@@ -58,6 +59,37 @@ Traffic traffic();
 
 // Makes the nth following runtime call (1 = the next) fail with `status`; 0 takes that back. For tests.
 void failNthCall(int n, cudaError_t status = cudaErrorUnknown);
+
+// Shows without a GPU what would fail on one: with the guard, device memory of the host's threads can be
+// touched in launches, copies and HostAccess scopes only, and new memory holds bytes 0xff, not zeros.
+// For tests; before the first allocation.
+void guardHostDevice(bool on);
+
+// Whether host code may use the selected device's memory as its own.
+bool hostReachesDevice();
+
+namespace detail {
+inline std::atomic<bool> hostGuard{false};
+void openHostMemory();
+void closeHostMemory();
+}  // namespace detail
+
+// Opens guarded device memory to host code for the scope, to all threads. Scopes may nest and overlap.
+// For code that computes on host threads; nothing without a guard.
+class HostAccess {
+public:
+    HostAccess() : opens_(detail::hostGuard.load(std::memory_order_relaxed)) {
+        if (opens_) detail::openHostMemory();
+    }
+    ~HostAccess() {
+        if (opens_) detail::closeHostMemory();
+    }
+    HostAccess(const HostAccess&) = delete;
+    HostAccess& operator=(const HostAccess&) = delete;
+
+private:
+    bool opens_;
+};
 
 // Bytes of the selected device that are free.
 std::size_t deviceBytesFree();

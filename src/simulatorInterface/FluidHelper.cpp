@@ -157,7 +157,8 @@ void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule sche
     // The device side takes host memory too where the device is the host's threads. An id that names
     // nothing is reported by the first operation on the device.
     const bool onHost = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
-    const bool fused = onHost && schedule == Schedule::Production && !FusedDomain::tooThin(grid);
+    const bool fused = onHost && platform::hostReachesDevice() &&
+                       schedule == Schedule::Production && !FusedDomain::tooThin(grid);
     double bytes = stage == Stage::Create ? kHostBytesPerNode : 0.0;
     if (!fused) bytes += kHostPopulationBytes;
     if (onHost) bytes += fused ? FusedDomain::bytesPerNode(grid) : kBytesPerNode;

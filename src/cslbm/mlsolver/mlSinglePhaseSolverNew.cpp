@@ -25,7 +25,7 @@ Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& d
     const bool excluded = std::any_of(
         domain.flag, domain.flag + domain.count,
         [](MLLATTICENODE_FLAG flag) { return flag == ML_NODE_NONE || flag == ML_NODE_SOLID; });
-    return !platform::onHostDevice() || excluded || FusedDomain::tooThin(*domain.param)
+    return !platform::hostReachesDevice() || excluded || FusedDomain::tooThin(*domain.param)
                ? Schedule::Operators
                : wish;
 }

@@ -8,10 +8,9 @@
 
 #include "MeshLoad/SkeletalMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "support/device.h"
 
 namespace drelt::test {
-
-inline constexpr int kHost = -1;
 
 // Nodes in breadth-first order; positions are relative to the parent, by index.
 struct RigNode {
@@ -42,7 +41,7 @@ inline void addBox(host_MeshData& data, const Eigen::Vector3d& centre, double ed
 inline std::shared_ptr<SkeletalMesh> makeRig(const std::vector<RigNode>& rig, int firstBone,
                                              int boneCount, double edge = 0.05) {
     auto mesh = std::make_shared<SkeletalMesh>();
-    mesh->gpuId = kHost;
+    mesh->gpuId = test::device();
     mesh->filePath = "rig";
     nodeMgr& nodes = *mesh->nodes;
     for (const RigNode& node : rig) {
@@ -62,7 +61,7 @@ inline std::shared_ptr<SkeletalMesh> makeRig(const std::vector<RigNode>& rig, in
     nodes.updateWorldTransforms();
     if (boneCount == 0) return mesh;
 
-    auto skin = std::make_shared<MeshData>(kHost);
+    auto skin = std::make_shared<MeshData>(test::device());
     host_MeshData& data = skin->data_cpu;
     data.nodeIdx = 0;
     for (int b = 0; b < boneCount; ++b) {
@@ -94,7 +93,8 @@ inline std::vector<RigNode> chainNodes(int links) {
 
 // A chain of links with passive joints without limits: a floating root and revolute joints about y.
 inline std::shared_ptr<SkeletonSystem> makeChain(int links) {
-    auto system = std::make_shared<SkeletonSystem>(makeRig(chainNodes(links), 1, links), kHost);
+    auto system =
+        std::make_shared<SkeletonSystem>(makeRig(chainNodes(links), 1, links), test::device());
     for (const auto& joint : system->joints) joint->useLimits = false;
     system->rootJoint->type = 5;
     system->baseLinkName = system->links.front()->name;

@@ -36,7 +36,7 @@ TEST(Derivation, ChainByHandNumbers) {
                                          {"spine", 1, {0.4, 0, 0}},
                                          {"tail", 3, {0, 0.2, 0}}},
                                         1, 1),
-                                test::kHost);
+                                test::device());
     // bone "root" alone: its node and its child are joints, the tail hangs on no bone
     EXPECT_EQ(namesOf(system.joints), (std::vector<std::string>{"root", "spine"}));
 
@@ -45,7 +45,7 @@ TEST(Derivation, ChainByHandNumbers) {
                          {"spine", 1, {0.4, 0, 0}},
                          {"tail", 2, {0, 0.2, 0}}},
                         1, 2);
-    const SkeletonSystem chain(mesh, test::kHost);
+    const SkeletonSystem chain(mesh, test::device());
     ASSERT_EQ(namesOf(chain.joints), (std::vector<std::string>{"root", "spine", "tail"}));
     EXPECT_EQ(chain.rootJoint, chain.joints[0]);
     EXPECT_EQ(chain.joints[0]->parentName, "scene");
@@ -75,7 +75,7 @@ TEST(Derivation, BonesBackwardsAndWithoutLength) {
                                          {"b1", 1, {-0.3, 0, 0}},
                                          {"tip", 2, {0, 0, 0}}},
                                         1, 2),
-                                test::kHost);
+                                test::device());
     ASSERT_EQ(system.links.size(), 2u);
     const auto aboutY = [](double angle) {
         return Eigen::AngleAxisd(angle, Eigen::Vector3d::UnitY()).toRotationMatrix();
@@ -94,7 +94,7 @@ TEST(Derivation, ForkGetsIntermediateLinks) {
                          {"dnEnd", 3, {0.2, 0, 0}}},
                         1, 3);
     mesh->meshes.push_back(mesh->meshes.front());  // two meshes on the same bones split it once
-    const SkeletonSystem system(mesh, test::kHost);
+    const SkeletonSystem system(mesh, test::device());
     ASSERT_EQ(system.links.size(), 5u);
     const SkeletonLink& fork = *system.linksByJoint.at("X");
     EXPECT_EQ(fork.name, "[link]X::X_intermediate_0");
@@ -111,10 +111,10 @@ TEST(Derivation, ForkGetsIntermediateLinks) {
 }
 
 TEST(Derivation, MeshWithoutBonesOrFileGivesNoJoints) {
-    const SkeletonSystem bare(makeRig({{"scene", -1, {0, 0, 0}}}, 0, 0), test::kHost);
+    const SkeletonSystem bare(makeRig({{"scene", -1, {0, 0, 0}}}, 0, 0), test::device());
     EXPECT_TRUE(bare.joints.empty());
     EXPECT_EQ(bare.rootJoint, nullptr);
-    const SkeletonSystem missing("nowhere.glb", test::kHost);
+    const SkeletonSystem missing("nowhere.glb", test::device());
     EXPECT_EQ(missing.mesh->filePath, "nowhere.glb");
     EXPECT_TRUE(missing.links.empty());
 }
@@ -131,7 +131,7 @@ protected:
     std::shared_ptr<SkeletonSystem> read() { return readText(file.dump()); }
     std::shared_ptr<SkeletonSystem> readText(const std::string& text) {
         std::ofstream(path) << text;
-        return skeletonFromJson(path, test::kHost);
+        return skeletonFromJson(path, test::device());
     }
     template <class Error>
     std::string failure() {
@@ -205,8 +205,9 @@ TEST_F(Reader, WordsThatAreMissingOrUnknownKeepTheirDefaults) {
 }
 
 TEST_F(Reader, FilesThatCannotBeParsed) {
-    EXPECT_THAT(messageOf<json::parse_error>([] { skeletonFromJson("nowhere.json", test::kHost); }),
-                HasSubstr("parse_error"));
+    EXPECT_THAT(
+        messageOf<json::parse_error>([] { skeletonFromJson("nowhere.json", test::device()); }),
+        HasSubstr("parse_error"));
     EXPECT_THAT(messageOf<json::parse_error>([this] { readText("{\"model_file\": "); }),
                 HasSubstr("parse_error"));
 }

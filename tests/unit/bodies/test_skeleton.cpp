@@ -27,7 +27,7 @@ const Eigen::Vector3d kZero = Eigen::Vector3d::Zero();
 std::shared_ptr<skSystem> build(const std::shared_ptr<SkeletonSystem>& description,
                                 const Eigen::Vector3d& translation = kZero,
                                 const Eigen::Vector3d& rotation = kZero) {
-    return std::make_shared<skSystem>(description, 200, test::kHost, translation, rotation);
+    return std::make_shared<skSystem>(description, 200, test::device(), translation, rotation);
 }
 
 TEST(Skeleton, LinksJointsAndMassesOfAChain) {
@@ -125,9 +125,9 @@ TEST(Skeleton, UnsupportedJointIsLeftOutAndItsChildrenStartATree) {
 
 TEST(Skeleton, RootWithoutChildrenMakesNoBody) {
     auto description = std::make_shared<SkeletonSystem>(
-        test::makeRig({{"scene", -1, kZero}, {"bone", 0, kZero}}, 1, 1), test::kHost);
+        test::makeRig({{"scene", -1, kZero}, {"bone", 0, kZero}}, 1, 1), test::device());
     testing::internal::CaptureStdout();
-    const auto body = std::make_shared<skSystem>(description, 3, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(description, 3, test::device(), kZero, kZero);
     skWorld world;
     world.addSkeleton(body);
     world.step(0, 1e-3f, 1e-2f);
@@ -245,10 +245,10 @@ TEST(Skeleton, BadInputsByMessage) {
                 HasSubstr("base frame 'tail'"));
     description->baseFrameName.clear();
     EXPECT_THAT(messageOf<std::invalid_argument>(
-                    [&] { skSystem(description, -1, test::kHost, kZero, kZero); }),
+                    [&] { skSystem(description, -1, test::device(), kZero, kZero); }),
                 HasSubstr("is -1; it must be 0 or more"));
     EXPECT_THAT(messageOf<std::invalid_argument>(
-                    [&] { skSystem(description, 2000000000, test::kHost, kZero, kZero); }),
+                    [&] { skSystem(description, 2000000000, test::device(), kZero, kZero); }),
                 HasSubstr("more than memory allows"));
     const auto twins = makeChain(3);
     twins->links[1]->name = twins->links[0]->name;
@@ -258,7 +258,7 @@ TEST(Skeleton, BadInputsByMessage) {
         messageOf<std::invalid_argument>([&] { skSystem(description, 1, 0, kZero, kZero); }),
         HasSubstr("lives on device -1"));
     EXPECT_THAT(messageOf<std::runtime_error>(
-                    [] { build(std::make_shared<SkeletonSystem>("nowhere.glb", test::kHost)); }),
+                    [] { build(std::make_shared<SkeletonSystem>("nowhere.glb", test::device())); }),
                 HasSubstr("'nowhere.glb' has no joints"));
 
     const auto body = build(description);

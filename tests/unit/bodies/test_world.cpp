@@ -26,13 +26,14 @@ constexpr float kDx = 0.02f;
 
 std::shared_ptr<skSystem> build(const std::shared_ptr<SkeletonSystem>& description,
                                 skSystem::Path path = skSystem::Path::Device) {
-    return std::make_shared<skSystem>(description, 300, test::kHost, Eigen::Vector3d(0.1, 0.2, 0.3),
-                                      Eigen::Vector3d(10, 20, 30), path);
+    return std::make_shared<skSystem>(description, 300, test::device(),
+                                      Eigen::Vector3d(0.1, 0.2, 0.3), Eigen::Vector3d(10, 20, 30),
+                                      path);
 }
 
 std::shared_ptr<skSystem> buildSphere() {
-    const auto description = skeletonFromJson("assets/sphere.json", test::kHost);
-    return std::make_shared<skSystem>(description, 300, test::kHost, kZero, kZero);
+    const auto description = skeletonFromJson("assets/sphere.json", test::device());
+    return std::make_shared<skSystem>(description, 300, test::device(), kZero, kZero);
 }
 
 // Writes one force density a sample, the same for all or a varied one.
@@ -104,7 +105,7 @@ TEST(World, SampleForcesMoveTheBodyInTwoWayModeOnly) {
 
 TEST(World, WrenchOfOneSampleByHand) {
     auto description = makeChain(1);
-    const auto body = std::make_shared<skSystem>(description, 100, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(description, 100, test::device(), kZero, kZero);
     setSampleForces(*body, kZero);
     mlLagrangeBoundary& samples = *body->sampler().boundary();
     samples.forcey[7] = 2;
@@ -218,7 +219,7 @@ TEST(World, EmpiricalForceOnABox) {
     // the medium at speed V feel 1000 V e^2 against the motion.
     const double edge = 0.05;
     const double speed = 2;
-    const auto body = std::make_shared<skSystem>(makeChain(1), 50, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(makeChain(1), 50, test::device(), kZero, kZero);
     skWorld world;
     world.addSkeleton(body);
     Eigen::VectorXd velocities = Eigen::VectorXd::Zero(6);
@@ -235,7 +236,7 @@ TEST(World, SpringOscillates) {
     description->rootJoint->type = 4;
     description->jointsByName.at("bone_1")->springStiffness = 40;
     description->jointsByName.at("bone_2")->type = 4;
-    const auto body = std::make_shared<skSystem>(description, 0, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(description, 0, test::device(), kZero, kZero);
     skWorld world;
     world.addSkeleton(body);
     body->getJoint("bone_1")->setPosition(0, 0.1);
@@ -263,7 +264,7 @@ TEST(World, MimicJointFollowsItsMaster) {
     follower.mimicJoint = "bone_1";
     follower.multiplier = -2;
     follower.offset = 0.1;
-    const auto body = std::make_shared<skSystem>(description, 0, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(description, 0, test::device(), kZero, kZero);
     skWorld world;
     world.addSkeleton(body);
     ASSERT_EQ(body->getNumDofs(), 1);
@@ -323,7 +324,7 @@ TEST(World, WithoutBodiesOnlyTimePasses) {
 }
 
 TEST(World, ZeroSamplesAreAValidNumber) {
-    const auto body = std::make_shared<skSystem>(makeChain(2), 0, test::kHost, kZero, kZero);
+    const auto body = std::make_shared<skSystem>(makeChain(2), 0, test::device(), kZero, kZero);
     skWorld world({0, 0, -1});
     world.addSkeleton(body);
     world.step(TWO_WAY, kDt, kDx);

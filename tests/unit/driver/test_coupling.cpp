@@ -12,12 +12,13 @@
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
+#include "support/device.h"
+#include "support/fields.h"
 
 namespace drelt {
 namespace {
 
 using Eigen::Vector3d;
-constexpr int kHost = platform::kHostDevice;
 
 // A sphere of 8 nodes a diameter that falls in a box of 28 nodes a side, its centre in the middle.
 std::shared_ptr<simParams> cube() {
@@ -35,10 +36,10 @@ std::shared_ptr<simParams> cube() {
 
 TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
     const auto params = cube();
-    coupledLBM_sim3D simulator(params, kHost);
+    coupledLBM_sim3D simulator(params, test::device());
     const auto body =
-        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", kHost), 500,
-                                   kHost, Vector3d::Zero(), Vector3d(10, 20, 30));
+        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", test::device()),
+                                   500, test::device(), Vector3d::Zero(), Vector3d(10, 20, 30));
     const auto world = std::make_shared<skWorld>(Vector3d(0.3, -0.5, 0.2));
     world->addSkeleton(body);
     simulator.attachWorld(world);
@@ -67,11 +68,13 @@ TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
         onLinks += link.transform.linear() * link.force;
     }
 
-    const mlLagrangeBoundary& samples = *body->sampler().boundaryMgr().mllaboundary_gpu;
+    const mlLagrangeBoundary& samples = *body->sampler().boundary();
+    const std::vector<double> forces = test::sampleForces(body->sampler().boundaryMgr());
+    const auto n = static_cast<std::size_t>(samples.count);
     double exchanged = 0.0;
-    for (int i = 0; i < samples.count; ++i) {
-        exchanged += Vector3d(samples.forcex[i], samples.forcey[i], samples.forcez[i]).norm() *
-                     samples.sampleArea * dx;
+    for (std::size_t i = 0; i < n; ++i) {
+        exchanged +=
+            Vector3d(forces[i], forces[n + i], forces[2 * n + i]).norm() * samples.sampleArea * dx;
     }
     ASSERT_GT(exchanged, 1e-5) << "the falling sphere pushes the fluid";
     EXPECT_GT(onGrid.norm(), 0.1 * exchanged);

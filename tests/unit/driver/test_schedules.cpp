@@ -12,13 +12,13 @@
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
+#include "support/device.h"
 #include "support/fields.h"
 
 namespace drelt {
 namespace {
 
 using Eigen::Vector3d;
-constexpr int kHost = platform::kHostDevice;
 
 // What a run leaves: fields, sample forces, the body's velocity, a marker's signal.
 struct Outcome {
@@ -47,12 +47,12 @@ Outcome run(Schedule schedule, const Case& given, int steps = 50) {
     p->height = 26.5f * 0.0025f;
     p->depth = 30.5f * 0.0025f;
     p->pml_width = given.layer;
-    coupledLBM_sim3D simulator(p, kHost);
+    coupledLBM_sim3D simulator(p, test::device());
     simulator.schedule = schedule;
     testing::internal::CaptureStdout();
     const auto body =
-        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", kHost), 500,
-                                   kHost, Vector3d::Zero(), Vector3d(10, 20, 30));
+        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", test::device()),
+                                   500, test::device(), Vector3d::Zero(), Vector3d(10, 20, 30));
     testing::internal::GetCapturedStdout();
     const auto world = std::make_shared<skWorld>(Vector3d(0.5, -0.3, 0.2));
     world->addSkeleton(body);
@@ -66,10 +66,7 @@ Outcome run(Schedule schedule, const Case& given, int steps = 50) {
     }
     Outcome out;
     out.fields = test::fieldsOf(*simulator.solver);
-    const mlLagrangeBoundary& samples = *body->sampler().boundaryMgr().mllaboundary_gpu;
-    for (const double* force : {samples.forcex, samples.forcey, samples.forcez}) {
-        out.forces.insert(out.forces.end(), force, force + samples.count);
-    }
+    out.forces = test::sampleForces(body->sampler().boundaryMgr());
     out.velocity = body->getVelocities();
     const auto& pressure = body->getMarkers()->data_cpu.pressure;
     out.pressure = pressure.empty() ? 1.0f : pressure.front();
@@ -93,6 +90,7 @@ double largest(const std::vector<T>& a) {
 class Schedules : public testing::TestWithParam<Case> {};
 
 TEST_P(Schedules, GiveTheSameRun) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
     const Outcome one = run(Schedule::Operators, GetParam());
     const Outcome other = run(Schedule::Production, GetParam());
     EXPECT_LT(worst(one.fields.rou, other.fields.rou), 2e-5);
@@ -115,6 +113,7 @@ INSTANTIATE_TEST_SUITE_P(Layers, Schedules,
                                          Case{3, ONE_WAY}, Case{3, TWO_WAY}, Case{10, TWO_WAY}));
 
 TEST(Schedules, DoNotDependOnTheNumberOfThreads) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
     const int before = omp_get_max_threads();
     omp_set_num_threads(1);
     const Outcome one = run(Schedule::Production, {3, TWO_WAY}, 25);

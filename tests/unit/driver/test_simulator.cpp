@@ -9,14 +9,13 @@
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
+#include "support/device.h"
 
 namespace drelt {
 namespace {
 
 namespace fs = std::filesystem;
 using Eigen::Vector3d;
-
-constexpr int kHost = platform::kHostDevice;
 
 // A box of 16 x 14 x 14 nodes, two diameters of the sphere long.
 std::shared_ptr<simParams> smallBox() {
@@ -34,7 +33,7 @@ std::shared_ptr<simParams> smallBox() {
     return p;
 }
 
-std::shared_ptr<skSystem> sphere(int device = kHost) {
+std::shared_ptr<skSystem> sphere(int device = test::device()) {
     testing::internal::CaptureStdout();
     const auto description = skeletonFromJson("assets/sphere_follow.json", device);
     testing::internal::GetCapturedStdout();
@@ -58,7 +57,8 @@ protected:
         fs::temp_directory_path() /
         (std::string("drelt_") + testing::UnitTest::GetInstance()->current_test_info()->name());
     std::shared_ptr<skWorld> world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-    std::unique_ptr<coupledLBM_sim3D> sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+    std::unique_ptr<coupledLBM_sim3D> sim =
+        std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
 };
 
 template <class Exception, class Call>
@@ -112,14 +112,15 @@ TEST_F(Simulator, CallsOutOfOrderAreRefused) {
 }
 
 TEST_F(Simulator, DeviceIdsMustAgree) {
-    const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), 0);
+    const int elsewhere = test::device() == 0 ? platform::kHostDevice : 0;
+    const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), elsewhere);
     world->addSkeleton(sphere());
     other->attachWorld(world);
-    EXPECT_EQ(
-        refusal<std::invalid_argument>([&] { other->commitInit(); }),
-        "commitInit: the simulator is on device 0, a skeleton of its world on device -1; give "
-        "both the same device id");
-    EXPECT_EQ(refusal<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, kHost); }),
+    EXPECT_EQ(refusal<std::invalid_argument>([&] { other->commitInit(); }),
+              "commitInit: the simulator is on device " + std::to_string(elsewhere) +
+                  ", a skeleton of its world on device " + std::to_string(test::device()) +
+                  "; give both the same device id");
+    EXPECT_EQ(refusal<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, test::device()); }),
               "simulator: the parameters are None; give a simParam");
 }
 
@@ -248,7 +249,7 @@ TEST_F(Simulator, FramesGoToTheFoldersByName) {
 
 TEST_F(Simulator, MemoryIsFreed) {
     const std::size_t before = platform::deviceBytesInUse();
-    sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+    sim = std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
     EXPECT_EQ(platform::deviceBytesInUse(), before) << "a simulator without commitInit just goes";
     commit();
     sim->step(TWO_WAY);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <vector>
@@ -18,7 +19,7 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 
 // A periodic column of n nodes along y, uniform along x and z: one node with a ghost on either side
-// of every axis. Fields are read and written in place: host threads' device memory is ordinary memory.
+// of every axis.
 class PeriodicColumn {
 public:
     PeriodicColumn(int n, float viscosity) : n_(n), flow_(3, n + 2, 3) {
@@ -29,33 +30,38 @@ public:
     // Density 1 + density(y), velocity (ux(y), uy, 0), populations in equilibrium.
     template <class Density, class Shear>
     void start(Density&& density, Shear&& shear, double uy) {
-        const mlFlow& d = fields();
+        const mlFlow& h = flow_.host();
         for (std::size_t node = 0; node < flow_.nodes(); ++node) {
             const int y = static_cast<int>(node / 3) % (n_ + 2) - 1;
             const auto rho = static_cast<float>(1.0 + density(y));
             const auto ux = static_cast<float>(shear(y));
             for (int i = 0; i < kDirections; ++i) {
-                d.f[i * flow_.nodes() + node] =
+                h.f[i * flow_.nodes() + node] =
                     hostEquilibrium(i, rho, ux, static_cast<float>(uy), 0.0f);
             }
         }
-        mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
+        flow_.upload();
+        moments();
     }
 
     void step(double forcex = 0.0) {
-        const mlFlow& d = fields();
+        const mlFlow& h = flow_.host();
+        const mlFlow& d = flow_.deviceImage();
         const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
-        for (std::size_t node = 0; node < flow_.nodes(); ++node) d.forcex[node] = forcex;
+        std::fill_n(h.forcex, flow_.nodes(), forcex);
+        flow_.copyUp(d.forcex, h.forcex);
         mlAddForcetoUOpt(flow_.device(), flow_.param(), 1.0f, Eigen::Vector3d::Ones(), zero, zero,
                          zero, FrameTransform::Identity());
         mlCollideAddForceHighorderFiiting(flow_.device(), flow_.param());
         mlCuStream3dOpt(flow_.device(), flow_.param());
-        for (int i = 0; i < kDirections; ++i) wrap(d.f + i * flow_.nodes());
-        mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
+        flow_.copyDown(h.f, d.f, kDirections);
+        for (int i = 0; i < kDirections; ++i) wrap(h.f + i * flow_.nodes());
+        flow_.copyUp(d.f, h.f, kDirections);
+        moments();
     }
 
-    double momentum(int y) const { return fields().ux[flow_.node(1, y + 1, 1)]; }
-    double density(int y) const { return fields().rou[flow_.node(1, y + 1, 1)].value; }
+    double momentum(int y) const { return flow_.host().ux[flow_.node(1, y + 1, 1)]; }
+    double density(int y) const { return flow_.host().rou[flow_.node(1, y + 1, 1)].value; }
 
     // Amplitude of a field's first harmonic.
     template <class Field>
@@ -66,7 +72,11 @@ public:
     }
 
 private:
-    const mlFlow& fields() const { return flow_.deviceImage(); }
+    void moments() {
+        mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
+        flow_.copyDown(flow_.host().ux, flow_.deviceImage().ux);
+        flow_.copyDown(flow_.host().rou, flow_.deviceImage().rou);
+    }
 
     // The ghosts take the inner column's values, one period away.
     void wrap(float* field) {

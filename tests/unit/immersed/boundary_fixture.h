@@ -9,6 +9,7 @@
 
 #include "platform/runtime.h"
 #include "supplement/IBBoundaryMemMgr.h"
+#include "support/device.h"
 
 namespace drelt::test {
 
@@ -16,7 +17,7 @@ namespace drelt::test {
 // device(), download().
 class HostBoundary {
 public:
-    explicit HostBoundary(int count, int device = platform::kHostDevice) : manager_(device) {
+    explicit HostBoundary(int count, int device = test::device()) : manager_(device) {
         record_.count = count;
         record_.reservedOne = 1.0f;
         floats_.assign(static_cast<std::size_t>(12 * count), 0.0f);

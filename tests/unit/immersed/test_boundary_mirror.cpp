@@ -5,15 +5,33 @@
 
 #include "immersed/boundary_fixture.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 
 namespace drelt {
 namespace {
 
+using test::fetched;
 using test::HostBoundary;
+using test::store;
 
-// On the host device the record can be read where it lies.
+// The record as the device has it, brought back as bytes: its list belongs to another record.
+class Image {
+public:
+    explicit Image(const IBBoundaryMemMgr& m) {
+        checkCudaErrors(
+            cudaMemcpy(bytes_, m.mllaboundary_gpu, sizeof bytes_, cudaMemcpyDeviceToHost));
+    }
+    const mlLagrangeBoundary& record() const {
+        return *reinterpret_cast<const mlLagrangeBoundary*>(bytes_);
+    }
+
+private:
+    alignas(mlLagrangeBoundary) unsigned char bytes_[sizeof(mlLagrangeBoundary)];
+};
+
 void expectPatched(const IBBoundaryMemMgr& m) {
-    const mlLagrangeBoundary& record = *m.mllaboundary_gpu;
+    const Image image(m);
+    const mlLagrangeBoundary& record = image.record();
     const void* const given[] = {
         record.coordx,     record.coordy,  record.coordz,     record.normalx,
         record.normaly,    record.normalz, record.coordInitx, record.coordInity,
@@ -43,35 +61,41 @@ TEST(BoundaryMirror, UploadCarriesEveryArrayAndPatchesEveryPointer) {
     host.rou[2].value = 30.0f;
     boundary.upload();
     expectPatched(boundary.manager());
-    const mlLagrangeBoundary& there = *boundary.device();
+    const Image image(boundary.manager());
+    const mlLagrangeBoundary& there = image.record();
     const float* const floatsThere[] = {there.coordx,     there.coordy,     there.coordz,
                                         there.normalx,    there.normaly,    there.normalz,
                                         there.coordInitx, there.coordInity, there.coordInitz,
                                         there.ux,         there.uy,         there.uz};
     const double* const doublesThere[] = {there.forcex, there.forcey, there.forcez};
-    for (int a = 0; a < 12; ++a) EXPECT_EQ(floatsThere[a][2], static_cast<float>(a + 1)) << a;
-    for (int a = 0; a < 3; ++a) EXPECT_EQ(doublesThere[a][2], a + 20.0) << a;
-    EXPECT_EQ(there.rou[2].value, 30.0f);
+    for (int a = 0; a < 12; ++a)
+        EXPECT_EQ(fetched(floatsThere[a], 3)[2], static_cast<float>(a + 1)) << a;
+    for (int a = 0; a < 3; ++a) EXPECT_EQ(fetched(doublesThere[a], 3)[2], a + 20.0) << a;
+    EXPECT_EQ(fetched(there.rou, 3)[2].value, 30.0f);
     EXPECT_EQ(there.count, 3);
 
     boundary.manager().setScale(20.0f, 2.0f, 3.0f, 0.1f);
-    EXPECT_EQ(there.N, 20.0f);
-    EXPECT_EQ(there.l0p, 2.0f);
+    const Image scaled(boundary.manager());
+    EXPECT_EQ(scaled.record().N, 20.0f);
+    EXPECT_EQ(scaled.record().l0p, 2.0f);
     EXPECT_EQ(boundary.manager().u0p, 3.0f);
     EXPECT_EQ(boundary.manager().u0k, 0.1f);
 }
 
 TEST(BoundaryMirror, DownloadLeavesInitialPositionsAndDensities) {
     HostBoundary boundary(2);
-    mlLagrangeBoundary& there = *boundary.device();
+    const Image image(boundary.manager());
+    const mlLagrangeBoundary& there = image.record();
     float* const back[] = {there.ux,     there.uy,      there.uz,      there.coordx, there.coordy,
                            there.coordz, there.normalx, there.normaly, there.normalz};
-    for (int a = 0; a < 9; ++a) back[a][1] = static_cast<float>(a + 1);
-    there.forcex[1] = 11.0;
-    there.forcey[1] = 12.0;
-    there.forcez[1] = 13.0;
-    there.coordInitx[1] = there.coordInity[1] = there.coordInitz[1] = 50.0f;
-    there.rou[1].value = 50.0f;
+    for (int a = 0; a < 9; ++a) store(back[a], 1, static_cast<float>(a + 1));
+    store(there.forcex, 1, 11.0);
+    store(there.forcey, 1, 12.0);
+    store(there.forcez, 1, 13.0);
+    for (float* array : {there.coordInitx, there.coordInity, there.coordInitz}) {
+        store(array, 1, 50.0f);
+    }
+    store(there.rou, 1, mlDensity<float>{50.0f});
     boundary.download();
     const mlLagrangeBoundary& host = boundary.host();
     const float* const here[] = {host.ux,     host.uy,      host.uz,      host.coordx, host.coordy,
@@ -121,10 +145,11 @@ TEST(BoundaryMirror, MirrorsComeAndGoWithoutLeaks) {
 }
 
 TEST(BoundaryMirror, FailuresQuoteTheStatement) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child cannot use a GPU
     mlLagrangeBoundary record{};
     record.count = 4;
     const auto failing = [&](int call) {
-        IBBoundaryMemMgr manager(platform::kHostDevice);
+        IBBoundaryMemMgr manager(test::device());
         manager.bindHostRecord(&record);
         platform::failNthCall(call, cudaErrorMemoryAllocation);
         manager.allocate();

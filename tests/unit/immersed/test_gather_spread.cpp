@@ -8,6 +8,7 @@
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
 #include "immersed/boundary_fixture.h"
+#include "support/device.h"
 #include "support/flow_fixture.h"
 #include "support/vectors.h"
 
@@ -50,7 +51,7 @@ struct Scene {
         sphere.placeOnSphere(-3.1f + middle, 0.27f + middle, 11.0f + middle, 0.6f);
         sphere.stir(0.8f, 3);
         sphere.host().sampleArea = 0.0013f;
-        solver.gpuDeviceId = platform::kHostDevice;
+        solver.gpuDeviceId = test::device();
         solver.boundaries = {&sphere.manager()};
         solver.scale = scale;
     }
@@ -186,6 +187,7 @@ TEST(Spread, ForceAndTorqueOnTheGridAreThoseOfTheSamples) {
 
 // Of the spreading of a sphere and a boundary far larger than the grid, for any number of threads.
 TEST(Spread, EqualsTheLoopOverSamplesForAnyNumberOfThreads) {
+    DRELT_HOST_ONLY("runs the operator on host memory, sample by sample");
     Scene scene(5000);
     HostBoundary wide(800);
     wide.placeOnSphere(-2.0f, 1.0f, 12.0f, 1.7f);

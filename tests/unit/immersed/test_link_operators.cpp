@@ -8,18 +8,19 @@
 #include "SkeletonDynamics/skSystem_GPU.h"
 #include "immersed/boundary_fixture.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt {
 namespace {
 
+using test::DeviceArray;
 using test::HostBoundary;
 using test::joined;
 using test::VectorCase;
-using LinkRecords = std::vector<skLinkData, Eigen::aligned_allocator<skLinkData>>;
-using Wrenches = std::vector<LinkWrench, Eigen::aligned_allocator<LinkWrench>>;
+using LinkRecords = test::Array<skLinkData>;
+using Wrenches = test::Array<LinkWrench>;
 
-// Host device: device arrays and host arrays serve alike as the operators' arguments.
 LinkRecords linksOf(const VectorCase& given) {
     LinkRecords links(static_cast<std::size_t>(given.integer("links")));
     const auto transforms = given.array<double>("in_transform");
@@ -49,7 +50,7 @@ LinkRecords restingLinks(int count) {
 }
 
 struct LinkOperators : testing::Test {
-    void SetUp() override { cudaSetDevice(platform::kHostDevice); }
+    void SetUp() override { ASSERT_TRUE(test::selectDevice()); }
     LinkForceReduction reduction;
 };
 
@@ -68,11 +69,14 @@ TEST_F(LinkOperators, WrenchesOfTheReferenceCase) {
     test::split(given.array<double>("in_force"), host.forcex, host.forcey, host.forcez, samples);
     host.sampleArea = static_cast<float>(given.scalar("sampleArea"));
     boundary.upload();
-    auto labels = given.array<std::int32_t>("in_labels");
-    Wrenches wrenches(labels.size());
-    reduction.reduce(links.data(), boundary.device(), labels.data(), wrenches.data(),
+    DeviceArray<int> labels(given.array<std::int32_t>("in_labels"));
+    DeviceArray<LinkWrench> perSampleThere(Wrenches(static_cast<std::size_t>(samples)));
+    DeviceArray<skLinkData> linksThere(links);
+    reduction.reduce(linksThere.data(), boundary.device(), labels.data(), perSampleThere.data(),
                      static_cast<int>(links.size()), samples,
                      static_cast<float>(given.scalar("scale")));
+    const Wrenches wrenches = perSampleThere.values();
+    links = linksThere.values();
     const auto perSample = given.array<double>("out_sample_wrenches");
     for (std::size_t i = 0; i < perSample.size(); ++i) {
         const LinkWrench expected = Eigen::Map<const LinkWrench>(&perSample[i / 6 * 6]);
@@ -89,24 +93,26 @@ TEST_F(LinkOperators, WrenchesOfTheReferenceCase) {
 
 // Forces along x at the origin: the reaction on a link is minus the number of samples.
 struct UnitForces {
-    explicit UnitForces(std::vector<int> sampleLabels)
-        : labels(std::move(sampleLabels)),
-          boundary(static_cast<int>(labels.size())),
-          wrenches(labels.size()) {
+    explicit UnitForces(const std::vector<int>& sampleLabels)
+        : labels(sampleLabels),
+          boundary(static_cast<int>(sampleLabels.size())),
+          wrenches(Wrenches(sampleLabels.size())) {
         for (int i = 0; i < boundary.count(); ++i) boundary.host().forcex[i] = 1.0;
         boundary.host().sampleArea = 1.0f;
         boundary.upload();
     }
     std::vector<double> reduced(LinkForceReduction& reduction, LinkRecords& links) {
-        reduction.reduce(links.data(), boundary.device(), labels.data(), wrenches.data(),
+        DeviceArray<skLinkData> there(links);
+        reduction.reduce(there.data(), boundary.device(), labels.data(), wrenches.data(),
                          static_cast<int>(links.size()), boundary.count(), 1.0f);
+        links = there.values();
         std::vector<double> forces;
         for (const skLinkData& link : links) forces.push_back(link.force.x());
         return forces;
     }
-    std::vector<int> labels;
+    DeviceArray<int> labels;
     HostBoundary boundary;
-    Wrenches wrenches;
+    DeviceArray<LinkWrench> wrenches;
 };
 
 TEST_F(LinkOperators, LinksWithoutSamplesKeepTheirWrench) {
@@ -137,7 +143,7 @@ TEST_F(LinkOperators, BadLabelsAreReportedAndReachNoLink) {
     for (int i = 0; i < 5; ++i) expected += "LinkIdx error!!\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
     EXPECT_EQ(forces, (std::vector<double>{0, -1, 0})) << "link 2 is the fifth run of three";
-    EXPECT_EQ(bad.wrenches[0](3), -1.0) << "label 0 is read as it stands";
+    EXPECT_EQ(bad.wrenches.values()[0](3), -1.0) << "label 0 is read as it stands";
 }
 
 TEST_F(LinkOperators, BuffersAreKeptAndFreed) {
@@ -158,13 +164,18 @@ TEST_F(LinkOperators, BuffersAreKeptAndFreed) {
 TEST_F(LinkOperators, FailedLaunchesNameTheirLines) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child has no OpenMP threads
     const auto failing = [](int call) {
-        cudaSetDevice(platform::kHostDevice);
+        test::selectDevice();
         LinkRecords links = restingLinks(2);
         UnitForces forces({1});
+        DeviceArray<skLinkData> there(links);
         LinkForceReduction own;
-        forces.reduced(own, links);
+        const auto reduce = [&] {
+            own.reduce(there.data(), forces.boundary.device(), forces.labels.data(),
+                       forces.wrenches.data(), 2, 1, 1.0f);
+        };
+        reduce();
         platform::failNthCall(call, cudaErrorLaunchFailure);
-        forces.reduced(own, links);
+        reduce();
     };
     const char* const expected[] = {
         "54 code=719\\(cudaErrorLaunchFailure\\) \"cudaGetLastError\\(\\)\"",
@@ -180,7 +191,7 @@ TEST_F(LinkOperators, FailedLaunchesNameTheirLines) {
 class SampleVelocities : public testing::TestWithParam<const char*> {};
 
 TEST_P(SampleVelocities, OfTheReferenceCase) {
-    cudaSetDevice(platform::kHostDevice);
+    ASSERT_TRUE(test::selectDevice());
     const VectorCase given(GetParam());
     LinkRecords links = linksOf(given);
     const auto velocity = given.array<double>("in_velocity");
@@ -194,9 +205,10 @@ TEST_P(SampleVelocities, OfTheReferenceCase) {
     mlLagrangeBoundary& host = boundary.host();
     test::split(given.array<float>("in_coord"), host.coordx, host.coordy, host.coordz, samples);
     boundary.upload();
-    auto labels = given.array<std::int32_t>("in_labels");
-    updateSampleVel(boundary.device(), labels.data(), links.data(), given.integer("frameIndex"),
-                    given.integer("referenceIndex"), samples);
+    DeviceArray<int> labels(given.array<std::int32_t>("in_labels"));
+    DeviceArray<skLinkData> linksThere(links);
+    updateSampleVel(boundary.device(), labels.data(), linksThere.data(),
+                    given.integer("frameIndex"), given.integer("referenceIndex"), samples);
     boundary.download();
     const auto expected = given.array<double>("out_vel");
     const auto actual = joined(host.ux, host.uy, host.uz, samples);
@@ -225,8 +237,10 @@ TEST_F(LinkOperators, SamplesAtRestInAFrameThatMovesWithThem) {
     boundary.host().coordx[1] = 5.0f;
     boundary.host().ux[0] = boundary.host().ux[1] = 9.0f;
     boundary.upload();
-    std::vector<int> labels{1, 3};  // the base link's, and one that bears the frame's own index
-    updateSampleVel(boundary.device(), labels.data(), links.data(), 3, 0, 2);
+    DeviceArray<int> labels(
+        std::vector<int>{1, 3});  // the base link's, and one that bears the frame's own index
+    DeviceArray<skLinkData> linksThere(links);
+    updateSampleVel(boundary.device(), labels.data(), linksThere.data(), 3, 0, 2);
     boundary.download();
     EXPECT_NEAR(boundary.host().ux[0], 0.0, 1e-15);
     EXPECT_NEAR(boundary.host().uy[0], 0.0, 1e-15);

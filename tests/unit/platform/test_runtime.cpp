@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
+#include <cmath>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include "platform/check.h"
@@ -57,6 +59,41 @@ TEST(Runtime, InjectedFailureHitsTheNthCallOnly) {
     EXPECT_EQ(cudaGetLastError(), cudaSuccess);
     EXPECT_EQ(cudaDeviceSynchronize(), cudaErrorLaunchFailure);
     EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess);
+}
+
+TEST(Guard, ClosesDeviceMemoryOutsideLaunchesCopiesAndScopes) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    cudaSetDevice(platform::kHostDevice);
+    platform::guardHostDevice(true);
+    EXPECT_FALSE(platform::hostReachesDevice());
+    const std::vector<float> given(20000, 3.0f);
+    std::vector<float> back(given.size());
+    const std::size_t bytes = given.size() * sizeof(float);
+    float *in = nullptr, *out = nullptr;
+    ASSERT_EQ(cudaMalloc(&in, bytes), cudaSuccess);
+    cudaMemcpy(in, given.data(), bytes, cudaMemcpyHostToDevice);
+    ASSERT_EQ(cudaMalloc(&out, bytes), cudaSuccess);
+    cudaMemcpy(back.data(), out, bytes, cudaMemcpyDeviceToHost);
+    EXPECT_TRUE(std::isnan(back.back())) << "new memory holds no zeros";
+    platform::hostLaunchRows<&squareKernel>({100, 200, 1}, static_cast<const float*>(in), out);
+    cudaMemcpy(back.data(), out, bytes, cudaMemcpyDeviceToHost);
+    EXPECT_EQ(back, std::vector<float>(given.size(), 9.0f));
+
+    const auto touch = [&] { static_cast<volatile float*>(in)[7] = 1.0f; };
+    EXPECT_DEATH(touch(), "");
+    {
+        const platform::HostAccess outer;
+        { const platform::HostAccess inner; }
+        touch();
+        std::thread(touch).join();
+        platform::hostLaunchRows<&squareKernel>({8, 1, 1}, static_cast<const float*>(in), out);
+        EXPECT_EQ(out[7], 1.0f);
+    }
+    EXPECT_DEATH(touch(), "");
+    platform::guardHostDevice(false);
+    touch();
+    EXPECT_EQ(cudaFree(in), cudaSuccess);
+    EXPECT_EQ(cudaFree(out), cudaSuccess);
 }
 
 TEST(Check, PrintsPathNumberNameAndStatementThenExits) {

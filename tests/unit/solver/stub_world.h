@@ -8,6 +8,7 @@
 #include "cslbm/mlsolver/mlBaseCouplingSolver.h"
 #include "platform/runtime.h"
 #include "supplement/IBBoundaryMemMgr.h"
+#include "support/device.h"
 
 namespace drelt::test {
 
@@ -15,7 +16,7 @@ namespace drelt::test {
 class StubBoundary {
 public:
     explicit StubBoundary(std::size_t count, float sampleArea)
-        : floats_(13 * count), forces_(3 * count), manager(platform::kHostDevice) {
+        : floats_(13 * count), forces_(3 * count), manager(test::device()) {
         float* next = floats_.data();
         for (float** array :
              {&record.coordx, &record.coordy, &record.coordz, &record.normalx, &record.normaly,

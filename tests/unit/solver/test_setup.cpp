@@ -9,6 +9,7 @@
 #include "cslbm/mlsolver/mlLattice.h"
 #include "simulatorInterface/FluidHelper.h"
 #include "simulatorInterface/simParams.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt {
@@ -19,7 +20,7 @@ using test::VectorCase;
 using FlowPtr = std::unique_ptr<mlFlow, void (*)(mlFlow*)>;
 
 FlowPtr makeFlow(simParams& params) {
-    return {FluidHelper::createFlow(params, platform::kHostDevice), FluidHelper::destroyFlow};
+    return {FluidHelper::createFlow(params, test::device()), FluidHelper::destroyFlow};
 }
 
 // Manual parameters of a box with the given numbers of nodes at a spacing of 1/8 m.
@@ -249,7 +250,9 @@ TEST(BadInput, BoxesThatCannotBeAreRefused) {
     const std::string message = refusal<std::runtime_error>(p);
     EXPECT_TRUE(RE::PartialMatch(message, "60000 x 60000 x 60000 nodes are more than")) << message;
     const std::string memory = refusal<std::runtime_error>(boxOf(100000, 100, 200, 0));
-    EXPECT_TRUE(RE::PartialMatch(memory, "need 34[0-9.]+ GB of host memory, .* GB are available"))
+    // without plain device memory the operator schedule is what there is
+    const std::string need = test::plainMemory() ? "need 34[0-9.]+" : "need [12][0-9]{3}";
+    EXPECT_TRUE(RE::PartialMatch(memory, need + " GB of host memory, .* GB are available"))
         << memory;
     EXPECT_THROW(p.getIterPerSave(0), std::invalid_argument);
 }

@@ -1,11 +1,27 @@
 // The device that tests run on: DRELT_TEST_DEVICE, an id as everywhere; the host's threads if unset.
+// DRELT_GUARD_DEVICE=1 guards the memory of these, so that what would fail on a GPU fails there too.
 #pragma once
 
+#include <Eigen/Core>
 #include <cstdlib>
+#include <vector>
 
+#include "platform/check.h"
 #include "platform/runtime.h"
 
+// Skips a test of what runs on host threads and in plain memory only.
+#define DRELT_HOST_ONLY(reason) \
+    if (!::drelt::test::plainMemory()) GTEST_SKIP() << (reason)
+
 namespace drelt::test {
+
+// Guards from the program's start, before any allocation.
+inline const bool guarded = [] {
+    const char* const given = std::getenv("DRELT_GUARD_DEVICE");
+    const bool on = given != nullptr && std::atoi(given) != 0;
+    if (on) platform::guardHostDevice(true);
+    return on;
+}();
 
 inline int device() {
     static const int id = [] {
@@ -15,7 +31,56 @@ inline int device() {
     return id;
 }
 
+inline bool selectDevice() { return cudaSetDevice(device()) == cudaSuccess; }
+
 // Whether that is a GPU. Selects the device.
-inline bool onGpu() { return cudaSetDevice(device()) == cudaSuccess && !platform::onHostDevice(); }
+inline bool onGpu() { return selectDevice() && !platform::onHostDevice(); }
+
+// Whether the test may read and write device memory as its own. Selects the device.
+inline bool plainMemory() { return selectDevice() && platform::hostReachesDevice(); }
+
+template <class T>
+using Array = std::vector<T, Eigen::aligned_allocator<T>>;
+
+// Values of a device array, on the host.
+template <class T>
+Array<T> fetched(const T* there, std::size_t count) {
+    Array<T> values(count);
+    checkCudaErrors(cudaMemcpy(values.data(), there, count * sizeof(T), cudaMemcpyDeviceToHost));
+    return values;
+}
+template <class T>
+T fetched(const T* there) {
+    return fetched(there, 1).front();
+}
+
+// Writes `value` to place i of a device array.
+template <class T>
+void store(T* there, std::size_t i, const T& value) {
+    checkCudaErrors(cudaMemcpy(there + i, &value, sizeof(T), cudaMemcpyHostToDevice));
+}
+
+// A device array that holds a copy of the given values.
+template <class T>
+class DeviceArray {
+public:
+    template <class Values>
+    explicit DeviceArray(const Values& values) : count_(values.size()) {
+        selectDevice();
+        checkCudaErrors(cudaMalloc(&data_, count_ * sizeof(T)));
+        checkCudaErrors(
+            cudaMemcpy(data_, values.data(), count_ * sizeof(T), cudaMemcpyHostToDevice));
+    }
+    ~DeviceArray() { cudaFree(data_); }
+    DeviceArray(const DeviceArray&) = delete;
+    DeviceArray& operator=(const DeviceArray&) = delete;
+
+    T* data() { return data_; }
+    Array<T> values() const { return fetched(data_, count_); }
+
+private:
+    std::size_t count_;
+    T* data_ = nullptr;
+};
 
 }  // namespace drelt::test

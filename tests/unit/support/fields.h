@@ -5,6 +5,8 @@
 
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
 #include "platform/check.h"
+#include "supplement/IBBoundaryMemMgr.h"
+#include "support/device.h"
 
 namespace drelt::test {
 
@@ -37,6 +39,17 @@ inline Fields fieldsOf(const mlSinglePhaseSolverNew& solver, int domain = 0) {
     fetch(out.uz, solver.uz_dev_vec[domain]);
     fetch(out.Sopt, solver.Sopt_dev_vec[domain]);
     return out;
+}
+
+// Force densities of a boundary's samples as its device holds them: x of all, then y, then z.
+inline std::vector<double> sampleForces(const IBBoundaryMemMgr& boundary) {
+    std::vector<double> all;
+    for (const double* const axis :
+         {boundary.forcex_dev, boundary.forcey_dev, boundary.forcez_dev}) {
+        const auto values = fetched(axis, static_cast<std::size_t>(boundary.mllaboundary->count));
+        all.insert(all.end(), values.begin(), values.end());
+    }
+    return all;
 }
 
 }  // namespace drelt::test

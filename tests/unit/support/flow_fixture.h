@@ -11,6 +11,7 @@
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/check.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt::test {
@@ -20,7 +21,7 @@ namespace drelt::test {
 // with device() and param(), download(), read host().
 class HostFlow {
 public:
-    HostFlow(int nx, int ny, int nz, int pml_width = 0, int device = platform::kHostDevice)
+    HostFlow(int nx, int ny, int nz, int pml_width = 0, int device = test::device())
         : nodes_(static_cast<std::size_t>(nx) * ny * nz), deviceId_(device) {
         allocateHost(nx, ny, nz, pml_width);
         layOut(0.01f);
@@ -33,7 +34,7 @@ public:
         upload();
     }
     // A domain as a case gives it: its scalars, and every "in_" array that bears a field's name.
-    explicit HostFlow(const VectorCase& given, int device = platform::kHostDevice)
+    explicit HostFlow(const VectorCase& given, int device = test::device())
         : HostFlow(given.integer("nx"), given.integer("ny"), given.integer("nz"),
                    given.integer("pml_width"), device) {
         MLFluidParam& p = *host_.param;
@@ -117,6 +118,18 @@ public:
         forEachArray([](auto*& here, auto*& there, std::size_t size) {
             checkCudaErrors(cudaMemcpy(here, there, size * sizeof(*here), cudaMemcpyDeviceToHost));
         });
+    }
+
+    // Bring one array across; `there` is of deviceImage(), perNode is 27 for populations.
+    template <class T>
+    void copyUp(T* there, const T* here, std::size_t perNode = 1) const {
+        checkCudaErrors(
+            cudaMemcpy(there, here, perNode * nodes_ * sizeof(T), cudaMemcpyHostToDevice));
+    }
+    template <class T>
+    void copyDown(T* here, const T* there, std::size_t perNode = 1) const {
+        checkCudaErrors(
+            cudaMemcpy(here, there, perNode * nodes_ * sizeof(T), cudaMemcpyDeviceToHost));
     }
 
     // A host array as a vector; perNode is 27 for populations.

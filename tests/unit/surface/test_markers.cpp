@@ -3,17 +3,16 @@
 
 #include "Markers/Markers.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 #include "support/flow_fixture.h"
 #include "surface/scene.h"
 
 namespace drelt {
 namespace {
 
-using platform::kHostDevice;
-
 // Two unit squares, at z = 0 and z = 1.
 struct Squares {
-    Squares() : scene(test::rectanglesOf({1.0f, 1.0f})) { mesh.loadScene(*scene, kHostDevice); }
+    Squares() : scene(test::rectanglesOf({1.0f, 1.0f})) { mesh.loadScene(*scene, test::device()); }
     std::unique_ptr<aiScene> scene;
     SkeletalMesh mesh;
 };
@@ -21,7 +20,7 @@ struct Squares {
 TEST(Markers, ReadTheFluidAsTheReference) {
     const test::VectorCase given("markers");
     test::HostFlow flow(given);
-    Markers markers(kHostDevice);
+    Markers markers(test::device());
     const auto places = given.array<double>("in_pos");
     for (std::size_t i = 0; i < places.size(); i += 3) {
         markers.addMarker(0, 0, Eigen::Vector3d(places.data() + i), Eigen::Vector3d::UnitX());
@@ -58,7 +57,7 @@ TEST(Markers, ReadALinearFieldEverywhereAndStayInsideTheArrays) {
         }
     }
     flow.upload();
-    Markers markers(kHostDevice);
+    Markers markers(test::device());
     // On a node; in a cell; in the last plane of cells; beyond both ends; nowhere.
     const std::vector<Eigen::Vector3d> places{{1.5, 1.0, 0.5},    {2.125, 0.75, 0.25},
                                               {3.75, 2.25, 1.75}, {0.75, 9.0, -1.0},
@@ -83,7 +82,7 @@ TEST(Markers, ReadALinearFieldEverywhereAndStayInsideTheArrays) {
 
 TEST(Markers, TakeTheFirstOfTheNearestVertices) {
     Squares squares;
-    Markers markers(kHostDevice);
+    Markers markers(test::device());
     testing::internal::CaptureStdout();
     markers.place({{1, 1, 0}, {0.5, 0, 0}, {1, 0, 0.5}, {0, 0, 3}, {1e9, 0, 0}}, squares.mesh);
     const std::string printed = testing::internal::GetCapturedStdout();
@@ -98,7 +97,7 @@ TEST(Markers, TakeTheFirstOfTheNearestVertices) {
 
 TEST(Markers, FollowTheFirstMeshOnTheDeviceAndTheirOwnOnTheHost) {
     Squares squares;
-    Markers markers(kHostDevice);
+    Markers markers(test::device());
     markers.place({{1, 1, 0}, {1, 0, 1}, {1e9, 0, 0}}, squares.mesh);
     nodeMgr& nodes = *squares.mesh.nodes;
     nodes.setTransform(nodes.find("plate0"), Eigen::Isometry3d(Eigen::Translation3d(0, 0, -2)));
@@ -120,8 +119,8 @@ TEST(Markers, AVertexThatTheFirstMeshLacksIsRefused) {
     aiNode* const node = test::addChild(*scene->mRootNode, "roof");
     test::addMesh(*scene, *node, larger);
     SkeletalMesh mesh;
-    mesh.loadScene(*scene, kHostDevice);
-    Markers markers(kHostDevice);
+    mesh.loadScene(*scene, test::device());
+    Markers markers(test::device());
     try {
         markers.place({{0, 0, 0}, {0.5, 0.5, 2}}, mesh);
         ADD_FAILURE() << "no exception";
@@ -138,12 +137,12 @@ TEST(Markers, NoMarkersAndNoMeshAreNoFault) {
     {
         SkeletalMesh empty;
         test::HostFlow flow(3, 3, 3);
-        Markers none(kHostDevice);
+        Markers none(test::device());
         none.place({}, empty);
         none.updatePosNormal(empty, true);
         none.sample(flow.device());
         EXPECT_EQ(none.count(), 0);
-        Markers lost(kHostDevice);
+        Markers lost(test::device());
         lost.place({{1, 2, 3}}, empty);
         lost.updatePosNormal(empty, true);
         lost.updatePosNormal(empty, false);

@@ -5,12 +5,12 @@
 
 #include "MeshLoad/SkeletalMesh.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 #include "surface/scene.h"
 
 namespace drelt {
 namespace {
 
-using platform::kHostDevice;
 using test::addBone;
 using test::addChild;
 using test::addMesh;
@@ -114,7 +114,7 @@ TEST(ImportedScene, UnitScaleFactorDividesAllButTheRootsTranslation) {
         scene->mMetaData->Set(1, "UnitScaleFactor", value);
         auto mesh = std::make_shared<SkeletalMesh>();
         testing::internal::CaptureStdout();
-        mesh->loadScene(*scene, kHostDevice);
+        mesh->loadScene(*scene, test::device());
         mesh->scene = nullptr;
         return std::make_pair(testing::internal::GetCapturedStdout(), mesh);
     };
@@ -143,7 +143,7 @@ TEST(ImportedScene, WeightsAreNormalisedAndLooseVerticesFollowTheNode) {
     addBone(*imported, "b", {{1, 1.5f}, {2, 1}});
     SkeletalMesh mesh;
     testing::internal::CaptureStdout();
-    mesh.loadScene(*scene, kHostDevice);
+    mesh.loadScene(*scene, test::device());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "factor 1\nExists!");
     const host_MeshData& data = mesh.meshes.at(0)->data_cpu;
     EXPECT_EQ(data.bone_affected, (std::vector<std::int32_t>{1, 1, 1, 0}));
@@ -163,7 +163,7 @@ TEST(ImportedScene, BoneOffsetsLoseTheirScale) {
     scaled.a1 = 2;
     addBone(*imported, "bone", all, scaled);
     SkeletalMesh mesh;
-    mesh.loadScene(*scene, kHostDevice);
+    mesh.loadScene(*scene, test::device());
     Eigen::Matrix4d expected = Eigen::Matrix4d::Identity();
     expected.diagonal() << -1, -1, 1, 1;
     expected.col(3) << 7, 8, 9, 1;
@@ -180,7 +180,7 @@ TEST(ImportedScene, ABoneWithoutNodeIsRefusedByName) {
     mesh.filePath = "haunted.glb";
     testing::internal::CaptureStdout();
     try {
-        mesh.loadScene(*scene, kHostDevice);
+        mesh.loadScene(*scene, test::device());
         ADD_FAILURE() << "no exception";
     } catch (const std::runtime_error& error) {
         EXPECT_NE(std::string(error.what()).find("'haunted.glb'"), std::string::npos);
@@ -197,7 +197,7 @@ TEST(ImportedScene, TransformsAboveTheRootJointAreReported) {
     aiNode* const plain = addChild(*armature, "plain");
     addChild(*plain, "joint", test::translation(1, 0, 0));
     SkeletalMesh mesh;
-    mesh.loadScene(*scene, kHostDevice);
+    mesh.loadScene(*scene, test::device());
     testing::internal::CaptureStdout();
     mesh.warnOfTransformsAbove(mesh.nodes->find("joint"));
     const std::string printed = testing::internal::GetCapturedStdout();
@@ -208,7 +208,7 @@ TEST(ImportedScene, TransformsAboveTheRootJointAreReported) {
 TEST(MeshFile, AnUnreadableFileLeavesTheObjectEmpty) {
     SkeletalMesh mesh;
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(mesh.load("no/such/file.glb", kHostDevice));
+    EXPECT_FALSE(mesh.load("no/such/file.glb", test::device()));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Error parsing 'no/such/file.glb': 'Unable to open file \"no/such/file.glb\".'\n");
     EXPECT_TRUE(mesh.meshes.empty());
@@ -220,7 +220,7 @@ TEST(MeshFile, TheBundledSphereStandsAtRestAndFreesItsMemory) {
     const std::size_t before = platform::deviceBytesInUse();
     {
         SkeletalMesh mesh;
-        ASSERT_TRUE(mesh.load("assets/sphere.glb", kHostDevice));
+        ASSERT_TRUE(mesh.load("assets/sphere.glb", test::device()));
         ASSERT_EQ(mesh.meshes.size(), 1u);
         EXPECT_EQ(mesh.nodes->parentName(mesh.nodes->find("bone_01")), "bone_00");
         mesh.update(true, true);

@@ -9,19 +9,18 @@
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 #include "surface/scene.h"
 
 namespace drelt {
 namespace {
 
-using platform::kHostDevice;
-
 // Rectangles of the given areas with a sampler on them.
 struct Plates {
     explicit Plates(const std::vector<float>& areas)
-        : scene(test::rectanglesOf(areas)), sampler(&mesh, kHostDevice) {
+        : scene(test::rectanglesOf(areas)), sampler(&mesh, test::device()) {
         testing::internal::CaptureStdout();
-        mesh.loadScene(*scene, kHostDevice);
+        mesh.loadScene(*scene, test::device());
         testing::internal::GetCapturedStdout();
     }
     // Samples until now, and what was printed.
@@ -181,8 +180,8 @@ TEST(Sampler, NormalsAreOfUnitLengthOnTheDeviceOnly) {
 
 TEST(Sampler, TheSphereIsCovered) {
     SkeletalMesh mesh;
-    ASSERT_TRUE(mesh.load("assets/sphere.glb", kHostDevice));
-    IBSamplerMesh sampler(&mesh, kHostDevice);
+    ASSERT_TRUE(mesh.load("assets/sphere.glb", test::device()));
+    IBSamplerMesh sampler(&mesh, test::device());
     sampler.generateSamples(2000);
     EXPECT_GE(sampler.sampleCount(), 1900);
     const mlLagrangeBoundary& b = *sampler.boundary();
@@ -213,12 +212,12 @@ TEST(Sampler, ZeroSamplesAreValidAndANegativeNumberIsRefused) {
 
 TEST(Sampler, WithoutSurfaceOrCandidatesAWarningSaysSo) {
     SkeletalMesh empty;
-    IBSamplerMesh onEmpty(&empty, kHostDevice);
+    IBSamplerMesh onEmpty(&empty, test::device());
     testing::internal::CaptureStdout();
     onEmpty.generateSamples(10);
     EXPECT_EQ(testing::internal::GetCapturedStdout().find("[warning] 0 of 10 wanted samples"), 0u);
 
-    IBSamplerMesh onNothing(nullptr, kHostDevice);
+    IBSamplerMesh onNothing(nullptr, test::device());
     onNothing.generateSamples(10);
     testing::internal::CaptureStdout();
     onNothing.updateOnHost();
@@ -236,8 +235,8 @@ TEST(Sampler, WithoutSurfaceOrCandidatesAWarningSaysSo) {
     }
     test::addMesh(*scene, *scene->mRootNode, strip);
     SkeletalMesh mesh;
-    mesh.loadScene(*scene, kHostDevice);
-    IBSamplerMesh sampler(&mesh, kHostDevice);
+    mesh.loadScene(*scene, test::device());
+    IBSamplerMesh sampler(&mesh, test::device());
     testing::internal::CaptureStdout();
     sampler.generateSamples(5);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");

@@ -5,6 +5,7 @@
 
 #include "MeshLoad/MeshData.h"
 #include "platform/runtime.h"
+#include "support/device.h"
 #include "support/vectors.h"
 
 namespace drelt {
@@ -48,7 +49,7 @@ void fillFromCase(const test::VectorCase& given, MeshData& mesh) {
 
 TEST(Skin, AgreesWithTheReferenceOnBothSides) {
     const test::VectorCase given("skinning");
-    MeshData mesh(platform::kHostDevice);
+    MeshData mesh(test::device());
     fillFromCase(given, mesh);
     EXPECT_EQ(mesh.data_cpu.bone_affected, given.array<std::int32_t>("out_bone_affected"));
     EXPECT_TRUE(test::compareScaled(given.array<double>("out_weights"),
@@ -84,7 +85,7 @@ void makeVertex(MeshData& mesh, const std::vector<double>& weights) {
 }
 
 TEST(Skin, OppositeRotationsShortenTheNormal) {
-    MeshData mesh(platform::kHostDevice);
+    MeshData mesh(test::device());
     makeVertex(mesh, {2.0, 2.0});
     const Eigen::Vector3d axis = Eigen::Vector3d::UnitZ();
     mesh.data_cpu.bone_transforms[0] = Eigen::AngleAxisd(M_PI / 3, axis);
@@ -96,7 +97,7 @@ TEST(Skin, OppositeRotationsShortenTheNormal) {
 }
 
 TEST(Skin, WithoutBonesVerticesFollowTheNode) {
-    MeshData mesh(platform::kHostDevice);
+    MeshData mesh(test::device());
     makeVertex(mesh, {});
     mesh.data_cpu.node_transform =
         Eigen::Translation3d(0, 0, 2) * Eigen::AngleAxisd(M_PI / 2, Eigen::Vector3d::UnitZ());
@@ -108,7 +109,7 @@ TEST(Skin, WithoutBonesVerticesFollowTheNode) {
 }
 
 TEST(Skin, FlagsSayWhichSideIsNewer) {
-    MeshData mesh(platform::kHostDevice);
+    MeshData mesh(test::device());
     makeVertex(mesh, {1.0});
     Eigen::Isometry3d& bone = mesh.data_cpu.bone_transforms[0];
     const Eigen::Vector3d& at = mesh.data_cpu.curr_positions[0];

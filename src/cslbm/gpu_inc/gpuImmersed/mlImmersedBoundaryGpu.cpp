@@ -107,6 +107,7 @@ void addToTile(const SpreadStencil& stencil, const NodeBox& tile, const mlFlow* 
 void spreadOnHostThreads(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
                          int sampleCount, const mlUnitScale& scale, int R,
                          SpreadWorkspace& workspace) {
+    const platform::HostAccess access;
     workspace.reserve(sampleCount);
     const SpreadStencil* const stencils = workspace.stencils();
     const NodeBox reach = formStencils(flow, param, boundary, sampleCount, scale, R,
