@@ -25,6 +25,12 @@ int pitchFor(int nx) {
     return kLine * (lines % 2 == 0 ? lines + 1 : lines);
 }
 
+// Sets a bit that other threads may be setting as well; most are set already.
+void markBit(unsigned& word, unsigned bit) {
+    if ((__atomic_load_n(&word, __ATOMIC_RELAXED) & bit) != 0) return;
+    __atomic_fetch_or(&word, bit, __ATOMIC_RELAXED);
+}
+
 // The slab of a thread.
 struct Slab {
     int z0, z1;
@@ -218,7 +224,7 @@ NodeBox FusedDomain::markWanted(const NodeBox* boxes, int count) {
             for (int y = box.y0; y < box.y1; ++y) {
                 unsigned* const words = wantedOf(y, z);
                 for (int c = box.x0 / kChunk; c <= (box.x1 - 1) / kChunk; ++c) {
-                    __atomic_fetch_or(words + c / 32, 1u << (c % 32), __ATOMIC_RELAXED);
+                    markBit(words[c / 32], 1u << (c % 32));
                 }
             }
         }
@@ -250,9 +256,14 @@ void FusedDomain::fillWanted(int y, int z) {
     float* const to[4] = {&record_.rou[start].value, record_.ux + start, record_.uy + start,
                           record_.uz + start};
     unsigned* const words = wantedOf(y, z);
+    const auto marked = [&](int c) {
+        return c * kChunk < nx && (words[c / 32] >> (c % 32) & 1u) != 0;
+    };
     for (int c = 0; c * kChunk < nx; ++c) {
-        if ((words[c / 32] >> (c % 32) & 1u) == 0) continue;
-        sweeps_->segment(state_, y, z, c * kChunk, std::min(nx, (c + 1) * kChunk), to);
+        const int first = c;
+        while (marked(c)) ++c;
+        if (c == first) continue;
+        sweeps_->segment(state_, y, z, first * kChunk, std::min(nx, c * kChunk), to);
     }
     std::fill(words, words + chunkWords_, 0u);
 }

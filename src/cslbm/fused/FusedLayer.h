@@ -16,7 +16,7 @@ struct DeviationRing {
     int height;  // rows of a plane of the ring
 
     DRELT_FUSED_INLINE float* row(const FusedState& s, int y, int z) const {
-        return first + static_cast<std::ptrdiff_t>(z % 3 * height + (y - y0 + 1)) * 27 * s.pitch;
+        return first + (z % 3 * height + (y - y0 + 1)) * (27 * s.pitch);
     }
 };
 
@@ -131,7 +131,7 @@ DRELT_FUSED_INLINE void findLayerRow(const FusedState& s, const DeviationRing& r
 }
 
 // Nodes of a row that are collided together.
-constexpr int kBlockNodes = 128;
+constexpr std::ptrdiff_t kBlockNodes = 128;
 
 // What the layer gives to the nodes of a block, direction by direction:
 // -sigma (sigma Q + 2 fEqTilde + cNQ) without the part of 2 fEqTilde that the collision leaves out.
@@ -176,7 +176,7 @@ DRELT_FUSED_INLINE void absorbAlong(const FusedState& s, const LayerRow& row, co
     constexpr int ey = codeY(Code);
     constexpr int ez = codeZ(Code);
     constexpr int length = ex * ex + ey * ey + ez * ez;
-    const std::ptrdiff_t start = Code * static_cast<std::ptrdiff_t>(s.pitch) + x0;
+    const std::ptrdiff_t start = Code * s.pitch + x0;
     const float* const own = row.q[4] + start;
     const float* const ahead = row.outer ? own : row.q[Code / 3] + start + ex;
     const float* const behind = row.q[(26 - Code) / 3] + start - ex;
@@ -207,7 +207,7 @@ static void absorb(const FusedState& s, const LayerRow& row, int x0, int x1, int
     PackMask lane;
     for (int i = 0; i < kLanes; ++i) lane[i] = i;
     run.first = lane == 0;
-    run.last = lane == (s.nx - 1) % kLanes;
+    run.last = lane == static_cast<int>((s.nx - 1) % kLanes);
     run.sigma = sigma;
     for (int i = 0; i < run.packs; ++i) {
         sigma[i] = dampingAt(s, row.depth, x0 + i * kLanes);

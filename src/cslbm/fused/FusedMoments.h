@@ -71,7 +71,7 @@ DRELT_FUSED_INLINE void openRow(const FusedState& s, int y, int z) {
 // Lines of memory to bring to the cache while a loop goes through the packs of a row, a share with each.
 // Spread over all loops: a burst would be dropped where the queue of misses is full.
 struct Ahead {
-    static constexpr int kFloats = 16;  // of a line
+    static constexpr std::ptrdiff_t kFloats = 16;  // of a line
     const float* next;
     std::ptrdiff_t share;
 

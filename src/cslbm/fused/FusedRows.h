@@ -37,13 +37,12 @@ struct PairPlaces {
 DRELT_FUSED_INLINE PairPlaces pairPlaces(const FusedState& s, int code) {
     const int a = s.swapped != 0 ? code : code - 14;
     const int b = s.swapped != 0 ? code - 14 : code;
-    return {static_cast<std::ptrdiff_t>(a) * s.pitch, static_cast<std::ptrdiff_t>(b) * s.pitch,
-            rowStart(s, codeY(code), codeZ(code), 27) + codeX(code)};
+    return {a * s.pitch, b * s.pitch, rowStart(s, codeY(code), codeZ(code), 27) + codeX(code)};
 }
 
 // Fills the offsets of a state for its present roles of the places.
 DRELT_FUSED_INLINE void findOffsets(FusedState& s) {
-    s.place[13] = 13 * static_cast<std::ptrdiff_t>(s.pitch);
+    s.place[13] = 13 * s.pitch;
     int ends = 0;
     for (int code = 14; code < 27; ++code) {
         const PairPlaces pair = pairPlaces(s, code);

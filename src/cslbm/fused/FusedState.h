@@ -23,10 +23,10 @@ namespace drelt {
 
 struct FusedState {
     int nx, ny, nz;
-    int pitch;    // floats from one row of a field to the next, an odd multiple of 16
-    int width;    // of the absorbing layer [nodes]
-    int swapped;  // 1 if places A are the upper 13 slots of a row, else 0
-    float nu;     // kinematic viscosity
+    std::ptrdiff_t pitch;  // floats from one row of a field to the next, an odd multiple of 16
+    int width;             // of the absorbing layer [nodes]
+    int swapped;           // 1 if places A are the upper 13 slots of a row, else 0
+    float nu;              // kinematic viscosity
 
     // Offsets from a row's start, in floats, of what follows from `swapped`; see FusedRows.h.
     std::ptrdiff_t place[27];  // of the streamed population of node 0, by code

@@ -116,7 +116,7 @@ struct CollideArguments {
     LayerRow layer;       // with a layer
 };
 
-constexpr int kBlockPacks = kBlockNodes / kLanes;
+constexpr std::ptrdiff_t kBlockPacks = kBlockNodes / kLanes;
 
 // Rates of some packs. They are found before any of the packs relaxes: their roots and quotients take
 // long, and so those of one pack pass while others go on.
@@ -252,8 +252,8 @@ static void edges(const FusedState& s, int z0, int z1) {
 // some rows ahead, and the moments of the row after the next.
 DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0, int y1) {
     constexpr int kRowsAhead = 4;
-    const int packs = (s.nx + kLanes - 1) / kLanes;
-    const int height = y1 - y0;
+    const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
+    const std::ptrdiff_t height = y1 - y0;
     const int touched = (y1 + 2 < s.ny + 1 ? y1 + 2 : s.ny + 1) - y0;
     const std::ptrdiff_t lines = rowStart(s, touched, 0, 27) / Ahead::kFloats;
     const std::ptrdiff_t share = (lines + height * packs - 1) / (height * packs);
@@ -279,8 +279,10 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
     const bool layer = s.width > 0;
-    for (int y0 = 0; y0 < s.ny; y0 += kTileRows) {
-        const int y1 = y0 + kTileRows < s.ny ? y0 + kTileRows : s.ny;
+    const int tiles = (s.ny + kTileRows - 1) / kTileRows;
+    const int rows = (s.ny + tiles - 1) / tiles;
+    for (int y0 = 0; y0 < s.ny; y0 += rows) {
+        const int y1 = y0 + rows < s.ny ? y0 + rows : s.ny;
         const DeviationRing ring{scratch, y0, kTileRows + 2};
         for (int y = y0 - 1; layer && y <= y1; ++y) {
             deviationOfRow(s, y, z0 - 1, ring);

@@ -13,19 +13,19 @@ namespace drelt {
 namespace DRELT_FUSED_ISA {
 
 #if defined(__AVX512F__)
-constexpr int kLanes = 16;
+constexpr std::ptrdiff_t kLanes = 16;
 #elif defined(__AVX2__) && defined(__FMA__)
-constexpr int kLanes = 8;
+constexpr std::ptrdiff_t kLanes = 8;
 #else
-constexpr int kLanes = 4;
+constexpr std::ptrdiff_t kLanes = 4;
 #endif
 
-typedef float Pack __attribute__((vector_size(4 * kLanes)));
-typedef int PackMask __attribute__((vector_size(4 * kLanes)));
-typedef double DoublePack __attribute__((vector_size(8 * kLanes)));
+using Pack __attribute__((vector_size(4 * kLanes))) = float;
+using PackMask __attribute__((vector_size(4 * kLanes))) = int;
+using DoublePack __attribute__((vector_size(8 * kLanes))) = double;
 // the same anywhere in an array
-typedef float LoosePack __attribute__((vector_size(4 * kLanes), aligned(4), may_alias));
-typedef double LooseDoublePack __attribute__((vector_size(8 * kLanes), aligned(8), may_alias));
+using LoosePack __attribute__((vector_size(4 * kLanes), aligned(4), may_alias)) = float;
+using LooseDoublePack __attribute__((vector_size(8 * kLanes), aligned(8), may_alias)) = double;
 
 DRELT_FUSED_INLINE Pack loadPack(const float* from) {
     return *reinterpret_cast<const LoosePack*>(from);
