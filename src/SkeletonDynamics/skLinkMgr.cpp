@@ -59,12 +59,14 @@ void skLinkMgr::refreshRecords() {
 }
 
 void skLinkMgr::copyToDevice() {
+    checkCudaErrors(cudaSetDevice(gpuId));
     // clang-format off
     checkCudaErrors(cudaMemcpy(this->link_data_device, this->link_data_host.data(), sizeof(skLinkData) * this->link_data_host.size(), cudaMemcpyHostToDevice));
     // clang-format on
 }
 
 void skLinkMgr::copyToHost() {
+    checkCudaErrors(cudaSetDevice(gpuId));
     // clang-format off
     checkCudaErrors(cudaMemcpy(this->link_data_host.data(),this->link_data_device, sizeof(skLinkData) * this->link_data_host.size(), cudaMemcpyDeviceToHost));
     // clang-format on

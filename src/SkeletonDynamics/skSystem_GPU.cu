@@ -3,7 +3,9 @@
 #include <thrust/execution_policy.h>
 #include <thrust/functional.h>
 #include <thrust/reduce.h>
+#include <thrust/system_error.h>
 
+#include "platform/check.h"
 #include "platform/launch_cuda.cuh"
 
 DRELT_INSTANTIATE_DEVICE(drelt::calExtForcesKernel, Flat);
@@ -39,8 +41,13 @@ struct ScratchAllocator {
 void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
                          LinkWrench* sums, DeviceScratch& scratch) {
     ScratchAllocator allocator{&scratch};
-    thrust::reduce_by_key(thrust::cuda::par(allocator), labels, labels + sampleCount, wrenches,
-                          keys, sums, SameLabel{}, AddWrenches{});
+    try {
+        thrust::reduce_by_key(thrust::cuda::par(allocator), labels, labels + sampleCount, wrenches,
+                              keys, sums, SameLabel{}, AddWrenches{});
+    } catch (const thrust::system_error& error) {
+        platform::checkDeviceCall(static_cast<cudaError_t>(error.code().value()),
+                                  "thrust::reduce_by_key", __FILE__, __LINE__);
+    }
 }
 
 }  // namespace drelt

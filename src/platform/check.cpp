@@ -1,5 +1,6 @@
 #include "platform/check.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -25,6 +26,9 @@ std::string sourcePath(const char* file) {
 }  // namespace
 
 void failDeviceCall(cudaError_t status, const char* statement, const char* file, int line) {
+    // destructors that run at exit free device memory that is gone: they have nothing more to say
+    static std::atomic<bool> ending{false};
+    if (ending.exchange(true)) std::_Exit(1);
     std::fflush(stdout);
     std::fprintf(stderr, "CUDA error at %s:%d code=%d(%s) \"%s\" \n", sourcePath(file).c_str(),
                  line, static_cast<int>(status), errorName(status), statement);

@@ -45,11 +45,14 @@ struct LaunchExtent {
     int x, y, z;
 };
 
-// Threads of a block and blocks of a grid, as the launchers state them for a CUDA device.
+// Threads of a block and blocks of a grid, as the launchers state them for a CUDA device. A block has at
+// most kMaxBlockThreads.
 struct LaunchShape {
     unsigned blockX, blockY, blockZ;
     unsigned gridX, gridY, gridZ;
 };
+
+inline constexpr int kMaxBlockThreads = 512;
 
 // How a device thread finds its index: the flat thread number decoded with the extent, or the three
 // thread axes as they are.

@@ -45,8 +45,10 @@ __device__ __forceinline__ void runAxes(LaunchExtent extent, Args... args) {
     }
 }
 
+// The bound holds an operator to as few registers as a block of that size can have: without it the
+// largest ones, near 128 now, may fail to launch where another compiler gives them more.
 template <auto Op, ThreadMapping Mapping, class... Args>
-__global__ void runOperator(LaunchExtent extent, Args... args) {
+__global__ void __launch_bounds__(kMaxBlockThreads) runOperator(LaunchExtent extent, Args... args) {
     if constexpr (Mapping == ThreadMapping::Flat) {
         runFlat<Op>(extent, args...);
     } else {

@@ -250,6 +250,7 @@ void IBSamplerMesh::freeDevice() {
 }
 
 void IBSamplerMesh::copyToDevice() {
+    checkCudaErrors(cudaSetDevice(gpuId));
     checkCudaErrors(cudaMemcpy(samples_dev, samples.data(), samples.size() * sizeof(MeshSample),
                                cudaMemcpyHostToDevice));
     mgr_.upload();
@@ -257,6 +258,7 @@ void IBSamplerMesh::copyToDevice() {
 }
 
 void IBSamplerMesh::copyToHost() {
+    checkCudaErrors(cudaSetDevice(gpuId));
     checkCudaErrors(cudaMemcpy(samples.data(), samples_dev, samples.size() * sizeof(MeshSample),
                                cudaMemcpyDeviceToHost));
     mgr_.download();

@@ -69,5 +69,23 @@ TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
     EXPECT_LT(small, std::size_t{16} * 16 * 16 * sizeof(float)) << "nor is it one field";
 }
 
+TEST(DeviceUse, ImpossibleDevicesAndAllocationsEndTheProcessWithTheirLine) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto allocateOn = [](int device, std::int64_t nodes) {
+        mlFlow domain{};
+        domain.count = nodes;
+        mlSinglePhaseSolverNew solver(device);
+        solver.lbmvec = {&domain};
+        solver.allocateDevice();
+    };
+    const std::string head = "^CUDA error at cslbm/mlsolver/mlSinglePhaseSolverNew:[0-9]+ code=";
+    EXPECT_EXIT(allocateOn(4711, 1), testing::ExitedWithCode(1),
+                head + "101\\(cudaErrorInvalidDevice\\) \"cudaSetDevice\\(gpuDeviceId\\)\" \n");
+    EXPECT_EXIT(allocateOn(test::device(), std::int64_t{1} << 40), testing::ExitedWithCode(1),
+                head +
+                    "2\\(cudaErrorMemoryAllocation\\) \"cudaMalloc\\(&f_dev, 27 \\* "
+                    "mllbm_host->count \\* sizeof\\(float\\)\\)\" \n");
+}
+
 }  // namespace
 }  // namespace drelt

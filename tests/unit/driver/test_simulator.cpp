@@ -167,16 +167,18 @@ TEST_F(Simulator, RunsStartAgainAfterResetAndCommit) {
     };
     const double first = run();
     EXPECT_GT(first, 0);
+    // bit for bit, but on a GPU, where forces are added in no order
+    const double allowed = test::onGpu() ? 1e-6 * first : 0;
     sim->reset();
     const mlFlow& host = *sim->lbmvec[0];
     EXPECT_EQ(host.rou[500].value, 1.0f) << "nothing was downloaded";
     // the device's density is what a reset leaves behind
     cudaMemcpy(sim->solver->rou_dev_vec[0], host.rou, host.count * sizeof(float),
                cudaMemcpyHostToDevice);
-    EXPECT_EQ(run(), first) << "bit for bit";
+    EXPECT_NEAR(run(), first, allowed);
     sim->reset();
     sim->commitInit();
-    EXPECT_EQ(run(), first) << "bit for bit";
+    EXPECT_NEAR(run(), first, allowed);
 }
 
 TEST_F(Simulator, InletsAreMarkedByPositionAndCleared) {
