@@ -25,7 +25,7 @@ Velocity velocityAt(const Node& at) {
             0.04f * std::cos(0.09f * static_cast<float>(at.x))};
 }
 
-constexpr double kBytesPerNode = 8 * 27 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
+constexpr double kBytesPerNode = 8.0 * 27 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
 
 // Whether the device, and the host for the start, have memory for a grid.
 bool fits(const Grid& grid) {

@@ -57,7 +57,9 @@ public:
     void forEachHostBlock(Visit&& visit) const {
         const std::lock_guard<std::mutex> lock(mutex_);
         for (const auto& [address, block] : blocks_) {
-            if (block.device == kHostDevice) visit(reinterpret_cast<void*>(address), block.mapped);
+            if (block.device != kHostDevice) continue;
+            // NOLINTNEXTLINE(performance-no-int-to-ptr)
+            visit(reinterpret_cast<void*>(address), block.mapped);
         }
     }
     std::size_t inUse() const {

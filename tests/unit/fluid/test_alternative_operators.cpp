@@ -16,6 +16,7 @@
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "cslbm/gpu_inc/gpu/mlWave.h"
 #include "cslbm/gpu_inc/gpu/mlZouHeBndConditionGpu.h"
+#include "support/device.h"
 #include "support/flow_fixture.h"
 #include "support/random_flow.h"
 #include "support/vectors.h"
@@ -355,6 +356,37 @@ TEST(SceneForcing, PushesOnFourPlanesAndMovesTwoClasses) {
             EXPECT_EQ(h.forcex[flow.node(16, y, a)], a < 8 ? -on : 0.0);
             EXPECT_EQ(h.forcex[flow.node(a, y, 5)], a == 16 ? -on : 0.0);
         }
+}
+
+// A CUDA grid has at most 65535 blocks along y and z; each node must still be visited, and once.
+TEST(Launches, CoverBoxesLongerThanAGridMayBe) {
+    const LaunchExtent box{3, 2, 70000};
+    const std::size_t nodes = 3 * 2 * 70000;
+    DeviceArray<mlDensity<float>> rou(std::vector<mlDensity<float>>(nodes, {2.0f}));
+    DeviceArray<float> ux(std::vector<float>(nodes, 12.0f)), uy(std::vector<float>(nodes, 12.0f)),
+        uz(std::vector<float>(nodes, 12.0f));
+    DeviceArray<double> force(std::vector<double>(nodes, 0.0));
+    DeviceArray<MLLATTICENODE_FLAG> flag(std::vector<MLLATTICENODE_FLAG>(nodes, ML_NODE_FLUID));
+    mlFlow record{};
+    record.rou = rou.data();
+    record.ux = ux.data();
+    record.uy = uy.data();
+    record.uz = uz.data();
+    record.forcex = record.forcey = record.forcez = force.data();
+    record.flag = flag.data();
+    DeviceArray<mlFlow> flow(std::vector<mlFlow>{record});
+    MLFluidParam param{};
+    param.samples_x = box.x;
+    param.samples_y = box.y;
+    param.samples_z = box.z;
+    mlRestoreUOpt(flow.data(), &param);
+    launchRange<&mlAddForcetoUKernel>(coveringShape(box, 8, 1, 1), box, flow.data(), 0.0f,
+                                      long{box.x}, long{box.y}, long{box.z});
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+    for (DeviceArray<float>* const u : {&ux, &uy, &uz}) {
+        EXPECT_EQ(u->values(), Array<float>(nodes, 3.0f));
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 #include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
+#include "support/device.h"
 #include "support/flow_fixture.h"
 
 namespace drelt::test {
@@ -76,6 +77,8 @@ double reflection(double halfWidth, int layer) {
 }
 
 TEST(OpenPlanes, ReflectAQuarterOfAPlanePulseInverted) {
+    if (guarded)
+        GTEST_SKIP() << "opens and closes pages too often; others guard the same operators";
     for (const double halfWidth : {4.0, 8.0, 16.0}) {
         EXPECT_NEAR(reflection(halfWidth, 0), -0.255, 0.015) << halfWidth;
     }
