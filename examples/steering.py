@@ -22,6 +22,7 @@ from support import (
     SWIMMERS,
     command_gait,
     make_swimmer,
+    positive,
     progress,
     save_frame,
     wall_clock,
@@ -47,7 +48,7 @@ PICTURE_SIZE = (640, 400)
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--mode", choices=sorted(MODES), default="two_way")
-    parser.add_argument("--cycles", type=int, default=7, help="beat cycles to simulate")
+    parser.add_argument("--cycles", type=positive, default=7, help="beat cycles to simulate")
     parser.add_argument("--nodes", type=int, help="node spacings a body length")
     parser.add_argument("--no-control", action="store_true", help="swim on without steering")
     parser.add_argument("--no-frames", action="store_true", help="write no VTK frames")

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import argparse
 import math
 import time
 from dataclasses import dataclass
@@ -19,6 +20,14 @@ LENGTH = 0.2  # m, of a swimmer
 PERIOD = 1.0  # s, of its beat
 MODES = {name.lower(): mode for name, mode in drelt.COUPLE_MODE.__members__.items()}
 BODY_FRAMES, FLUID_FRAMES = 16, 4  # a cycle
+
+
+def positive(text):
+    """A whole number of 1 or more, for argparse."""
+    number = int(text)
+    if number < 1:
+        raise argparse.ArgumentTypeError(f"{number} is too few; give 1 or more")
+    return number
 
 
 def progress(steps, nodes, title):

@@ -17,6 +17,7 @@ from support import (
     SWIMMERS,
     command_gait,
     make_swimmer,
+    positive,
     progress,
     save_frame,
     wall_clock,
@@ -32,7 +33,7 @@ def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--mode", choices=sorted(MODES), default="two_way")
     parser.add_argument("--body", choices=sorted(SWIMMERS), default="swimmer")
-    parser.add_argument("--cycles", type=int, default=3, help="beat cycles to simulate")
+    parser.add_argument("--cycles", type=positive, default=3, help="beat cycles to simulate")
     parser.add_argument("--nodes", type=int, help="node spacings a body length")
     parser.add_argument("--no-frames", action="store_true", help="write no VTK files")
     parser.add_argument("--out", default=str(ROOT / "data"), help="folder for files and pictures")

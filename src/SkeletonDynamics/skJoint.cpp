@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "SkeletonDynamics/requireFinite.h"
+
 namespace drelt {
 
 skJoint::skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics::Joint* dartJoint,
@@ -14,20 +16,23 @@ skJoint::skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics
       name_(description_->name),
       skeleton_(std::move(skeleton)) {}
 
-void skJoint::requireLength(const Eigen::VectorXd& values, const char* what) const {
+void skJoint::requireValues(const Eigen::VectorXd& values, const char* what) const {
     if (values.size() != getNumDofs()) {
         throw std::invalid_argument(std::string(what) + " of joint '" + name_ + "': got " +
                                     std::to_string(values.size()) + " values, needed " +
                                     std::to_string(getNumDofs()) + ", one a degree of freedom");
     }
+    requireFinite(values, std::string(what) + " of joint '" + name_ + "'");
 }
 
-void skJoint::requireDof(int dof) const {
+void skJoint::requireValue(int dof, double value, const char* what) const {
     if (dof < 0 || dof >= getNumDofs()) {
         throw std::out_of_range("joint '" + name_ + "' has " + std::to_string(getNumDofs()) +
                                 " degrees of freedom, counted from 0: there is none with index " +
                                 std::to_string(dof));
     }
+    requireFinite(Eigen::Matrix<double, 1, 1>(value),
+                  std::string(what) + " of joint '" + name_ + "'");
 }
 
 std::string skJoint::getJointType() const { return kJointTypeWords[description_->type]; }
@@ -35,22 +40,22 @@ std::string skJoint::getJointType() const { return kJointTypeWords[description_-
 int skJoint::getNumDofs() const { return static_cast<int>(joint_->getNumDofs()); }
 
 void skJoint::setCommand(const Eigen::VectorXd& commands) {
-    requireLength(commands, "commands");
+    requireValues(commands, "commands");
     joint_->setCommands(commands);
 }
 
 void skJoint::setForce(const Eigen::VectorXd& forces) {
-    requireLength(forces, "forces");
+    requireValues(forces, "forces");
     joint_->setForces(forces);
 }
 
 void skJoint::setPositions(const Eigen::VectorXd& positions) {
-    requireLength(positions, "positions");
+    requireValues(positions, "positions");
     joint_->setPositions(positions);
 }
 
 void skJoint::setPosition(int dof, double position) {
-    requireDof(dof);
+    requireValue(dof, position, "position");
     joint_->setPosition(static_cast<std::size_t>(dof), position);
 }
 
@@ -59,14 +64,14 @@ Eigen::VectorXd skJoint::getPositions() const { return joint_->getPositions(); }
 Eigen::VectorXd skJoint::getVelocities() const { return joint_->getVelocities(); }
 
 void skJoint::setVelocity(int dof, double velocity) {
-    requireDof(dof);
+    requireValue(dof, velocity, "velocity");
     joint_->setVelocity(static_cast<std::size_t>(dof), velocity);
 }
 
 Eigen::VectorXd skJoint::getAccelerations() const { return joint_->getAccelerations(); }
 
 void skJoint::setAcceleration(int dof, double acceleration) {
-    requireDof(dof);
+    requireValue(dof, acceleration, "acceleration");
     joint_->setAcceleration(static_cast<std::size_t>(dof), acceleration);
 }
 

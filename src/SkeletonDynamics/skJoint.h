@@ -15,8 +15,9 @@ class Skeleton;
 namespace drelt {
 
 // Wraps a DART joint and keeps its skeleton alive. Vectors have one entry a degree of freedom
-// (DOF) of the joint: radians or metres and their rates, N m or N. A vector of another length raises
-// std::invalid_argument, a DOF index outside the joint std::out_of_range.
+// (DOF) of the joint: radians or metres and their rates, N m or N. A vector of another length and
+// a number that is not finite raise std::invalid_argument, a DOF index outside the joint
+// std::out_of_range.
 class skJoint {
 public:
     skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics::Joint* dartJoint,
@@ -43,8 +44,8 @@ public:
     const std::shared_ptr<SkeletonJoint>& description() const { return description_; }
 
 private:
-    void requireLength(const Eigen::VectorXd& values, const char* what) const;
-    void requireDof(int dof) const;
+    void requireValues(const Eigen::VectorXd& values, const char* what) const;
+    void requireValue(int dof, double value, const char* what) const;
 
     std::shared_ptr<SkeletonJoint> description_;
     dart::dynamics::Joint* joint_;

@@ -10,6 +10,7 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystemBuild.h"
@@ -67,6 +68,8 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
       description_(std::move(skeletonDescription)),
       useGpuPath_(path == Path::Device) {
     requireDescription(description_, sampleNum, device);
+    requireFinite(translation, "the skeleton's translation");
+    requireFinite(rotation, "the skeleton's rotation");
     buildBodies();
 
     if (description_->markers) {
@@ -161,6 +164,8 @@ void skSystem::collectControlledDofs() {
 }
 
 void skSystem::setHead(const Eigen::Vector3d& position, const Eigen::Vector3d& target_orientation) {
+    requireFinite(position, "setHead: position");
+    requireFinite(target_orientation, "setHead: target_orientation");
     const Eigen::Quaterniond turn = Eigen::Quaterniond::FromTwoVectors(
         normalizedIfAny(baseLinkFwd_), normalizedIfAny(target_orientation));
     Eigen::Isometry3d pose = description_->rootJoint->node->localTransform;

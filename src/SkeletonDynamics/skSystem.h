@@ -25,7 +25,7 @@ class skLink;
 class skLinkMgr;
 
 // Vectors over degrees of freedom (DOFs) are in the order of DART's skeleton; SI units and radians.
-// A vector of the wrong length raises std::invalid_argument.
+// A vector of the wrong length and a number that is not finite raise std::invalid_argument.
 class skSystem : public mlLifeCycle<skSystem>, public GpuCopyable {
 public:
     // Where meshes and samples are computed in an update.
@@ -35,7 +35,7 @@ public:
     // pose of the root joint's node. About sampleNum samples are put on its surface.
     // Raises std::runtime_error for a mesh without joints; std::invalid_argument for a base link or
     // base frame that does not exist, a mimic joint without master, a device other than the
-    // description's, a negative sample count.
+    // description's, a negative sample count, a placement that is not finite.
     skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int sampleNum, int device,
              const Eigen::Vector3d& translation, const Eigen::Vector3d& rotation,
              Path path = Path::Device);
@@ -110,7 +110,7 @@ private:
     void labelFaces();
     void placeRoot(const Eigen::Isometry3d& pose);
     void collectControlledDofs();
-    void requireLength(const Eigen::VectorXd& values, int needed, const char* what) const;
+    void requireValues(const Eigen::VectorXd& values, int needed, const char* what) const;
     void updateBaseAxes();
     void updateMovingFrame();
     void updateLinkRecords();

@@ -2,6 +2,7 @@
 #include <dart/dynamics/Skeleton.hpp>
 #include <stdexcept>
 
+#include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystem.h"
@@ -34,18 +35,19 @@ std::shared_ptr<skJoint> skSystem::getJoint(const std::string& name) const {
     return joints_->find(name);
 }
 
-void skSystem::requireLength(const Eigen::VectorXd& values, int needed, const char* what) const {
+void skSystem::requireValues(const Eigen::VectorXd& values, int needed, const char* what) const {
     if (values.size() != needed) {
         throw std::invalid_argument(std::string(what) + " of '" + skeleton_->getName() + "': got " +
                                     std::to_string(values.size()) + " values, needed " +
                                     std::to_string(needed));
     }
+    requireFinite(values, std::string(what) + " of '" + skeleton_->getName() + "'");
 }
 
 Eigen::VectorXd skSystem::getForces() const { return skeleton_->getForces(); }
 
 void skSystem::setForces(const Eigen::VectorXd& forces) {
-    requireLength(forces, static_cast<int>(skeleton_->getNumDofs()), "forces of all DOFs");
+    requireValues(forces, static_cast<int>(skeleton_->getNumDofs()), "forces of all DOFs");
     skeleton_->setForces(forces);
 }
 
@@ -74,7 +76,7 @@ Eigen::VectorXd skSystem::getCOMAngularVelocity() const {
 Eigen::VectorXd skSystem::getCommands() const { return skeleton_->getCommands(controlledDofs_); }
 
 void skSystem::setCommands(const Eigen::VectorXd& commands) {
-    requireLength(commands, getNumDofs(), "commands of the actuated DOFs");
+    requireValues(commands, getNumDofs(), "commands of the actuated DOFs");
     skeleton_->setCommands(controlledDofs_, commands);
 }
 

@@ -1,19 +1,21 @@
 #include "SkeletonDynamics/skWorld.h"
 
 #include <algorithm>
+#include <cmath>
 #include <dart/dynamics/SimpleFrame.hpp>
 #include <dart/simulation/World.hpp>
 #include <stdexcept>
 #include <string>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/requireFinite.h"
 #include "cslbm/mlsolver/couplingMode.h"
 
 namespace drelt {
 
 skWorld::skWorld(const Eigen::Vector3d& gravity)
     : world_(dart::simulation::World::create("world")) {
-    world_->setGravity(gravity);
+    skWorld::setGravity(gravity);
 }
 
 skWorld::~skWorld() = default;
@@ -46,9 +48,18 @@ Eigen::Vector3d skWorld::getGravity() const { return world_->getGravity(); }
 
 double skWorld::getTime() const { return world_->getTime(); }
 
-void skWorld::setGravity(const Eigen::Vector3d& gravity) { world_->setGravity(gravity); }
+void skWorld::setGravity(const Eigen::Vector3d& gravity) {
+    requireFinite(gravity, "the world's gravity");
+    world_->setGravity(gravity);
+}
 
-void skWorld::setTimestep(float dt) { world_->setTimeStep(dt); }
+void skWorld::setTimestep(float dt) {
+    if (!std::isfinite(dt) || dt <= 0) {
+        throw std::invalid_argument("the world's time step is " + std::to_string(dt) +
+                                    " s; give a finite positive number");
+    }
+    world_->setTimeStep(dt);
+}
 
 std::vector<IBBoundaryMemMgr*> skWorld::getBoundaries() {
     std::vector<IBBoundaryMemMgr*> boundaries;

@@ -16,7 +16,7 @@ namespace drelt {
 
 class skWorld : public mlBaseCouplingSolver {
 public:
-    // Gravity in world axes [m/s^2].
+    // Gravity in world axes [m/s^2]; see setGravity.
     explicit skWorld(const Eigen::Vector3d& gravity = Eigen::Vector3d::Zero());
     ~skWorld() override;
 
@@ -38,6 +38,8 @@ public:
     // One dynamics step of all bodies under the forces that the mode names, then their update.
     void step(int mode, float dt, float dx) override;
     std::vector<IBBoundaryMemMgr*> getBoundaries() override;
+    // These two raise std::invalid_argument for numbers that are not finite, and for a time step [s] of
+    // zero or less.
     void setGravity(const Eigen::Vector3d& gravity) override;
     void setTimestep(float dt) override;
     // All bodies to their state at the end of construction, time to zero.

@@ -1,7 +1,7 @@
 // Legacy VTK files, version 3.0: what a run leaves for a viewer.
 //
-// Missing folders are created. A file that cannot be written is reported in one "[warning]" line on
-// standard output, and the run goes on. A call returns after its file was flushed and closed.
+// Missing folders are created. A file that cannot be written is passed over in silence, and the run
+// goes on. A call returns after its file was flushed and closed.
 #pragma once
 
 #include <string>

@@ -30,7 +30,7 @@ void bindRenderer(py::module_& module) {
 
     module.def("make_renderer", &makeRenderer,
                "New renderer of images of this width and height [pixels]. Raises ValueError for a\n"
-               "size that is not positive.");
+               "side that is not positive or above 16384.");
 
     renderer.def(py::init(&makeRenderer), py::arg("width"), py::arg("height"), "As make_renderer.")
         .def("render", &tinyRenderer::render,
@@ -43,7 +43,7 @@ void bindRenderer(py::module_& module) {
             "its\n"
             "top. A file that cannot be opened is passed over. Raises RuntimeError where no frame "
             "has\n"
-            "been drawn.")
+            "been drawn, with the reason.")
         .def("setCamera", &tinyRenderer::setCamera, py::arg("position"), py::arg("target"),
              py::arg("worldup"),
              "Looks from position to target (3 each) [m], with the direction worldup (3) upwards.")

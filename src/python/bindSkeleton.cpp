@@ -8,6 +8,7 @@
 
 #include "Markers/Markers.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJoint.h"
 #include "SkeletonDynamics/skLink.h"
 #include "SkeletonDynamics/skSystem.h"
@@ -25,15 +26,17 @@ using Class = py::class_<T, std::shared_ptr<T>>;
 
 std::shared_ptr<skSystem> makeSystem(const std::shared_ptr<SkeletonSystem>& skeleton, int sampleNum,
                                      int gpuId, const Vector3d& translation,
-                                     const Vector3d& rotation, const Vector3d& /*scaling*/) {
+                                     const Vector3d& rotation, const Vector3d& scaling) {
+    requireFinite(scaling, "the skeleton's scaling");
     return std::make_shared<skSystem>(skeleton, sampleNum, gpuId, translation, rotation);
 }
 
 void bindFactories(py::module_& module) {
-    module.def("skeletonFromJson", &skeletonFromJson, py::arg("json_name"), py::arg("gpuId"),
-               "Reads a skeleton description file (JSON) and the mesh that it names. Raises\n"
-               "RuntimeError with the JSON library's text for a file that cannot be read or lacks\n"
-               "values.");
+    module.def(
+        "skeletonFromJson", &skeletonFromJson, py::arg("json_name"), py::arg("gpuId"),
+        "Reads a skeleton description file (JSON) and the mesh that it names; a relative path of\n"
+        "the mesh counts from the working directory. Raises RuntimeError with the JSON\n"
+        "library's text for a file that cannot be read or lacks values.");
     module.def(
         "make_skeletonSystem",
         [](const std::string& modelFile, int gpuId) {
@@ -54,7 +57,9 @@ void bindJoint(Class<skJoint>& joint) {
         .def("getNumDofs", &skJoint::getNumDofs, "Number of degrees of freedom (DOFs).")
         .def("setCommand", &skJoint::setCommand, py::arg("command"),
              "Commands of all DOFs for the next step; their meaning follows from the actuator.\n"
-             "Raises ValueError for a vector of another length, as do the other vectors here.")
+             "Raises ValueError for a vector of another length, as do the other vectors here, and "
+             "all\n"
+             "setters for a number that is not finite.")
         .def("setForce", &skJoint::setForce, py::arg("force"), "Forces [N] or moments [N m].")
         .def("setPositions", &skJoint::setPositions, py::arg("positions"), "[m] or [rad].")
         .def("setPosition", &skJoint::setPosition, py::arg("dof"), py::arg("position"),
@@ -97,11 +102,13 @@ void bindMarkers(Class<Markers>& markers) {
 
 void bindPose(Class<skSystem>& system) {
     system
-        .def("setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
-             "Turns the body so that its forward axis points along target_orientation and moves "
-             "its\n"
-             "root to position [m]. That pose becomes the zero of the joints: positions that they\n"
-             "have already come on top of it, and reset() goes back to it.")
+        .def(
+            "setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
+            "Turns the body so that its forward axis points along target_orientation and moves "
+            "its\n"
+            "root to position [m]. That pose becomes the zero of the joints: positions that they\n"
+            "have already come on top of it, and reset() goes back to it. Raises ValueError for a\n"
+            "number that is not finite.")
         .def("sample", &skSystem::sample, py::arg("sampleNum"),
              "Places about sampleNum samples anew, at rest and on the rest pose until the next\n"
              "update(). The surface counts once more at each call: a second one places half.\n"
@@ -133,11 +140,13 @@ void bindState(Class<skSystem>& system) {
              "linear part [m/s], whatever the name says.")
         .def("setForces", &skSystem::setForces, py::arg("forces"),
              "Generalised forces of all DOFs for the next step. Raises ValueError for another "
-             "length.")
+             "length\n"
+             "and for a number that is not finite.")
         .def("getCommands", &skSystem::getCommands, "Commands of the actuated DOFs.")
         .def("setCommands", &skSystem::setCommands, py::arg("commands"),
              "Commands of the actuated DOFs for the next step. Raises ValueError for another "
-             "length.")
+             "length\n"
+             "and for a number that is not finite.")
         .def("getMarkers", &skSystem::getMarkers, "The probes on the body's skin.");
 }
 
@@ -149,9 +158,12 @@ void bindWorld(Class<skWorld>& world) {
              "has committed this world.")
         .def("getSkeleton", &skWorld::getSkeleton, py::arg("index"),
              "Raises IndexError for an index without a body.")
-        .def("setTimestep", &skWorld::setTimestep, py::arg("timestep"), "[s]")
+        .def("setTimestep", &skWorld::setTimestep, py::arg("timestep"),
+             "[s]; each step of a simulator sets its own. Raises ValueError unless positive and "
+             "finite.")
         .def("getTimestep", &skWorld::getTimestep, "[s]")
-        .def("setGravity", &skWorld::setGravity, py::arg("gravity"), "[m/s^2], shape (3,).")
+        .def("setGravity", &skWorld::setGravity, py::arg("gravity"),
+             "[m/s^2], shape (3,). Raises ValueError for a number that is not finite.")
         .def("reset", &skWorld::reset,
              "All joints to their first positions and velocities, time to zero; a pose given by\n"
              "setHead stays.")
@@ -188,8 +200,8 @@ void bindSkeleton(py::module_& module) {
         "Builds the body of a description and places it: translation [m] and rotation\n"
         "[degrees; note its default] are added to the root joint's pose; scaling has no effect.\n"
         "Raises RuntimeError for a mesh without joints, ValueError for a base link, base frame\n"
-        "or mimic master that does not exist, another device than the description's, and\n"
-        "a negative number of samples.");
+        "or mimic master that does not exist, another device than the description's, a negative\n"
+        "number of samples, and a vector that is not finite.");
     bindPose(system);
     bindState(system);
     bindWorld(world);

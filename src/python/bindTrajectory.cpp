@@ -43,7 +43,8 @@ void bindFactories(py::module_& module) {
 
 void bindPoints(PointClass& point, PosePointClass& posePoint) {
     point.def(py::init<>(), "A point at the origin.")
-        .def_readwrite("data", &Point::data, "Position (3) [m].");
+        .def_readwrite("data", &Point::data,
+                       "Position (3) [m]. Reading gives a copy: assign a whole vector.");
 
     posePoint.def(py::init<>(), "A pose point, all zero.")
         .def("getPosition", &mlTPTrajectoryPData::getPosition, py::return_value_policy::copy,
@@ -148,7 +149,7 @@ void bindTrajectory(py::module_& module) {
         module, "VTKWriter",
         "Writes legacy VTK files as text. Missing folders are created; a file that cannot be "
         "written\n"
-        "is reported in a printed line and gives False.");
+        "gives False and is passed over in silence.");
     ControllerClass controller(
         module, "PDControl1D",
         "Proportional-derivative controller: Kp (desired - value) - Kd rate, the rate being the\n"

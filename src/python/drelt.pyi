@@ -178,7 +178,8 @@ class SkeletonJoint(_Handed):
         """One DOF."""
     def setCommand(self, command: ArrayLike) -> None:
         """Commands of all DOFs for the next step; their meaning follows from the actuator.
-        Raises ValueError for a vector of another length, as do the other vectors here."""
+        Raises ValueError for a vector of another length, as do the other vectors here, and all
+        setters for a number that is not finite."""
     def setForce(self, force: ArrayLike) -> None:
         """Forces [N] or moments [N m]."""
     def setPosition(self, dof: int, position: float) -> None:
@@ -233,8 +234,8 @@ class SkeletonDynamics(_Bound):
         """Builds the body of a description and places it: translation [m] and rotation
         [degrees; note its default] are added to the root joint's pose; scaling has no effect.
         Raises RuntimeError for a mesh without joints, ValueError for a base link, base frame
-        or mimic master that does not exist, another device than the description's, and
-        a negative number of samples."""
+        or mimic master that does not exist, another device than the description's, a negative
+        number of samples, and a vector that is not finite."""
     def getAccelerations(self) -> NDArray[np.float64]:
         """Of all DOFs [m/s^2, rad/s^2]."""
     def getBaseLink(self) -> SkeletonLink | None:
@@ -273,13 +274,16 @@ class SkeletonDynamics(_Bound):
         update(). The surface counts once more at each call: a second one places half.
         Raises ValueError for a number that is negative or does not fit into memory."""
     def setCommands(self, commands: ArrayLike) -> None:
-        """Commands of the actuated DOFs for the next step. Raises ValueError for another length."""
+        """Commands of the actuated DOFs for the next step. Raises ValueError for another length
+        and for a number that is not finite."""
     def setForces(self, forces: ArrayLike) -> None:
-        """Generalised forces of all DOFs for the next step. Raises ValueError for another length."""
+        """Generalised forces of all DOFs for the next step. Raises ValueError for another length
+        and for a number that is not finite."""
     def setHead(self, position: ArrayLike, target_orientation: ArrayLike) -> None:
         """Turns the body so that its forward axis points along target_orientation and moves its
         root to position [m]. That pose becomes the zero of the joints: positions that they
-        have already come on top of it, and reset() goes back to it."""
+        have already come on top of it, and reset() goes back to it. Raises ValueError for a
+        number that is not finite."""
     def update(self) -> None:
         """Brings frame, mesh, markers and samples up to the joints' state."""
 
@@ -298,9 +302,9 @@ class DartWorld(_Bound):
         """All joints to their first positions and velocities, time to zero; a pose given by
         setHead stays."""
     def setGravity(self, gravity: ArrayLike) -> None:
-        """[m/s^2], shape (3,)."""
+        """[m/s^2], shape (3,). Raises ValueError for a number that is not finite."""
     def setTimestep(self, timestep: float) -> None:
-        """[s]"""
+        """[s]; each step of a simulator sets its own. Raises ValueError unless positive and finite."""
     @property
     def time(self) -> float:
         """Simulated time [s]."""
@@ -315,7 +319,8 @@ class simulator3D(_Bound):
     def commitInit(self) -> None:
         """Brings fluid and bodies to the device: call it once all is set, before the first step.
         The grid is centred on the frame that it follows. Raises RuntimeError without a world
-        or with an empty one, ValueError where device ids differ."""
+        or with an empty one, ValueError where device ids differ or u0k, u0p and the time step
+        are not finite and positive."""
     def getIterNum(self) -> int:
         """Steps done since the start or the reset."""
     def getIterPerSave(self, frame_rate: int) -> int:
@@ -357,7 +362,7 @@ class trajectoryPoint3d(_Bound):
         """A point at the origin."""
     @property
     def data(self) -> NDArray[np.float64]:
-        """Position (3) [m]."""
+        """Position (3) [m]. Reading gives a copy: assign a whole vector."""
     @data.setter
     def data(self, value: ArrayLike) -> None: ...
 
@@ -430,7 +435,7 @@ class debugLine(_Bound):
 
 class VTKWriter(_Handed):
     """Writes legacy VTK files as text. Missing folders are created; a file that cannot be written
-    is reported in a printed line and gives False."""
+    gives False and is passed over in silence."""
     @staticmethod
     def writeLines(lines: Sequence[debugLine], file_path: str) -> bool:
         """Writes a list of debugLine. Gives whether the file was written."""
@@ -473,7 +478,7 @@ class tinyRenderer(_Bound):
     def savePPM(self, file_name: str) -> None:
         """Writes the frame drawn last as a binary PPM, the rows from the bottom of the image to its
         top. A file that cannot be opened is passed over. Raises RuntimeError where no frame has
-        been drawn."""
+        been drawn, with the reason."""
     def setCamera(self, position: ArrayLike, target: ArrayLike, worldup: ArrayLike) -> None:
         """Looks from position to target (3 each) [m], with the direction worldup (3) upwards."""
     def setLight(
@@ -487,7 +492,7 @@ def make_controller(Kp: float, Kd: float, timestep: float, /) -> PDControl1D:
 
 def make_renderer(width: int, height: int, /) -> tinyRenderer:
     """New renderer of images of this width and height [pixels]. Raises ValueError for a
-    size that is not positive."""
+    side that is not positive or above 16384."""
 
 def make_simParams() -> simParam:
     """New parameters with default values."""
@@ -521,6 +526,6 @@ def make_trajectory() -> poseTrajectory:
     """New poseTrajectory without points."""
 
 def skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem:
-    """Reads a skeleton description file (JSON) and the mesh that it names. Raises
-    RuntimeError with the JSON library's text for a file that cannot be read or lacks
-    values."""
+    """Reads a skeleton description file (JSON) and the mesh that it names; a relative path of
+    the mesh counts from the working directory. Raises RuntimeError with the JSON
+    library's text for a file that cannot be read or lacks values."""

@@ -100,8 +100,9 @@ void allocateArrays(mlFlow& flow) {
     allocateFilled(flow.PML_type, count, PML_NONE);
     allocateHostArray(flow.planeBuffer,
                       static_cast<std::int64_t>(flow.param->samples_x) * flow.param->samples_y);
-    allocateHostArray(flow.momentMatrix, 27 * 27);
-    allocateHostArray(flow.momentMatrixInv, 27 * 27);
+    constexpr std::int64_t matrix = std::int64_t{kDirections} * kDirections;
+    allocateHostArray(flow.momentMatrix, matrix);
+    allocateHostArray(flow.momentMatrixInv, matrix);
 }
 
 // The outer faces of the array that a node lies on, as one type.

@@ -71,6 +71,8 @@ void markInlet(mlFlow& flow, const mlVelocity3D<float>& position,
 // in f and fPost. Nodes that are excluded or solid stay as they are.
 void clearInlets(mlFlow& flow);
 
+// Device to host: the moving origin alone, which every step moves. Gives the device record.
+mlFlow originToHost(mlSinglePhaseSolverNew& solver, int i);
 // Host to device: momentum, classes, layer types and populations; neither density nor layer data.
 void syncToDevice(mlSinglePhaseSolverNew& solver, int i);
 // Device to host: momentum, forces, density, classes, f, fPost, fEqBar and the moving origin. Under the

@@ -41,16 +41,22 @@ void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
     upload(solver.fPost_dev_vec[i], host.fPost, kDirections * host.count, &device->fPost);
 }
 
-void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
+mlFlow originToHost(mlSinglePhaseSolverNew& solver, int i) {
     const int gpuDeviceId = solver.gpuDeviceId;
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    mlFlow& host = *solver.lbmvec[i];
     mlFlow device{};
     checkCudaErrors(
         cudaMemcpy(&device, solver.lbm_dev_gpu[i], sizeof(mlFlow), cudaMemcpyDeviceToHost));
+    mlFlow& host = *solver.lbmvec[i];
     host.startx = device.startx;
     host.starty = device.starty;
     host.startz = device.startz;
+    return device;
+}
+
+void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
+    const mlFlow device = originToHost(solver, i);
+    mlFlow& host = *solver.lbmvec[i];
     if (const FusedDomain* const domain = solver.fused(i)) {
         mlFlow moments = host;
         moments.f = moments.fPost = moments.Sopt = nullptr;

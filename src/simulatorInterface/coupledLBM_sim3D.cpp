@@ -1,5 +1,6 @@
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
+#include <cmath>
 #include <cstdio>
 #include <dart/dynamics/Frame.hpp>
 #include <stdexcept>
@@ -11,6 +12,15 @@
 #include "simulatorInterface/FluidHelper.h"
 
 namespace drelt {
+
+namespace {
+
+// [s]
+float timeStep(const mlUnitScale& scale) {
+    return (scale.u0k * scale.l0p) / (scale.u0px * scale.N);
+}
+
+}  // namespace
 
 coupledLBM_sim3D::coupledLBM_sim3D(std::shared_ptr<simParams> param, int device) : gpuId(device) {
     if (!param) {
@@ -78,12 +88,28 @@ void coupledLBM_sim3D::checkBodies() const {
     }
 }
 
+void coupledLBM_sim3D::checkTimeStep() const {
+    const mlUnitScale scale = params.front()->computeUnitScale();
+    const float dt = timeStep(scale);
+    const bool possible = scale.u0k > 0 && scale.u0px > 0 && dt > 0 && std::isfinite(dt);
+    if (possible) return;
+    char text[256];
+    std::snprintf(
+        text, sizeof text,
+        "commitInit: the time step is %g s; it is l0p u0k / (N u0p), with l0p %g m, u0k %g, "
+        "N %g and u0p %g m/s: set finite positive ones",
+        dt, scale.l0p, scale.u0k, scale.N, scale.u0px);
+    throw std::invalid_argument(text);
+}
+
 void coupledLBM_sim3D::commitInit() {
     checkBodies();
+    checkTimeStep();
+    const Schedule wished =
+        hasProduction(collisionOperator, boundaryFamily) ? schedule : Schedule::Operators;
     // the first commit also touches the host's populations, a later one frees the old device side
     if (!solver)
-        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit,
-                                 schedule);
+        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit, wished);
     world->lock();
     createSolver();
     initialise();
@@ -113,8 +139,9 @@ void coupledLBM_sim3D::createSolver() {
     solver->lbmvec = lbmvec;
     solver->lbm_dev_gpu.assign(lbmvec.size(), nullptr);
     solver->scale = params.front()->computeUnitScale();
-    const mlUnitScale& scale = solver->scale;
-    solver->scale.dt = (scale.u0k * scale.l0p) / (scale.u0px * scale.N);
+    solver->scale.dt = timeStep(solver->scale);
+    solver->collisionOperator = collisionOperator;
+    solver->boundaryFamily = boundaryFamily;
     solver->sigmaMax = params.front()->sigma_max;
     for (const auto& param : params) solver->unitScales.push_back(param->computeUnitScale());
 }
@@ -180,6 +207,7 @@ std::array<double, 3> coupledLBM_sim3D::toReferenceVelocity(float x, float y, fl
 void coupledLBM_sim3D::markInlet(int domain, const mlVelocity3D<float>& position,
                                  const mlVelocity3D<float>& velocity) {
     mlFlow& flow = requireDomain("markInlet", domain);
+    bringOriginsToHost();
     bringToHost();
     FluidHelper::populationsToHost(*solver, domain);
     FluidHelper::markInlet(flow, position, velocity, params.front()->u0k);
@@ -188,6 +216,7 @@ void coupledLBM_sim3D::markInlet(int domain, const mlVelocity3D<float>& position
 
 void coupledLBM_sim3D::clearInlets(int domain) {
     mlFlow& flow = requireDomain("clearInlets", domain);
+    bringOriginsToHost();
     bringToHost();
     FluidHelper::populationsToHost(*solver, domain);
     FluidHelper::clearInlets(flow);
@@ -226,6 +255,14 @@ void coupledLBM_sim3D::bringToHost() {
     syncState = HostCurrent;
 }
 
+// The device's origins move in steps without fluid too, after which the rest of the host is current.
+void coupledLBM_sim3D::bringOriginsToHost() {
+    if (params.front()->use_gpu != 1) return;
+    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+        FluidHelper::originToHost(*solver, static_cast<int>(i));
+    }
+}
+
 void coupledLBM_sim3D::saveScene(int frame, int save_flags) {
     requireSolver("saveScene");
     bringToHost();
@@ -242,6 +279,7 @@ void coupledLBM_sim3D::saveScene(int frame, int save_flags) {
 
 void coupledLBM_sim3D::saveFluidData(const std::string& fluid_name) {
     requireSolver("saveFluidData");
+    bringOriginsToHost();
     bringToHost();
     for (std::size_t i = 0; i < lbmvec.size(); ++i) {
         const std::string path = mainDataFolderPath + fluidFolderName + "/" + std::to_string(i) +

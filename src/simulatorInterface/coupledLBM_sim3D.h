@@ -46,7 +46,9 @@ public:
     void attachWorld(std::shared_ptr<skWorld> bodies);
     // Creates the solver, writes the initial equilibrium, centres the grid on the moving frame and
     // brings everything to the device. Needs a world with at least one body, on the same device; bodies
-    // cannot be added to the world after it. A second call starts the fluid anew.
+    // cannot be added to the world after it. A second call starts the fluid anew. Raises
+    // std::invalid_argument, and changes nothing, unless reference velocities and time step are finite
+    // and positive.
     void commitInit();
     // One time step of fluid and bodies, after which the markers are read.
     void step(couplingMode couple_mode);
@@ -83,9 +85,12 @@ public:
 
     int gpuId = 0;
     // How steps are computed, as of the next commitInit. Where the production schedule cannot serve a
-    // domain (GPUs, excluded or solid nodes, a box with no node between its open planes), commitInit
-    // takes the operators.
+    // domain (GPUs, excluded or solid nodes, a box with no node between its open planes) or one of the
+    // choices below is not the default, commitInit takes the operators.
     Schedule schedule = Schedule::Production;
+    // The collision and the boundaries of a step, as of the next commitInit.
+    CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
+    BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
     // Root of the output tree, with a separator at its end, and its folders.
     std::string mainDataFolderPath = "./data/vis_data/";
     std::string objectsFolderName = "Objects";
@@ -100,6 +105,7 @@ public:
 private:
     void createFlows();
     void checkBodies() const;
+    void checkTimeStep() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;
     void createSolver();
@@ -107,6 +113,7 @@ private:
     void sampleMarkers();
     void centreOnBody();
     void bringToHost();
+    void bringOriginsToHost();
 };
 
 }  // namespace drelt

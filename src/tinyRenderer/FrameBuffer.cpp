@@ -2,6 +2,8 @@
 
 #include <glad/gl.h>
 
+#include <algorithm>
+
 namespace drelt {
 
 namespace {
@@ -18,6 +20,11 @@ unsigned attachStorage(GLenum attachment, GLenum format, int width, int height) 
 }  // namespace
 
 bool FrameBuffer::setup(int width, int height) {
+    GLint largest = 0;
+    GLint shown[2] = {};
+    glGetIntegerv(GL_MAX_RENDERBUFFER_SIZE, &largest);
+    glGetIntegerv(GL_MAX_VIEWPORT_DIMS, shown);
+    if (width > std::min(largest, shown[0]) || height > std::min(largest, shown[1])) return false;
     width_ = width;
     height_ = height;
     glGenFramebuffers(1, &id_);

@@ -23,6 +23,8 @@ struct Glfw {
     decltype(glfwSwapBuffers)* swapBuffers = nullptr;
     decltype(glfwPollEvents)* pollEvents = nullptr;
     decltype(glfwGetFramebufferSize)* getFramebufferSize = nullptr;
+    decltype(glfwSetWindowSize)* setWindowSize = nullptr;
+    decltype(glfwShowWindow)* showWindow = nullptr;
 
     bool load(const SharedLibrary& library) {
         return library.find("glfwInit", init) && library.find("glfwTerminate", terminate) &&
@@ -34,7 +36,9 @@ struct Glfw {
                library.find("glfwSwapInterval", swapInterval) &&
                library.find("glfwSwapBuffers", swapBuffers) &&
                library.find("glfwPollEvents", pollEvents) &&
-               library.find("glfwGetFramebufferSize", getFramebufferSize);
+               library.find("glfwGetFramebufferSize", getFramebufferSize) &&
+               library.find("glfwSetWindowSize", setWindowSize) &&
+               library.find("glfwShowWindow", showWindow);
     }
 };
 
@@ -77,6 +81,11 @@ public:
     EntryPoint (*entryPoints() const)(const char*) override { return glfw_.getProcAddress; }
     void pollEvents() override { glfw_.pollEvents(); }
 
+    void show(int width, int height) override {
+        glfw_.setWindowSize(window_, width, height);
+        glfw_.showWindow(window_);
+    }
+
     void present(unsigned framebuffer, int width, int height) override {
         int shownWidth = 0;
         int shownHeight = 0;  // the user may have resized the window
@@ -96,14 +105,16 @@ private:
 
 }  // namespace
 
-std::unique_ptr<RenderContext> openWindow(int width, int height) {
+std::unique_ptr<RenderContext> openWindow() {
     auto session = GlfwSession::get();
     if (session == nullptr) return nullptr;
     const Glfw& glfw = session->glfw;
     glfw.windowHint(GLFW_CONTEXT_VERSION_MAJOR, 3);
     glfw.windowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
     glfw.windowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
-    GLFWwindow* const window = glfw.createWindow(width, height, "renderer", nullptr, nullptr);
+    glfw.windowHint(GLFW_VISIBLE, GLFW_FALSE);
+    constexpr int kSide = 64;  // a window system that cannot show the frame's size ends the process
+    GLFWwindow* const window = glfw.createWindow(kSide, kSide, "renderer", nullptr, nullptr);
     if (window == nullptr) return nullptr;
     return std::make_unique<GlfwWindow>(std::move(session), window);
 }

@@ -21,6 +21,9 @@ public:
     virtual EntryPoint (*entryPoints() const)(const char*) = 0;
     // Answers the window system, so that it does not take the window for a dead one.
     virtual void pollEvents() {}
+    // Makes what shows the frames appear, at this size; before it nothing is seen. The driver has been
+    // found able to draw images of this size by then.
+    virtual void show(int /*width*/, int /*height*/) {}
     // Shows the frame of a framebuffer object of width x height pixels. Needs the context current.
     virtual void present(unsigned /*framebuffer*/, int /*width*/, int /*height*/) {}
 };
@@ -37,8 +40,9 @@ private:
     RenderContext& context_;
 };
 
-// A visible window with a context (GLFW). Null where there is no display, or none with OpenGL 3.3.
-std::unique_ptr<RenderContext> openWindow(int width, int height);
+// A window with a context (GLFW), small and hidden until its show(). Null where there is no display,
+// or none with OpenGL 3.3.
+std::unique_ptr<RenderContext> openWindow();
 // A context without any surface (EGL), for machines without a display. Null where there is none.
 std::unique_ptr<RenderContext> makeSurfacelessContext();
 

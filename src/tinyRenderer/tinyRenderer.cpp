@@ -20,15 +20,21 @@ namespace drelt {
 
 namespace {
 
+// Prints a line at once, however the output is buffered: it may be the last one of a process.
+void sayNow(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
 // Says once a kind of context which one is in use.
-std::unique_ptr<RenderContext> openContext(int width, int height) {
+std::unique_ptr<RenderContext> openContext() {
     const auto say = [](bool& said, const char* what) {
-        if (!said) std::puts(what);
+        if (!said) sayNow(what);
         said = true;
     };
     static bool saidWindow = false;
     static bool saidSurfaceless = false;
-    auto context = openWindow(width, height);
+    auto context = openWindow();
     if (context != nullptr) {
         say(saidWindow, "[Info] renderer: draws in a window (GLFW)");
         return context;
@@ -40,17 +46,19 @@ std::unique_ptr<RenderContext> openContext(int width, int height) {
     return context;
 }
 
-int positive(int size, const char* what) {
-    if (size > 0) return size;
+int checkedSide(int size, const char* what) {
+    constexpr int kLargestSide = 16384;  // what OpenGL drivers draw at most
+    if (size > 0 && size <= kLargestSide) return size;
     throw std::invalid_argument(std::string("the renderer's ") + what + " is " +
-                                std::to_string(size) + " pixels; give 1 or more");
+                                std::to_string(size) + " pixels; give 1 to " +
+                                std::to_string(kLargestSide));
 }
 
 }  // namespace
 
 tinyRenderer::tinyRenderer(int width, int height, float near, float far)
-    : width_(positive(width, "width")),
-      height_(positive(height, "height")),
+    : width_(checkedSide(width, "width")),
+      height_(checkedSide(height, "height")),
       projection_(
           camera_.perspective(static_cast<float>(width) / static_cast<float>(height), near, far)) {}
 
@@ -69,24 +77,32 @@ void tinyRenderer::render() {
 }
 
 void tinyRenderer::initialise() {
-    auto context = openContext(width_, height_);
+    auto context = openContext();
     if (context == nullptr) {
-        std::puts("Failed to create GLFW window");
-        return;
+        return fail("Failed to create GLFW window",
+                    "this machine gave render() no OpenGL 3.3 context, install libglfw3 or libegl1 "
+                    "and an OpenGL driver");
     }
     const CurrentContext current(*context);
     if (gladLoadGL(context->entryPoints()) == 0) {
-        std::puts("Failed to initialize GLAD");
-        return;
+        return fail("Failed to initialize GLAD",
+                    "the OpenGL driver lacks functions of OpenGL 3.3, install another one");
     }
     if (!frame_.setup(width_, height_)) {
-        std::printf("[warning] renderer: the OpenGL driver cannot draw images of %d x %d pixels\n",
-                    width_, height_);
         frame_.release();
-        return;
+        const std::string reason = "the OpenGL driver cannot draw images of " +
+                                   std::to_string(width_) + " x " + std::to_string(height_) +
+                                   " pixels";
+        return fail("[warning] renderer: " + reason, reason + ", make a smaller renderer");
     }
     loadShaders();
+    context->show(width_, height_);
     context_ = std::move(context);
+}
+
+void tinyRenderer::fail(const std::string& said, const std::string& reason) {
+    sayNow(said);
+    failure_ = reason;
 }
 
 void tinyRenderer::loadShaders() {
@@ -136,11 +152,8 @@ void tinyRenderer::setFrameUniforms() const {
 
 void tinyRenderer::savePPM(const std::string& fileName) const {
     if (context_ == nullptr) {
-        throw std::runtime_error(
-            "'" + fileName + "' cannot be saved: no frame has been drawn; " +
-            (initialised_ ? "this machine gave render() no OpenGL 3.3 context, install libglfw3 "
-                            "or libegl1 and an OpenGL driver"
-                          : "call render() first"));
+        throw std::runtime_error("'" + fileName + "' cannot be saved: no frame has been drawn; " +
+                                 (initialised_ ? failure_ : "call render() first"));
     }
     const CurrentContext current(*context_);
     const std::vector<std::uint8_t> pixels = frame_.readPixels();

@@ -24,7 +24,7 @@ class skSystem;
 class tinyRenderer {
 public:
     // Image size in pixels, distances of the near and far plane. Nothing is opened before the first
-    // frame. Raises std::invalid_argument for a size that is not positive.
+    // frame. Raises std::invalid_argument for a side that is not positive or above 16384.
     tinyRenderer(int width, int height, float near, float far);
     ~tinyRenderer();
     tinyRenderer(const tinyRenderer&) = delete;
@@ -34,7 +34,8 @@ public:
     // can be had it says that, and no call draws anything.
     void render();
     // Writes the latest frame as a binary PPM, rows from the bottom of the image to its top. A file that
-    // cannot be opened is passed over. Raises std::runtime_error where no frame has been drawn.
+    // cannot be opened is passed over. Raises std::runtime_error, with the reason, where no frame has
+    // been drawn.
     void savePPM(const std::string& fileName) const;
 
     void setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,
@@ -59,6 +60,7 @@ private:
     };
 
     void initialise();
+    void fail(const std::string& said, const std::string& reason);
     void loadShaders();
     void setFrameUniforms() const;
     void drawFrame();
@@ -71,6 +73,7 @@ private:
     Eigen::Matrix4f projection_;
     Light light_;
     bool initialised_ = false;
+    std::string failure_;                     // why the first frame could not be drawn
     std::unique_ptr<RenderContext> context_;  // null before the first frame and where there is none
     FrameBuffer frame_;
     std::unique_ptr<Shader> materialShader_, flatShader_;

@@ -60,6 +60,14 @@ def test_without_frames_the_picture_still_finds_its_folder(tmp_path):
     assert [path.name for path in out.iterdir()] == ["swimmer_no_fluid.png"]
 
 
+@pytest.mark.parametrize("name", ["swimming", "steering"])
+def test_no_cycles_are_refused(name):
+    command = [sys.executable, str(ROOT / "examples" / f"{name}.py"), "--cycles", "0"]
+    done = subprocess.run(command, cwd=ROOT, capture_output=True, text=True, check=False)
+    assert done.returncode == 2
+    assert "argument --cycles: 0 is too few; give 1 or more" in done.stderr
+
+
 def steered(out, cycles, *arguments):
     """Progress along the path, and the mean distance from it, of a run without fluid."""
     size = ("--mode", "empirical", "--nodes", "16", "--cycles", cycles)

@@ -1,5 +1,6 @@
 """What a script sees of the module: defaults, bad input, lifetimes."""
 
+import functools
 import gc
 import math
 
@@ -192,6 +193,69 @@ def test_bodies_that_cannot_be_are_refused(tmp_path, capfd):
         joint.setPositions(np.zeros(2))
     assert body.getLink("nobody") is None
     assert body.getJoint("nobody") is None
+
+
+NAN, INF = math.nan, math.inf
+
+
+@pytest.mark.parametrize(
+    ("call", "text"),
+    [
+        *((lambda s, w, b, dt=dt: w.setTimestep(dt), "time step") for dt in (NAN, 0, -1, INF)),
+        (lambda s, w, b: w.setGravity([NAN, 0, 0]), r"gravity: got \(nan"),
+        (lambda s, w, b: drelt.make_skWorld([0, INF, 0]), "gravity"),
+        (lambda s, w, b: b.setHead([0, NAN, 0], [1, 0, 0]), "position"),
+        (lambda s, w, b: b.setHead([0, 0, 0], [INF, 0, 0]), "target_orientation"),
+        (lambda s, w, b: b.setForces([NAN]), "forces"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setPositions([NAN]), "positions"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setPosition(0, INF), "position"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setVelocity(0, NAN), "velocity"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setAcceleration(0, NAN), "acceleration"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setCommand([NAN]), "commands"),
+        (lambda s, w, b: b.getJoint(joint_name(b)).setForce([INF]), "forces"),
+        (lambda s, w, b: place(translation=[NAN, 0, 0]), "translation"),
+        (lambda s, w, b: place(rotation=[0, INF, 0]), "rotation"),
+        (lambda s, w, b: place(scaling=[1, 1, NAN]), "scaling"),
+        *((lambda s, w, b, c=c: commit(**c), "commitInit: the time step is") for c in (
+            {"u0p": 0}, {"u0p": NAN}, {"u0k": 0}, {"u0k": -0.1, "u0p": -0.1}, {"l0p": INF},
+        )),
+    ],
+)  # fmt: skip
+def test_numbers_that_cannot_be_are_refused_before_anything_changes(call, text):
+    scene = make_scene()
+    with pytest.raises(ValueError, match=text):
+        call(*scene)
+    assert moved(scene) == moved_untouched()
+
+
+def moved(scene):
+    """Where a scene's body is after two steps."""
+    simulator, _, body = scene
+    for mode in (drelt.COUPLE_MODE.NO_FLUID, drelt.COUPLE_MODE.TWO_WAY):
+        simulator.step(mode)
+    return body.getPositions().tolist()
+
+
+@functools.cache
+def moved_untouched():
+    return moved(make_scene())
+
+
+def place(**vectors):
+    description = drelt.skeletonFromJson("assets/sphere_follow.json", HOST)
+    return drelt.SkeletonDynamics(description, 100, HOST, **vectors)
+
+
+def commit(**changes):
+    """A commitInit with parameters changed after the grid was made."""
+    params = make_params()
+    simulator = drelt.make_simulator(params, HOST)
+    world = drelt.DartWorld()
+    world.addSkeleton(make_body())
+    simulator.attachWorld(world)
+    for name, value in changes.items():
+        setattr(params, name, value)
+    simulator.commitInit()
 
 
 def joint_name(body):

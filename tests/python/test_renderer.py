@@ -52,6 +52,8 @@ def draw(command, cwd=ROOT, **variables):
 @pytest.fixture(scope="module")
 def surfaceless(tmp_path_factory):
     """The folder of the scenes drawn without a display, and what was printed."""
+    if "Failed to" in draw(["-c", "import drelt; drelt.make_renderer(8, 8).render()"]):
+        pytest.skip("no EGL context: install libegl1 and libgl1-mesa-dri")
     folder = tmp_path_factory.mktemp("surfaceless")
     return SimpleNamespace(folder=folder, printed=draw([SCENES, folder]))
 
@@ -139,6 +141,9 @@ def test_window_and_surfaceless_context_give_the_same_images(surfaceless, displa
     assert len(names) == 9
     for name in names:
         assert (tmp_path / name).read_bytes() == (surfaceless.folder / name).read_bytes(), name
+    wider = "import drelt; r = drelt.make_renderer(16384, 2); r.render(); r.savePPM('wide.ppm')"
+    draw(["-c", wider], cwd=tmp_path, DISPLAY=display)
+    assert read_ppm(tmp_path / "wide.ppm").shape == (2, 16384, 3), "wider than the display"
 
 
 def test_cube_is_in_its_place_and_lit(image):
@@ -183,7 +188,6 @@ def test_nearer_surfaces_hide_what_is_behind(image):
                 assert covered == seen, name
                 heights.append(name)
     assert heights == ["above", "behind", "ahead"], "three lines, without the last segments"
-    assert heights == ["above", "behind", "ahead"]
     assert np.count_nonzero(green.any(axis=1)) == 3, "the last segments are left out"
 
 
@@ -216,7 +220,7 @@ def test_swimmer_is_drawn_in_its_pose(image, surfaceless):
     assert np.array_equal(image("swimmer_kept"), image("swimmer_bent"))
 
 
-def test_shaders_are_looked_for_where_the_environment_says(tmp_path):
+def test_shaders_are_looked_for_where_the_environment_says(surfaceless, tmp_path):
     missing = draw([SCENES, tmp_path, "line_scene"], LOGL_ROOT_PATH=str(tmp_path))
     assert missing.count("ERROR::SHADER::FILE_NOT_SUCCESFULLY_READ\n") == 2
     assert missing.count("ERROR::PROGRAM_LINKING_ERROR of type: PROGRAM\n") == 2
@@ -235,8 +239,8 @@ def test_shaders_are_looked_for_where_the_environment_says(tmp_path):
 
 
 def test_what_cannot_be_drawn_is_refused(tmp_path):
-    for size in ((0, 10), (10, -1)):
-        with pytest.raises(ValueError, match=f"{min(size)} pixels"):
+    for size, side in (((0, 10), 0), ((10, -1), -1), ((16385, 10), 16385), ((10, 10**5), 10**5)):
+        with pytest.raises(ValueError, match=f"{side} pixels; give 1 to 16384"):
             drelt.make_renderer(*size)
     renderer = drelt.make_renderer(8, 8)
     with pytest.raises(ValueError, match="dynamics"):
@@ -251,3 +255,4 @@ def test_what_cannot_be_drawn_is_refused(tmp_path):
     nowhere += "try: r.savePPM('frame.ppm')\nexcept RuntimeError as error: print(error)"
     printed = draw(["-c", nowhere], cwd=tmp_path, __EGL_VENDOR_LIBRARY_DIRS=str(tmp_path))
     assert printed.startswith("Failed to create GLFW window\n'frame.ppm' cannot be saved")
+    assert "this machine gave render() no OpenGL 3.3 context" in printed

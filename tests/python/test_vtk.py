@@ -108,6 +108,13 @@ def test_lines_file_holds_the_lines(tmp_path):
     assert cells_of(read) == [[0, 1, 2, 3], [4], [5, 6, 7]]
 
 
+def test_files_that_cannot_be_written_are_passed_over_in_silence(tmp_path, capfd):
+    (tmp_path / "taken").write_text("a file where a folder is needed")
+    path = str(tmp_path / "taken" / "lines.vtk")
+    assert drelt.VTKWriter.writeLines([drelt.debugLine()], path) is False
+    assert capfd.readouterr().out == ""
+
+
 def uniform_b_spline(control, at):
     """Positions and first derivatives of the uniform cubic B-spline at parameters 0 .. n - 3."""
     basis = np.array([[-1, 3, -3, 1], [3, -6, 3, 0], [-3, 0, 3, 0], [1, 4, 1, 0]]) / 6

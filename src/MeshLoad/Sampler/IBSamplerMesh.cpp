@@ -147,7 +147,8 @@ void IBSamplerMesh::placeSamples(int sampleNum) {
     if (static_cast<double>(samples.size()) < 0.9 * sampleNum) {
         std::printf(
             "[warning] %zu of %d wanted samples were placed: triangles below a tenth of a sample's "
-            "share get none, and a repeated sampling counts the surface again\n",
+            "share get none, and a repeated sampling counts the surface again; ask for more "
+            "samples\n",
             samples.size(), sampleNum);
     }
     sortByLinkAndPlace(samples, *mesh_);

@@ -25,7 +25,8 @@ Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& d
     const bool excluded = std::any_of(
         domain.flag, domain.flag + domain.count,
         [](MLLATTICENODE_FLAG flag) { return flag == ML_NODE_NONE || flag == ML_NODE_SOLID; });
-    return !platform::hostReachesDevice() || excluded || FusedDomain::tooThin(*domain.param)
+    return !platform::hostReachesDevice() || !hasProduction(collisionOperator, boundaryFamily) ||
+                   excluded || FusedDomain::tooThin(*domain.param)
                ? Schedule::Operators
                : wish;
 }
@@ -42,13 +43,10 @@ void mlSinglePhaseSolverNew::step(int mode) {
 }
 
 void mlSinglePhaseSolverNew::requireDefaults() const {
-    if (collisionOperator == CollisionOperator::HighorderFitted &&
-        boundaryFamily == BoundaryFamily::NonEquilibriumExtrapolation) {
-        return;
-    }
+    if (hasProduction(collisionOperator, boundaryFamily)) return;
     throw std::logic_error(
-        "step: the production schedule has no other collision or boundary than the default; select "
-        "Schedule::Operators before commitInit");
+        "step: the production schedule has no other collision or boundary than the default; choose "
+        "them, or Schedule::Operators, before commitInit");
 }
 
 void mlSinglePhaseSolverNew::followBody(int i) {

@@ -20,6 +20,12 @@ enum class Schedule {
     Production,  // one sweep over one array of populations; host threads, default choices only
 };
 
+// Whether the production schedule has these operators: the default ones only.
+constexpr bool hasProduction(CollisionOperator collision, BoundaryFamily boundaries) {
+    return collision == CollisionOperator::HighorderFitted &&
+           boundaries == BoundaryFamily::NonEquilibriumExtrapolation;
+}
+
 // What a host record's populations hold. The production schedule fills them only when asked.
 enum class HostPopulations {
     Current,  // f, fPost and fEqBar as they should be
@@ -35,7 +41,7 @@ public:
     mlSinglePhaseSolverNew(const mlSinglePhaseSolverNew&) = delete;
     mlSinglePhaseSolverNew& operator=(const mlSinglePhaseSolverNew&) = delete;
 
-    // The schedule that a domain with these choices on device `device` can have: the one wished for, or
+    // The schedule that a domain can have with the choices below on this device: the one wished for, or
     // Operators where it needs them.
     Schedule possibleSchedule(Schedule wish, const mlFlow& domain) const;
 
@@ -56,8 +62,10 @@ public:
     void uploadForcesAndPml(int i);
 
     int gpuDeviceId;
-    std::vector<mlFlow*> lbmvec;          // host records, one a domain; not owned
-    std::vector<mlFlow*> lbm_dev_gpu;     // device records, one a domain, null until allocated
+    std::vector<mlFlow*> lbmvec;  // host records, one a domain; not owned
+    // Device records, one a domain, null until allocated. Under the production schedule they have no
+    // populations: single operators need Schedule::Operators.
+    std::vector<mlFlow*> lbm_dev_gpu;
     std::vector<mlUnitScale> unitScales;  // one a parameter record
     std::shared_ptr<mlBaseCouplingSolver> world;
     // As of the next allocateDevice.
@@ -65,7 +73,7 @@ public:
     float sigmaMax = 0.01f;  // damping of the absorbing layer at the outer faces
     std::vector<HostPopulations> hostPopulations;  // one a domain; none means Current
     // The collision and the boundaries of a step; may be changed between steps of the operators. A
-    // simulator that is committed again has a new solver, with the defaults.
+    // simulator that is committed again has a new solver, with the simulator's choices.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
 

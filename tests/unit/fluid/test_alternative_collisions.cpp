@@ -3,9 +3,11 @@
 
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCollideAlternatives.h"
 #include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "support/flow_fixture.h"
@@ -72,6 +74,14 @@ TEST(AlternativeCollisions, KeepARestState) {
         const std::vector<float> before = flow.values(flow.host().f, 27);
         EXPECT_TRUE(compare(before, collided(choice, flow), 2e-7)) << static_cast<int>(choice);
     }
+}
+
+TEST(AlternativeCollisions, AChoiceOutOfRangeIsRefused) {
+    HostFlow flow(5, 4, 3);
+    EXPECT_THROW(collided(static_cast<CollisionOperator>(7), flow), std::invalid_argument);
+    EXPECT_THROW(applyBoundary(static_cast<BoundaryFamily>(20), BoundaryStage::AfterLayer,
+                               flow.device(), flow.param()),
+                 std::invalid_argument);
 }
 
 // Rows longer than a block of the host's staging, and no multiple of a vector.
@@ -191,6 +201,19 @@ TEST(AlternativeCollisions, Part1PrintsTheFitOfOneNode) {
     EXPECT_EQ(print(probed), "0.009298\n");
     EXPECT_EQ(print(probed - nx), "");
     EXPECT_EQ(print(probed + nx), "");
+    EXPECT_NEAR(flow.Sopt[probed], 0.009298f, 1e-6);
+
+    flow.Sopt[probed] = 0;
+    const auto printNode = [&](std::int64_t n) {
+        testing::internal::CaptureStdout();
+        mlCollideAddForceHighorderFitingPart1Kernel(
+            {static_cast<int>(n % nx), static_cast<int>(n / nx % ny), static_cast<int>(n / nx / ny),
+             n},
+            &flow, 0.0f, nx, ny, nz, static_cast<int>(count));
+        return testing::internal::GetCapturedStdout();
+    };
+    EXPECT_EQ(printNode(probed), "0.009298\n");
+    EXPECT_EQ(printNode(probed + 1), "");
     EXPECT_NEAR(flow.Sopt[probed], 0.009298f, 1e-6);
 }
 

@@ -1,5 +1,8 @@
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 
+#include <stdexcept>
+#include <string>
+
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpu.h"
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
@@ -57,6 +60,12 @@ void afterMoments(BoundaryFamily family, mlFlow* flow, const MLFluidParam* param
 
 void applyBoundary(BoundaryFamily family, BoundaryStage stage, mlFlow* flow,
                    const MLFluidParam* param) {
+    const bool known = family >= BoundaryFamily::NonEquilibriumExtrapolation &&
+                       family <= BoundaryFamily::InletAtRest;
+    if (!known) {
+        throw std::invalid_argument("applyBoundary: " + std::to_string(static_cast<int>(family)) +
+                                    " names no boundary; give a member of BoundaryFamily");
+    }
     if (stage == BoundaryStage::AfterLayer) {
         afterLayer(family, flow, param);
     } else {

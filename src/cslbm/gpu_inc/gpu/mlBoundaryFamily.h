@@ -36,7 +36,7 @@ enum class BoundaryFamily {
 enum class BoundaryStage { AfterLayer, AfterMoments };
 
 // Launches what a family runs at a stage over the domain of a device record; most families have one
-// stage only and do nothing at the other.
+// stage only and do nothing at the other. Raises std::invalid_argument for a family that is no member.
 void applyBoundary(BoundaryFamily family, BoundaryStage stage, mlFlow* flow,
                    const MLFluidParam* param);
 

@@ -1,5 +1,8 @@
 #include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 
+#include <stdexcept>
+#include <string>
+
 #include "cslbm/gpu_inc/gpu/mlCollideAlternatives.h"
 #include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
 
@@ -17,6 +20,8 @@ void collide(CollisionOperator choice, mlFlow* flow, const MLFluidParam* param) 
         case CollisionOperator::Cascade: return mlCollideAddForceOpt(flow, param);
         case CollisionOperator::Polynomial: return mlCollideAddForceTvcg(flow, param);
     }
+    throw std::invalid_argument("collide: " + std::to_string(static_cast<int>(choice)) +
+                                " names no collision; give a member of CollisionOperator");
 }
 
 }  // namespace drelt

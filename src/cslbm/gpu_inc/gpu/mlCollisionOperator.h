@@ -17,7 +17,8 @@ enum class CollisionOperator {
 };
 
 // Launches the chosen collision over the domain of a device record: reads f, writes fPost. The fitted
-// ones use and refresh Sopt. Run after the frame forcing.
+// ones use and refresh Sopt. Run after the frame forcing. Raises std::invalid_argument for a choice
+// that is no member.
 void collide(CollisionOperator choice, mlFlow* flow, const MLFluidParam* param);
 
 }  // namespace drelt
