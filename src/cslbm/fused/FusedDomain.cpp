@@ -16,7 +16,6 @@ namespace drelt {
 namespace {
 
 constexpr int kLine = 16;           // floats of a cache line
-constexpr int kChunk = 16;          // nodes that are asked for together
 constexpr int kWorthThreads = 256;  // boxes
 
 // Rows an odd number of lines apart, so that the fields of a node spread over the cache's sets.
@@ -99,10 +98,10 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     s.moments = allocate<float>(4 * row * rows);
     if (s.width > 0) momentsBefore_ = allocate<float>(4 * row * rows);
     s.sopt = allocate<float>(row * rows);
-    spreadRows_.assign(static_cast<std::size_t>(s.ny) * s.nz, 0);
-    s.spread = spreadRows_.data();
-    chunkWords_ = (s.nx + 32 * kChunk - 1) / (32 * kChunk);
-    wanted_.assign(spreadRows_.size() * chunkWords_, 0);
+    s.chunkWords = (s.nx + 32 * kChunkNodes - 1) / (32 * kChunkNodes);
+    spread_.assign(static_cast<std::size_t>(s.ny) * s.nz * s.chunkWords, 0);
+    wanted_ = spread_;
+    s.spread = spread_.data();
 
     record_.param = &param_;
     record_.count = static_cast<std::int64_t>(nodes_);
@@ -193,21 +192,10 @@ NodeBox FusedDomain::clipped(const NodeBox& box) const {
     return intersection(box, {0, 0, 0, state_.nx, state_.ny, state_.nz});
 }
 
-void FusedDomain::announceForces(const NodeBox* boxes, int count) {
-#pragma omp parallel for schedule(static) if (count > kWorthThreads)
-    for (int i = 0; i < count; ++i) {
-        const NodeBox box = clipped(boxes[i]);
-        if (box.empty()) continue;
-        for (int z = box.z0; z < box.z1; ++z) {
-            unsigned char* const rows = state_.spread + static_cast<std::ptrdiff_t>(state_.ny) * z;
-            // several boxes may say the same of a row
-            for (int y = box.y0; y < box.y1; ++y) __atomic_store_n(rows + y, 1, __ATOMIC_RELAXED);
-        }
-    }
-}
+void FusedDomain::announceForces(const NodeBox* boxes, int count) { mark(boxes, count, spread_); }
 
 // Marks the chunks of nodes that the boxes touch, and returns a box of the rows that have any.
-NodeBox FusedDomain::markWanted(const NodeBox* boxes, int count) {
+NodeBox FusedDomain::mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const {
     int y0 = state_.ny, y1 = 0, z0 = state_.nz, z1 = 0;
 #pragma omp parallel for schedule(static) reduction(min       \
                                                     : y0, z0) \
@@ -222,8 +210,8 @@ NodeBox FusedDomain::markWanted(const NodeBox* boxes, int count) {
         z1 = std::max(z1, box.z1);
         for (int z = box.z0; z < box.z1; ++z) {
             for (int y = box.y0; y < box.y1; ++y) {
-                unsigned* const words = wantedOf(y, z);
-                for (int c = box.x0 / kChunk; c <= (box.x1 - 1) / kChunk; ++c) {
+                unsigned* const words = &chunks[wordOf(y, z)];
+                for (int c = box.x0 / kChunkNodes; c <= (box.x1 - 1) / kChunkNodes; ++c) {
                     markBit(words[c / 32], 1u << (c % 32));
                 }
             }
@@ -232,12 +220,12 @@ NodeBox FusedDomain::markWanted(const NodeBox* boxes, int count) {
     return {0, y0, z0, state_.nx, y1, z1};
 }
 
-unsigned* FusedDomain::wantedOf(int y, int z) {
-    return &wanted_[(static_cast<std::size_t>(state_.ny) * z + y) * chunkWords_];
+std::size_t FusedDomain::wordOf(int y, int z) const {
+    return (static_cast<std::size_t>(state_.ny) * z + y) * state_.chunkWords;
 }
 
 void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
-    const NodeBox marked = markWanted(boxes, count);
+    const NodeBox marked = mark(boxes, count, wanted_);
     if (marked.empty()) return;
     const int height = marked.y1 - marked.y0;
     const int rows = (marked.z1 - marked.z0) * height;
@@ -255,17 +243,17 @@ void FusedDomain::fillWanted(int y, int z) {
     const std::size_t start = (static_cast<std::size_t>(state_.ny) * z + y) * nx;
     float* const to[4] = {&record_.rou[start].value, record_.ux + start, record_.uy + start,
                           record_.uz + start};
-    unsigned* const words = wantedOf(y, z);
+    unsigned* const words = &wanted_[wordOf(y, z)];
     const auto marked = [&](int c) {
-        return c * kChunk < nx && (words[c / 32] >> (c % 32) & 1u) != 0;
+        return c * kChunkNodes < nx && (words[c / 32] >> (c % 32) & 1u) != 0;
     };
-    for (int c = 0; c * kChunk < nx; ++c) {
+    for (int c = 0; c * kChunkNodes < nx; ++c) {
         const int first = c;
         while (marked(c)) ++c;
         if (c == first) continue;
-        sweeps_->segment(state_, y, z, first * kChunk, std::min(nx, c * kChunk), to);
+        sweeps_->segment(state_, y, z, first * kChunkNodes, std::min(nx, c * kChunkNodes), to);
     }
-    std::fill(words, words + chunkWords_, 0u);
+    std::fill(words, words + state_.chunkWords, 0u);
 }
 
 const FusedSweeps& fusedSweeps(const char* name) {

@@ -68,7 +68,7 @@ public:
     mlFlow* record() { return &record_; }
     // Brings density and raw momentum of the nodes of the boxes into the record's arrays.
     void prepareMoments(const NodeBox* boxes, int count);
-    // Tells which rows of the force arrays have been or will be written before the next step.
+    // Tells where the force arrays have been or will be written before the next step.
     void announceForces(const NodeBox* boxes, int count);
 
     // Fills f, rou, ux uy uz and Sopt of a host record, where not null, as the operators leave them after
@@ -91,8 +91,8 @@ private:
     template <class Visit>
     void forEachRow(Visit&& visit) const;
     NodeBox clipped(const NodeBox& box) const;
-    NodeBox markWanted(const NodeBox* boxes, int count);
-    unsigned* wantedOf(int y, int z);
+    NodeBox mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const;
+    std::size_t wordOf(int y, int z) const;
     void fillWanted(int y, int z);
 
     const FusedSweeps* sweeps_;
@@ -106,9 +106,8 @@ private:
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;
-    std::vector<unsigned char> spreadRows_;
-    std::vector<unsigned> wanted_;  // chunks of nodes asked for, bits of words by row
-    int chunkWords_;
+    std::vector<unsigned> spread_;  // chunks of nodes under a force, bits of words by row
+    std::vector<unsigned> wanted_;  // and those asked for
 };
 
 }  // namespace drelt

@@ -36,6 +36,25 @@ DRELT_FUSED_INLINE std::ptrdiff_t nodeRow(const FusedState& s, int y, int z) {
     return static_cast<std::ptrdiff_t>(s.ny) * z + y;
 }
 
+// The marks of a row's chunks under a spread force.
+struct SpreadMarks {
+    unsigned* words;
+    int count;
+
+    DRELT_FUSED_INLINE bool any() const {
+        unsigned all = 0;
+        for (int i = 0; i < count; ++i) all |= words[i];
+        return all != 0;
+    }
+    DRELT_FUSED_INLINE bool at(std::ptrdiff_t x) const {
+        const std::ptrdiff_t chunk = x / kChunkNodes;
+        return (words[chunk / 32] >> (chunk % 32) & 1u) != 0;
+    }
+};
+DRELT_FUSED_INLINE SpreadMarks spreadMarks(const FusedState& s, int y, int z) {
+    return {s.spread + nodeRow(s, y, z) * s.chunkWords, s.chunkWords};
+}
+
 DRELT_FUSED_INLINE int clampedInside(int a, int n, int w) {
     const int low = a > w + 1 ? a : w + 1;
     return low < n - 2 - w ? low : n - 2 - w;
@@ -85,6 +104,7 @@ struct Ahead {
 
 template <bool Given, bool Spread>
 DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead ahead) {
+    const SpreadMarks marks = spreadMarks(s, y, z);
     Places places;
     findPlaces(s, y, z, places);
     const MomentRows to = momentRows(s, s.moments, y, z);
@@ -103,7 +123,7 @@ DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead 
         }
         const Pack inverse = 1.0f / rho;
         Triple<Pack> u;
-        if constexpr (Spread) {
+        if (Spread && marks.at(x)) {
             const Triple<Pack> force = forceOf<true>(s, rho, start + x);
             u = {mulAdd(0.5f, force.x, m.x) * inverse, mulAdd(0.5f, force.y, m.y) * inverse,
                  mulAdd(0.5f, force.z, m.z) * inverse};
@@ -128,7 +148,7 @@ DRELT_FUSED_INLINE void extendEnds(float* row, int nx) {
 // Density and velocity of the nodes of a row, shifted by half the force.
 static void momentsOfRow(const FusedState& s, int y, int z, const Ahead& ahead) {
     if (s.planesPending) openRow(s, y, z);
-    const bool spread = s.spread[nodeRow(s, y, z)] != 0;
+    const bool spread = spreadMarks(s, y, z).any();
     if (s.momentsGiven) {
         if (spread) {
             momentsOfPacks<true, true>(s, y, z, ahead);

@@ -41,7 +41,9 @@ struct FusedState {
     const float* depth;      // layer: distance of x to the nearest end of a row
     float sigmaScale;        // layer: damping over the square of the depth in it
     double* force[3];        // spread force, dense [z][y][x], without padding
-    unsigned char* spread;   // [z][y]: whether a row of the force arrays holds anything
+    unsigned*
+        spread;  // [z][y][words]: which chunks of a row's force arrays hold anything, a bit each
+    int chunkWords;
 
     float acceleration[3];      // of the frame's inertial force, lattice units
     float bodyAcceleration[3];  // enters the source alone
@@ -61,6 +63,9 @@ struct FusedSweeps {
     // dense rows `to` that begin at x = 0.
     void (*segment)(const FusedState& state, int y, int z, int x0, int x1, float* const* to);
 };
+
+// Nodes along x that are marked together, as asked for or as under a spread force.
+constexpr int kChunkNodes = 16;
 
 // Rows of a tile of the sweep; a thread's scratch holds three planes of them and one more on either
 // side, 27 fields each.

@@ -112,8 +112,9 @@ struct CollideArguments {
     const float* rho;
     float* sopt;
     std::ptrdiff_t node;  // of x = 0 in the dense force arrays
-    int depth;            // distance to the nearest face along y or z
-    LayerRow layer;       // with a layer
+    SpreadMarks marks;
+    int depth;       // distance to the nearest face along y or z
+    LayerRow layer;  // with a layer
 };
 
 constexpr std::ptrdiff_t kBlockPacks = kBlockNodes / kLanes;
@@ -155,7 +156,8 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
     r.shear = shear;
     r.high = high;
     r.equilibrium = equilibrium;
-    r.force = forceOf<Spread>(s, r.rho, row.node + x);
+    r.force = Spread && row.marks.at(x) ? forceOf<true>(s, r.rho, row.node + x)
+                                        : forceOf<false>(s, r.rho, row.node + x);
     if constexpr (Whole) {
         r.force = {mulAdd(s.bodyAcceleration[0], r.rho, r.force.x),
                    mulAdd(s.bodyAcceleration[1], r.rho, r.force.y),
@@ -208,6 +210,18 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
     }
 }
 
+// Forces act once.
+DRELT_FUSED_INLINE void clearForces(const FusedState& s, const CollideArguments& row) {
+    for (int x = 0; x < s.nx; x += kChunkNodes) {
+        if (!row.marks.at(x)) continue;
+        const int nodes = s.nx - x < kChunkNodes ? s.nx - x : kChunkNodes;
+        for (int a = 0; a < 3; ++a) {
+            __builtin_memset(s.force[a] + row.node + x, 0, sizeof(double) * nodes);
+        }
+    }
+    for (int i = 0; i < row.marks.count; ++i) row.marks.words[i] = 0;
+}
+
 // Collides and streams a row.
 static void collideRow(const FusedState& s, int y, int z, const DeviationRing& ring,
                        const AheadOfRow& ahead) {
@@ -220,7 +234,8 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     row.node = nodeRow(s, y, z) * s.nx;
     row.depth = rowDepth(s, y, z);
     if (s.width > 0) findLayerRow(s, ring, y, z, row.layer);
-    unsigned char& spread = s.spread[nodeRow(s, y, z)];
+    row.marks = spreadMarks(s, y, z);
+    const bool spread = row.marks.any();
     if (s.whole) {
         if (spread) {
             collidePacks<true, true>(s, row, ahead);
@@ -232,12 +247,7 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     } else {
         collidePacks<false, false>(s, row, ahead);
     }
-    if (spread) {
-        for (double* const force : s.force) {
-            __builtin_memset(force + row.node, 0, sizeof(double) * s.nx);
-        }
-        spread = 0;
-    }
+    if (spread) clearForces(s, row);
 }
 
 static void edges(const FusedState& s, int z0, int z1) {
