@@ -100,7 +100,8 @@ std::vector<NodeBox> Markers::cells(const mlFlow& flow) const {
     const MLFluidParam& grid = *flow.param;
     std::vector<NodeBox> cells;
     cells.reserve(data_cpu.pos.size());
-    for (const Eigen::Vector3d& place : data_cpu.pos) {
+    for (int i = 0; i < count(); ++i) {
+        const Eigen::Vector3d& place = data_gpu.pos[i];
         const int x = markerCell(static_cast<float>(place.x()), flow.startx, grid.width,
                                  grid.samples_x, grid.dx)
                           .index;

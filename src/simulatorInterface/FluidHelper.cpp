@@ -78,7 +78,7 @@ void checkPlanes(const char* size, int nodes, int pml_width) {
 // Clears an array without taking memory for what was never written.
 void clear(float* array, std::int64_t count) {
     for (std::int64_t n = 0; n < count; ++n) {
-        if (array[n] != 0.0f) array[n] = 0.0f;
+        if (array[n] != 0.0f || std::signbit(array[n])) array[n] = 0.0f;
     }
 }
 
@@ -311,6 +311,15 @@ void resetFields(mlFlow& flow) {
         if (keepsItsState(flow.flag[n])) return;
         flow.flag[n] = positionFlag(flow, x, y, z);
         flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
+    });
+}
+
+void restPopulations(mlFlow& flow) {
+    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
+        for (int i = 0; i < kDirections; ++i) {
+            const std::int64_t at = i * flow.count + n;
+            flow.f[at] = flow.fPost[at] = w_cas1[i] * flow.rou[n].value;
+        }
     });
 }
 

@@ -58,6 +58,8 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z);
 // the populations and the layer, then these.
 void resetFields(mlFlow& flow);
 void resetPopulations(mlFlow& flow);
+// Of these f and fPost alone, on all nodes.
+void restPopulations(mlFlow& flow);
 
 // Makes the node below `position` [m] an inlet with `velocity` times u0k: class, velocity, and the
 // equilibrium of its density in f and fPost. The node's coordinates are (position - start) / size times

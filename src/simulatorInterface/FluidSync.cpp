@@ -61,6 +61,7 @@ void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
         mlFlow moments = host;
         moments.f = moments.fPost = moments.Sopt = nullptr;
         domain->materialise(moments);
+        solver.hostPopulations[i] = HostPopulations::Stale;
         return;
     }
     download(host.ux, device.ux, host.count);
@@ -81,7 +82,7 @@ void populationsToHost(mlSinglePhaseSolverNew& solver, int i) {
     if (domain == nullptr) return;
     mlFlow& host = *solver.lbmvec[i];
     HostPopulations& held = solver.hostPopulations[i];
-    if (held == HostPopulations::AtRest) resetPopulations(host);
+    if (held == HostPopulations::AtRest) restPopulations(host);
     if (held == HostPopulations::Stale) {
         mlFlow populations = host;
         populations.rou = nullptr;

@@ -110,15 +110,22 @@ void coupledLBM_sim3D::commitInit() {
     // the first commit also touches the host's populations, a later one frees the old device side
     if (!solver)
         FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit, wished);
+    if (wished == Schedule::Production)
+        fusedSweeps();  // an instruction set that is none is refused
     world->lock();
-    createSolver();
-    initialise();
-    solver->mlImmersedSolver::gpuDeviceId = gpuId;
-    world->setTimestep(solver->scale.dt);
-    solver->world = world;
-    solver->boundaries = world->getBoundaries();
-    if (!world->isFixed()) centreOnBody();
-    solver->allocateDevice();
+    try {
+        createSolver();
+        initialise();
+        solver->mlImmersedSolver::gpuDeviceId = gpuId;
+        world->setTimestep(solver->scale.dt);
+        solver->world = world;
+        solver->boundaries = world->getBoundaries();
+        if (!world->isFixed()) centreOnBody();
+        solver->allocateDevice();
+    } catch (...) {
+        solver.reset();  // half a solver serves no step
+        throw;
+    }
 }
 
 void coupledLBM_sim3D::initialise() {

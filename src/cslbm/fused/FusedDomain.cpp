@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -49,10 +50,14 @@ bool FusedDomain::tooThin(const MLFluidParam& param) {
 }
 
 double FusedDomain::bytesPerNode(const MLFluidParam& param) {
-    // populations, two sets of density and velocity, the high-order parameter
-    constexpr int fields = 27 + 2 * 4 + 1;
-    return fields * sizeof(float) * static_cast<double>(pitchFor(param.samples_x)) /
-           param.samples_x;
+    // populations, density and velocity (of two steps where there is a layer), the high-order parameter
+    const int fields = 27 + (param.pml_width > 0 ? 2 : 1) * 4 + 1;
+    const double ghosts = (1.0 + 1.0 / param.samples_y) * (1.0 + 1.0 / param.samples_z);
+    const double rows = static_cast<double>(param.samples_y) * param.samples_z;
+    const double scratch =
+        param.pml_width > 0 ? static_cast<double>(kScratchRows) * omp_get_max_threads() / rows : 0;
+    return (fields * ghosts + scratch) * sizeof(float) *
+           static_cast<double>(pitchFor(param.samples_x)) / param.samples_x;
 }
 
 // Device memory of the host: pages appear when touched. Arrays that are touched here and there only
@@ -92,16 +97,17 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     s.pitch = pitchFor(s.nx);
     s.nu = nu;
     layOutLayer(sigmaMax);
+    s.chunkWords = (s.nx + 32 * kChunkNodes - 1) / (32 * kChunkNodes);
+    spread_.assign(static_cast<std::size_t>(s.ny) * s.nz * s.chunkWords, 0);
+    wanted_ = spread_;
+    s.spread = spread_.data();
+    arrays_.reserve(32);  // from here on nothing throws
     const std::size_t row = s.pitch;
     const std::size_t rows = static_cast<std::size_t>(s.ny + 1) * s.nz;
     s.populations = allocate<float>(27 * row * (rows + s.ny + 1));
     s.moments = allocate<float>(4 * row * rows);
     if (s.width > 0) momentsBefore_ = allocate<float>(4 * row * rows);
     s.sopt = allocate<float>(row * rows);
-    s.chunkWords = (s.nx + 32 * kChunkNodes - 1) / (32 * kChunkNodes);
-    spread_.assign(static_cast<std::size_t>(s.ny) * s.nz * s.chunkWords, 0);
-    wanted_ = spread_;
-    s.spread = spread_.data();
 
     record_.param = &param_;
     record_.count = static_cast<std::int64_t>(nodes_);
@@ -268,7 +274,9 @@ const FusedSweeps& fusedSweeps(const char* name) {
     std::string all;
     for (const char* known : fusedInstructionSets()) all += std::string(" ") + known;
     throw std::invalid_argument("no instruction set \"" + std::string(name) +
-                                "\" here: choose one of" + all);
+                                "\" here (the environment variable DRELT_INSTRUCTIONS names one): "
+                                "choose one of" +
+                                all);
 }
 
 std::vector<const char*> fusedInstructionSets() {
@@ -285,7 +293,8 @@ std::vector<const char*> fusedInstructionSets() {
 
 const FusedSweeps& fusedSweeps() {
     const char* const asked = std::getenv("DRELT_INSTRUCTIONS");
-    return fusedSweeps(asked != nullptr ? asked : fusedInstructionSets().back());
+    const bool given = asked != nullptr && *asked != '\0';
+    return fusedSweeps(given ? asked : fusedInstructionSets().back());
 }
 
 }  // namespace drelt

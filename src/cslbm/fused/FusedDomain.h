@@ -33,6 +33,8 @@ const FusedSweeps& fusedSweeps(const char* name);
 // The names that can be asked for here, narrowest first.
 std::vector<const char*> fusedInstructionSets();
 
+// Where numbers are not finite, the layer's part of a step may spread them one node further than the
+// operators do.
 class FusedDomain {
 public:
     // A domain at rest: density 1, Sopt 0. Sizes, layer width, dx and body acceleration come from param;
@@ -50,13 +52,14 @@ public:
     // Bytes that a domain takes for each node.
     static double bytesPerNode(const MLFluidParam& param);
 
-    // Takes the state of a host record between two steps: f, rou, ux uy uz (raw momentum), Sopt, and a
-    // layer whose reference is fEqBar's density and whose past is at rest.
+    // Takes the state of a host record between two steps: f, rou, ux uy uz (raw momentum), Sopt. For a
+    // domain just made: its layer stays at rest.
     void load(const mlFlow& host);
     // Takes f and ux, uy, uz; the density stays what it is, and rules the next step. Where f is null,
     // the populations are those of a fluid at rest at the record's rou.
     void upload(const mlFlow& host);
-    // Layer at rest at the given density, which becomes that of the reference equilibrium.
+    // Layer at rest at the given density, which becomes that of the reference equilibrium; spread forces
+    // are dropped.
     void resetLayer(const mlDensity<float>* rou);
 
     // One step. Consumes the spread forces.
@@ -94,6 +97,7 @@ private:
     NodeBox mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const;
     std::size_t wordOf(int y, int z) const;
     void fillWanted(int y, int z);
+    void dropForces();
 
     const FusedSweeps* sweeps_;
     MLFluidParam param_;

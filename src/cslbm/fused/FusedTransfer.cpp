@@ -35,9 +35,13 @@ void copyRow(float* to, const float* from, int count) {
 // Rows in parallel, by the threads that sweep them: so pages first appear where they are used.
 template <class Visit>
 void FusedDomain::forEachRow(Visit&& visit) const {
-#pragma omp parallel for schedule(static)
-    for (int z = 0; z < state_.nz; ++z) {
-        for (int y = 0; y < state_.ny; ++y) visit(y, z);
+#pragma omp parallel
+    {
+        FlushDenormals flush;
+#pragma omp for schedule(static)
+        for (int z = 0; z < state_.nz; ++z) {
+            for (int y = 0; y < state_.ny; ++y) visit(y, z);
+        }
     }
 }
 
@@ -103,6 +107,7 @@ void FusedDomain::upload(const mlFlow& host) {
 
 void FusedDomain::resetLayer(const mlDensity<float>* rou) {
     FusedState& s = state_;
+    dropForces();
     if (momentsBefore_ == nullptr) return;
     if (reference_ == nullptr) {
         const auto* const end = rou + nodes_;
@@ -118,6 +123,20 @@ void FusedDomain::resetLayer(const mlDensity<float>* rou) {
         if (reference_ != nullptr) copyRow(reference_ + rowStart(s, y, z, 1), from, s.nx);
     });
     s.reference = reference_;
+}
+
+// Clears what was spread and not yet consumed.
+void FusedDomain::dropForces() {
+    FusedState& s = state_;
+    forEachRow([&](int y, int z) {
+        unsigned* const words = s.spread + wordOf(y, z);
+        if (std::all_of(words, words + s.chunkWords, [](unsigned word) { return word == 0; }))
+            return;
+        for (double* const force : s.force) {
+            std::fill_n(force + (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx, s.nx, 0.0);
+        }
+        std::fill_n(words, s.chunkWords, 0U);
+    });
 }
 
 void FusedDomain::materialise(mlFlow& host) const {

@@ -18,7 +18,8 @@ void mlImmersedSolver::spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* pa
 
 void mlImmersedSolver::sampleReach(const mlFlow& flow, const MLFluidParam& param,
                                    std::vector<NodeBox>& reach) const {
-    constexpr int kBelow = 2;  // a delta function of four points, and one node for rounding
+    constexpr int kBelow =
+        2;  // a delta function of four points reaches 1 below; one more for rounding
     constexpr int kAbove = 4;
     reach.clear();
     for (const IBBoundaryMemMgr* boundary : boundaries) {

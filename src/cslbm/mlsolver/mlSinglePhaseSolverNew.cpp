@@ -71,7 +71,6 @@ void mlSinglePhaseSolverNew::advanceFluid(int i) {
     const FrameMotion motion = frameMotion();
     if (FusedDomain* const domain = fused(i)) {
         domain->step(motion);
-        hostPopulations[i] = HostPopulations::Stale;
         return;
     }
     mlFlow* const flow = lbm_dev_gpu[i];

@@ -28,9 +28,9 @@ constexpr bool hasProduction(CollisionOperator collision, BoundaryFamily boundar
 
 // What a host record's populations hold. The production schedule fills them only when asked.
 enum class HostPopulations {
-    Current,  // f, fPost and fEqBar as they should be
+    Current,  // f and fPost as they should be
     AtRest,   // not written: the equilibrium at rest of the host's density
-    Stale,    // not written since the device moved on
+    Stale,    // not written when the rest was last read from the device
 };
 
 // Owns device memory only: host records belong to the caller and outlive this object.

@@ -112,6 +112,16 @@ TEST_F(Simulator, CallsOutOfOrderAreRefused) {
     EXPECT_EQ(sim->getIterNum(), 0);
 }
 
+TEST_F(Simulator, ARefusedCommitLeavesNothingHalfMade) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
+    setenv("DRELT_INSTRUCTIONS", "abacus", 1);
+    EXPECT_THROW(commit(), std::invalid_argument);
+    unsetenv("DRELT_INSTRUCTIONS");
+    EXPECT_THROW(sim->step(TWO_WAY), std::runtime_error) << "not initialised";
+    sim->commitInit();
+    sim->step(TWO_WAY);
+}
+
 TEST_F(Simulator, DeviceIdsMustAgree) {
     const int elsewhere = test::device() == 0 ? platform::kHostDevice : 0;
     const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), elsewhere);
@@ -235,7 +245,7 @@ TEST_P(Inlets, AreMarkedByPositionAndCleared) {
     EXPECT_EQ(host.flag[n], ML_NODE_INLET) << "came back from the device";
     EXPECT_NE(host.ux[m], momentum) << "the step's flow is kept";
 
-    sim->solver->lbm_dev_gpu[0]->startx = 0;  // the host's device: its records can be written
+    test::store(&sim->solver->lbm_dev_gpu[0]->startx, 0, 0.0f);
     host.flag[m] = ML_NODE_SOLID;
     const float kept = host.f[host.count + n + 2];
     sim->clearInlets(0);
@@ -252,10 +262,11 @@ TEST_P(Inlets, AreMarkedByPositionAndCleared) {
 
 // Momentum after two steps with a node marked between them, and cleared again or not.
 TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
     enum Marks { None, Marked, Cleared };
     const auto run = [&](Schedule schedule, Marks marks) {
         world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-        sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+        sim = std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
         sim->schedule = schedule;
         commit();
         EXPECT_EQ(sim->solver->fused(0) != nullptr, schedule == Schedule::Production);
@@ -284,7 +295,7 @@ TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
 TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
     for (const Schedule schedule : {Schedule::Operators, Schedule::Production}) {
         world = std::make_shared<skWorld>(Vector3d(500, 0, 0));
-        sim = std::make_unique<coupledLBM_sim3D>(smallBox(), kHost);
+        sim = std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
         sim->schedule = schedule;
         commit();
         const mlFlow& host = *sim->lbmvec[0];
@@ -295,13 +306,13 @@ TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
             for (int i = 0; i < 3; ++i) sim->step(EMPIRICAL);
             EXPECT_EQ(host.startx, before);
             call();
-            EXPECT_EQ(host.startx, sim->solver->lbm_dev_gpu[0]->startx);
+            EXPECT_EQ(host.startx, test::fetched(sim->solver->lbm_dev_gpu[0]).startx);
             EXPECT_GT(host.startx, before);
         };
         moves([&] { sim->saveFluidData("moved"); });
         moves([&] { sim->clearInlets(0); });
         moves([&] {
-            const auto place = placeOf(*sim->solver->lbm_dev_gpu[0], 9, 9, 9);
+            const auto place = placeOf(test::fetched(sim->solver->lbm_dev_gpu[0]), 9, 9, 9);
             sim->markInlet(0, place, {1, 0, 0});
             EXPECT_EQ(host.flag[node(9, 9, 9)], ML_NODE_INLET);
         });
@@ -309,6 +320,7 @@ TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
 }
 
 TEST_F(Simulator, AnotherChoiceThanTheDefaultTakesTheOperators) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
     commit();
     EXPECT_NE(sim->solver->fused(0), nullptr);
     sim->collisionOperator = CollisionOperator::Plain;

@@ -73,6 +73,8 @@ constexpr int kBlocks = 2 * kBlock;
 void addBlocks(const SpreadStencil& stencil, const NodeBox& box, int start,
                const float (&wx)[kBlocks], double* forces, double force, std::int64_t nx,
                std::int64_t ny) {
+    const int first = box.x0 - start;
+    const int last = box.x1 - start;
     for (int k = box.z0; k < box.z1; ++k) {
         const float wz = stencil.z.weight[k - stencil.z.first];
         for (int j = box.y0; j < box.y1; ++j) {
@@ -80,7 +82,8 @@ void addBlocks(const SpreadStencil& stencil, const NodeBox& box, int start,
             double* const row = forces + (k * ny + j) * nx + start;
 #pragma omp simd
             for (int i = 0; i < kBlocks; ++i) {
-                row[i] += static_cast<double>(wx[i] * wy * wz) * force;
+                const double term = static_cast<double>(wx[i] * wy * wz) * force;
+                row[i] += i >= first && i < last ? term : 0.0;
             }
         }
     }
