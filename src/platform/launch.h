@@ -103,6 +103,8 @@ namespace platform {
 
 // Below this many indices a launch costs less than waking the threads for it.
 inline constexpr std::int64_t kWorthThreads = 2048;
+// The same for operators with loops of their own.
+inline constexpr std::int64_t kWorthThreadsEach = 256;
 
 template <auto Op, class... Args>
 void hostLaunchRows(LaunchExtent extent, Args... args) {
@@ -143,7 +145,7 @@ void hostLaunchByRows(LaunchExtent extent, Args... args) {
 template <auto Op, class... Args>
 void hostLaunchLinear(std::int64_t count, Args... args) {
     const HostAccess access;
-#pragma omp parallel if (count > 1)
+#pragma omp parallel if (count >= kWorthThreadsEach)
     {
         FlushDenormals flush;
 #pragma omp for schedule(static)
