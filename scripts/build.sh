@@ -26,12 +26,13 @@ find_nvcc() {
     return 1
 }
 
-# cuda_arguments PRESET: prints the CMake arguments, one a line, for the CUDA side of dev and release
-# builds: one architecture in dev (the machine's own where it has a GPU), in release those in use and
-# code that newer ones translate for themselves.
-cuda_arguments() {
+# machine_arguments PRESET: prints the CMake arguments, one a line, that fit dev and release builds to
+# machines. CUDA: one architecture in dev (the machine's own where it has a GPU), in release those in
+# use and code that newer ones translate for themselves.
+machine_arguments() {
     local nvcc architectures=75
     [[ $1 == dev || $1 == release ]] || return 0
+    echo "-DDRELT_NATIVE=${DRELT_NATIVE:-ON}"
     if ! nvcc=$(find_nvcc); then
         echo -DDRELT_CUDA=OFF
         return
@@ -47,9 +48,9 @@ cuda_arguments() {
 configure() {
     local preset=$1 folder=build/$1 state
     local -a arguments=("-DPYTHON_EXECUTABLE=$VENV_PYTHON" "-DPython_EXECUTABLE=$VENV_PYTHON")
-    local -a cuda
-    mapfile -t cuda < <(cuda_arguments "$preset")
-    arguments+=("${cuda[@]}")
+    local -a machine
+    mapfile -t machine < <(machine_arguments "$preset")
+    arguments+=("${machine[@]}")
     state="$PWD $(cksum <CMakePresets.json) $(cat .venv/requirements.stamp) ${arguments[*]}"
     if [[ ! -f $folder/build.ninja || $(cat "$folder/configured.stamp" 2>/dev/null) != "$state" ]]; then
         phase "configure-$preset" "configuring $preset" \

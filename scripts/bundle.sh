@@ -7,6 +7,7 @@
 bundle() {
     need_packages build
     need_venv
+    export DRELT_NATIVE=OFF # the other machine may know fewer instructions
     build dev
     build release drelt_bench
     local out=build/bundle library
