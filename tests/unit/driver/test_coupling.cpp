@@ -9,6 +9,7 @@
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skLinkMgr.h"
+#include "driver/scene.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
@@ -20,22 +21,8 @@ namespace {
 
 using Eigen::Vector3d;
 
-// A sphere of 8 nodes a diameter that falls in a box of 28 nodes a side, its centre in the middle.
-std::shared_ptr<simParams> cube() {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 8;
-    p->l0p = 0.02f;
-    p->u0p = 0.1f;
-    p->u0k = 0.1f;
-    p->visp = 4e-5f;
-    p->rou0p = 1000;
-    p->width = p->height = p->depth = 27.5f * 0.0025f;
-    return p;
-}
-
 TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
-    const auto params = cube();
+    const auto params = test::boxOf(28, 28, 28);  // the sphere in the middle
     coupledLBM_sim3D simulator(params, test::device());
     const auto body =
         std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", test::device()),

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "driver/scene.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "support/device.h"
@@ -14,17 +15,10 @@ namespace {
 
 using Eigen::Vector3d;
 
-// A sphere of 8 nodes a diameter in a box of `side` diameters.
+// A sphere of 8 nodes a diameter in a box of `side` nodes.
 struct Scene {
-    explicit Scene(float side, int samples = 300) {
-        auto p = std::make_shared<simParams>();
-        p->setup_mode = simParams::MANUAL;
-        p->N = 8;
-        p->l0p = 0.02f;
-        p->u0p = p->u0k = 0.1f;
-        p->visp = 4e-5f;
-        p->rou0p = 1000;
-        p->width = p->height = p->depth = side * 0.02f - 0.001f;
+    explicit Scene(int side, int samples = 300) {
+        const auto p = test::boxOf(side, side, side);
         simulator = std::make_unique<coupledLBM_sim3D>(p, test::device());
         testing::internal::CaptureStdout();
         const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
@@ -39,12 +33,12 @@ struct Scene {
 };
 
 TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
-    Scene(1.5f).simulator->step(TWO_WAY);
+    Scene(12).simulator->step(TWO_WAY);
     const std::size_t before = platform::deviceBytesInUse();
     const std::size_t free = platform::deviceBytesFree();
-    for (int i = 0; i < 100; ++i) Scene(1.5f, 50).simulator->step(TWO_WAY);
+    for (int i = 0; i < 100; ++i) Scene(12, 50).simulator->step(TWO_WAY);
     EXPECT_EQ(platform::deviceBytesInUse(), before);
-    Scene scene(1.5f);
+    Scene scene(12);
     const std::size_t one = platform::deviceBytesInUse();
     for (int i = 0; i < 100; ++i) scene.simulator->commitInit();
     EXPECT_EQ(platform::deviceBytesInUse(), one);
@@ -55,7 +49,7 @@ TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
 }
 
 TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
-    const auto copiedInAStep = [](float side) {
+    const auto copiedInAStep = [](int side) {
         Scene scene(side);
         for (int i = 0; i < 3; ++i) scene.simulator->step(TWO_WAY);
         const platform::Traffic before = platform::traffic();
@@ -64,8 +58,8 @@ TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
         EXPECT_EQ(after.allocations, before.allocations);
         return (after.bytesCopied - before.bytesCopied) / 4;
     };
-    const std::size_t small = copiedInAStep(2.0f);
-    EXPECT_EQ(copiedInAStep(4.0f), small) << "what crosses does not grow with the grid";
+    const std::size_t small = copiedInAStep(16);
+    EXPECT_EQ(copiedInAStep(32), small) << "what crosses does not grow with the grid";
     EXPECT_LT(small, std::size_t{16} * 16 * 16 * sizeof(float)) << "nor is it one field";
 }
 

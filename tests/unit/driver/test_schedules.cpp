@@ -10,6 +10,7 @@
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
+#include "driver/scene.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
 #include "support/device.h"
@@ -36,17 +37,7 @@ struct Case {
 // A sphere of 8 nodes a diameter falls askew in a box of odd sizes that follows it. Read-outs come at odd
 // moments, and a reset in the middle.
 Outcome run(Schedule schedule, const Case& given, int steps = 50) {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 8;
-    p->l0p = 0.02f;
-    p->u0p = p->u0k = 0.1f;
-    p->visp = 4e-5f;
-    p->rou0p = 1000;
-    p->width = 40.5f * 0.0025f;
-    p->height = 26.5f * 0.0025f;
-    p->depth = 30.5f * 0.0025f;
-    p->pml_width = given.layer;
+    const auto p = test::boxOf(41, 27, 31, given.layer);
     coupledLBM_sim3D simulator(p, test::device());
     simulator.schedule = schedule;
     testing::internal::CaptureStdout();

@@ -19,6 +19,7 @@
 #include "SkeletonDynamics/skLink.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "cslbm/mlsolver/mlLattice.h"
+#include "driver/scene.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/FluidHelper.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
@@ -35,21 +36,7 @@ const std::string kSphere = "sphere_floating.json";
 const std::string kSwimmer = "swimmer.json";
 
 // A box of 88 x 26 x 32 nodes: the swimmer, 80 nodes long, has room beside the sphere of 8 nodes.
-std::shared_ptr<simParams> coarseBox() {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 8;
-    p->l0p = 0.02f;
-    p->u0p = 0.1f;
-    p->u0k = 0.1f;
-    p->visp = 1e-4f;
-    p->rou0p = 1000;
-    p->width = 87.5f * 0.0025f;
-    p->height = 25.5f * 0.0025f;
-    p->depth = 31.5f * 0.0025f;
-    p->pml_width = 2;
-    return p;
-}
+std::shared_ptr<simParams> coarseBox() { return test::boxOf(88, 26, 32, 2, 1e-4f); }
 
 // The sphere stands in the origin, a swimmer 2.5 cm beside it.
 std::shared_ptr<skSystem> body(const std::string& asset) {
