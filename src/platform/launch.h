@@ -155,18 +155,25 @@ void hostLaunchLinear(std::int64_t count, Args... args) {
     }
 }
 
+// Runs an operator on the selected GPU; false where the selected device is the host's threads.
+template <auto Op, ThreadMapping Mapping, class... Args>
+bool launchedOnGpu([[maybe_unused]] LaunchShape shape, [[maybe_unused]] LaunchExtent extent,
+                   [[maybe_unused]] Args... args) {
+#if defined(DRELT_CUDA)
+    if (!onHostDevice()) {
+        deviceLaunch<Op, Mapping>(shape, extent, args...);
+        return true;
+    }
+#endif
+    return false;
+}
+
 }  // namespace platform
 
 // One invocation a node of a grid: the device's flat thread number is the node index.
 template <auto Op, class... Args>
 void launchVolume(LaunchShape shape, LaunchExtent nodes, Args... args) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceLaunch<Op, ThreadMapping::Flat>(shape, nodes, args...);
-        return;
-    }
-#endif
-    static_cast<void>(shape);
+    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, nodes, args...)) return;
     platform::hostLaunchRows<Op>(nodes, args...);
 }
 
@@ -175,52 +182,29 @@ void launchVolume(LaunchShape shape, LaunchExtent nodes, Args... args) {
 // x inside, so that memory is walked in long runs. It is built from the functions that Op is built of.
 template <auto Op, auto RowOp, class... Args>
 void launchVolumeByRows(LaunchShape shape, LaunchExtent nodes, Args... args) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceLaunch<Op, ThreadMapping::Flat>(shape, nodes, args...);
-        return;
-    }
-#endif
-    static_cast<void>(shape);
+    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, nodes, args...)) return;
     platform::hostLaunchByRows<RowOp>(nodes, args...);
 }
 
 // One invocation an index of a three-dimensional range, on a device from the three thread axes.
 template <auto Op, class... Args>
 void launchRange(LaunchShape shape, LaunchExtent range, Args... args) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceLaunch<Op, ThreadMapping::Axes>(shape, range, args...);
-        return;
-    }
-#endif
-    static_cast<void>(shape);
+    if (platform::launchedOnGpu<Op, ThreadMapping::Axes>(shape, range, args...)) return;
     platform::hostLaunchRows<Op>(range, args...);
 }
 
 // The same with the host's form of the operator for a row, as for launchVolumeByRows.
 template <auto Op, auto RowOp, class... Args>
 void launchRangeByRows(LaunchShape shape, LaunchExtent range, Args... args) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceLaunch<Op, ThreadMapping::Axes>(shape, range, args...);
-        return;
-    }
-#endif
-    static_cast<void>(shape);
+    if (platform::launchedOnGpu<Op, ThreadMapping::Axes>(shape, range, args...)) return;
     platform::hostLaunchByRows<RowOp>(range, args...);
 }
 
 // One invocation an item of a list, not vectorised: for operators with loops of their own.
 template <auto Op, class... Args>
 void launchLinear(LaunchShape shape, int count, Args... args) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceLaunch<Op, ThreadMapping::Flat>(shape, LaunchExtent{count, 1, 1}, args...);
-        return;
-    }
-#endif
-    static_cast<void>(shape);
+    const LaunchExtent items{count, 1, 1};
+    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, items, args...)) return;
     platform::hostLaunchLinear<Op>(count, args...);
 }
 
