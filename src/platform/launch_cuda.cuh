@@ -4,6 +4,8 @@
 
 #include <cuda_runtime.h>
 
+#include <type_traits>
+
 #include "platform/launch.h"
 
 namespace drelt {
@@ -14,7 +16,7 @@ inline constexpr unsigned kMaxGridYZ = 65535;
 // The flat thread number decoded. An extent has at most 2^32 - 1 indices: 32-bit division is several times
 // as quick as that of 64 bits.
 template <auto Op, class... Args>
-__device__ __forceinline__ void runFlat(LaunchExtent extent, Args... args) {
+__device__ __forceinline__ void runFlat(LaunchExtent extent, const Args&... args) {
     const std::int64_t block =
         (static_cast<std::int64_t>(gridDim.y) * blockIdx.z + blockIdx.y) * gridDim.x + blockIdx.x;
     const std::int64_t threads = static_cast<std::int64_t>(blockDim.x) * blockDim.y * blockDim.z;
@@ -31,7 +33,7 @@ __device__ __forceinline__ void runFlat(LaunchExtent extent, Args... args) {
 
 // The three thread axes; y and z go on in strides of the grid where that was folded.
 template <auto Op, class... Args>
-__device__ __forceinline__ void runAxes(LaunchExtent extent, Args... args) {
+__device__ __forceinline__ void runAxes(LaunchExtent extent, const Args&... args) {
     LaunchIndex at;
     at.x = threadIdx.x + blockDim.x * blockIdx.x;
     if (at.x >= extent.x) return;
@@ -71,12 +73,13 @@ void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args) {
     runOperator<Op, Mapping><<<grid, block>>>(extent, args...);
 }
 
-// Instantiates the device launch of one operator, whatever its own arguments are.
+// Instantiates the device launch of one operator, whatever its own arguments are. What an operator takes
+// by constant reference travels by value.
 template <auto Op, ThreadMapping Mapping, class Signature = decltype(Op)>
 struct DeviceInstance;
 template <auto Op, ThreadMapping Mapping, class... Args>
 struct DeviceInstance<Op, Mapping, void (*)(LaunchIndex, Args...)> {
-    static constexpr auto launch = &deviceLaunch<Op, Mapping, Args...>;
+    static constexpr auto launch = &deviceLaunch<Op, Mapping, std::decay_t<Args>...>;
 };
 
 }  // namespace drelt

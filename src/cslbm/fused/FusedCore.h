@@ -8,10 +8,15 @@
 // needs no forward transform beyond the second moments. E, S and the deviator go back to populations
 // together: the x step of the back transform is written out for each ex, y and z follow line by line.
 //
-// For a host pack and for float alike; nothing here knows where a population lives.
+// For a host pack and for float alike; nothing here knows where a population lives. Sources for float
+// define DRELT_FUSED_FLOAT.
 #pragma once
 
+#if defined(DRELT_FUSED_FLOAT)
+#include "cslbm/fused/FusedFloat.h"
+#else
 #include "cslbm/fused/Pack.h"
+#endif
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
@@ -20,7 +25,7 @@ namespace DRELT_FUSED_ISA {
 // and codes above 13 are the lexicographically positive directions.
 template <int X, int Y, int Z>
 struct Toward {
-    static constexpr int x = X;
+    static constexpr int x = X, y = Y, z = Z;
     static constexpr int code = (X + 1) + 3 * (Y + 1) + 9 * (Z + 1);
     static constexpr int opposite = 26 - code;
     static constexpr int squaredLength = X * X + Y * Y + Z * Z;

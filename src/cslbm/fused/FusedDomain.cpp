@@ -40,14 +40,7 @@ Slab slabOf(int thread, int threads, int nz) {
     return {bound(thread), bound(thread + 1)};
 }
 
-// Nodes along each axis.
-int leastNodes(const MLFluidParam& param) { return 2 * param.pml_width + 3; }
-
 }  // namespace
-
-bool FusedDomain::tooThin(const MLFluidParam& param) {
-    return std::min({param.samples_x, param.samples_y, param.samples_z}) < leastNodes(param);
-}
 
 double FusedDomain::bytesPerNode(const MLFluidParam& param) {
     // populations, density and velocity (of two steps where there is a layer), the high-order parameter
@@ -82,17 +75,12 @@ template float* FusedDomain::allocate<float>(std::size_t, bool);
 FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
                          const FusedSweeps& sweeps)
     : sweeps_(&sweeps), param_(param) {
+    requireInnerNodes(param);
     FusedState& s = state_;
     s.nx = param.samples_x;
     s.ny = param.samples_y;
     s.nz = param.samples_z;
     s.width = param.pml_width;
-    if (tooThin(param)) {
-        throw std::invalid_argument(
-            "a box of " + std::to_string(s.nx) + " x " + std::to_string(s.ny) + " x " +
-            std::to_string(s.nz) + " nodes is too thin for a layer of " + std::to_string(s.width) +
-            ": give it at least " + std::to_string(leastNodes(param)) + " nodes along each axis");
-    }
     nodes_ = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
     s.pitch = pitchFor(s.nx);
     s.nu = nu;
@@ -155,7 +143,7 @@ FusedDomain::~FusedDomain() {
 
 void FusedDomain::step(const FrameMotion& motion) {
     FusedState& s = state_;
-    const bool turns = !motion.angularVelocity.isZero(0) || !motion.angularAcceleration.isZero(0);
+    const bool turns = motion.turns();
     if (turns) turnFrame(motion);
     for (int a = 0; a < 3; ++a) {
         s.acceleration[a] =

@@ -17,7 +17,11 @@
 #include <cstdint>
 
 // Everything that is compiled once an instruction set must be inlined: none of it may be shared.
+#if defined(__CUDACC__)
+#define DRELT_FUSED_INLINE __host__ __device__ __forceinline__
+#else
 #define DRELT_FUSED_INLINE inline __attribute__((always_inline))
+#endif
 
 namespace drelt {
 

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "cslbm/PML/PMLOperation.h"
+#include "cslbm/fused/FusedDeviceDomain.h"
 #include "cslbm/fused/FusedDomain.h"
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
@@ -57,11 +59,14 @@ void fillSmooth(HostFlow& flow) {
     flow.upload();
 }
 
-// Blobs of force that move through the box, as samples would leave them.
-std::vector<NodeBox> spreadBlobs(const mlFlow& flow, int step) {
-    const MLFluidParam& p = *flow.param;
+// Blobs of force that move through the box, as samples would leave them, added to the three arrays of a
+// device record.
+std::vector<NodeBox> spreadBlobs(const mlFlow& flow, const MLFluidParam& p, int step) {
     const int n[3] = {p.samples_x, p.samples_y, p.samples_z};
     std::vector<NodeBox> boxes;
+    const std::size_t nodes = static_cast<std::size_t>(n[0]) * n[1] * n[2];
+    Array<double> x = fetched(flow.forcex, nodes), y = fetched(flow.forcey, nodes),
+                  z = fetched(flow.forcez, nodes);
     for (int blob = 0; blob < 3; ++blob) {
         int low[3], high[3];
         for (int a = 0; a < 3; ++a) {
@@ -69,16 +74,22 @@ std::vector<NodeBox> spreadBlobs(const mlFlow& flow, int step) {
             high[a] = std::min(n[a], low[a] + 5);
         }
         boxes.push_back({low[0], low[1], low[2], high[0], high[1], high[2]});
-        for (int z = low[2]; z < high[2]; ++z)
-            for (int y = low[1]; y < high[1]; ++y)
-                for (int x = low[0]; x < high[0]; ++x) {
-                    const std::int64_t at =
-                        x + p.samples_x * (y + static_cast<std::int64_t>(p.samples_y) * z);
-                    flow.forcex[at] += 1e-3 * std::sin(0.3 * (x + step));
-                    flow.forcey[at] -= 8e-4 * std::cos(0.5 * (y + z));
-                    flow.forcez[at] += 5e-4 * (blob - 1);
+        for (int k = low[2]; k < high[2]; ++k)
+            for (int j = low[1]; j < high[1]; ++j)
+                for (int i = low[0]; i < high[0]; ++i) {
+                    const std::size_t at = i + static_cast<std::size_t>(n[0]) * (j + n[1] * k);
+                    x[at] += 1e-3 * std::sin(0.3 * (i + step));
+                    y[at] -= 8e-4 * std::cos(0.5 * (j + k));
+                    z[at] += 5e-4 * (blob - 1);
                 }
     }
+    const auto put = [&](double* there, const Array<double>& values) {
+        checkCudaErrors(
+            cudaMemcpy(there, values.data(), nodes * sizeof(double), cudaMemcpyHostToDevice));
+    };
+    put(flow.forcex, x);
+    put(flow.forcey, y);
+    put(flow.forcez, z);
     return boxes;
 }
 
@@ -106,25 +117,44 @@ void stepOperators(HostFlow& flow, const FrameMotion& m) {
     mlBoundaryConditionNEE(flow.device(), flow.param());
 }
 
+using Domain = std::unique_ptr<ProductionDomain>;
+using Make = std::function<Domain(const MLFluidParam&, float nu)>;
+
+Make onHost(const FusedSweeps& sweeps) {
+    return [&](const MLFluidParam& param, float nu) {
+        return std::make_unique<FusedDomain>(param, nu, kSigmaMax, sweeps);
+    };
+}
+Domain onDevice(const MLFluidParam& param, float nu) {
+    return std::make_unique<FusedDeviceDomain>(param, nu, kSigmaMax);
+}
+// What the device under test can run: its own kernels, and sweeps where host code reaches its memory.
+std::vector<Make> kinds() {
+    std::vector<Make> all{onDevice};
+    if (plainMemory()) all.push_back(onHost(fusedSweeps()));
+    return all;
+}
+
 // Both schedules on one case.
 struct Pair {
-    explicit Pair(const Case& given, const FusedSweeps& sweeps = fusedSweeps())
+    explicit Pair(const Case& given, const Make& make)
         : flow(given.nx, given.ny, given.nz, given.width), seen(given.nx, given.ny, given.nz) {
         flow.param()->bodyAccelx = given.bodyAcceleration;
         flow.layOut(kSigmaMax);
         fillSmooth(flow);
-        fused = std::make_unique<FusedDomain>(*flow.param(), flow.host().v0k, kSigmaMax, sweeps);
+        fused = make(*flow.param(), flow.host().v0k);
         fused->load(flow.host());
         turns = given.turns;
     }
 
     void step(bool operators) {
         const FrameMotion motion = motionAt(now, turns);
-        const std::vector<NodeBox> boxes = spreadBlobs(*fused->record(), now);
+        const std::vector<NodeBox> boxes =
+            spreadBlobs(fetched(fused->record()), *flow.param(), now);
         fused->announceForces(boxes.data(), static_cast<int>(boxes.size()));
         fused->step(motion);
         if (operators) {
-            spreadBlobs(flow.deviceImage(), now);
+            spreadBlobs(flow.deviceImage(), *flow.param(), now);
             stepOperators(flow, motion);
         }
         ++now;
@@ -190,7 +220,7 @@ struct Pair {
 
     HostFlow flow;
     HostFlow seen;
-    std::unique_ptr<FusedDomain> fused;
+    Domain fused;
     bool turns = false;
     int now = 0;
 };
@@ -198,16 +228,19 @@ struct Pair {
 class Schedules : public testing::TestWithParam<Case> {};
 
 TEST_P(Schedules, Agree) {
-    Pair pair(GetParam());
-    pair.step(true);
-    pair.compare("after the first step");
-    for (int i = 0; i < 24; ++i) pair.step(true);
-    pair.compare("before the reset");
-    pair.reset();
-    pair.step(true);
-    pair.compare("after the reset");
-    while (pair.now < 50) pair.step(true);
-    pair.compare("at the end");
+    for (const Make& make : kinds()) {
+        Pair pair(GetParam(), make);
+        SCOPED_TRACE(pair.fused->instructionSet());
+        pair.step(true);
+        pair.compare("after the first step");
+        for (int i = 0; i < 24; ++i) pair.step(true);
+        pair.compare("before the reset");
+        pair.reset();
+        pair.step(true);
+        pair.compare("after the reset");
+        while (pair.now < 50) pair.step(true);
+        pair.compare("at the end");
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Boxes, Schedules,
@@ -216,7 +249,7 @@ INSTANTIATE_TEST_SUITE_P(Boxes, Schedules,
                                          Case{37, 21, 19, 1}, Case{150, 18, 33, 3},
                                          Case{47, 30, 27, 10}, Case{5, 6, 7, 1}));
 
-std::vector<float> bits(const FusedDomain& domain, HostFlow& into) {
+std::vector<float> bits(const ProductionDomain& domain, HostFlow& into) {
     domain.materialise(into.host());
     std::vector<float> all = into.values(into.host().f, kDirections);
     for (const auto* field : {into.host().ux, into.host().Sopt, &into.host().rou->value}) {
@@ -228,24 +261,28 @@ std::vector<float> bits(const FusedDomain& domain, HostFlow& into) {
 // Every place in memory belongs to one node in a step, so threads cannot change a bit.
 TEST(FusedDomain, ThreadsGiveTheSameBits) {
     const int before = omp_get_max_threads();
-    for (const int width : {0, 3}) {
-        std::vector<float> expected;
-        for (const int threads : {1, 2, 3, 4, 30}) {
-            omp_set_num_threads(threads);
-            Pair pair({41, 19, 23, width});
-            for (int i = 0; i < 8; ++i) pair.step(false);
-            const std::vector<float> got = bits(*pair.fused, pair.seen);
-            if (expected.empty()) expected = got;
-            EXPECT_EQ(std::memcmp(got.data(), expected.data(), got.size() * sizeof(float)), 0)
-                << threads << " threads, layer of " << width;
+    for (const Make& make : kinds()) {
+        for (const int width : {0, 3}) {
+            std::vector<float> expected;
+            for (const int threads : {1, 2, 3, 4, 30}) {
+                omp_set_num_threads(threads);
+                Pair pair({41, 19, 23, width}, make);
+                for (int i = 0; i < 8; ++i) pair.step(false);
+                const std::vector<float> got = bits(*pair.fused, pair.seen);
+                if (expected.empty()) expected = got;
+                EXPECT_EQ(std::memcmp(got.data(), expected.data(), got.size() * sizeof(float)), 0)
+                    << pair.fused->instructionSet() << ", " << threads << " threads, layer of "
+                    << width;
+            }
         }
     }
     omp_set_num_threads(before);
 }
 
 TEST(FusedDomain, InstructionSetsAgree) {
+    DRELT_HOST_ONLY("sweeps run on host threads");
     for (const char* name : fusedInstructionSets()) {
-        Pair pair({53, 18, 17, 3}, fusedSweeps(name));
+        Pair pair({53, 18, 17, 3}, onHost(fusedSweeps(name)));
         EXPECT_STREQ(pair.fused->instructionSet(), name);
         for (int i = 0; i < 20; ++i) pair.step(true);
         pair.compare(name);
@@ -255,8 +292,9 @@ TEST(FusedDomain, InstructionSetsAgree) {
 
 // What is prepared on demand is what a full read-out gives, and only where it was asked for.
 TEST(FusedDomain, PreparesMomentsOnDemand) {
+    DRELT_HOST_ONLY("elsewhere all moments are there");
     for (const int width : {0, 2}) {
-        Pair pair({45, 17, 16, width});
+        Pair pair({45, 17, 16, width}, onHost(fusedSweeps()));
         for (int i = 0; i < 5; ++i) pair.step(false);
         pair.fused->materialise(pair.seen.host());
         const std::vector<NodeBox> boxes{{0, 0, 0, 5, 17, 3},
@@ -289,13 +327,15 @@ TEST(FusedDomain, PreparesMomentsOnDemand) {
 
 // Rounding neither makes nor loses mass in a fluid at rest.
 TEST(FusedDomain, RestStays) {
-    HostFlow seen(24, 20, 18, 4);
-    FusedDomain domain(*seen.param(), 0.01f, kSigmaMax);
-    for (int i = 0; i < 2000; ++i) domain.step({});
-    domain.materialise(seen.host());
-    for (std::size_t n = 0; n < seen.nodes(); ++n) {
-        ASSERT_NEAR(seen.host().rou[n].value, 1.0f, 2e-6f) << n;
-        ASSERT_NEAR(seen.host().ux[n], 0.0f, 1e-6f) << n;
+    for (const Make& make : kinds()) {
+        HostFlow seen(24, 20, 18, 4);
+        const Domain domain = make(*seen.param(), 0.01f);
+        for (int i = 0; i < 2000; ++i) domain->step({});
+        domain->materialise(seen.host());
+        for (std::size_t n = 0; n < seen.nodes(); ++n) {
+            ASSERT_NEAR(seen.host().rou[n].value, 1.0f, 2e-6f) << domain->instructionSet() << n;
+            ASSERT_NEAR(seen.host().ux[n], 0.0f, 1e-6f) << domain->instructionSet() << n;
+        }
     }
 }
 
@@ -304,7 +344,7 @@ TEST(FusedDomain, RefusesABoxWithoutInnerNodes) {
     param.samples_x = param.samples_y = 40;
     param.samples_z = 22;
     param.pml_width = 10;
-    EXPECT_THROW(FusedDomain(param, 0.01f, kSigmaMax), std::invalid_argument);
+    for (const Make& make : kinds()) EXPECT_THROW(make(param, 0.01f), std::invalid_argument);
 }
 
 }  // namespace

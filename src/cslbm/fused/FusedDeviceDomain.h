@@ -1,0 +1,60 @@
+// A fluid domain under the production schedule on a device, by the launch functions: on a GPU, or on
+// host threads one node after the other. Host code touches none of its memory.
+#pragma once
+
+#include <vector>
+
+#include "cslbm/fused/FusedDeviceState.h"
+#include "cslbm/fused/ProductionDomain.h"
+
+namespace drelt {
+
+// A step is three launches, four with a layer, and waits for none where platform::DeferredWaits is in
+// force; nothing is allocated or copied in it.
+class FusedDeviceDomain : public ProductionDomain {
+public:
+    // As makeProductionDomain, on the device that is selected now and at every later call.
+    FusedDeviceDomain(const MLFluidParam& param, float nu, float sigmaMax);
+    ~FusedDeviceDomain() override;
+    FusedDeviceDomain(const FusedDeviceDomain&) = delete;
+    FusedDeviceDomain& operator=(const FusedDeviceDomain&) = delete;
+
+    static double bytesPerNode(const MLFluidParam& param);
+
+    void load(const mlFlow& host) override;
+    void upload(const mlFlow& host) override;
+    void resetLayer(const mlDensity<float>* rou) override;
+    void step(const FrameMotion& motion) override;
+    mlFlow* record() override { return record_; }
+    bool holdsMoments() const override { return true; }
+    void prepareMoments(const NodeBox*, int) override {}
+    // One launch a box.
+    void announceForces(const NodeBox* boxes, int count) override;
+    void announceSamples(const mlLagrangeBoundary* samples, int count,
+                         const mlUnitScale& scale) override;
+    void materialise(mlFlow& host) const override;
+    std::size_t residentBytes() const override;
+    const char* instructionSet() const override { return "device"; }
+
+    // What the kernels work on, for tests of them.
+    const FusedDeviceState& state() const { return state_; }
+
+private:
+    template <class T>
+    T* allocate(std::size_t count);
+    void allocateMoments(DeviceMoments& moments);
+    void makeRecord(const MLFluidParam& param, float nu);
+    template <auto Op, class... Args>
+    void launchNodes(Args... args) const;
+    void turnFrame(const FrameMotion& motion);
+    void collide();
+    void storePopulations(const mlFlow& host);
+
+    FusedDeviceState state_{};
+    mlFlow* record_ = nullptr;
+    float* reference_ = nullptr;  // null until a reset at another density than 1
+    std::size_t nodes_ = 0;
+    std::vector<void*> arrays_;
+};
+
+}  // namespace drelt

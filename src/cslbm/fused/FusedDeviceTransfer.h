@@ -1,0 +1,116 @@
+// Kernels between a device domain's own arrays and the operators' records, and of what happens
+// seldom or to few nodes. One invocation a node unless a line says otherwise.
+#pragma once
+
+#include "cslbm/fused/FusedDeviceNode.h"
+#include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
+
+namespace drelt {
+
+// A fluid at rest at density 1, also in the step before.
+DRELT_KERNEL void fusedStartKernel(LaunchIndex at, const FusedDeviceState& d) {
+    using namespace fused_device;
+    const FusedState& s = d.base;
+    float* const own = placesOf(s, at.x, at.y, at.z);
+    forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+        using E = decltype(e);
+        own[s.place[codeOf<E>]] = E::weight;
+    });
+    d.now.rho[at.n] = 1.0f;
+    if (d.before.rho != nullptr) d.before.rho[at.n] = 1.0f;
+    for (int a = 0; a < 3; ++a) {
+        d.now.momentum[a][at.n] = 0.0f;
+        if (d.before.rho != nullptr) d.before.momentum[a][at.n] = 0.0f;
+        s.force[a][at.n] = 0.0;
+    }
+    s.sopt[at.n] = 0.0f;
+    constexpr int wordNodes = 32 * kChunkNodes;
+    if (at.x % wordNodes == 0) marksOf(s, at.y, at.z)[at.x / wordNodes] = 0;
+}
+
+// Streamed populations of a fluid at rest at the given densities.
+DRELT_KERNEL void fusedRestKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho) {
+    using namespace fused_device;
+    float* const own = placesOf(d.base, at.x, at.y, at.z);
+    forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+        using E = decltype(e);
+        own[d.base.place[codeOf<E>]] = E::weight * rho[at.n];
+    });
+}
+
+// The streamed populations of one direction from and to a dense array, with open planes applied on the
+// way out.
+DRELT_KERNEL void fusedStoreKernel(LaunchIndex at, const FusedDeviceState& d, int code,
+                                   const float* from) {
+    using namespace fused_device;
+    placesOf(d.base, at.x, at.y, at.z)[d.base.place[code]] = from[at.n];
+}
+DRELT_KERNEL void fusedFetchKernel(LaunchIndex at, const FusedDeviceState& d, int code, float* to) {
+    using namespace fused_device;
+    const FusedState& s = d.base;
+    SourceNode from{at.x, at.y, at.z, false};
+    if (s.planesPending) from = sourceOf(s, at);
+    to[at.n] = placesOf(s, from.x, from.y, from.z)[s.place[code]];
+}
+// The populations that left along a direction: each stands where the neighbour there finds it, also
+// beyond the grid's faces.
+DRELT_KERNEL void fusedFetchPostKernel(LaunchIndex at, const FusedDeviceState& d, int code,
+                                       float* to) {
+    using namespace fused_device;
+    const FusedState& s = d.base;
+    to[at.n] =
+        placesOf(s, at.x + codeX(code), at.y + codeY(code), at.z + codeZ(code))[s.place[code]];
+}
+
+DRELT_KERNEL void fusedClearKernel(LaunchIndex at, float* x, float* y, float* z) {
+    x[at.n] = y[at.n] = z[at.n] = 0.0f;
+}
+
+// Turns a velocity, which the frame forcing has left, back into momentum.
+DRELT_KERNEL void fusedMomentumKernel(LaunchIndex at, const DeviceMoments& m) {
+    for (int a = 0; a < 3; ++a) m.momentum[a][at.n] *= m.rho[at.n];
+}
+
+// Marks the nodes of a box, which lies in the grid, as under a spread force. One invocation a row of the
+// box, y along the first axis and z along the second.
+DRELT_KERNEL void fusedMarkBoxKernel(LaunchIndex at, const FusedDeviceState& d, NodeBox box) {
+    fused_device::markRow(d.base, box.x0, box.x1, box.y0 + at.x, box.z0 + at.y);
+}
+
+// Marks the nodes that a sample of a boundary can spread to with a delta function of four points. One
+// invocation a sample.
+DRELT_KERNEL void fusedMarkSampleKernel(LaunchIndex at, const FusedDeviceState& d,
+                                        const mlLagrangeBoundary* boundary, const mlFlow* flow,
+                                        float N, float l0p) {
+    constexpr int kBelow = 2;  // the function reaches 1 below; one more for rounding
+    constexpr int kAbove = 4;
+    const FusedState& s = d.base;
+    const GridPosition p = gridPosition(boundary, flow, at.n, N, l0p);
+    if (!insideGrid(p, s.nx, s.ny, s.nz)) return;
+    const int x = static_cast<int>(p.x);
+    const int y = static_cast<int>(p.y);
+    const int z = static_cast<int>(p.z);
+    const NodeBox box =
+        intersection({x - kBelow, y - kBelow, z - kBelow, x + kAbove, y + kAbove, z + kAbove},
+                     {0, 0, 0, s.nx, s.ny, s.nz});
+    for (int k = box.z0; k < box.z1; ++k) {
+        for (int j = box.y0; j < box.y1; ++j) {
+            fused_device::markRow(s, box.x0, box.x1, j, k);
+        }
+    }
+}
+
+// Clears the force arrays where they are marked, and the marks. One invocation a word of marks.
+DRELT_KERNEL void fusedDropForcesKernel(LaunchIndex at, const FusedDeviceState& d) {
+    const FusedState& s = d.base;
+    if (s.spread[at.n] == 0) return;
+    s.spread[at.n] = 0;
+    constexpr int wordNodes = 32 * kChunkNodes;
+    const int end = (at.x + 1) * wordNodes < s.nx ? (at.x + 1) * wordNodes : s.nx;
+    for (int a = 0; a < 3; ++a) {
+        double* const row = s.force[a] + fused_device::nodeOf(s, 0, at.y, at.z);
+        for (int x = at.x * wordNodes; x < end; ++x) row[x] = 0.0;
+    }
+}
+
+}  // namespace drelt
