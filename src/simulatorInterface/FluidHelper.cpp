@@ -158,11 +158,10 @@ void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule sche
     // The device side takes host memory too where the device is the host's threads. An id that names
     // nothing is reported by the first operation on the device.
     const bool onHost = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
-    const bool fused = onHost && platform::hostReachesDevice() &&
-                       schedule == Schedule::Production && !FusedDomain::tooThin(grid);
+    const bool fused = schedule == Schedule::Production && !ProductionDomain::tooThin(grid);
     double bytes = stage == Stage::Create ? kHostBytesPerNode : 0.0;
     if (!fused) bytes += kHostPopulationBytes;
-    if (onHost) bytes += fused ? FusedDomain::bytesPerNode(grid) : kBytesPerNode;
+    if (onHost) bytes += fused ? ProductionDomain::bytesPerNode(grid) : kBytesPerNode;
     const double needed = nodes * bytes;
     const double available = static_cast<double>(platform::availableHostBytes());
     const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +

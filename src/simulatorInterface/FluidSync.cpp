@@ -25,7 +25,7 @@ void syncToDevice(mlSinglePhaseSolverNew& solver, int i) {
     const int gpuDeviceId = solver.gpuDeviceId;
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     const mlFlow& host = *solver.lbmvec[i];
-    if (FusedDomain* const domain = solver.fused(i)) {
+    if (ProductionDomain* const domain = solver.fused(i)) {
         mlFlow given = host;
         if (solver.hostPopulations[i] != HostPopulations::Current) given.f = nullptr;
         domain->upload(given);
@@ -57,7 +57,7 @@ mlFlow originToHost(mlSinglePhaseSolverNew& solver, int i) {
 void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
     const mlFlow device = originToHost(solver, i);
     mlFlow& host = *solver.lbmvec[i];
-    if (const FusedDomain* const domain = solver.fused(i)) {
+    if (const ProductionDomain* const domain = solver.fused(i)) {
         mlFlow moments = host;
         moments.f = moments.fPost = moments.Sopt = nullptr;
         domain->materialise(moments);
@@ -78,7 +78,7 @@ void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
 }
 
 void populationsToHost(mlSinglePhaseSolverNew& solver, int i) {
-    const FusedDomain* const domain = solver.fused(i);
+    const ProductionDomain* const domain = solver.fused(i);
     if (domain == nullptr) return;
     mlFlow& host = *solver.lbmvec[i];
     HostPopulations& held = solver.hostPopulations[i];

@@ -8,6 +8,7 @@
 
 #include "Markers/Markers.h"
 #include "SkeletonDynamics/skSystem.h"
+#include "cslbm/fused/FusedDomain.h"
 #include "output/mlVTKWrtier.h"
 #include "simulatorInterface/FluidHelper.h"
 
@@ -180,7 +181,8 @@ void coupledLBM_sim3D::sampleMarkers() {
     mlFlow* const flow = solver->lbm_dev_gpu.front();
     for (int s = 0; s < world->getNumSkeletons(); ++s) {
         Markers& markers = *world->getSkeleton(s)->getMarkers();
-        if (FusedDomain* const domain = solver->fused(0)) {
+        ProductionDomain* const domain = solver->fused(0);
+        if (domain != nullptr && !domain->holdsMoments()) {
             const std::vector<NodeBox> cells = markers.cells(*flow);
             domain->prepareMoments(cells.data(), static_cast<int>(cells.size()));
         }

@@ -85,8 +85,8 @@ public:
 
     int gpuId = 0;
     // How steps are computed, as of the next commitInit. Where the production schedule cannot serve a
-    // domain (GPUs, excluded or solid nodes, a box with no node between its open planes) or one of the
-    // choices below is not the default, commitInit takes the operators.
+    // domain (excluded or solid nodes, a box with no node between its open planes) or one of the choices
+    // below is not the default, commitInit takes the operators.
     Schedule schedule = Schedule::Production;
     // The collision and the boundaries of a step, as of the next commitInit.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;

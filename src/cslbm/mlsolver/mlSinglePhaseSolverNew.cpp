@@ -13,6 +13,7 @@
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/check.h"
+#include "supplement/IBBoundaryMemMgr.h"
 
 namespace drelt {
 
@@ -21,12 +22,11 @@ mlSinglePhaseSolverNew::mlSinglePhaseSolverNew(int device) : gpuDeviceId(device)
 mlSinglePhaseSolverNew::~mlSinglePhaseSolverNew() { freeDevice(); }
 
 Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& domain) const {
-    checkCudaErrors(cudaSetDevice(gpuDeviceId));
     const bool excluded = std::any_of(
         domain.flag, domain.flag + domain.count,
         [](MLLATTICENODE_FLAG flag) { return flag == ML_NODE_NONE || flag == ML_NODE_SOLID; });
-    return !platform::hostReachesDevice() || !hasProduction(collisionOperator, boundaryFamily) ||
-                   excluded || FusedDomain::tooThin(*domain.param)
+    return !hasProduction(collisionOperator, boundaryFamily) || excluded ||
+                   ProductionDomain::tooThin(*domain.param)
                ? Schedule::Operators
                : wish;
 }
@@ -58,7 +58,13 @@ void mlSinglePhaseSolverNew::followBody(int i) {
 
 void mlSinglePhaseSolverNew::couple(int i) {
     const MLFluidParam* const param = lbmvec[i]->param;
-    if (FusedDomain* const domain = fused(i)) {
+    ProductionDomain* const domain = fused(i);
+    if (domain != nullptr && domain->holdsMoments()) {
+        for (const IBBoundaryMemMgr* boundary : boundaries) {
+            domain->announceSamples(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
+                                    scale);
+        }
+    } else if (domain != nullptr) {
         sampleReach(*lbm_dev_gpu[i], *param, reach_);
         const int samples = static_cast<int>(reach_.size());
         domain->prepareMoments(reach_.data(), samples);
@@ -69,7 +75,7 @@ void mlSinglePhaseSolverNew::couple(int i) {
 
 void mlSinglePhaseSolverNew::advanceFluid(int i) {
     const FrameMotion motion = frameMotion();
-    if (FusedDomain* const domain = fused(i)) {
+    if (ProductionDomain* const domain = fused(i)) {
         domain->step(motion);
         return;
     }
@@ -174,12 +180,11 @@ void mlSinglePhaseSolverNew::allocateDevice() {
 
 void mlSinglePhaseSolverNew::allocateFused(int i) {
     const mlFlow& host = *lbmvec[i];
-    fused_.push_back(std::make_unique<FusedDomain>(*host.param, host.v0k, sigmaMax));
+    fused_.push_back(makeProductionDomain(*host.param, host.v0k, sigmaMax));
     if (hostPopulations[i] == HostPopulations::Current) fused_.back()->load(host);
     mlFlow* const record = fused_.back()->record();
-    record->startx = host.startx;
-    record->starty = host.starty;
-    record->startz = host.startz;
+    checkCudaErrors(
+        cudaMemcpy(&record->startx, &host.startx, 3 * sizeof(float), cudaMemcpyHostToDevice));
     lbm_dev_gpu[i] = record;
 }
 
@@ -195,7 +200,7 @@ void mlSinglePhaseSolverNew::freeDevice() {
 void mlSinglePhaseSolverNew::uploadForcesAndPml(int i) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     const mlFlow* const mllbm_host = lbmvec[i];
-    if (FusedDomain* const domain = fused(i)) {
+    if (ProductionDomain* const domain = fused(i)) {
         domain->resetLayer(mllbm_host->rou);
         return;
     }

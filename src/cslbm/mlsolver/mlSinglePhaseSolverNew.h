@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "cslbm/fused/FusedDomain.h"
+#include "cslbm/fused/ProductionDomain.h"
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
@@ -17,7 +17,7 @@ namespace drelt {
 // How a step is computed. What comes out is the same to rounding.
 enum class Schedule {
     Operators,   // the operators one after the other: what a step means
-    Production,  // one sweep over one array of populations; host threads, default choices only
+    Production,  // few sweeps over one array of populations; default choices only
 };
 
 // Whether the production schedule has these operators: the default ones only.
@@ -41,8 +41,8 @@ public:
     mlSinglePhaseSolverNew(const mlSinglePhaseSolverNew&) = delete;
     mlSinglePhaseSolverNew& operator=(const mlSinglePhaseSolverNew&) = delete;
 
-    // The schedule that a domain can have with the choices below on this device: the one wished for, or
-    // Operators where it needs them.
+    // The schedule that a domain can have with the choices below: the one wished for, or Operators where
+    // it needs them.
     Schedule possibleSchedule(Schedule wish, const mlFlow& domain) const;
 
     // One time step of all domains; mode is a couplingMode. Needs the device side of every domain and a
@@ -57,7 +57,7 @@ public:
     // Frees the device side of all domains.
     void freeDevice();
     // The domain's state under the production schedule; null under the operators'.
-    FusedDomain* fused(int i) const { return fused_.empty() ? nullptr : fused_[i].get(); }
+    ProductionDomain* fused(int i) const { return fused_.empty() ? nullptr : fused_[i].get(); }
     // Brings forces and layer data of domain i to the device.
     void uploadForcesAndPml(int i);
 
@@ -97,7 +97,7 @@ private:
     void requireDefaults() const;
     FrameMotion frameMotion() const;
 
-    std::vector<std::unique_ptr<FusedDomain>> fused_;  // one a domain, or none
+    std::vector<std::unique_ptr<ProductionDomain>> fused_;  // one a domain, or none
     std::vector<NodeBox> reach_;                       // of the samples, kept between steps
 };
 

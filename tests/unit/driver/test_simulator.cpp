@@ -113,7 +113,6 @@ TEST_F(Simulator, CallsOutOfOrderAreRefused) {
 }
 
 TEST_F(Simulator, ARefusedCommitLeavesNothingHalfMade) {
-    DRELT_HOST_ONLY("the production schedule runs on host threads");
     setenv("DRELT_INSTRUCTIONS", "abacus", 1);
     EXPECT_THROW(commit(), std::invalid_argument);
     unsetenv("DRELT_INSTRUCTIONS");
@@ -262,7 +261,6 @@ TEST_P(Inlets, AreMarkedByPositionAndCleared) {
 
 // Momentum after two steps with a node marked between them, and cleared again or not.
 TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
-    DRELT_HOST_ONLY("the production schedule runs on host threads");
     enum Marks { None, Marked, Cleared };
     const auto run = [&](Schedule schedule, Marks marks) {
         world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
@@ -320,7 +318,6 @@ TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
 }
 
 TEST_F(Simulator, AnotherChoiceThanTheDefaultTakesTheOperators) {
-    DRELT_HOST_ONLY("the production schedule runs on host threads");
     commit();
     EXPECT_NE(sim->solver->fused(0), nullptr);
     sim->collisionOperator = CollisionOperator::Plain;

@@ -19,7 +19,7 @@ inline Fields fieldsOf(const mlSinglePhaseSolverNew& solver, int domain = 0) {
     const std::int64_t count = solver.lbmvec[domain]->count;
     Fields out;
     for (auto* field : {&out.rou, &out.ux, &out.uy, &out.uz, &out.Sopt}) field->resize(count);
-    if (const FusedDomain* const fused = solver.fused(domain)) {
+    if (const ProductionDomain* const fused = solver.fused(domain)) {
         mlFlow into{};
         into.count = count;
         into.rou = reinterpret_cast<mlDensity<float>*>(out.rou.data());
