@@ -47,10 +47,16 @@ __device__ __forceinline__ void runAxes(LaunchExtent extent, const Args&... args
     }
 }
 
+// Threads of a block that an operator may be launched with. An operator that needs more registers than
+// that many threads can have says in its .cu file that its launcher states fewer.
+template <auto Op>
+inline constexpr int kBlockThreadsOf = kMaxBlockThreads;
+
 // The bound holds an operator to as few registers as a block of that size can have: without it the
-// largest ones, near 128 now, may fail to launch where another compiler gives them more.
+// largest ones may fail to launch where another compiler gives them more.
 template <auto Op, ThreadMapping Mapping, class... Args>
-__global__ void __launch_bounds__(kMaxBlockThreads) runOperator(LaunchExtent extent, Args... args) {
+__global__ void __launch_bounds__(kBlockThreadsOf<Op>)
+    runOperator(LaunchExtent extent, Args... args) {
     if constexpr (Mapping == ThreadMapping::Flat) {
         runFlat<Op>(extent, args...);
     } else {

@@ -319,6 +319,14 @@ DRELT_FUSED_INLINE Sheet<V> sheetOf(const Additions<V>& a, const Triple<V>& u, c
     return out;
 }
 
+// Results of a direction and its opposite. Stores that treat the two together have a form of their own.
+template <class Results, class D, class Opposite, class V>
+DRELT_FUSED_INLINE void storePair(const Results& results, D d, Opposite opposite, const V& first,
+                                  const V& second) {
+    results(d, first);
+    results(opposite, second);
+}
+
 // Collides one node (or pack). populations(d) reads the population of direction d; results(d, value)
 // takes the post-collision one. Both of an opposite pair are read before either is given back, since
 // on the host they trade places. Whole: mass from rho and first moments from the force whatever the
@@ -334,8 +342,7 @@ DRELT_FUSED_INLINE void relax(const Relaxation<V>& r, const Populations& f,
         __attribute__((always_inline)) {
         const V first = mulAdd(keep, f(d), one);
         const V second = mulAdd(keep, f(opposite), other);
-        results(d, first);
-        results(opposite, second);
+        storePair(results, d, opposite, first, second);
     };
     {
         const Sheet<V> g = sheetOf<0, Whole>(a, r.u, halfY, halfZ);

@@ -4,6 +4,12 @@
 #include "cslbm/fused/FusedDeviceTransfer.h"
 #include "platform/launch_cuda.cuh"
 
+// In the layer a node has more at hand than 128 registers hold.
+template <>
+inline constexpr int drelt::kBlockThreadsOf<&drelt::fusedCollideLayerKernel> = 128;
+template <>
+inline constexpr int drelt::kBlockThreadsOf<&drelt::fusedCollideWholeLayerKernel> = 128;
+
 DRELT_INSTANTIATE_DEVICE(drelt::fusedPrepareKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideLayerKernel, Axes);

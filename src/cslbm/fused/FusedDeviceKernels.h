@@ -54,11 +54,17 @@ struct StoreAbsorbedNode {
     const FusedState& s;
     float* own;
     const Absorption& layer;
-    template <class D>
-    DRELT_FUSED_INLINE void operator()(D, float value) const {
-        own[s.place[D::opposite]] = value + layer.given<D>();
+    template <class Rest>
+    DRELT_FUSED_INLINE void operator()(Rest, float value) const {
+        own[s.place[Rest::code]] = value + layer.given<Rest>(deviationOf<Rest>(layer.own), 0.0f);
     }
 };
+template <class D, class E>
+DRELT_FUSED_INLINE void storePair(const StoreAbsorbedNode& to, D, E, float along, float against) {
+    to.layer.addPair<D, E>(along, against);
+    to.own[to.s.place[E::code]] = along;
+    to.own[to.s.place[D::code]] = against;
+}
 
 // Force whose source enters: the frame's inertial force and what was spread, which acts once.
 DRELT_FUSED_INLINE float consumeForce(const FusedState& s, const LaunchIndex& at, int axis,
@@ -108,7 +114,12 @@ DRELT_FUSED_INLINE void collideNode(const LaunchIndex& at, const FusedDeviceStat
             const Absorption layer{d,     at.n,
                                    faces, faces.any(),
                                    sigma, {fluid, fluidAt(d.before, at.n), referenceAt(s, at.n)}};
-            relax<Whole>(r, LoadedPopulations{f}, StoreAbsorbedNode{s, own, layer});
+            const StoreAbsorbedNode to{s, own, layer};
+            if constexpr (Whole) {
+                relax<Whole>(r, PopulationsAt{own, s}, to);  // read again: registers run out
+            } else {
+                relax<Whole>(r, LoadedPopulations{f}, to);
+            }
             return;
         }
     }

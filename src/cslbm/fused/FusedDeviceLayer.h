@@ -36,11 +36,17 @@ DRELT_FUSED_INLINE float referenceAt(const FusedState& s, std::int64_t n) {
 }
 
 template <class D>
+constexpr int lengthOf = D::x* D::x + D::y* D::y + D::z* D::z;  // squared
+
+constexpr float kWeights[4] = {8.0f / 27.0f, 2.0f / 27.0f, 1.0f / 54.0f, 1.0f / 216.0f};
+constexpr float kInverseLengths[4] = {0.0f, 1.0f, 1.0f / 1.4142135f, 1.0f / 1.7320508f};
+
+// Q along D.
+template <class D>
 DRELT_FUSED_INLINE float deviationOf(const LayerFluid& f) {
-    constexpr int squaredLength = D::x * D::x + D::y * D::y + D::z * D::z;
-    constexpr float weights[4] = {8.0f / 27.0f, 2.0f / 27.0f, 1.0f / 54.0f, 1.0f / 216.0f};
+    constexpr float weight = kWeights[lengthOf<D>];
     return mulAdd(0.5f, equilibriumOf<D>(f.now) + equilibriumOf<D>(f.before),
-                  -weights[squaredLength] * f.reference);
+                  -weight * f.reference);
 }
 
 // What the layer gives to a node's populations, direction by direction:
@@ -53,39 +59,41 @@ struct Absorption {
     float sigma;
     LayerFluid own;
 
-    template <int X, int Y, int Z>
+    // The neighbour in a direction; the node itself where that lies outside the grid.
+    template <class D>
     DRELT_FUSED_INLINE LayerFluid neighbour() const {
-        const std::int64_t there =
-            n + X + d.base.nx * (Y + static_cast<std::int64_t>(d.base.ny) * Z);
+        const std::int64_t step =
+            D::x + d.base.nx * (D::y + static_cast<std::int64_t>(d.base.ny) * D::z);
+        const std::int64_t there = faces.leaves<D::x, D::y, D::z>() ? n : n + step;
         return {fluidAt(d.now, there), fluidAt(d.before, there), referenceAt(d.base, there)};
     }
 
-    // Derivative of Q along D: on a face only a direction that leaves the grid has one, one-sided.
-    template <class D>
-    DRELT_FUSED_INLINE float derivative(float q) const {
-        constexpr int squaredLength = D::x * D::x + D::y * D::y + D::z * D::z;
-        constexpr float inverseLengths[4] = {0.0f, 1.0f, 1.0f / 1.4142135f, 1.0f / 1.7320508f};
-        constexpr float inverseLength = inverseLengths[squaredLength];
-        if constexpr (squaredLength == 0) {
-            return 0.0f;
-        } else if (!outer) {
-            return 0.5f * inverseLength *
-                   (deviationOf<D>(neighbour<D::x, D::y, D::z>()) -
-                    deviationOf<D>(neighbour<-D::x, -D::y, -D::z>()));
-        } else if (faces.leaves<D::x, D::y, D::z>() && !faces.leaves<-D::x, -D::y, -D::z>()) {
-            return inverseLength * (q - deviationOf<D>(neighbour<-D::x, -D::y, -D::z>()));
-        } else {
-            return 0.0f;
-        }
+    // Factor of the difference of Q along D, E being opposite: on a face only a direction that leaves the
+    // grid has a derivative, and that one is one-sided.
+    template <class D, class E>
+    DRELT_FUSED_INLINE float factor() const {
+        constexpr float inverseLength = kInverseLengths[lengthOf<D>];
+        if (!outer) return 0.5f * inverseLength;
+        const bool alone = faces.leaves<D::x, D::y, D::z>() && !faces.leaves<E::x, E::y, E::z>();
+        return alone ? inverseLength : 0.0f;
     }
 
+    // What a direction is given, whose Q and its derivative cNQ are these.
     template <class D>
-    DRELT_FUSED_INLINE float given() const {
-        constexpr int squaredLength = D::x * D::x + D::y * D::y + D::z * D::z;
-        constexpr float weights[4] = {8.0f / 27.0f, 2.0f / 27.0f, 1.0f / 54.0f, 1.0f / 216.0f};
-        const float q = deviationOf<D>(own);
-        const float rest = negMulAdd(sigma, q, 2.0f * weights[squaredLength] * own.reference);
-        return sigma * (rest - derivative<D>(q));
+    DRELT_FUSED_INLINE float given(float q, float derivative) const {
+        constexpr float weight = 2.0f * kWeights[lengthOf<D>];
+        return sigma * (negMulAdd(sigma, q, weight * own.reference) - derivative);
+    }
+
+    // Adds what D and the opposite direction E are given; both look at the same two neighbours.
+    template <class D, class E>
+    DRELT_FUSED_INLINE void addPair(float& along, float& against) const {
+        const LayerFluid ahead = neighbour<D>();
+        const LayerFluid behind = neighbour<E>();
+        const float dq = factor<D, E>() * (deviationOf<D>(ahead) - deviationOf<D>(behind));
+        const float dr = factor<E, D>() * (deviationOf<E>(behind) - deviationOf<E>(ahead));
+        along += given<D>(deviationOf<D>(own), dq);
+        against += given<E>(deviationOf<E>(own), dr);
     }
 };
 
