@@ -50,12 +50,29 @@ bool onHostDevice();
 // Bytes now allocated as device memory, over all devices.
 std::size_t deviceBytesInUse();
 
-// What the process has asked of its devices so far: allocations, and bytes copied by cudaMemcpy.
+// What the process has asked of its devices so far: allocations, bytes copied by cudaMemcpy, and waits
+// for a device to finish.
 struct Traffic {
     std::size_t allocations;
     std::size_t bytesCopied;
+    std::size_t waits;
 };
 Traffic traffic();
+
+// While one of these lives, cudaDeviceSynchronize on its thread succeeds without waiting, so that launches
+// follow each other at once; copies still wait for what was launched before them. Check once after the
+// scope: a failure within it shows there, or at an earlier call. With the environment variable
+// DRELT_CHECK_LAUNCHES=1 every launch is waited for all the same, which names the one that failed.
+class DeferredWaits {
+public:
+    DeferredWaits();
+    ~DeferredWaits();
+    DeferredWaits(const DeferredWaits&) = delete;
+    DeferredWaits& operator=(const DeferredWaits&) = delete;
+
+private:
+    bool on_;
+};
 
 // Makes the nth following runtime call (1 = the next) fail with `status`; 0 takes that back. For tests.
 void failNthCall(int n, cudaError_t status = cudaErrorUnknown);

@@ -33,7 +33,20 @@ Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& d
 
 void mlSinglePhaseSolverNew::step(int mode) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    if (!fused_.empty()) requireDefaults();
+    if (fused_.empty()) {
+        advance(mode);
+        return;
+    }
+    requireDefaults();
+    {
+        const platform::DeferredWaits deferred;
+        advance(mode);
+    }
+    checkCudaErrors(cudaGetLastError());
+    checkCudaErrors(cudaDeviceSynchronize());
+}
+
+void mlSinglePhaseSolverNew::advance(int mode) {
     for (int i = 0; i < static_cast<int>(lbmvec.size()); ++i) {
         followBody(i);
         if (advancesFluid(mode)) couple(i);

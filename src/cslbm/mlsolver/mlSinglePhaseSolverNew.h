@@ -46,7 +46,8 @@ public:
     Schedule possibleSchedule(Schedule wish, const mlFlow& domain) const;
 
     // One time step of all domains; mode is a couplingMode. Needs the device side of every domain and a
-    // world with at least one body.
+    // world with at least one body. Under the production schedule a GPU's launches are waited for at the
+    // step's end only, see platform::DeferredWaits.
     void step(int mode);
 
     // The first part of a step: the samples' forces onto the grid of domain i.
@@ -92,13 +93,14 @@ public:
 private:
     void allocateDomain(const mlFlow* mllbm_host, mlFlow* mllbm_gpu);
     void allocateFused(int i);
+    void advance(int mode);
     void followBody(int i);
     void advanceFluid(int i);
     void requireDefaults() const;
     FrameMotion frameMotion() const;
 
     std::vector<std::unique_ptr<ProductionDomain>> fused_;  // one a domain, or none
-    std::vector<NodeBox> reach_;                       // of the samples, kept between steps
+    std::vector<NodeBox> reach_;                            // of the samples, kept between steps
 };
 
 }  // namespace drelt

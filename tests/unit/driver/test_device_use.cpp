@@ -48,7 +48,7 @@ TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
     }
 }
 
-TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
+TEST(DeviceUse, StepsAllocateNothingAndCopyNoFieldsAndWaitAtTheEnd) {
     const auto copiedInAStep = [](int side) {
         Scene scene(side);
         for (int i = 0; i < 3; ++i) scene.simulator->step(TWO_WAY);
@@ -56,6 +56,8 @@ TEST(DeviceUse, StepsAllocateNothingAndCopyNoFields) {
         for (int i = 0; i < 4; ++i) scene.simulator->step(TWO_WAY);
         const platform::Traffic after = platform::traffic();
         EXPECT_EQ(after.allocations, before.allocations);
+        // at the end of the solver's step and after the markers
+        EXPECT_EQ(after.waits - before.waits, 4 * 2);
         return (after.bytesCopied - before.bytesCopied) / 4;
     };
     const std::size_t small = copiedInAStep(16);

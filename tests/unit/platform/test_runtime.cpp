@@ -3,6 +3,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <thread>
 #include <vector>
@@ -59,6 +60,26 @@ TEST(Runtime, InjectedFailureHitsTheNthCallOnly) {
     EXPECT_EQ(cudaGetLastError(), cudaSuccess);
     EXPECT_EQ(cudaDeviceSynchronize(), cudaErrorLaunchFailure);
     EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess);
+}
+
+TEST(Runtime, DeferredWaitsWaitOnlyWhenTheyEndOrWhenAskedTo) {
+    cudaSetDevice(platform::kHostDevice);
+    const auto waitsOf = [](auto&& body) {
+        const std::size_t before = platform::traffic().waits;
+        body();
+        return platform::traffic().waits - before;
+    };
+    const auto launches = [] {
+        const platform::DeferredWaits outer;
+        { const platform::DeferredWaits inner; }
+        cudaDeviceSynchronize();
+        std::thread([] { cudaDeviceSynchronize(); }).join();  // which defers nothing
+    };
+    EXPECT_EQ(waitsOf(launches), 1u);
+    EXPECT_EQ(waitsOf([] { cudaDeviceSynchronize(); }), 1u);
+    setenv("DRELT_CHECK_LAUNCHES", "1", 1);
+    EXPECT_EQ(waitsOf(launches), 2u);
+    unsetenv("DRELT_CHECK_LAUNCHES");
 }
 
 TEST(Guard, ClosesDeviceMemoryOutsideLaunchesCopiesAndScopes) {
