@@ -28,6 +28,10 @@ inline constexpr double kMomentBytes = kPopulations + kState + kForce;
 inline constexpr double kStepBytes =
     kFrameForceBytes + kCollisionBytes + kLayerBytes + kStreamBytes + kMomentBytes;
 
+// Of the production step on a GPU: populations are read twice and written once, density and momentum
+// read and written, and the high-order parameter. What a layer reads of the last step is left out.
+inline constexpr double kProductionBytes = 3 * kPopulations + 2 * kState + 2 * 4;
+
 inline constexpr const char* kNoMemory = "not enough free memory for this grid";
 
 // Adds each row on all grids, on host threads for one thread and for all. Returns true.

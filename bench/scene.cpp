@@ -80,8 +80,10 @@ void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule 
     state.counters["MLUPS"] = rate;
     if (setup().onHost) return;
     state.counters["device_B"] = static_cast<double>(platform::deviceBytesInUse() - others) / nodes;
-    state.counters["GB/s"] = rate * kStepBytes * 1e-3;
-    state.counters["share"] = rate * kStepBytes * 1e-3 / bandwidth(threads).copy;
+    const double bytes = schedule == Schedule::Operators ? kStepBytes : kProductionBytes;
+    state.counters["moved_B"] = bytes;
+    state.counters["GB/s"] = rate * bytes * 1e-3;
+    state.counters["share"] = rate * bytes * 1e-3 / bandwidth(threads).copy;
 } catch (const std::runtime_error& error) {
     state.SkipWithError(error.what());
 }
@@ -121,7 +123,10 @@ const bool registered = onSetup([] {
         addWholeSteps(grids(0).front(), 800, Schedule::Production);
     } else {
         for (const int samples : {800, 20000}) {
-            for (const Grid& grid : grids(10)) addWholeSteps(grid, samples, Schedule::Operators);
+            for (const Grid& grid : grids(10)) {
+                addWholeSteps(grid, samples, Schedule::Operators);
+                addWholeSteps(grid, samples, Schedule::Production);
+            }
         }
     }
     benchmark::RegisterBenchmark("sampleSphere", sampleSurface)
