@@ -99,7 +99,7 @@ FusedDeviceDomain::FusedDeviceDomain(const MLFluidParam& param, float nu, float 
     s.spread = allocate<unsigned>(static_cast<std::size_t>(s.chunkWords) * s.ny * s.nz);
     makeRecord(param, nu);
     fused_device::findOffsets(s);
-    launchNodes<&fusedStartKernel>(state_);
+    launchNodes<&fused_device::startKernel>(state_);
 }
 
 void FusedDeviceDomain::makeRecord(const MLFluidParam& param, float nu) {
@@ -123,7 +123,7 @@ FusedDeviceDomain::~FusedDeviceDomain() {
     for (void* array : arrays_) checkCudaErrors(cudaFree(array));
 }
 
-// One thread a node, consecutive threads along x.
+// One thread a node, consecutive threads along x; 128 a block, which is the bound of the layer's kernels.
 template <auto Op, class... Args>
 void FusedDeviceDomain::launchNodes(Args... args) const {
     const LaunchExtent nodes = extentOf(state_.base);
@@ -144,29 +144,30 @@ void FusedDeviceDomain::step(const FrameMotion& motion) {
     s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
               s.bodyAcceleration[2] != 0.0f;
     state_.shifted = turns;
-    launchNodes<&fusedPrepareKernel>(state_);
+    launchNodes<&fused_device::prepareKernel>(state_);
     collide();
     s.swapped = 1 - s.swapped;
     fused_device::findOffsets(s);
     s.planesPending = true;
     s.momentsGiven = false;
     if (s.width > 0) std::swap(state_.now, state_.before);
-    launchNodes<&fusedMomentsKernel>(state_, state_.now);
+    launchNodes<&fused_device::momentsKernel>(state_, state_.now);
     if (s.width == 0) return;
-    launchLinear<&fusedRecordKernel>(LaunchShape{1, 1, 1, 1, 1, 1}, 1, record_, state_.now);
+    launchLinear<&fused_device::recordKernel>(LaunchShape{1, 1, 1, 1, 1, 1}, 1, record_,
+                                              state_.now);
     check();
 }
 
 void FusedDeviceDomain::collide() {
     const FusedState& s = state_.base;
     if (s.whole && s.width > 0) {
-        launchNodes<&fusedCollideWholeLayerKernel>(state_);
+        launchNodes<&fused_device::collideWholeLayerKernel>(state_);
     } else if (s.whole) {
-        launchNodes<&fusedCollideWholeKernel>(state_);
+        launchNodes<&fused_device::collideWholeKernel>(state_);
     } else if (s.width > 0) {
-        launchNodes<&fusedCollideLayerKernel>(state_);
+        launchNodes<&fused_device::collideLayerKernel>(state_);
     } else {
-        launchNodes<&fusedCollideKernel>(state_);
+        launchNodes<&fused_device::collideKernel>(state_);
     }
 }
 
@@ -180,7 +181,7 @@ void FusedDeviceDomain::turnFrame(const FrameMotion& motion) {
     mlAddForcetoUOpt(record_, &grid, motion.velocityScale, motion.lengthScale,
                      motion.linearAcceleration, motion.angularVelocity, motion.angularAcceleration,
                      motion.inverse);
-    launchNodes<&fusedMomentumKernel>(state_.now);
+    launchNodes<&fused_device::momentumKernel>(state_.now);
     const NodeBox all{0, 0, 0, s.nx, s.ny, s.nz};
     announceForces(&all, 1);
 }
@@ -191,7 +192,7 @@ void FusedDeviceDomain::announceForces(const NodeBox* boxes, int count) {
         const NodeBox box = intersection(boxes[i], {0, 0, 0, s.nx, s.ny, s.nz});
         if (box.empty()) continue;
         const LaunchExtent rows{box.y1 - box.y0, box.z1 - box.z0, 1};
-        launchRange<&fusedMarkBoxKernel>(coveringShape(rows, 32, 4, 1), rows, state_, box);
+        launchRange<&fused_device::markBoxKernel>(coveringShape(rows, 32, 4, 1), rows, state_, box);
         check();
     }
 }
@@ -201,8 +202,8 @@ void FusedDeviceDomain::announceSamples(const mlLagrangeBoundary* samples, int c
     if (count <= 0) return;
     const LaunchExtent items{count, 1, 1};
     const mlFlow* const record = record_;
-    launchLinear<&fusedMarkSampleKernel>(coveringShape(items, 128, 1, 1), count, state_, samples,
-                                         record, scale.N, scale.l0p);
+    launchLinear<&fused_device::markSampleKernel>(coveringShape(items, 128, 1, 1), count, state_,
+                                                  samples, record, scale.N, scale.l0p);
     check();
 }
 
@@ -229,19 +230,19 @@ void FusedDeviceDomain::storePopulations(const mlFlow& host) {
     const float* const values = staging.data();
     if (host.f == nullptr) {
         staging.fill(host.rou);
-        launchNodes<&fusedRestKernel>(state_, values);
+        launchNodes<&fused_device::restKernel>(state_, values);
         return;
     }
     for (int i = 0; i < kDirections; ++i) {
         staging.fill(host.f + i * nodes_);
-        launchNodes<&fusedStoreKernel>(state_, codeOfIndex(i), values);
+        launchNodes<&fused_device::storeKernel>(state_, codeOfIndex(i), values);
     }
 }
 
 void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
     const FusedState& s = state_.base;
     const LaunchExtent words{s.chunkWords, s.ny, s.nz};
-    launchRange<&fusedDropForcesKernel>(coveringShape(words, 1, 32, 4), words, state_);
+    launchRange<&fused_device::dropForcesKernel>(coveringShape(words, 1, 32, 4), words, state_);
     check();
     if (s.width == 0) return;
     const bool everywhereOne =
@@ -254,7 +255,8 @@ void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
     }
     DeviceMoments& before = state_.before;
     checkCudaErrors(cudaMemcpy(before.rho, rou, bytes, cudaMemcpyHostToDevice));
-    launchNodes<&fusedClearKernel>(before.momentum[0], before.momentum[1], before.momentum[2]);
+    launchNodes<&fused_device::clearKernel>(before.momentum[0], before.momentum[1],
+                                            before.momentum[2]);
     std::fill_n(before.halfAcceleration, 3, 0.0f);
 }
 
@@ -273,11 +275,11 @@ void FusedDeviceDomain::materialise(mlFlow& host) const {
     const Staging staging(nodes_);
     for (int i = 0; i < kDirections; ++i) {
         if (host.f != nullptr) {
-            launchNodes<&fusedFetchKernel>(state_, codeOfIndex(i), staging.data());
+            launchNodes<&fused_device::fetchKernel>(state_, codeOfIndex(i), staging.data());
             staging.read(host.f + i * nodes_);
         }
         if (host.fPost != nullptr) {
-            launchNodes<&fusedFetchPostKernel>(state_, codeOfIndex(i), staging.data());
+            launchNodes<&fused_device::fetchPostKernel>(state_, codeOfIndex(i), staging.data());
             staging.read(host.fPost + i * nodes_);
         }
     }

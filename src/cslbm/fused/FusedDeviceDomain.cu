@@ -6,24 +6,24 @@
 
 // In the layer a node has more at hand than 128 registers hold.
 template <>
-inline constexpr int drelt::kBlockThreadsOf<&drelt::fusedCollideLayerKernel> = 128;
+inline constexpr int drelt::kBlockThreadsOf<&drelt::fused_device::collideLayerKernel> = 128;
 template <>
-inline constexpr int drelt::kBlockThreadsOf<&drelt::fusedCollideWholeLayerKernel> = 128;
+inline constexpr int drelt::kBlockThreadsOf<&drelt::fused_device::collideWholeLayerKernel> = 128;
 
-DRELT_INSTANTIATE_DEVICE(drelt::fusedPrepareKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideLayerKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideWholeKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedCollideWholeLayerKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedMomentsKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedRecordKernel, Flat);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedStartKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedRestKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedStoreKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedFetchKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedFetchPostKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedClearKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedMomentumKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedMarkBoxKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedMarkSampleKernel, Flat);
-DRELT_INSTANTIATE_DEVICE(drelt::fusedDropForcesKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::prepareKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::collideKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::collideLayerKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::collideWholeKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::collideWholeLayerKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::momentsKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::recordKernel, Flat);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::startKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::restKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::storeKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::fetchKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::fetchPostKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::clearKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::momentumKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::markBoxKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::markSampleKernel, Flat);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::dropForcesKernel, Axes);

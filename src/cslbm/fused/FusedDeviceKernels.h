@@ -5,12 +5,12 @@
 #include "cslbm/fused/FusedDeviceLayer.h"
 
 namespace drelt {
+namespace fused_device {
 
 // Makes a step's beginning: nodes of the open planes take the streamed populations of their inner
 // neighbours, where that is due, and where a force was spread its half goes to the momentum. Reads of
 // the planes are of nodes on none of them, to which nothing is written.
-DRELT_KERNEL void fusedPrepareKernel(LaunchIndex at, const FusedDeviceState& d) {
-    using namespace fused_device;
+DRELT_KERNEL void prepareKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
     if (s.planesPending && from.other) {
@@ -21,11 +21,9 @@ DRELT_KERNEL void fusedPrepareKernel(LaunchIndex at, const FusedDeviceState& d) 
     if (d.shifted || !marked(s, at)) return;
     for (int a = 0; a < 3; ++a) {
         float& momentum = d.now.momentum[a][at.n];
-        momentum = fused_device::mulAdd(0.5f, static_cast<float>(s.force[a][at.n]), momentum);
+        momentum = mulAdd(0.5f, static_cast<float>(s.force[a][at.n]), momentum);
     }
 }
-
-namespace fused_device {
 
 // A population whose source lies outside the grid keeps its value: it goes to the place where the
 // next step looks for it. Nobody reads or writes those places in this step.
@@ -126,33 +124,30 @@ DRELT_FUSED_INLINE void collideNode(const LaunchIndex& at, const FusedDeviceStat
     relax<Whole>(r, LoadedPopulations{f}, StoreNode{s, own});
 }
 
-}  // namespace fused_device
-
 // Collision, absorbing layer and streaming in place. Reads the 27 streamed populations of a node,
 // density and momentum of it and its six neighbours (in the layer of all 26, at both times) and its
 // high-order parameter; writes 27 populations and the parameter, and clears the force that was spread to
 // the node. A thread writes the places that it has read, and on a face places that no other thread
 // touches: the order of threads is no matter. With Whole, populations, density and momentum need not
 // belong together.
-DRELT_KERNEL void fusedCollideKernel(LaunchIndex at, const FusedDeviceState& d) {
-    fused_device::collideNode<false, false>(at, d);
+DRELT_KERNEL void collideKernel(LaunchIndex at, const FusedDeviceState& d) {
+    collideNode<false, false>(at, d);
 }
-DRELT_KERNEL void fusedCollideLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
-    fused_device::collideNode<false, true>(at, d);
+DRELT_KERNEL void collideLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
+    collideNode<false, true>(at, d);
 }
-DRELT_KERNEL void fusedCollideWholeKernel(LaunchIndex at, const FusedDeviceState& d) {
-    fused_device::collideNode<true, false>(at, d);
+DRELT_KERNEL void collideWholeKernel(LaunchIndex at, const FusedDeviceState& d) {
+    collideNode<true, false>(at, d);
 }
-DRELT_KERNEL void fusedCollideWholeLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
-    fused_device::collideNode<true, true>(at, d);
+DRELT_KERNEL void collideWholeLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
+    collideNode<true, true>(at, d);
 }
 
 // Density and momentum of the streamed populations into `to`, those of a node on the open planes from
 // its inner neighbour. Takes the marks of forces back, which no node reads here. Reads 27 values,
 // writes 4.
-DRELT_KERNEL void fusedMomentsKernel(LaunchIndex at, const FusedDeviceState& d,
-                                     const DeviceMoments& to) {
-    using namespace fused_device;
+DRELT_KERNEL void momentsKernel(LaunchIndex at, const FusedDeviceState& d,
+                                const DeviceMoments& to) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
     const PopulationsAt f{placesOf(s, from.x, from.y, from.z), s};
@@ -166,11 +161,12 @@ DRELT_KERNEL void fusedMomentsKernel(LaunchIndex at, const FusedDeviceState& d,
 }
 
 // Lets the record show the moments in force. One invocation.
-DRELT_KERNEL void fusedRecordKernel(LaunchIndex, mlFlow* record, const DeviceMoments& now) {
+DRELT_KERNEL void recordKernel(LaunchIndex, mlFlow* record, const DeviceMoments& now) {
     record->rou = reinterpret_cast<mlDensity<float>*>(now.rho);
     record->ux = now.momentum[0];
     record->uy = now.momentum[1];
     record->uz = now.momentum[2];
 }
 
+}  // namespace fused_device
 }  // namespace drelt

@@ -6,10 +6,10 @@
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 
 namespace drelt {
+namespace fused_device {
 
 // A fluid at rest at density 1, also in the step before.
-DRELT_KERNEL void fusedStartKernel(LaunchIndex at, const FusedDeviceState& d) {
-    using namespace fused_device;
+DRELT_KERNEL void startKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     float* const own = placesOf(s, at.x, at.y, at.z);
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
@@ -29,8 +29,7 @@ DRELT_KERNEL void fusedStartKernel(LaunchIndex at, const FusedDeviceState& d) {
 }
 
 // Streamed populations of a fluid at rest at the given densities.
-DRELT_KERNEL void fusedRestKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho) {
-    using namespace fused_device;
+DRELT_KERNEL void restKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho) {
     float* const own = placesOf(d.base, at.x, at.y, at.z);
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
         using E = decltype(e);
@@ -40,13 +39,11 @@ DRELT_KERNEL void fusedRestKernel(LaunchIndex at, const FusedDeviceState& d, con
 
 // The streamed populations of one direction from and to a dense array, with open planes applied on the
 // way out.
-DRELT_KERNEL void fusedStoreKernel(LaunchIndex at, const FusedDeviceState& d, int code,
-                                   const float* from) {
-    using namespace fused_device;
+DRELT_KERNEL void storeKernel(LaunchIndex at, const FusedDeviceState& d, int code,
+                              const float* from) {
     placesOf(d.base, at.x, at.y, at.z)[d.base.place[code]] = from[at.n];
 }
-DRELT_KERNEL void fusedFetchKernel(LaunchIndex at, const FusedDeviceState& d, int code, float* to) {
-    using namespace fused_device;
+DRELT_KERNEL void fetchKernel(LaunchIndex at, const FusedDeviceState& d, int code, float* to) {
     const FusedState& s = d.base;
     SourceNode from{at.x, at.y, at.z, false};
     if (s.planesPending) from = sourceOf(s, at);
@@ -54,34 +51,32 @@ DRELT_KERNEL void fusedFetchKernel(LaunchIndex at, const FusedDeviceState& d, in
 }
 // The populations that left along a direction: each stands where the neighbour there finds it, also
 // beyond the grid's faces.
-DRELT_KERNEL void fusedFetchPostKernel(LaunchIndex at, const FusedDeviceState& d, int code,
-                                       float* to) {
-    using namespace fused_device;
+DRELT_KERNEL void fetchPostKernel(LaunchIndex at, const FusedDeviceState& d, int code, float* to) {
     const FusedState& s = d.base;
     to[at.n] =
         placesOf(s, at.x + codeX(code), at.y + codeY(code), at.z + codeZ(code))[s.place[code]];
 }
 
-DRELT_KERNEL void fusedClearKernel(LaunchIndex at, float* x, float* y, float* z) {
+DRELT_KERNEL void clearKernel(LaunchIndex at, float* x, float* y, float* z) {
     x[at.n] = y[at.n] = z[at.n] = 0.0f;
 }
 
 // Turns a velocity, which the frame forcing has left, back into momentum.
-DRELT_KERNEL void fusedMomentumKernel(LaunchIndex at, const DeviceMoments& m) {
+DRELT_KERNEL void momentumKernel(LaunchIndex at, const DeviceMoments& m) {
     for (int a = 0; a < 3; ++a) m.momentum[a][at.n] *= m.rho[at.n];
 }
 
 // Marks the nodes of a box, which lies in the grid, as under a spread force. One invocation a row of the
 // box, y along the first axis and z along the second.
-DRELT_KERNEL void fusedMarkBoxKernel(LaunchIndex at, const FusedDeviceState& d, NodeBox box) {
-    fused_device::markRow(d.base, box.x0, box.x1, box.y0 + at.x, box.z0 + at.y);
+DRELT_KERNEL void markBoxKernel(LaunchIndex at, const FusedDeviceState& d, NodeBox box) {
+    markRow(d.base, box.x0, box.x1, box.y0 + at.x, box.z0 + at.y);
 }
 
 // Marks the nodes that a sample of a boundary can spread to with a delta function of four points. One
 // invocation a sample.
-DRELT_KERNEL void fusedMarkSampleKernel(LaunchIndex at, const FusedDeviceState& d,
-                                        const mlLagrangeBoundary* boundary, const mlFlow* flow,
-                                        float N, float l0p) {
+DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
+                                   const mlLagrangeBoundary* boundary, const mlFlow* flow, float N,
+                                   float l0p) {
     constexpr int kBelow = 2;  // the function reaches 1 below; one more for rounding
     constexpr int kAbove = 4;
     const FusedState& s = d.base;
@@ -95,22 +90,23 @@ DRELT_KERNEL void fusedMarkSampleKernel(LaunchIndex at, const FusedDeviceState& 
                      {0, 0, 0, s.nx, s.ny, s.nz});
     for (int k = box.z0; k < box.z1; ++k) {
         for (int j = box.y0; j < box.y1; ++j) {
-            fused_device::markRow(s, box.x0, box.x1, j, k);
+            markRow(s, box.x0, box.x1, j, k);
         }
     }
 }
 
 // Clears the force arrays where they are marked, and the marks. One invocation a word of marks.
-DRELT_KERNEL void fusedDropForcesKernel(LaunchIndex at, const FusedDeviceState& d) {
+DRELT_KERNEL void dropForcesKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     if (s.spread[at.n] == 0) return;
     s.spread[at.n] = 0;
     constexpr int wordNodes = 32 * kChunkNodes;
     const int end = (at.x + 1) * wordNodes < s.nx ? (at.x + 1) * wordNodes : s.nx;
     for (int a = 0; a < 3; ++a) {
-        double* const row = s.force[a] + fused_device::nodeOf(s, 0, at.y, at.z);
+        double* const row = s.force[a] + nodeOf(s, 0, at.y, at.z);
         for (int x = at.x * wordNodes; x < end; ++x) row[x] = 0.0;
     }
 }
 
+}  // namespace fused_device
 }  // namespace drelt

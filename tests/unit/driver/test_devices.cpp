@@ -107,12 +107,11 @@ TEST(Devices, SwimAlike) {
     const int steps = given != nullptr ? std::atoi(given) : 100;
     const Outcome host = swim(platform::kHostDevice, Schedule::Operators, steps);
     for (const Schedule schedule : {Schedule::Operators, Schedule::Production}) {
-        const std::string name = schedule == Schedule::Operators ? "operators" : "production";
+        const std::string name = schedule == Schedule::Operators ? "operators " : "production ";
         const Outcome device = swim(test::device(), schedule, steps);
         const auto within = [&](const std::string& what, double difference, double allowed) {
-            EXPECT_TRUE(difference <= allowed)
-                << name << ": " << what << " differ by " << difference;
-            testing::Test::RecordProperty(name + "_" + what, std::to_string(difference));
+            EXPECT_TRUE(difference <= allowed) << name << what << " differ by " << difference;
+            testing::Test::RecordProperty(name + what, std::to_string(difference));
         };
         within("density", relative(host.fields.rou, device.fields.rou), 1e-4);
         // a last-bit change of the viscosity alone moves the momentum by about 5e-5 in 100 steps

@@ -91,12 +91,20 @@ private:
 using Kernel = void (*)(const LaunchIndex&, const FusedDeviceState&);
 
 const Kernel kKernels[] = {
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedPrepareKernel(at, d); },
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedCollideKernel(at, d); },
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedCollideWholeKernel(at, d); },
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedMomentsKernel(at, d, d.now); },
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedCollideLayerKernel(at, d); },
-    [](const LaunchIndex& at, const FusedDeviceState& d) { fusedCollideWholeLayerKernel(at, d); },
+    [](const LaunchIndex& at, const FusedDeviceState& d) { fused_device::prepareKernel(at, d); },
+    [](const LaunchIndex& at, const FusedDeviceState& d) { fused_device::collideKernel(at, d); },
+    [](const LaunchIndex& at, const FusedDeviceState& d) {
+        fused_device::collideWholeKernel(at, d);
+    },
+    [](const LaunchIndex& at, const FusedDeviceState& d) {
+        fused_device::momentsKernel(at, d, d.now);
+    },
+    [](const LaunchIndex& at, const FusedDeviceState& d) {
+        fused_device::collideLayerKernel(at, d);
+    },
+    [](const LaunchIndex& at, const FusedDeviceState& d) {
+        fused_device::collideWholeLayerKernel(at, d);
+    },
 };
 constexpr int kWithoutLayer = 4;
 
