@@ -74,6 +74,10 @@ public:
     // Tells where the force arrays have been or will be written before the next step.
     void announceForces(const NodeBox* boxes, int count);
 
+    // Both for samples: moments and forces of the nodes around each of the given ones, where `around` is
+    // the box around node 0, 0, 0. Nodes with a negative x are none.
+    void prepareCoupling(const NodeIndex* nodes, int count, const NodeBox& around);
+
     // Fills f, rou, ux uy uz and Sopt of a host record, where not null, as the operators leave them after
     // a step, and fPost as the collision and the layer left it.
     void materialise(mlFlow& host) const;
@@ -95,6 +99,8 @@ private:
     void forEachRow(Visit&& visit) const;
     NodeBox clipped(const NodeBox& box) const;
     NodeBox mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const;
+    NodeBox markColumns(const NodeIndex* nodes, int count, const NodeBox& around);
+    void coupleRow(int y, int z, const NodeBox& around);
     std::size_t wordOf(int y, int z) const;
     void fillWanted(int y, int z);
     void dropForces();
@@ -110,8 +116,9 @@ private:
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;
-    std::vector<unsigned> spread_;  // chunks of nodes under a force, bits of words by row
-    std::vector<unsigned> wanted_;  // and those asked for
+    std::vector<unsigned> spread_;   // chunks of nodes under a force, bits of words by row
+    std::vector<unsigned> wanted_;   // and those asked for
+    std::vector<unsigned> columns_;  // and those around samples, in the samples' own rows
 };
 
 }  // namespace drelt

@@ -1,5 +1,7 @@
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
 
+#include <cstddef>
+
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "platform/check.h"
 #include "supplement/IBBoundaryMemMgr.h"
@@ -16,23 +18,31 @@ void mlImmersedSolver::spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* pa
     }
 }
 
-void mlImmersedSolver::sampleReach(const mlFlow& flow, const MLFluidParam& param,
-                                   std::vector<NodeBox>& reach) const {
-    constexpr int kBelow =
-        2;  // a delta function of four points reaches 1 below; one more for rounding
-    constexpr int kAbove = 4;
-    reach.clear();
+void mlImmersedSolver::sampleNodes(const mlFlow& flow, const MLFluidParam& param,
+                                   std::vector<NodeIndex>& nodes) const {
+    std::size_t total = 0;
     for (const IBBoundaryMemMgr* boundary : boundaries) {
-        const mlLagrangeBoundary& record = *boundary->mllaboundary_gpu;
-        for (int i = 0; i < record.count; ++i) {
-            const GridPosition p = gridPosition(&record, &flow, i, scale.N, scale.l0p);
-            if (!insideGrid(p, param.samples_x, param.samples_y, param.samples_z)) continue;
-            const int x = static_cast<int>(p.x);
-            const int y = static_cast<int>(p.y);
-            const int z = static_cast<int>(p.z);
-            reach.push_back(
-                {x - kBelow, y - kBelow, z - kBelow, x + kAbove, y + kAbove, z + kAbove});
+        total += static_cast<std::size_t>(boundary->mllaboundary->count);
+    }
+    nodes.resize(total);
+    NodeIndex* to = nodes.data();
+    for (const IBBoundaryMemMgr* boundary : boundaries) {
+        const mlLagrangeBoundary* const record = boundary->mllaboundary_gpu;
+        const int count = boundary->mllaboundary->count;
+#pragma omp parallel if (count >= platform::kWorthThreads)
+        {
+            FlushDenormals flush;  // as the operators do: a sample is inside for both or for none
+#pragma omp for schedule(static)
+            for (int i = 0; i < count; ++i) {
+                const GridPosition p = gridPosition(record, &flow, i, scale.N, scale.l0p);
+                if (insideGrid(p, param.samples_x, param.samples_y, param.samples_z)) {
+                    to[i] = {static_cast<int>(p.x), static_cast<int>(p.y), static_cast<int>(p.z)};
+                } else {
+                    to[i] = {-1, 0, 0};
+                }
+            }
         }
+        to += count;
     }
 }
 

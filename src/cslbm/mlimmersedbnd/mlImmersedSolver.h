@@ -20,10 +20,13 @@ public:
     // positions, normals and velocities of the samples. A device failure ends the process.
     void spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param);
 
-    // Boxes that hold all nodes which the samples of all boundaries gather from and spread to, one a
-    // sample inside the grid. For records in host memory.
-    void sampleReach(const mlFlow& flow, const MLFluidParam& param,
-                     std::vector<NodeBox>& reach) const;
+    // The nodes below the samples of all boundaries; of a sample outside the grid, one with a negative
+    // x. For records in host memory.
+    void sampleNodes(const mlFlow& flow, const MLFluidParam& param,
+                     std::vector<NodeIndex>& nodes) const;
+    // Holds, around a sample's node at 0, 0, 0, all nodes that it gathers from and spreads to: a delta
+    // function of four points reaches 1 below and 2 above; one more for rounding.
+    static constexpr NodeBox kSampleReach{-2, -2, -2, 4, 4, 4};
 
     int gpuDeviceId = 0;
     std::vector<IBBoundaryMemMgr*> boundaries;  // not owned

@@ -59,10 +59,9 @@ void mlSinglePhaseSolverNew::followBody(int i) {
 void mlSinglePhaseSolverNew::couple(int i) {
     const MLFluidParam* const param = lbmvec[i]->param;
     if (FusedDomain* const domain = fused(i)) {
-        sampleReach(*lbm_dev_gpu[i], *param, reach_);
-        const int samples = static_cast<int>(reach_.size());
-        domain->prepareMoments(reach_.data(), samples);
-        domain->announceForces(reach_.data(), samples);
+        sampleNodes(*lbm_dev_gpu[i], *param, sampleNodes_);
+        domain->prepareCoupling(sampleNodes_.data(), static_cast<int>(sampleNodes_.size()),
+                                kSampleReach);
     }
     spreadBoundaries(lbm_dev_gpu[i], param);
 }

@@ -98,7 +98,7 @@ private:
     FrameMotion frameMotion() const;
 
     std::vector<std::unique_ptr<FusedDomain>> fused_;  // one a domain, or none
-    std::vector<NodeBox> reach_;                       // of the samples, kept between steps
+    std::vector<NodeIndex> sampleNodes_;               // kept between steps
 };
 
 }  // namespace drelt
