@@ -10,7 +10,7 @@
 
 #include "cslbm/fused/FusedState.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpuImmersed/SpreadWorkspace.h"
+#include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 
 namespace drelt {

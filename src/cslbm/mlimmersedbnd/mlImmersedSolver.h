@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cslbm/gpu_inc/gpuImmersed/SpreadWorkspace.h"
+#include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
 
