@@ -13,8 +13,7 @@ constexpr int kNodes = kReach * kReach * kReach;
 struct alignas(64) Group {
     LanePositions at;
     float weight[kNodes][kLanes];
-    std::int64_t
-        start[kLanes];  // index of the first node within reach, -1 where it has been dealt with
+    std::int64_t start[kLanes];  // index of the first node within reach; -1: not by the group
     float mx[kLanes], my[kLanes], mz[kLanes];
 };
 
@@ -29,7 +28,7 @@ DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kLanes], const float (&X)[k
     }
 }
 
-void findWeights(Group& g, int R) {
+DRELT_HOST_DEVICE void findWeights(Group& g, int R) {
     alignas(64) float wx[kReach][kLanes];
     alignas(64) float wy[kReach][kLanes];
     alignas(64) float wz[kReach][kLanes];
@@ -54,8 +53,8 @@ struct alignas(64) NodeMomentum {
     float x[kNodes], y[kNodes], z[kNodes];
 };
 
-void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t start, std::int64_t nx,
-           std::int64_t ny) {
+DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t start,
+                             std::int64_t nx, std::int64_t ny) {
     for (int c = 0; c < kReach; ++c) {
         for (int b = 0; b < kReach; ++b) {
             const std::int64_t from = start + (c * ny + b) * nx;
@@ -71,7 +70,8 @@ void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t start, std::int64_t
 constexpr int kTogether = 3;
 
 // Sums for the samples that reach the nodes from starts[b] on, whose momentum is u[b].
-void sum(Group& g, const NodeMomentum (&u)[kTogether], const std::int64_t (&starts)[kTogether]) {
+DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
+                           const std::int64_t (&starts)[kTogether]) {
     alignas(64) float mx[kTogether][kLanes] = {};
     alignas(64) float my[kTogether][kLanes] = {};
     alignas(64) float mz[kTogether][kLanes] = {};
@@ -100,7 +100,7 @@ void sum(Group& g, const NodeMomentum (&u)[kTogether], const std::int64_t (&star
 }
 
 // Sums for all samples of a group, by the boxes of nodes that they reach: neighbours share them.
-void sumAll(Group& g, const SampleArguments& a) {
+DRELT_HOST_DEVICE void sumAll(Group& g, const SampleArguments& a) {
     NodeMomentum u[kTogether] = {};
     std::int64_t starts[kTogether];
     unsigned left = 0;
@@ -108,7 +108,7 @@ void sumAll(Group& g, const SampleArguments& a) {
     while (left != 0) {
         for (int b = 0; b < kTogether; ++b) {
             if (left == 0) {
-                starts[b] = -1;
+                starts[b] = -2;  // of no sample
                 continue;
             }
             starts[b] = g.start[__builtin_ctz(left)];
@@ -121,8 +121,15 @@ void sumAll(Group& g, const SampleArguments& a) {
     }
 }
 
-__attribute__((noinline)) void forceGroup(Group& g, const SampleArguments& a, double slip,
-                                          std::int64_t first, int count) {
+// By the operator.
+DRELT_HOST_DEVICE void forceOne(const SampleArguments& a, double slip, std::int64_t i) {
+    mlInterpolateFluidForceKernel({static_cast<int>(i), 0, 0, i}, a.boundary, a.flow, slip, a.N,
+                                  a.l0p, a.rou0p, a.u0k, a.u0p, a.R, a.sampleCount, 1, 1, a.nx,
+                                  a.ny, a.nz);
+}
+
+DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double slip,
+                                  std::int64_t first, int count) {
     findPositions(g.at, a, first, count);
     findWeights(g, a.R);
 #pragma omp simd
@@ -146,17 +153,26 @@ __attribute__((noinline)) void forceGroup(Group& g, const SampleArguments& a, do
     for (int l = 0; l < count; ++l) {
         const float all = g.mx[l] + g.my[l] + g.mz[l];
         if (g.at.inside[l] != 0 && all == all) continue;
-        const std::int64_t i = first + l;
-        mlInterpolateFluidForceKernel({static_cast<int>(i), 0, 0, i}, a.boundary, a.flow, slip, a.N,
-                                      a.l0p, a.rou0p, a.u0k, a.u0p, a.R, a.sampleCount, 1, 1, a.nx,
-                                      a.ny, a.nz);
+        forceOne(a, slip, first + l);
     }
+}
+
+// Whether sums fuse in hardware here. A library call a lane would cost more than one a sample.
+bool fusesInHardware() {
+#if !defined(__x86_64__) || defined(__FMA__)
+    return true;
+#elif defined(DRELT_SAMPLE_CLONES)
+    return __builtin_cpu_supports("fma") != 0;
+#else
+    return false;
+#endif
 }
 
 }  // namespace
 
 void gatherOnHostThreads(const SampleArguments& a, double slip) {
     const platform::HostAccess access;
+    const bool byGroups = fusesInHardware();
     const int groups = (a.sampleCount + kLanes - 1) / kLanes;
 #pragma omp parallel if (a.sampleCount >= platform::kWorthThreadsEach)
     {
@@ -166,7 +182,12 @@ void gatherOnHostThreads(const SampleArguments& a, double slip) {
         for (int g = 0; g < groups; ++g) {
             const int first = g * kLanes;
             const int left = a.sampleCount - first;
-            forceGroup(group, a, slip, first, left < kLanes ? left : kLanes);
+            const int count = left < kLanes ? left : kLanes;
+            if (byGroups) {
+                forceGroup(group, a, slip, first, count);
+            } else {
+                for (int l = 0; l < count; ++l) forceOne(a, slip, first + l);
+            }
         }
     }
 }

@@ -6,6 +6,17 @@
 
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 
+// Marks what takes the time: a build for any machine holds it for several instruction sets and chooses
+// when it starts.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__AVX512F__) && \
+    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define DRELT_SAMPLE_CLONES
+#define DRELT_SAMPLE_LOOP \
+    __attribute__((noinline, target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+#else
+#define DRELT_SAMPLE_LOOP __attribute__((noinline))
+#endif
+
 namespace drelt {
 
 inline constexpr int kLanes = 16;

@@ -72,7 +72,7 @@ struct alignas(64) Group {
     double force[3][kLanes];
 };
 
-void findWeights(Group& g, const SampleArguments& a) {
+DRELT_HOST_DEVICE void findWeights(Group& g, const SampleArguments& a) {
     const float perMetre = a.N / a.l0p;
     const float dx = a.flow->param->dx;
     withDelta(a.R, [&](auto points) DRELT_LAMBDA_INLINE {
@@ -83,8 +83,8 @@ void findWeights(Group& g, const SampleArguments& a) {
 }
 
 // Fills the records of a group's samples.
-__attribute__((noinline)) void formGroup(Group& g, const SampleArguments& a, int first, int count,
-                                         SpreadSample* samples) {
+DRELT_SAMPLE_LOOP void formGroup(Group& g, const SampleArguments& a, int first, int count,
+                                 SpreadSample* samples) {
     findPositions(g.at, a, first, count);
     findWeights(g, a);
 #pragma omp simd
@@ -184,8 +184,8 @@ DRELT_HOST_DEVICE int addRun(const Plane& plane, const SpreadSample* samples, co
     return s;
 }
 
-void addPlane(const SampleArguments& a, const SpreadSample* samples, const int* list, int begin,
-              int end, int z) {
+DRELT_SAMPLE_LOOP void addPlane(const SampleArguments& a, const SpreadSample* samples,
+                                const int* list, int begin, int end, int z) {
     const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(z) * a.ny * a.nx;
     const Plane plane{
         {a.flow->forcex + first, a.flow->forcey + first, a.flow->forcez + first}, a.nx, z};
