@@ -9,6 +9,8 @@
 namespace drelt {
 namespace {
 
+constexpr int kApart = 32;  // between counters of two threads: more than a cache line, and its pair
+
 void growTo(std::vector<int>& buffer, std::size_t size) {
     if (buffer.size() < size) buffer.resize(size);
 }
@@ -22,36 +24,42 @@ void SpreadWorkspace::reserve(int sampleCount) {
 
 void SpreadWorkspace::sortByPlane(int z0, int z1, int sampleCount) {
     z0_ = z0;
-    parts_ = omp_get_max_threads();
-    const int entries = (z1 - z0) * parts_;
-    growTo(starts_, static_cast<std::size_t>(entries) + 1);
-    std::fill_n(starts_.begin(), entries + 1, 0);
-    const auto partStart = [&](int part) {
-        return static_cast<int>(static_cast<std::int64_t>(sampleCount) * part / parts_);
-    };
-    // Parts are loop indices and not threads: a smaller team still does all of them.
-#pragma omp parallel for schedule(static)
-    for (int part = 0; part < parts_; ++part) {
-        for (int i = partStart(part); i < partStart(part + 1); ++i) {
-            int* const counts = &starts_[(samples_[i].z0 - z0) * parts_ + part];
-            for (int k = 0; k < samples_[i].planes; ++k) ++counts[k * parts_];
+    const int planes = z1 - z0;
+    // Runs of samples are counted apart. Parts are loop indices and not threads: a smaller team still
+    // does all of them.
+    const int parts = omp_get_max_threads();
+    const int stride = planes + kApart;
+    growTo(starts_, static_cast<std::size_t>(planes) + 1);
+    growTo(places_, static_cast<std::size_t>(parts) * stride);
+    const auto forEachPlaneOf = [&](int part, auto&& visit) {
+        const std::int64_t count = sampleCount;
+        const auto end = static_cast<int>(count * (part + 1) / parts);
+        int* const places = &places_[static_cast<std::size_t>(part) * stride];
+        for (auto i = static_cast<int>(count * part / parts); i < end; ++i) {
+            const SpreadSample& sample = samples_[i];
+            for (int k = 0; k < sample.planes; ++k) visit(i, places[sample.z0 - z0 + k]);
         }
+    };
+#pragma omp parallel for schedule(static)
+    for (int part = 0; part < parts; ++part) {
+        std::fill_n(&places_[static_cast<std::size_t>(part) * stride], planes, 0);
+        forEachPlaneOf(part, [](int, int& count) { ++count; });
     }
     int total = 0;
-    for (int e = 0; e <= entries; ++e) {
-        const int size = starts_[e];
-        starts_[e] = total;
-        total += size;
-    }
-    growTo(list_, static_cast<std::size_t>(total));
-    growTo(places_, static_cast<std::size_t>(entries));
-    std::copy_n(starts_.begin(), entries, places_.begin());
-#pragma omp parallel for schedule(static)
-    for (int part = 0; part < parts_; ++part) {
-        for (int i = partStart(part); i < partStart(part + 1); ++i) {
-            int* const places = &places_[(samples_[i].z0 - z0) * parts_ + part];
-            for (int k = 0; k < samples_[i].planes; ++k) list_[places[k * parts_]++] = i;
+    for (int plane = 0; plane < planes; ++plane) {
+        starts_[plane] = total;
+        for (int part = 0; part < parts; ++part) {
+            int& place = places_[static_cast<std::size_t>(part) * stride + plane];
+            const int size = place;
+            place = total;
+            total += size;
         }
+    }
+    starts_[planes] = total;
+    growTo(list_, static_cast<std::size_t>(total));
+#pragma omp parallel for schedule(static)
+    for (int part = 0; part < parts; ++part) {
+        forEachPlaneOf(part, [&](int i, int& place) { list_[place++] = i; });
     }
 }
 

@@ -32,15 +32,14 @@ public:
     void sortByPlane(int z0, int z1, int sampleCount);
     // The samples of plane z are list()[begin(z)] .. list()[end(z) - 1].
     const int* list() const { return list_.data(); }
-    int begin(int z) const { return starts_[static_cast<std::size_t>(z - z0_) * parts_]; }
+    int begin(int z) const { return starts_[z - z0_]; }
     int end(int z) const { return begin(z + 1); }
 
 private:
     std::vector<SpreadSample> samples_;
     int z0_ = 0;
-    int parts_ = 1;            // runs of samples that were counted apart, one a thread
-    std::vector<int> starts_;  // first place in list_ of each plane and part, and their end
-    std::vector<int> places_;  // next free place of each
+    std::vector<int> starts_;  // first place in list_ of each plane, and their end
+    std::vector<int> places_;  // next free place of each plane, a part after the other
     std::vector<int> list_;
 };
 
