@@ -67,7 +67,7 @@ DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t s
 }
 
 // Boxes of nodes that are summed over together, so that sums need not wait for each other.
-constexpr int kTogether = 3;
+constexpr int kTogether = 2;
 
 // Sums for the samples that reach the nodes from starts[b] on, whose momentum is u[b].
 DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
