@@ -150,7 +150,7 @@ DRELT_HOST_DEVICE void storeRow(double* to, Row row) {
 // The force arrays of a plane.
 struct Plane {
     double* force[3];
-    int nx;
+    std::ptrdiff_t nx;
     int z;
 };
 
@@ -163,7 +163,7 @@ DRELT_HOST_DEVICE int addRun(const Plane& plane, const SpreadSample* samples, co
     const int x0 = sample->x0;
     const int y0 = sample->y0;
     const int rows = sample->rows;
-    const std::ptrdiff_t start = static_cast<std::ptrdiff_t>(y0 + from) * plane.nx + x0;
+    const std::ptrdiff_t start = (y0 + from) * plane.nx + x0;
     Row sum[3][Rows];
     for (int c = 0; c < 3; ++c) {
         for (int r = 0; r < Rows; ++r) sum[c][r] = loadRow(plane.force[c] + start + r * plane.nx);

@@ -241,7 +241,7 @@ DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& w
 }
 
 // Spreads the force of one sample to the flow's force arrays, in double precision. Launched on a
-// GPU as it stands; host threads run the same stencils tile by tile (mlSpreadForce), and there this
+// GPU as it stands; host threads run the same stencils plane by plane (mlSpreadForce), and there this
 // operator is for one invocation at a time.
 DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary, mlFlow* flow,
                                       float N, float l0p, float rou0p, float u0k,
