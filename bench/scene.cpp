@@ -4,6 +4,9 @@
 #include <omp.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -88,6 +91,40 @@ void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule 
     state.SkipWithError(error.what());
 }
 
+// What samples cost a step: bodies without, with few and with many, some steps each in turn, so that all
+// see the same machine. Counters are medians [ms] and their ratio.
+void samplesCost(benchmark::State& state, const Grid& grid, int threads) {
+    constexpr std::array<int, 3> kSamples{0, 800, 20000};
+    constexpr int kStepsInTurn = 5;
+    releaseBenchFlow();
+    std::vector<std::unique_ptr<coupledLBM_sim3D>> simulators;
+    for (const int samples : kSamples) {
+        simulators.push_back(scene(grid, samples, Schedule::Production));
+        simulators.back()->step(TWO_WAY);
+    }
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    std::array<std::vector<double>, kSamples.size()> times;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < simulators.size(); ++i) {
+            for (int step = 0; step < kStepsInTurn; ++step) {
+                const double start = omp_get_wtime();
+                simulators[i]->step(TWO_WAY);
+                times[i].push_back(1e3 * (omp_get_wtime() - start));
+            }
+        }
+    }
+    omp_set_num_threads(before);
+    std::array<double, kSamples.size()> medians{};
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        const auto middle = times[i].begin() + static_cast<std::ptrdiff_t>(times[i].size() / 2);
+        std::nth_element(times[i].begin(), middle, times[i].end());
+        medians[i] = *middle;
+        state.counters["samples_" + std::to_string(kSamples[i])] = medians[i];
+    }
+    state.counters["ratio"] = medians.back() / medians.front();
+}
+
 void sampleSurface(benchmark::State& state) {
     SkeletalMesh mesh;
     mesh.load("assets/sphere.glb", setup().device);
@@ -114,6 +151,17 @@ void addWholeSteps(const Grid& grid, int samples, Schedule schedule) {
                    add);
 }
 
+void addSamplesCost(const Grid& grid) {
+    const auto add = [&](const std::string& name, int threads) {
+        benchmark::RegisterBenchmark(
+            name.c_str(), [=](benchmark::State& state) { samplesCost(state, grid, threads); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime()
+            ->Iterations(10);
+    };
+    forEachThreads("samplesCost/" + nameOf(grid) + "/layer:" + std::to_string(grid.pml_width), add);
+}
+
 const bool registered = onSetup([] {
     if (setup().onHost) {
         const Grid layered = grids(10).front();
@@ -121,6 +169,7 @@ const bool registered = onSetup([] {
         addWholeSteps(layered, 800, Schedule::Production);
         addWholeSteps(layered, 20000, Schedule::Production);
         addWholeSteps(grids(0).front(), 800, Schedule::Production);
+        for (const int layer : {0, 10}) addSamplesCost(grids(layer).front());
     } else {
         for (const int samples : {800, 20000}) {
             for (const Grid& grid : grids(10)) {

@@ -1,4 +1,5 @@
-"""Prints the benchmark's whole steps as a table: both schedules, their ratio, the share of the bound.
+"""Prints the benchmark's whole steps as tables: both schedules, their ratio, the share of the bound; and
+what the samples of a body cost a step.
 
 usage: bench_table.py FILE, where FILE is what the benchmark wrote with --benchmark_out. The bound is
 the machine's rate of reading and writing 216 bytes a node in place, measured in the same run.
@@ -20,11 +21,23 @@ def rows(benchmarks):
     return table
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    with open(sys.argv[1], encoding="utf-8") as file:
-        report = json.load(file)
+def print_samples_cost(benchmarks):
+    found = [row for row in benchmarks if row["name"].startswith("samplesCost/")]
+    if not found:
+        return
+    print("\nwhole coupled step by the samples of its body, medians in ms")
+    print("| grid | layer | threads | none | 800 | 20,000 | 20,000 to none |")
+    print("| --- | --- | --- | --- | --- | --- | --- |")
+    for row in found:
+        _, grid, layer, threads = row["name"].split("/")[:4]
+        times = " | ".join(f"{row[f'samples_{n}']:.2f}" for n in (0, 800, 20000))
+        print(
+            f"| {grid} | {layer.split(':')[1]} | {threads.split(':')[1]} | {times}"
+            f" | {row['ratio']:.3f} |"
+        )
+
+
+def print_schedules(report):
     table = rows(report["benchmarks"])
     if not table:
         return
@@ -45,6 +58,15 @@ def main():
             f" | {fast['MLUPS'] / slow['MLUPS']:.1f} | {fast['of_bound']:.0%}"
             f" | {slow['resident_B']:.0f} / {fast['resident_B']:.0f} |"
         )
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    with open(sys.argv[1], encoding="utf-8") as file:
+        report = json.load(file)
+    print_schedules(report)
+    print_samples_cost(report["benchmarks"])
 
 
 if __name__ == "__main__":

@@ -11,6 +11,8 @@
 namespace drelt {
 namespace {
 
+constexpr int kSampleRun = 256;  // samples that a thread takes at once
+
 LaunchShape linearShape(int count, unsigned block) {
     return {block, 1, 1, static_cast<unsigned>(count) / block + 1, 1, 1};
 }
@@ -27,6 +29,30 @@ void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCoun
     const platform::HostAccess access;
     thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
                           thrust::equal_to<int>(), thrust::plus<LinkWrench>());
+}
+
+// updateSampleVelKernel on host threads: what it takes of the links is found once for samples of one
+// link that follow each other.
+void updateSampleVelOnHost(mlLagrangeBoundary* boundary, const int* labels, const skLinkData* links,
+                           int frameIndex, int referenceIndex, int sampleCount) {
+    const platform::HostAccess access;
+    const int runs = (sampleCount + kSampleRun - 1) / kSampleRun;
+#pragma omp parallel if (sampleCount >= platform::kWorthThreads)
+    {
+        FlushDenormals flush;
+#pragma omp for schedule(static)
+        for (int run = 0; run < runs; ++run) {
+            const int end = std::min((run + 1) * kSampleRun, sampleCount);
+            for (int i = run * kSampleRun; i < end;) {
+                const link::VelocityTerms terms =
+                    link::velocityTerms(links, labels[i], frameIndex, referenceIndex);
+                const int first = i;
+                while (i < end && labels[i] == labels[first]) ++i;
+#pragma omp simd
+                for (int s = first; s < i; ++s) link::updateSampleVelocity(terms, boundary, s);
+            }
+        }
+    }
 }
 
 }  // namespace
@@ -97,8 +123,11 @@ void LinkForceReduction::reduce(skLinkData* links, mlLagrangeBoundary* boundary,
 
 void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
                      int referenceIndex, int sampleCount) {
-    launchLinear<&updateSampleVelKernel>(linearShape(sampleCount, 512), sampleCount, boundary,
-                                         labels, links, frameIndex, referenceIndex, sampleCount);
+    if (!platform::launchedOnGpu<&updateSampleVelKernel, ThreadMapping::Flat>(
+            linearShape(sampleCount, 512), {sampleCount, 1, 1}, boundary, labels, links, frameIndex,
+            referenceIndex, sampleCount)) {
+        updateSampleVelOnHost(boundary, labels, links, frameIndex, referenceIndex, sampleCount);
+    }
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

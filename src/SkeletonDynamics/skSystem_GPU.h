@@ -104,42 +104,75 @@ DRELT_KERNEL void assignExtForceKernel(LaunchIndex at, skLinkData* links, int li
     }
 }
 
+namespace link {
+
+// What the velocities of a link's samples take besides their positions.
+struct VelocityTerms {
+    const skLinkData* link;
+    const skLinkData* reference;  // null where its axes are the world's
+    Vec turning, moving, origin;  // the frame's motion and place, in the link's axes
+    bool still;                   // the link is the frame
+    bool frameMoves;
+    bool turned;  // the link is not the reference
+};
+
+DRELT_HOST_DEVICE VelocityTerms velocityTerms(const skLinkData* links, int label, int frameIndex,
+                                              int referenceIndex) {
+    const skLinkData& L = links[label];
+    const skLinkData& F = links[frameIndex];
+    const skLinkData& W = links[referenceIndex];
+    VelocityTerms terms{&L,
+                        W.isWorld != 1.0 ? &W : nullptr,
+                        {},
+                        {},
+                        {},
+                        label == frameIndex,
+                        F.isWorld != 1.0,
+                        label != referenceIndex};
+    if (terms.still || !terms.frameMoves) return terms;
+    const double* const frame = F.transform.data();
+    terms.turning = rotate(frame, load(F.velocity.data()));
+    terms.moving = rotate(frame, load(F.velocity.data() + 3));
+    terms.origin = load(frame + 12);
+    if (L.isWorld != 1.0) {
+        const double* const toLink = L.inverse.data();
+        terms.turning = rotate(toLink, terms.turning);
+        terms.moving = rotate(toLink, terms.moving);
+        terms.origin = apply(toLink, terms.origin);
+    }
+    return terms;
+}
+
+DRELT_HOST_DEVICE void updateSampleVelocity(const VelocityTerms& terms,
+                                            mlLagrangeBoundary* boundary, std::int64_t i) {
+    const skLinkData& L = *terms.link;
+    Vec u{0.0, 0.0, 0.0};
+    if (!terms.still) {
+        const Vec r = apply(L.inverse.data(), samplePosition(boundary, i));
+        u = load(L.velocity.data() + 3) + cross(load(L.velocity.data()), r);
+        if (terms.frameMoves) {
+            u = u - (terms.moving + cross(terms.origin, terms.turning) + cross(terms.turning, r));
+        }
+    }
+    if (terms.turned) {
+        u = rotate(L.transform.data(), u);
+        if (terms.reference != nullptr) u = rotate(terms.reference->inverse.data(), u);
+    }
+    boundary->ux[i] = static_cast<float>(u.x);
+    boundary->uy[i] = static_cast<float>(u.y);
+    boundary->uz[i] = static_cast<float>(u.z);
+}
+
+}  // namespace link
+
 // Velocity of the material point at a sample relative to the moving frame (link frameIndex), in the
 // axes of link referenceIndex, or world axes where that is the world's; stored as float.
 DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boundary, int* labels,
                                         skLinkData* links, int frameIndex, int referenceIndex,
                                         int sampleCount) {
-    using link::Vec;
     if (at.n >= sampleCount) return;
-    const int label = labels[at.n];
-    const skLinkData& L = links[label];
-    const skLinkData& F = links[frameIndex];
-    const skLinkData& W = links[referenceIndex];
-    Vec u{0.0, 0.0, 0.0};
-    if (label != frameIndex) {
-        const double* const toLink = L.inverse.data();
-        const Vec r = link::apply(toLink, link::samplePosition(boundary, at.n));
-        u = link::load(L.velocity.data() + 3) + link::cross(link::load(L.velocity.data()), r);
-        if (F.isWorld != 1.0) {
-            const double* const frame = F.transform.data();
-            Vec turning = link::rotate(frame, link::load(F.velocity.data()));
-            Vec moving = link::rotate(frame, link::load(F.velocity.data() + 3));
-            Vec origin = link::load(frame + 12);
-            if (L.isWorld != 1.0) {
-                turning = link::rotate(toLink, turning);
-                moving = link::rotate(toLink, moving);
-                origin = link::apply(toLink, origin);
-            }
-            u = u - (moving + link::cross(origin, turning) + link::cross(turning, r));
-        }
-    }
-    if (label != referenceIndex) {
-        u = link::rotate(L.transform.data(), u);
-        if (W.isWorld != 1.0) u = link::rotate(W.inverse.data(), u);
-    }
-    boundary->ux[at.n] = static_cast<float>(u.x);
-    boundary->uy[at.n] = static_cast<float>(u.y);
-    boundary->uz[at.n] = static_cast<float>(u.z);
+    link::updateSampleVelocity(link::velocityTerms(links, labels[at.n], frameIndex, referenceIndex),
+                               boundary, at.n);
 }
 
 // Device memory that a library's algorithm takes for the time of a call, kept for the next one.

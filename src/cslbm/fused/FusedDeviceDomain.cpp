@@ -197,7 +197,7 @@ void FusedDeviceDomain::announceForces(const NodeBox* boxes, int count) {
     }
 }
 
-void FusedDeviceDomain::announceSamples(const mlLagrangeBoundary* samples, int count,
+void FusedDeviceDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
                                         const mlUnitScale& scale) {
     if (count <= 0) return;
     const LaunchExtent items{count, 1, 1};

@@ -30,7 +30,7 @@ public:
     void prepareMoments(const NodeBox*, int) override {}
     // One launch a box.
     void announceForces(const NodeBox* boxes, int count) override;
-    void announceSamples(const mlLagrangeBoundary* samples, int count,
+    void prepareCoupling(const mlLagrangeBoundary* samples, int count,
                          const mlUnitScale& scale) override;
     void materialise(mlFlow& host) const override;
     std::size_t residentBytes() const override;

@@ -77,8 +77,6 @@ DRELT_KERNEL void markBoxKernel(LaunchIndex at, const FusedDeviceState& d, NodeB
 DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
                                    const mlLagrangeBoundary* boundary, const mlFlow* flow, float N,
                                    float l0p) {
-    constexpr int kBelow = 2;  // the function reaches 1 below; one more for rounding
-    constexpr int kAbove = 4;
     const FusedState& s = d.base;
     const GridPosition p = gridPosition(boundary, flow, at.n, N, l0p);
     if (!insideGrid(p, s.nx, s.ny, s.nz)) return;
@@ -86,7 +84,8 @@ DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
     const int y = static_cast<int>(p.y);
     const int z = static_cast<int>(p.z);
     const NodeBox box =
-        intersection({x - kBelow, y - kBelow, z - kBelow, x + kAbove, y + kAbove, z + kAbove},
+        intersection({x - kSampleBelow, y - kSampleBelow, z - kSampleBelow, x + kSampleAbove,
+                      y + kSampleAbove, z + kSampleAbove},
                      {0, 0, 0, s.nx, s.ny, s.nz});
     for (int k = box.z0; k < box.z1; ++k) {
         for (int j = box.y0; j < box.y1; ++j) {

@@ -11,13 +11,15 @@
 #include <string>
 
 #include "cslbm/fused/FusedRows.h"
+#include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "platform/check.h"
 
 namespace drelt {
 namespace {
 
 constexpr int kLine = 16;           // floats of a cache line
-constexpr int kWorthThreads = 256;  // boxes
+constexpr int kWorthThreads = 256;  // boxes or nodes
+constexpr int kRowsAtOnce = 4;      // that a thread prepares in turn with the others
 
 // Rows an odd number of lines apart, so that the fields of a node spread over the cache's sets.
 int pitchFor(int nx) {
@@ -88,6 +90,7 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     s.chunkWords = (s.nx + 32 * kChunkNodes - 1) / (32 * kChunkNodes);
     spread_.assign(static_cast<std::size_t>(s.ny) * s.nz * s.chunkWords, 0);
     wanted_ = spread_;
+    columns_ = spread_;
     s.spread = spread_.data();
     arrays_.reserve(32);  // from here on nothing throws
     const std::size_t row = s.pitch;
@@ -229,6 +232,89 @@ void FusedDomain::prepareMoments(const NodeBox* boxes, int count) {
 #pragma omp for schedule(static)
         for (int i = 0; i < rows; ++i) fillWanted(marked.y0 + i % height, marked.z0 + i / height);
     }
+}
+
+void FusedDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
+                                  const mlUnitScale& scale) {
+    sampleNodes_.resize(static_cast<std::size_t>(count));
+#pragma omp parallel if (count >= platform::kWorthThreads)
+    {
+        FlushDenormals flush;  // as the operators do: a sample is inside for both or for none
+#pragma omp for schedule(static)
+        for (int i = 0; i < count; ++i) {
+            const GridPosition p = gridPosition(samples, &record_, i, scale.N, scale.l0p);
+            if (insideGrid(p, state_.nx, state_.ny, state_.nz)) {
+                sampleNodes_[i] = {static_cast<int>(p.x), static_cast<int>(p.y),
+                                   static_cast<int>(p.z)};
+            } else {
+                sampleNodes_[i] = {-1, 0, 0};
+            }
+        }
+    }
+    prepareAround(sampleNodes_.data(), count,
+                  {-kSampleBelow, -kSampleBelow, -kSampleBelow, kSampleAbove, kSampleAbove,
+                   kSampleAbove});
+}
+
+// Many samples stand in few rows: chunks are marked in the rows of the samples first, and spread from
+// row to row after.
+void FusedDomain::prepareAround(const NodeIndex* nodes, int count, const NodeBox& around) {
+    const NodeBox own = markColumns(nodes, count, around);
+    if (own.empty()) return;
+    const NodeBox all = clipped({0, own.y0 + around.y0, own.z0 + around.z0, state_.nx,
+                                 own.y1 - 1 + around.y1, own.z1 - 1 + around.z1});
+    const int height = all.y1 - all.y0;
+    const int rows = (all.z1 - all.z0) * height;
+#pragma omp parallel
+    {
+        FlushDenormals flush;
+#pragma omp for schedule(static, kRowsAtOnce)
+        for (int i = 0; i < rows; ++i) coupleRow(all.y0 + i % height, all.z0 + i / height, around);
+#pragma omp for schedule(static)
+        for (int z = own.z0; z < own.z1; ++z) {
+            std::fill(&columns_[wordOf(own.y0, z)],
+                      &columns_[wordOf(own.y1 - 1, z)] + state_.chunkWords, 0U);
+        }
+    }
+}
+
+// Marks the chunks around the nodes along x only. Returns a box of the nodes' own rows.
+NodeBox FusedDomain::markColumns(const NodeIndex* nodes, int count, const NodeBox& around) {
+    int y0 = state_.ny, y1 = 0, z0 = state_.nz, z1 = 0;
+#pragma omp parallel for schedule(static) reduction(min       \
+                                                    : y0, z0) \
+    reduction(max                                             \
+              : y1, z1) if (count > kWorthThreads)
+    for (int i = 0; i < count; ++i) {
+        const NodeIndex& node = nodes[i];
+        if (node.x < 0) continue;
+        y0 = std::min(y0, node.y);
+        y1 = std::max(y1, node.y + 1);
+        z0 = std::min(z0, node.z);
+        z1 = std::max(z1, node.z + 1);
+        unsigned* const words = &columns_[wordOf(node.y, node.z)];
+        const int first = std::max(node.x + around.x0, 0) / kChunkNodes;
+        const int last = (std::min(node.x + around.x1, state_.nx) - 1) / kChunkNodes;
+        for (int c = first; c <= last; ++c) markBit(words[c / 32], 1u << (c % 32));
+    }
+    return {0, y0, z0, state_.nx, y1, z1};
+}
+
+// Takes over the marks of the rows whose surroundings hold this one.
+void FusedDomain::coupleRow(int y, int z, const NodeBox& around) {
+    unsigned* const wanted = &wanted_[wordOf(y, z)];
+    const int yEnd = std::min(y - around.y0 + 1, state_.ny);
+    const int zEnd = std::min(z - around.z0 + 1, state_.nz);
+    unsigned any = 0;
+    for (int c = std::max(z - around.z1 + 1, 0); c < zEnd; ++c) {
+        for (int b = std::max(y - around.y1 + 1, 0); b < yEnd; ++b) {
+            const unsigned* const marked = &columns_[wordOf(b, c)];
+            for (int w = 0; w < state_.chunkWords; ++w) any |= wanted[w] |= marked[w];
+        }
+    }
+    if (any == 0) return;
+    for (int w = 0; w < state_.chunkWords; ++w) spread_[wordOf(y, z) + w] |= wanted[w];
+    fillWanted(y, z);
 }
 
 // The chunks of a row that are marked, and no longer are.

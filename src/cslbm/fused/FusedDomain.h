@@ -8,6 +8,7 @@
 
 #include "cslbm/fused/FusedState.h"
 #include "cslbm/fused/ProductionDomain.h"
+#include "cslbm/mlsolver/NodeBox.h"
 
 namespace drelt {
 
@@ -39,7 +40,11 @@ public:
     bool holdsMoments() const override { return false; }
     void prepareMoments(const NodeBox* boxes, int count) override;
     void announceForces(const NodeBox* boxes, int count) override;
-    void announceSamples(const mlLagrangeBoundary*, int, const mlUnitScale&) override {}
+    void prepareCoupling(const mlLagrangeBoundary* samples, int count,
+                         const mlUnitScale& scale) override;
+    // The same for the nodes around each of the given ones, where `around` is the box around node
+    // 0, 0, 0. Nodes with a negative x are none.
+    void prepareAround(const NodeIndex* nodes, int count, const NodeBox& around);
     void materialise(mlFlow& host) const override;
     std::size_t residentBytes() const override { return bytes_; }
     const char* instructionSet() const override { return sweeps_->name; }
@@ -58,6 +63,8 @@ private:
     void forEachRow(Visit&& visit) const;
     NodeBox clipped(const NodeBox& box) const;
     NodeBox mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const;
+    NodeBox markColumns(const NodeIndex* nodes, int count, const NodeBox& around);
+    void coupleRow(int y, int z, const NodeBox& around);
     std::size_t wordOf(int y, int z) const;
     void fillWanted(int y, int z);
     void dropForces();
@@ -73,8 +80,10 @@ private:
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;
-    std::vector<unsigned> spread_;  // chunks of nodes under a force, bits of words by row
-    std::vector<unsigned> wanted_;  // and those asked for
+    std::vector<unsigned> spread_;   // chunks of nodes under a force, bits of words by row
+    std::vector<unsigned> wanted_;   // and those asked for
+    std::vector<unsigned> columns_;  // and those around samples, in the samples' own rows
+    std::vector<NodeIndex> sampleNodes_;
 };
 
 }  // namespace drelt

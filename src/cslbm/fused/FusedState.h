@@ -71,6 +71,11 @@ struct FusedSweeps {
 // Nodes along x that are marked together, as asked for or as under a spread force.
 constexpr int kChunkNodes = 16;
 
+// Nodes that a sample may gather from and spread to, from its own node on: a delta function of four points
+// reaches 1 below and 2 above; one more for rounding.
+constexpr int kSampleBelow = 2;
+constexpr int kSampleAbove = 4;  // the first one beyond
+
 // Rows of a tile of the sweep; a thread's scratch holds three planes of them and one more on either
 // side, 27 fields each.
 constexpr int kTileRows = 16;

@@ -66,9 +66,8 @@ public:
     virtual void prepareMoments(const NodeBox* boxes, int count) = 0;
     // Tells where the force arrays have been or will be written before the next step.
     virtual void announceForces(const NodeBox* boxes, int count) = 0;
-    // The same for the nodes that the samples of a device record spread to. Only where the record holds
-    // all moments; elsewhere nothing.
-    virtual void announceSamples(const mlLagrangeBoundary* samples, int count,
+    // Both for the nodes that the samples of a device record gather from and spread to.
+    virtual void prepareCoupling(const mlLagrangeBoundary* samples, int count,
                                  const mlUnitScale& scale) = 0;
 
     // Fills f, rou, ux uy uz and Sopt of a host record, where not null, as the operators leave them after

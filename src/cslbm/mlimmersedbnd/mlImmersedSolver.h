@@ -20,11 +20,6 @@ public:
     // positions, normals and velocities of the samples. A device failure ends the process.
     void spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param);
 
-    // Boxes that hold all nodes which the samples of all boundaries gather from and spread to, one a
-    // sample inside the grid. For records in host memory.
-    void sampleReach(const mlFlow& flow, const MLFluidParam& param,
-                     std::vector<NodeBox>& reach) const;
-
     int gpuDeviceId = 0;
     std::vector<IBBoundaryMemMgr*> boundaries;  // not owned
     mlUnitScale scale{};                        // of the first domain; dt holds the time step [s]

@@ -71,17 +71,11 @@ void mlSinglePhaseSolverNew::followBody(int i) {
 
 void mlSinglePhaseSolverNew::couple(int i) {
     const MLFluidParam* const param = lbmvec[i]->param;
-    ProductionDomain* const domain = fused(i);
-    if (domain != nullptr && domain->holdsMoments()) {
+    if (ProductionDomain* const domain = fused(i)) {
         for (const IBBoundaryMemMgr* boundary : boundaries) {
-            domain->announceSamples(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
+            domain->prepareCoupling(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
                                     scale);
         }
-    } else if (domain != nullptr) {
-        sampleReach(*lbm_dev_gpu[i], *param, reach_);
-        const int samples = static_cast<int>(reach_.size());
-        domain->prepareMoments(reach_.data(), samples);
-        domain->announceForces(reach_.data(), samples);
     }
     spreadBoundaries(lbm_dev_gpu[i], param);
 }

@@ -100,7 +100,6 @@ private:
     FrameMotion frameMotion() const;
 
     std::vector<std::unique_ptr<ProductionDomain>> fused_;  // one a domain, or none
-    std::vector<NodeBox> reach_;                            // of the samples, kept between steps
 };
 
 }  // namespace drelt

@@ -325,6 +325,44 @@ TEST(FusedDomain, PreparesMomentsOnDemand) {
     }
 }
 
+// Samples anywhere, at the grid's corners too: the nodes around them have moments, and the step takes
+// what is spread there.
+TEST(FusedDomain, PreparesTheSurroundingsOfSamples) {
+    if (!plainMemory()) GTEST_SKIP() << "a sweep reaches the memory of a domain";
+    Pair pair({45, 17, 16, 2}, onHost(fusedSweeps()));
+    for (int i = 0; i < 5; ++i) pair.step(false);
+    pair.fused->materialise(pair.seen.host());
+    const NodeBox around{-2, -1, -2, 4, 3, 4};
+    std::vector<NodeIndex> nodes{{-1, 0, 0}, {0, 0, 0}, {44, 16, 15}, {17, 9, 8}, {-1, 3, 3}};
+    for (int i = 0; i < 400; ++i) nodes.push_back({30 + i % 3, 4, 5});
+    dynamic_cast<FusedDomain&>(*pair.fused)
+        .prepareAround(nodes.data(), static_cast<int>(nodes.size()), around);
+    const mlFlow& got = *pair.fused->record();
+    const mlFlow& all = pair.seen.host();
+    std::vector<std::size_t> reached;
+    for (int z = 0; z < 16; ++z)
+        for (int y = 0; y < 17; ++y)
+            for (int x = 0; x < 45; ++x) {
+                if (std::none_of(nodes.begin(), nodes.end(), [&](const NodeIndex& n) {
+                        return n.x >= 0 && x >= n.x + around.x0 && x < n.x + around.x1 &&
+                               y >= n.y + around.y0 && y < n.y + around.y1 &&
+                               z >= n.z + around.z0 && z < n.z + around.z1;
+                    }))
+                    continue;
+                const std::size_t n = pair.seen.node(x, y, z);
+                ASSERT_EQ(got.rou[n].value, all.rou[n].value) << x << " " << y << " " << z;
+                ASSERT_EQ(got.ux[n], all.ux[n]);
+                ASSERT_EQ(got.uy[n], all.uy[n]);
+                ASSERT_EQ(got.uz[n], all.uz[n]);
+                reached.push_back(n);
+            }
+    ASSERT_EQ(reached.size(), 4 * 3 * 4 + 3 * 2 * 3 + 6 * 4 * 6 + 8 * 4 * 6);
+    EXPECT_EQ(got.rou[pair.seen.node(10, 12, 1)].value, 0.0f) << "far from all";
+    for (const std::size_t n : reached) got.forcey[n] = 1e-5;
+    pair.fused->step({});
+    for (const std::size_t n : reached) ASSERT_EQ(got.forcey[n], 0.0);
+}
+
 // Rounding neither makes nor loses mass in a fluid at rest.
 TEST(FusedDomain, RestStays) {
     for (const Make& make : kinds()) {

@@ -8,6 +8,7 @@
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
 #include "immersed/boundary_fixture.h"
+#include "supplement/IBBoundaryMemMgr.h"
 #include "support/device.h"
 #include "support/flow_fixture.h"
 #include "support/vectors.h"
@@ -185,47 +186,83 @@ TEST(Spread, ForceAndTorqueOnTheGridAreThoseOfTheSamples) {
     }
 }
 
-// Of the spreading of a sphere and a boundary far larger than the grid, for any number of threads.
-TEST(Spread, EqualsTheLoopOverSamplesForAnyNumberOfThreads) {
-    DRELT_HOST_ONLY("runs the operator on host memory, sample by sample");
-    Scene scene(5000);
-    HostBoundary wide(800);
-    wide.placeOnSphere(-2.0f, 1.0f, 12.0f, 1.7f);
-    wide.stir(0.5f, 9);
-    wide.host().sampleArea = 0.01f;
-    wide.upload();
-    scene.solver.boundaries.push_back(&wide.manager());
-    const int before = omp_get_max_threads();
-    omp_set_num_threads(1);
-    scene.couple();
-    const auto forces = scene.sampleForces();
-
-    Scene serial(5000);
-    serial.upload();
+// Gather and spreading of three boundaries by the operators, sample by sample.
+void coupleSerially(Scene& scene) {
     const mlUnitScale& s = scene.scale;
-    for (HostBoundary* boundary : {&serial.sphere, &wide}) {
-        if (boundary == &serial.sphere) {
-            mlInterpolateFluidForce(serial.flow.device(), serial.flow.param(), boundary->device(),
-                                    boundary->count(), s, 4);
+    const mlVelocity3D<float> u0p{s.u0px, s.u0py, s.u0pz};
+    const int R = scene.solver.ibKernelSelector;
+    for (const IBBoundaryMemMgr* boundary : scene.solver.boundaries) {
+        mlLagrangeBoundary* const record = boundary->mllaboundary_gpu;
+        for (int i = 0; i < record->count; ++i) {
+            mlInterpolateFluidForceKernel({i % 20, i / 20 % 20, i / 400, 0}, record,
+                                          scene.flow.device(), 0.25, s.N, s.l0p, s.rou0p, s.u0k,
+                                          u0p, R, 20, 20, 0, 32, 32, 32);
         }
-        for (int i = 0; i < boundary->count(); ++i) {
-            mlSpreadForceKernel({i % 20, i / 20 % 20, i / 400, 0}, boundary->device(),
-                                serial.flow.device(), s.N, s.l0p, s.rou0p, s.u0k,
-                                {s.u0px, s.u0py, s.u0pz}, 4, 20, 20, 0, 32, 32, 32);
+        for (int i = 0; i < record->count; ++i) {
+            mlSpreadForceKernel({i % 20, i / 20 % 20, i / 400, 0}, record, scene.flow.device(), s.N,
+                                s.l0p, s.rou0p, s.u0k, u0p, R, 20, 20, 0, 32, 32, 32);
         }
     }
-    serial.flow.download();
-    const auto expected = serial.nodeForces();
-    ASSERT_GT(test::largest(expected), 1e-3);
-    EXPECT_TRUE(scene.nodeForces() == expected);
-    for (const int threads : {2, 3, 4, 7}) {
-        omp_set_num_threads(threads);
-        std::fill_n(scene.flow.host().forcex, scene.flow.nodes(), 0.0);
-        std::fill_n(scene.flow.host().forcey, scene.flow.nodes(), 0.0);
-        std::fill_n(scene.flow.host().forcez, scene.flow.nodes(), 0.0);
-        scene.couple();
-        EXPECT_TRUE(scene.sampleForces() == forces) << threads;
-        EXPECT_TRUE(scene.nodeForces() == expected) << threads;
+}
+
+// A sphere, a boundary far larger than the grid, and samples all over it in no order, of which many
+// stand on nodes and some nowhere: whatever way samples take, they come out as one by one.
+struct Crowd : Scene {
+    Crowd() : Scene(5000), wide(800), strewn(1500) {
+        flow.param()->slip_ratio = 0.25f;
+        wide.placeOnSphere(-2.0f, 1.0f, 12.0f, 1.7f);
+        wide.stir(0.5f, 9);
+        strewn.stir(0.5f, 10);
+        std::mt19937 random(5);
+        std::uniform_real_distribution<float> any(-0.05f, 1.65f);
+        std::uniform_int_distribution<int> node(0, 31);
+        mlLagrangeBoundary& host = strewn.host();
+        for (int i = 0; i < host.count; ++i) {
+            const auto place = [&] {
+                return i % 3 == 0 ? 0.05f * static_cast<float>(node(random)) : any(random);
+            };
+            host.coordx[i] = -3.1f + place();
+            host.coordy[i] = 0.27f + place();
+            host.coordz[i] =
+                i % 97 == 0 ? std::numeric_limits<float>::quiet_NaN() : 11.0f + place();
+        }
+        wide.host().sampleArea = strewn.host().sampleArea = 0.01f;
+        solver.boundaries = {&sphere.manager(), &wide.manager(), &strewn.manager()};
+        flow.upload();
+        for (HostBoundary* boundary : {&sphere, &wide, &strewn}) boundary->upload();
+    }
+    // All that a coupling leaves.
+    std::vector<double> forces() {
+        flow.download();
+        std::vector<double> all = nodeForces();
+        for (HostBoundary* boundary : {&sphere, &wide, &strewn}) {
+            boundary->download();
+            const mlLagrangeBoundary& host = boundary->host();
+            const auto own = joined(host.forcex, host.forcey, host.forcez, host.count);
+            all.insert(all.end(), own.begin(), own.end());
+        }
+        return all;
+    }
+
+    HostBoundary wide, strewn;
+};
+
+TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
+    DRELT_HOST_ONLY("runs the operators on host memory, sample by sample");
+    const int before = omp_get_max_threads();
+    for (const int R : {2, 3, 4, 5}) {
+        Crowd serial;
+        serial.solver.ibKernelSelector = R;
+        coupleSerially(serial);
+        const auto expected = serial.forces();
+        ASSERT_GT(test::largest(expected), 1e-3);
+        for (const int threads : R == 4 ? std::vector<int>{1, 2, 3, 4, 7} : std::vector<int>{3}) {
+            omp_set_num_threads(threads);
+            Crowd crowd;
+            crowd.solver.ibKernelSelector = R;
+            crowd.solver.spreadBoundaries(crowd.flow.device(), crowd.flow.param());
+            EXPECT_TRUE(crowd.forces() == expected) << threads << " threads, R " << R;
+        }
     }
     omp_set_num_threads(before);
 }

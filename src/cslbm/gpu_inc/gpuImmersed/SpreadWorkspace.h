@@ -1,60 +1,46 @@
-// What the force spreading on host threads keeps of each sample, and the sorting of samples by
-// tiles of nodes.
+// What the force spreading on host threads keeps of each sample, and the sorting of samples by planes
+// of nodes.
 #pragma once
 
+#include <cstddef>
 #include <vector>
-
-#include "cslbm/gpu_inc/gpuImmersed/mlDelta.h"
-#include "cslbm/mlsolver/NodeBox.h"
-#include "platform/launch.h"
 
 namespace drelt {
 
-// The nodes that one sample reaches, their weights, and the force that is shared out among them.
-struct SpreadStencil {
-    double forcex, forcey, forcez;  // lattice units
-    DeltaWeights x, y, z;
+// One sample's share of the spreading: its force and its weights, in rows of kRow nodes.
+struct SpreadSample {
+    static constexpr int kRow = 8;
+    static constexpr int kMost = 5;  // rows and planes
 
-    DRELT_HOST_DEVICE NodeBox box() const {
-        return {x.first, y.first, z.first, x.first + x.count, y.first + y.count, z.first + z.count};
-    }
+    float x[kRow];  // 0 where the sample does not reach
+    float y[kMost], z[kMost];
+    double force[3];   // lattice units
+    int x0, y0, z0;    // first node
+    int rows, planes;  // from y0 and z0 on; rows is 0 where the sample does not fit in here
 };
 
 // Buffers of the spreading on host threads, kept between steps: they grow when a step needs more
 // than any before it.
 class SpreadWorkspace {
 public:
-    // Room for the stencils of that many samples.
+    // Room for that many samples.
     void reserve(int sampleCount);
-    SpreadStencil* stencils() { return stencils_.data(); }
-    // The nodes of each stencil; for the caller to fill.
-    NodeBox* boxes() { return boxes_.data(); }
+    SpreadSample* samples() { return samples_.data(); }
 
-    // Cuts `reach`, which holds all boxes, into tiles and lists for each tile the samples whose
-    // boxes overlap it, in the order of the samples. Counting sort in parallel; the lists do not
-    // depend on the number of threads.
-    void sortByTile(const NodeBox& reach, int sampleCount);
-    int tileCount() const { return nx_ * ny_ * nz_; }
-    NodeBox tile(int t) const;
-    // The samples of tile t are samples()[begin(t)] .. samples()[end(t) - 1].
-    const int* samples() const { return samples_.data(); }
-    int begin(int t) const { return starts_[static_cast<std::size_t>(t) * parts_]; }
-    int end(int t) const { return starts_[static_cast<std::size_t>(t + 1) * parts_]; }
+    // Lists for each plane z0 <= z < z1, which hold those of all samples, the samples that reach it, in
+    // their order. Counting sort in parallel; the lists do not depend on the number of threads.
+    void sortByPlane(int z0, int z1, int sampleCount);
+    // The samples of plane z are list()[begin(z)] .. list()[end(z) - 1].
+    const int* list() const { return list_.data(); }
+    int begin(int z) const { return starts_[z - z0_]; }
+    int end(int z) const { return begin(z + 1); }
 
 private:
-    NodeBox tilesOf(const NodeBox& box) const;
-    template <class Visit>
-    void forEachTileOf(int sample, Visit&& visit) const;
-
-    std::vector<SpreadStencil> stencils_;  // one a sample
-    std::vector<NodeBox> boxes_;
-    NodeBox reach_{};
-    int width_ = 1, edge_ = 1;      // nodes of a tile along x, and along y and z
-    int nx_ = 0, ny_ = 0, nz_ = 0;  // tiles along each axis
-    int parts_ = 1;                 // runs of samples that were counted apart, one a thread
-    std::vector<int> starts_;       // first place in samples_ of each tile and part, and their end
-    std::vector<int> places_;       // next free place of each
-    std::vector<int> samples_;
+    std::vector<SpreadSample> samples_;
+    int z0_ = 0;
+    std::vector<int> starts_;  // first place in list_ of each plane, and their end
+    std::vector<int> places_;  // next free place of each plane, a part after the other
+    std::vector<int> list_;
 };
 
 }  // namespace drelt

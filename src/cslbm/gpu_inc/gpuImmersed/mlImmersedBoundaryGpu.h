@@ -5,14 +5,16 @@
 #include <cmath>
 #include <cstdio>
 
-#include "cslbm/gpu_inc/gpuImmersed/SpreadWorkspace.h"
 #include "cslbm/gpu_inc/gpuImmersed/mlDelta.h"
 #include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
+#include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
 #include "platform/launch.h"
 
 namespace drelt {
+
+class SpreadWorkspace;
 
 // A sample in lattice units, relative to the grid's current origin.
 struct GridPosition {
@@ -89,6 +91,25 @@ DRELT_HOST_DEVICE double directForce(double s, float u0p, float rou0p, float N, 
     return (1 - s) * static_cast<double>(noSlip) + static_cast<double>(normal) * s;
 }
 
+// Writes the force density of sample i from the fluid's momentum m there. s: slip ratio.
+DRELT_HOST_DEVICE void forceSample(const mlLagrangeBoundary* boundary, std::int64_t i, float mx,
+                                   float my, float mz, double s, float N, float l0p, float rou0p,
+                                   float u0k, mlVelocity3D<float> u0p) {
+    const float Ux = (u0k / u0p.x) * boundary->ux[i];
+    const float Uy = (u0k / u0p.y) * boundary->uy[i];
+    const float Uz = (u0k / u0p.z) * boundary->uz[i];
+    const float nX = boundary->normalx[i];
+    const float nY = boundary->normaly[i];
+    const float nZ = boundary->normalz[i];
+    const float rou = boundary->rou[i].value;
+    const float Un = Ux * nX + Uy * nY + Uz * nZ;
+    const float mn = mx * nX + my * nY + mz * nZ;
+    const float D = l0p * u0k * u0k;
+    boundary->forcex[i] = directForce(s, u0p.x, rou0p, N, D, Ux, mx, Un, mn, nX, rou);
+    boundary->forcey[i] = directForce(s, u0p.y, rou0p, N, D, Uy, my, Un, mn, nY, rou);
+    boundary->forcez[i] = directForce(s, u0p.z, rou0p, N, D, Uz, mz, Un, mn, nZ, rou);
+}
+
 // Direct forcing (Uhlmann, J. Comput. Phys. 209, 2005, with one gather and one spreading a step).
 // Reads the flow's raw momentum and the sample's position, velocity, normal and density; writes the
 // sample's force density, 0 for a sample outside the grid. Nodes of zero weight are not visited.
@@ -114,36 +135,48 @@ DRELT_KERNEL void mlInterpolateFluidForceKernel(LaunchIndex at, mlLagrangeBounda
     if (m[0] != m[0] || m[1] != m[1] || m[2] != m[2]) {
         gatherMomentum<true>(flow, wx, wy, wz, nx, ny, m);
     }
-
-    const float Ux = (u0k / u0p.x) * boundary->ux[i];
-    const float Uy = (u0k / u0p.y) * boundary->uy[i];
-    const float Uz = (u0k / u0p.z) * boundary->uz[i];
-    const float nX = boundary->normalx[i];
-    const float nY = boundary->normaly[i];
-    const float nZ = boundary->normalz[i];
-    const float rou = boundary->rou[i].value;
-    const float Un = Ux * nX + Uy * nY + Uz * nZ;
-    const float mn = m[0] * nX + m[1] * nY + m[2] * nZ;
-    const float D = l0p * u0k * u0k;
-    boundary->forcex[i] = directForce(s, u0p.x, rou0p, N, D, Ux, m[0], Un, mn, nX, rou);
-    boundary->forcey[i] = directForce(s, u0p.y, rou0p, N, D, Uy, m[1], Un, mn, nY, rou);
-    boundary->forcez[i] = directForce(s, u0p.z, rou0p, N, D, Uz, m[2], Un, mn, nZ, rou);
+    forceSample(boundary, i, m[0], m[1], m[2], s, N, l0p, rou0p, u0k, u0p);
 }
 
-// Weights of the spreading along one axis: nodes up to R + 2 from floor(X) inside the grid. The
-// separation goes through the node's physical position, which rounds it as that of the sample was.
+// Separation of a sample at X from node i in the spreading. It goes through the node's physical
+// position, which rounds it as that of the sample was.
+DRELT_HOST_DEVICE float spreadSeparation(float X, int i, float perMetre, float dx, float start) {
+    return X - perMetre * ((static_cast<float>(i) * dx + start) - start);
+}
+
+// Weights of the spreading along one axis: nodes up to R + 2 from floor(X) inside the grid.
 DRELT_HOST_DEVICE void spreadWeights(DeltaWeights& axis, float X, long n, int R, float perMetre,
                                      float dx, float start) {
     const int base = static_cast<int>(std::floor(X));
     const int from = base - R - 2 > 0 ? base - R - 2 : 0;
     const int to = base + R + 3 < n ? base + R + 3 : static_cast<int>(n);
     mlDeltaWeights(axis, from, to, R, [&](int i) DRELT_LAMBDA_INLINE {
-        return X - perMetre * ((static_cast<float>(i) * dx + start) - start);
+        return spreadSeparation(X, i, perMetre, dx, start);
     });
 }
 
-// The stencil of sample i: its weights and the force that it puts on the grid, which undoes the
-// conversion of the gather. Without nodes where the sample lies outside the grid.
+// The force that sample i puts on the grid [lattice units], which undoes the conversion of the gather.
+DRELT_HOST_DEVICE void spreadForce(const mlLagrangeBoundary* boundary, std::int64_t i, float N,
+                                   float l0p, float rou0p, float u0k, mlVelocity3D<float> u0p,
+                                   double& forcex, double& forcey, double& forcez) {
+    const double G = static_cast<double>(N / l0p * N / l0p * boundary->sampleArea);
+    const double H = static_cast<double>(l0p * u0k * u0k);
+    forcex = G * ((H * boundary->forcex[i]) / static_cast<double>(u0p.x * u0p.x * N * rou0p));
+    forcey = G * ((H * boundary->forcey[i]) / static_cast<double>(u0p.y * u0p.y * N * rou0p));
+    forcez = G * ((H * boundary->forcez[i]) / static_cast<double>(u0p.z * u0p.z * N * rou0p));
+}
+
+// The nodes that one sample reaches, their weights, and the force that is shared out among them.
+struct SpreadStencil {
+    double forcex, forcey, forcez;  // lattice units
+    DeltaWeights x, y, z;
+
+    DRELT_HOST_DEVICE NodeBox box() const {
+        return {x.first, y.first, z.first, x.first + x.count, y.first + y.count, z.first + z.count};
+    }
+};
+
+// The stencil of sample i. Without nodes where the sample lies outside the grid.
 DRELT_HOST_DEVICE void spreadStencil(SpreadStencil& stencil, const mlLagrangeBoundary* boundary,
                                      const mlFlow* flow, std::int64_t i, float N, float l0p,
                                      float rou0p, float u0k, mlVelocity3D<float> u0p, int R,
@@ -156,14 +189,8 @@ DRELT_HOST_DEVICE void spreadStencil(SpreadStencil& stencil, const mlLagrangeBou
     spreadWeights(stencil.x, p.x, nx, R, N / l0p, dx, flow->startx);
     spreadWeights(stencil.y, p.y, ny, R, N / l0p, dx, flow->starty);
     spreadWeights(stencil.z, p.z, nz, R, N / l0p, dx, flow->startz);
-    const double G = static_cast<double>(N / l0p * N / l0p * boundary->sampleArea);
-    const double H = static_cast<double>(l0p * u0k * u0k);
-    stencil.forcex =
-        G * ((H * boundary->forcex[i]) / static_cast<double>(u0p.x * u0p.x * N * rou0p));
-    stencil.forcey =
-        G * ((H * boundary->forcey[i]) / static_cast<double>(u0p.y * u0p.y * N * rou0p));
-    stencil.forcez =
-        G * ((H * boundary->forcez[i]) / static_cast<double>(u0p.z * u0p.z * N * rou0p));
+    spreadForce(boundary, i, N, l0p, rou0p, u0k, u0p, stencil.forcex, stencil.forcey,
+                stencil.forcez);
 }
 
 // Adds to a sum that other invocations of the launch add to as well.
@@ -214,7 +241,7 @@ DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& w
 }
 
 // Spreads the force of one sample to the flow's force arrays, in double precision. Launched on a
-// GPU as it stands; host threads run the same stencils tile by tile (mlSpreadForce), and there this
+// GPU as it stands; host threads run the same stencils plane by plane (mlSpreadForce), and there this
 // operator is for one invocation at a time.
 DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary, mlFlow* flow,
                                       float N, float l0p, float rou0p, float u0k,
@@ -226,6 +253,11 @@ DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* bounda
     spreadStencil(stencil, boundary, flow, i, N, l0p, rou0p, u0k, u0p, R, nx, ny, nz);
     const NodeBox grid{0, 0, 0, static_cast<int>(nx), static_cast<int>(ny), static_cast<int>(nz)};
     addStencil(stencil, grid, flow, nx, ny, AtomicAdd{});
+}
+
+// The reference velocity, one value an axis [m/s].
+inline mlVelocity3D<float> referenceVelocity(const mlUnitScale& scale) {
+    return {scale.u0px, scale.u0py, scale.u0pz};
 }
 
 // Launches mlInterpolateFluidForceKernel for all samples of a device record; R is the number of

@@ -1,0 +1,195 @@
+// Gather and force of samples on host threads, a group of samples at a time.
+#include <type_traits>
+
+#include "cslbm/gpu_inc/gpuImmersed/HostCoupling.h"
+#include "cslbm/gpu_inc/gpuImmersed/SampleLanes.h"
+
+namespace drelt {
+namespace {
+
+constexpr int kNodes = kReach * kReach * kReach;
+
+// Everything about a group: weights by node, k outermost and i innermost, and the momentum gathered.
+struct alignas(64) Group {
+    LanePositions at;
+    float weight[kNodes][kLanes];
+    std::int64_t start[kLanes];  // index of the first node within reach; -1: not by the group
+    float mx[kLanes], my[kLanes], mz[kLanes];
+};
+
+template <class R>
+DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kLanes], const float (&X)[kLanes],
+                             const int (&node)[kLanes], R) {
+    for (int n = 0; n < kReach; ++n) {
+#pragma omp simd
+        for (int l = 0; l < kLanes; ++l) {
+            weight[n][l] = mlDelta(X[l] - static_cast<float>(node[l] + n), R::value);
+        }
+    }
+}
+
+DRELT_HOST_DEVICE void findWeights(Group& g, int R) {
+    alignas(64) float wx[kReach][kLanes];
+    alignas(64) float wy[kReach][kLanes];
+    alignas(64) float wz[kReach][kLanes];
+    withDelta(R, [&](auto points) DRELT_LAMBDA_INLINE {
+        weigh(wx, g.at.x, g.at.nodeX, points);
+        weigh(wy, g.at.y, g.at.nodeY, points);
+        weigh(wz, g.at.z, g.at.nodeZ, points);
+    });
+    for (int c = 0; c < kReach; ++c) {
+        for (int b = 0; b < kReach; ++b) {
+            for (int a = 0; a < kReach; ++a) {
+                float(&weight)[kLanes] = g.weight[a + kReach * (b + kReach * c)];
+#pragma omp simd
+                for (int l = 0; l < kLanes; ++l) weight[l] = wx[a][l] * wy[b][l] * wz[c][l];
+            }
+        }
+    }
+}
+
+// The momentum of the nodes from `start` on, in the order of the weights.
+struct alignas(64) NodeMomentum {
+    float x[kNodes], y[kNodes], z[kNodes];
+};
+
+DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t start,
+                             std::int64_t nx, std::int64_t ny) {
+    for (int c = 0; c < kReach; ++c) {
+        for (int b = 0; b < kReach; ++b) {
+            const std::int64_t from = start + (c * ny + b) * nx;
+            const int to = kReach * (b + kReach * c);
+            for (int a = 0; a < kReach; ++a) u.x[to + a] = flow->ux[from + a];
+            for (int a = 0; a < kReach; ++a) u.y[to + a] = flow->uy[from + a];
+            for (int a = 0; a < kReach; ++a) u.z[to + a] = flow->uz[from + a];
+        }
+    }
+}
+
+// Boxes of nodes that are summed over together, so that sums need not wait for each other.
+constexpr int kTogether = 2;
+
+// Sums for the samples that reach the nodes from starts[b] on, whose momentum is u[b].
+DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
+                           const std::int64_t (&starts)[kTogether]) {
+    alignas(64) float mx[kTogether][kLanes] = {};
+    alignas(64) float my[kTogether][kLanes] = {};
+    alignas(64) float mz[kTogether][kLanes] = {};
+    for (int n = 0; n < kNodes; ++n) {
+        for (int b = 0; b < kTogether; ++b) {
+            const float ux = u[b].x[n];
+            const float uy = u[b].y[n];
+            const float uz = u[b].z[n];
+#pragma omp simd
+            for (int l = 0; l < kLanes; ++l) {
+                mx[b][l] = std::fma(g.weight[n][l], ux, mx[b][l]);
+                my[b][l] = std::fma(g.weight[n][l], uy, my[b][l]);
+                mz[b][l] = std::fma(g.weight[n][l], uz, mz[b][l]);
+            }
+        }
+    }
+    for (int b = 0; b < kTogether; ++b) {
+#pragma omp simd
+        for (int l = 0; l < kLanes; ++l) {
+            const bool here = g.start[l] == starts[b];
+            g.mx[l] = here ? mx[b][l] : g.mx[l];
+            g.my[l] = here ? my[b][l] : g.my[l];
+            g.mz[l] = here ? mz[b][l] : g.mz[l];
+        }
+    }
+}
+
+// Sums for all samples of a group, by the boxes of nodes that they reach: neighbours share them.
+DRELT_HOST_DEVICE void sumAll(Group& g, const SampleArguments& a) {
+    NodeMomentum u[kTogether] = {};
+    std::int64_t starts[kTogether];
+    unsigned left = 0;
+    for (int l = 0; l < kLanes; ++l) left |= static_cast<unsigned>(g.at.inside[l]) << l;
+    while (left != 0) {
+        for (int b = 0; b < kTogether; ++b) {
+            if (left == 0) {
+                starts[b] = -2;  // of no sample
+                continue;
+            }
+            starts[b] = g.start[__builtin_ctz(left)];
+            for (int l = 0; l < kLanes; ++l) {
+                left &= ~(static_cast<unsigned>(g.start[l] == starts[b]) << l);
+            }
+            fetch(u[b], a.flow, starts[b], a.nx, a.ny);
+        }
+        sum(g, u, starts);
+    }
+}
+
+// By the operator.
+DRELT_HOST_DEVICE void forceOne(const SampleArguments& a, double slip, std::int64_t i) {
+    mlInterpolateFluidForceKernel({static_cast<int>(i), 0, 0, i}, a.boundary, a.flow, slip, a.N,
+                                  a.l0p, a.rou0p, a.u0k, a.u0p, a.R, a.sampleCount, 1, 1, a.nx,
+                                  a.ny, a.nz);
+}
+
+DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double slip,
+                                  std::int64_t first, int count) {
+    findPositions(g.at, a, first, count);
+    findWeights(g, a.R);
+#pragma omp simd
+    for (int l = 0; l < kLanes; ++l) {
+        g.start[l] =
+            g.at.inside[l] != 0
+                ? (static_cast<std::int64_t>(g.at.nodeZ[l]) * a.ny + g.at.nodeY[l]) * a.nx +
+                      g.at.nodeX[l]
+                : -1;
+        g.mx[l] = 0.0f;
+        g.my[l] = 0.0f;
+        g.mz[l] = 0.0f;
+    }
+    sumAll(g, a);
+#pragma omp simd
+    for (int l = 0; l < count; ++l) {
+        forceSample(a.boundary, first + l, g.mx[l], g.my[l], g.mz[l], slip, a.N, a.l0p, a.rou0p,
+                    a.u0k, a.u0p);
+    }
+    // Where a sum is not a number, it may be for a node of weight 0, which does not count.
+    for (int l = 0; l < count; ++l) {
+        const float all = g.mx[l] + g.my[l] + g.mz[l];
+        if (g.at.inside[l] != 0 && all == all) continue;
+        forceOne(a, slip, first + l);
+    }
+}
+
+// Whether sums fuse in hardware here. A library call a lane would cost more than one a sample.
+bool fusesInHardware() {
+#if !defined(__x86_64__) || defined(__FMA__)
+    return true;
+#elif defined(DRELT_SAMPLE_CLONES)
+    return __builtin_cpu_supports("fma") != 0;
+#else
+    return false;
+#endif
+}
+
+}  // namespace
+
+void gatherOnHostThreads(const SampleArguments& a, double slip) {
+    const platform::HostAccess access;
+    const bool byGroups = fusesInHardware();
+    const int groups = (a.sampleCount + kLanes - 1) / kLanes;
+#pragma omp parallel if (a.sampleCount >= platform::kWorthThreadsEach)
+    {
+        FlushDenormals flush;
+        Group group;
+#pragma omp for schedule(static)
+        for (int g = 0; g < groups; ++g) {
+            const int first = g * kLanes;
+            const int left = a.sampleCount - first;
+            const int count = left < kLanes ? left : kLanes;
+            if (byGroups) {
+                forceGroup(group, a, slip, first, count);
+            } else {
+                for (int l = 0; l < count; ++l) forceOne(a, slip, first + l);
+            }
+        }
+    }
+}
+
+}  // namespace drelt
