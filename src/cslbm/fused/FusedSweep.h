@@ -168,7 +168,7 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
 
 // The loops of a row and what each brings: populations, and with the last also density and velocity.
 struct AheadOfRow {
-    Ahead inMoments, inRates, inRelax, moments, before;
+    Ahead inMoments, inRates, inRelax, moments, before, sopt;
 };
 
 DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
@@ -195,6 +195,7 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             ahead.inRelax.bring();
             ahead.moments.bring();
             ahead.before.bring();
+            ahead.sopt.bring();
             if (s.width > 0 && inLayer(s, row, x)) {
                 // the layer takes 2 sigma of the equilibrium: so much less of it is given
                 relaxPack<Whole, Spread>(
@@ -250,12 +251,21 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     if (spread) clearForces(s, row);
 }
 
+// Moments of a plane, with the populations of the row after the next brought ahead.
+static void momentsOfPlane(const FusedState& s, int z) {
+    const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
+    const std::ptrdiff_t share = (27 * s.pitch / Ahead::kFloats + packs - 1) / packs;
+    const bool open = s.planesPending && (z == s.width || z == s.nz - 1 - s.width);
+    const int from = open ? clampedInside(z, s.nz, s.width) : z;
+    for (int y = 0; y < s.ny; ++y) {
+        momentsOfRow(s, y, z, {s.populations + rowStart(s, y + 2, from, 27), share});
+    }
+}
+
 static void edges(const FusedState& s, int z0, int z1) {
     if (z0 >= z1) return;
-    for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z0, {s.populations, 0});
-    if (z1 - 1 > z0) {
-        for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z1 - 1, {s.populations, 0});
-    }
+    momentsOfPlane(s, z0);
+    if (z1 - 1 > z0) momentsOfPlane(s, z1 - 1);
 }
 
 // What a row of a tile touches next for the first time: the run of rows of the plane two further on,
@@ -277,6 +287,9 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
     const std::ptrdiff_t next = rowStart(s, nextY, nextZ, 4);
     const std::ptrdiff_t momentShare = (4 * s.pitch / Ahead::kFloats + packs - 1) / packs;
     const bool layer = s.width > 0 && rowDepth(s, nextY, nextZ) <= s.width;
+    const int far = y - y0 + 2;
+    const std::ptrdiff_t sopt =
+        rowStart(s, y0 + far % static_cast<int>(height), z + far / static_cast<int>(height), 1);
     const std::ptrdiff_t inMoments = share / 4;
     const std::ptrdiff_t inRates = share / 5;
     const std::ptrdiff_t line = packs * Ahead::kFloats;
@@ -284,7 +297,17 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
             {populations + inMoments * line, inRates},
             {populations + (inMoments + inRates) * line, share - inMoments - inRates},
             {s.moments + next, momentShare},
-            {layer ? s.before + next : s.moments, layer ? momentShare : 0}};
+            {s.width > 0 ? s.before + next : s.moments, layer ? momentShare : 0},
+            {s.sopt + sopt, 1}};
+}
+
+// Where only the ends of a row lie in the layer: brings those of its density and velocity before.
+DRELT_FUSED_INLINE void bringEnds(const FusedState& s, const float* row) {
+    const int right = (s.nx - 1 - s.width) / Ahead::kFloats * Ahead::kFloats;
+    for (int field = 0; field < 4; ++field, row += s.pitch) {
+        for (int x = 0; x <= s.width; x += Ahead::kFloats) __builtin_prefetch(row + x, 0, 3);
+        for (int x = right; x < s.nx; x += Ahead::kFloats) __builtin_prefetch(row + x, 0, 3);
+    }
 }
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
@@ -293,7 +316,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
     const int rows = (s.ny + tiles - 1) / tiles;
     for (int y0 = 0; y0 < s.ny; y0 += rows) {
         const int y1 = y0 + rows < s.ny ? y0 + rows : s.ny;
-        const DeviationRing ring{scratch, y0, kTileRows + 2};
+        const DeviationRing ring{scratch, y0, y1 - y0 + 2};
         for (int y = y0 - 1; layer && y <= y1; ++y) {
             deviationOfRow(s, y, z0 - 1, ring);
             deviationOfRow(s, y, z0, ring);
@@ -307,6 +330,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
             }
             for (int y = y0; y < y1; ++y) {
                 const AheadOfRow ahead = aheadOf(s, y, z, y0, y1);
+                if (layer && ahead.before.share == 0) bringEnds(s, ahead.before.next);
                 if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1, ahead.inMoments);
                 if (layer) deviationOfRow(s, y + 1, z + 1, ring);
                 collideRow(s, y, z, ring, ahead);
