@@ -32,8 +32,8 @@ matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 
 BOX = (2.2, 0.75, 1.5)  # lengths along x, y, z
-# the grid's front plane drags the fluid that it takes in along, which holds up a body that meets it:
-# let the body start so far behind that it does not within the run
+# the grid rests, and its front plane holds up a body that meets it: let the body start so far behind
+# that it does not within the run
 AHEAD = 0.4  # distance of the box's centre in front of the body's [lengths]
 STRAIGHT, CURVATURE = 0.1, 0.55  # the path: a straight start [lengths], then an arc [rad a length]
 REACH, SPACING = 2.0, 0.1  # its length and that between control points [lengths]

@@ -118,6 +118,10 @@ void skSystem::requireLink(const std::string& name, const char* role) const {
                                 mesh().filePath + "' is no link; there are " + links_->listNames());
 }
 
+std::string skSystem::nameOf(const skLink& link) const {
+    return "link '" + link.getName() + "' of '" + mesh().filePath + "'";
+}
+
 // Gives every face the index of the nearest link, by the face's centre and the link's origin.
 void skSystem::labelFaces() {
     for (const auto& part : mesh().meshes) {
@@ -242,6 +246,7 @@ void skSystem::reset() {
     skeleton_->resetCommands();
     skeleton_->setVelocities(initialVelocities_);
     skeleton_->resetGeneralizedForces();
+    skeleton_->clearExternalForces();
     skeleton_->resetAccelerations();
     update();
 }

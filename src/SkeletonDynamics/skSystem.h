@@ -64,6 +64,9 @@ public:
     // The same without samples, and with the skin on the host: what the empirical model needs.
     void updateWithoutSamples();
 
+    // "link '...' of '...'", for messages.
+    std::string nameOf(const skLink& link) const;
+
     // Number of actuated DOFs: those of joints that are neither passive nor mimic.
     int getNumDofs() const { return static_cast<int>(controlledDofs_.size()); }
     Eigen::VectorXd getForces() const;

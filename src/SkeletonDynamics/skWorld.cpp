@@ -4,11 +4,13 @@
 #include <cmath>
 #include <dart/dynamics/SimpleFrame.hpp>
 #include <dart/simulation/World.hpp>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/requireFinite.h"
+#include "SkeletonDynamics/skLinkMgr.h"
 #include "cslbm/mlsolver/couplingMode.h"
 
 namespace drelt {
@@ -80,14 +82,65 @@ dart::dynamics::Frame* skWorld::getFrame() { return firstSystem().movingFrame().
 bool skWorld::isFixed() { return firstSystem().baseFrameName().empty(); }
 
 void skWorld::applyForces(int mode, float dx) {
+    if (mode != TWO_WAY && mode != EMPIRICAL) return;
     for (const auto& system : systems_) {
-        if (mode == TWO_WAY) system->applyFluidForce(dx);
-        if (mode == EMPIRICAL) system->applyEmpiricalForce();
+        if (mode == TWO_WAY) {
+            system->applyFluidForce(dx);
+        } else {
+            system->applyEmpiricalForce();
+        }
     }
+    requireFiniteForces();
+}
+
+std::string skWorld::stepToCome() const {
+    return "step " + std::to_string(world_->getSimFrames() + 1) + " (" +
+           std::to_string(world_->getTime()) + " s): ";
+}
+
+void skWorld::requireFiniteForces() const {
+    for (const auto& system : systems_) {
+        const skLinkMgr& links = system->links();
+        for (int i = 1; i < links.count() - 1; ++i) {
+            const skLinkData& record = links.link_data_host[i];
+            if (record.force.allFinite() && record.torque.allFinite()) continue;
+            throw std::runtime_error(
+                stepToCome() + "the force on " + system->nameOf(*links.links[i]) +
+                " is not finite, for the fluid diverged; lower the highest speeds (u0k, commands), "
+                "raise the viscosity (visp), or take more nodes a length (N), and build the scene anew");
+        }
+    }
+}
+
+// Where the coupling is unstable speeds grow without bound, and DART ends the process once its terms
+// overflow. No fluid carries a link that moves so far, or turns by so much, within one step.
+void skWorld::requireBoundedMotion(double dt, double dx) const {
+    constexpr double kLargest = 100;  // node spacings, radians
+    double largest = 0;
+    std::ostringstream fastest;
+    for (const auto& system : systems_) {
+        const skLinkMgr& links = system->links();
+        for (int i = 1; i < links.count() - 1; ++i) {
+            const Eigen::Vector6d& velocity = links.links[i]->frame()->getSpatialVelocity();
+            const double turn = velocity.head<3>().norm() * dt;
+            const double way = velocity.tail<3>().norm() * dt / dx;
+            if (std::max(turn, way) <= std::max(largest, kLargest)) continue;
+            largest = std::max(turn, way);
+            fastest.str({});
+            fastest << system->nameOf(*links.links[i]) << " moves " << way
+                    << " node spacings and turns " << turn << " rad";
+        }
+    }
+    if (largest == 0) return;
+    throw std::runtime_error(
+        stepToCome() + fastest.str() +
+        " in one step, for the motion diverged; take more nodes a length (N), heavier links, or "
+        "slower commands, and build the scene anew");
 }
 
 void skWorld::step(int mode, float dt, float dx) {
     world_->setTimeStep(dt);
+    requireBoundedMotion(dt, dx);
     applyForces(mode, dx);
     for (const auto& system : systems_) {
         for (const auto& hook : system->beforeStep) hook(*system, dx, dt);

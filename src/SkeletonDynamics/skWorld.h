@@ -3,6 +3,7 @@
 
 #include <Eigen/Core>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "SkeletonDynamics/skSystem.h"
@@ -35,7 +36,9 @@ public:
     // Simulated time [s].
     double getTime() const;
 
-    // One dynamics step of all bodies under the forces that the mode names, then their update.
+    // One dynamics step of all bodies under the forces that the mode names, then their update. Raises
+    // std::runtime_error, before the dynamics run, for a body that diverges: a force that is not
+    // finite, or a link that runs away. Build the scene anew then: a reset keeps the fluid's density.
     void step(int mode, float dt, float dx) override;
     std::vector<IBBoundaryMemMgr*> getBoundaries() override;
     // These two raise std::invalid_argument for numbers that are not finite, and for a time step [s] of
@@ -50,6 +53,9 @@ public:
 
 private:
     void applyForces(int mode, float dx);
+    void requireFiniteForces() const;
+    void requireBoundedMotion(double dt, double dx) const;
+    std::string stepToCome() const;
     const skSystem& firstSystem() const;
 
     std::shared_ptr<dart::simulation::World> world_;

@@ -31,7 +31,9 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
              "step\n"
              "are not finite and positive.")
         .def("step", &coupledLBM_sim3D::step, py::arg("couple_mode"),
-             "One time step of get_tp() seconds. Raises RuntimeError before commitInit.")
+             "One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where "
+             "a\n"
+             "body or the force on it diverges: build the scene anew then.")
         .def("getIterNum", &coupledLBM_sim3D::getIterNum,
              "Steps done since the start or the reset.")
         .def(

@@ -339,7 +339,10 @@ class simulator3D(_Bound):
         """Writes frame number `frame` as VTK files; save_flags joins members of SAVE_FLAG. Missing
         folders are created. Raises RuntimeError before commitInit."""
     def step(self, couple_mode: COUPLE_MODE) -> None:
-        """One time step of get_tp() seconds. Raises RuntimeError before commitInit."""
+        """
+        One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where a
+        body or the force on it diverges: build the scene anew then.
+        """
     @property
     def fluidFolderName(self) -> str:
         """Folder of the fluid files under the root."""

@@ -50,7 +50,8 @@ public:
     // std::invalid_argument, and changes nothing, unless reference velocities and time step are finite
     // and positive.
     void commitInit();
-    // One time step of fluid and bodies, after which the markers are read.
+    // One time step of fluid and bodies, after which the markers are read. Raises std::runtime_error
+    // where a body or the force on it diverges; see skWorld::step.
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();

@@ -34,6 +34,16 @@ def test_joints_follow_the_gait_and_nothing_moves_on_without_fluid(name):
     assert states[-1][3] @ (1, 0, 0) > 0.9  # the head still points ahead
 
 
+def test_a_grid_too_coarse_for_its_links_raises():
+    swimmer, simulator, body, dt, _ = scene("swimmer")
+    with pytest.raises(
+        RuntimeError, match=r"step \d+ .*link '\[link\].* diverged; take more nodes"
+    ):
+        for _ in swim(simulator, body, swimmer, drelt.COUPLE_MODE.TWO_WAY, 200, dt):
+            pass
+    assert np.isfinite(body.getVelocities()).all()
+
+
 def test_fork_has_a_weightless_link_and_its_branches():
     _, _, body, _, _ = scene("swimmer")
     fork = body.getLink("[link]caudal::caudal_intermediate_0")

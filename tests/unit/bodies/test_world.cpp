@@ -103,6 +103,34 @@ TEST(World, SampleForcesMoveTheBodyInTwoWayModeOnly) {
     }
 }
 
+TEST(World, StopsBeforeTheDynamicsOnWhatDiverges) {
+    const auto other = build(makeChain(1));
+    const auto body = buildSphere();
+    skWorld world;
+    world.addSkeleton(other);
+    world.addSkeleton(body);
+    const auto step = [&] { world.step(TWO_WAY, kDt, kDx); };
+    setSampleForces(*other, {3, 5, 7});
+    setSampleForces(*body, {NAN, 0, 0});
+    EXPECT_THAT(messageOf<std::runtime_error>(step),
+                AllOf(HasSubstr("step 1 "), HasSubstr("force on link '[link]bone_00' of"),
+                      HasSubstr("is not finite")));
+    EXPECT_EQ(world.getTime(), 0);
+
+    // nothing of the refused step stays behind a reset
+    world.reset();
+    setSampleForces(*other, kZero);
+    setSampleForces(*body, kZero);
+    step();
+    EXPECT_EQ(other->getVelocities().norm(), 0);
+
+    setSampleForces(*body, {1e12, 0, 0});
+    step();
+    EXPECT_THAT(
+        messageOf<std::runtime_error>(step),
+        AllOf(HasSubstr("step 3 "), HasSubstr("link '[link]bone_0"), HasSubstr("diverged")));
+}
+
 TEST(World, WrenchOfOneSampleByHand) {
     auto description = makeChain(1);
     const auto body = std::make_shared<skSystem>(description, 100, test::device(), kZero, kZero);
