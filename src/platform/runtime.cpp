@@ -82,6 +82,7 @@ Registry& registry() {
 std::atomic<int> selectedDevice{0};
 std::atomic<std::size_t> allocations{0};
 std::atomic<std::size_t> bytesCopied{0};
+std::atomic<std::size_t> hostBytesCap{SIZE_MAX};
 std::atomic<int> callsUntilFailure{0};
 std::atomic<cudaError_t> injectedStatus{cudaErrorUnknown};
 
@@ -220,7 +221,11 @@ std::size_t freeMachineBytes() {
 
 }  // namespace
 
-std::size_t availableHostBytes() { return std::min(freeMachineBytes(), bytesToContainerLimit()); }
+std::size_t availableHostBytes() {
+    return std::min({freeMachineBytes(), bytesToContainerLimit(), hostBytesCap.load()});
+}
+
+void capAvailableHostBytes(std::size_t bytes) { hostBytesCap = bytes; }
 
 std::size_t deviceBytesFree() { return onHostDevice() ? availableHostBytes() : gpu::freeBytes(); }
 

@@ -7,6 +7,7 @@
 
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "cslbm/mlsolver/mlLattice.h"
+#include "driver/scene.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "support/device.h"
@@ -20,17 +21,10 @@ using Eigen::Vector3d;
 
 // A box of 16 x 14 x 14 nodes, two diameters of the sphere long.
 std::shared_ptr<simParams> smallBox() {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 8;
-    p->l0p = 0.02f;
-    p->u0p = 0.1f;
+    auto p = test::boxOf(16, 14, 14, 2);
     p->u0k = 0.05f;
-    p->visp = 4e-5f;
-    p->rou0p = 1000;
     p->width = 0.039f;
     p->height = p->depth = 0.034f;
-    p->pml_width = 2;
     return p;
 }
 
@@ -120,6 +114,44 @@ TEST_F(Simulator, ARefusedCommitLeavesNothingHalfMade) {
     EXPECT_THROW(sim->step(TWO_WAY), std::runtime_error) << "not initialised";
     sim->commitInit();
     sim->step(TWO_WAY);
+}
+
+TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
+    sim = std::make_unique<coupledLBM_sim3D>(test::boxOf(47, 14, 14), test::device());
+    const auto leave = [](double bytesPerNode) {
+        platform::capAvailableHostBytes(static_cast<std::size_t>(47 * 14 * 14 * bytesPerNode));
+    };
+    const auto commitUnder = [&](Schedule schedule) {
+        sim->schedule = schedule;
+        return refusal<std::runtime_error>([&] { sim->commitInit(); });
+    };
+    commit();
+    sim->step(TWO_WAY);
+    const std::size_t inUse = platform::deviceBytesInUse();
+    // bytes a node, on the device and of the populations on the host
+    const double production = FusedDomain::bytesPerNode(*sim->lbmvec[0]->param);
+    const double operators = 920, host = 540;
+    leave(operators + host - production - 10);
+    const std::string refused = commitUnder(Schedule::Operators);
+    EXPECT_NE(refused.find("47 x 14 x 14 nodes need "), std::string::npos) << refused;
+    EXPECT_NE(sim->solver->fused(0), nullptr) << "as it was";
+    EXPECT_EQ(platform::deviceBytesInUse(), inUse);
+    sim->step(TWO_WAY);
+    sim->saveScene(0, 0);
+    EXPECT_EQ(sim->getIterNum(), 2);
+
+    leave(operators + host - production + 10);
+    EXPECT_EQ(commitUnder(Schedule::Operators), "accepted");
+    leave(200);  // for each array, not for all
+    EXPECT_EQ(commitUnder(Schedule::Operators), "accepted") << "takes what it gives back";
+    leave(operators - production - 10);
+    EXPECT_EQ(commitUnder(Schedule::Production), "accepted");
+    EXPECT_NE(commitUnder(Schedule::Operators), "accepted");
+    leave(operators - production + 10);  // the host's populations have stayed
+    EXPECT_EQ(commitUnder(Schedule::Operators), "accepted");
+    sim->step(TWO_WAY);
+    platform::capAvailableHostBytes();
 }
 
 TEST_F(Simulator, DeviceIdsMustAgree) {
