@@ -21,7 +21,8 @@ public:
     void spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param);
 
     // Boxes that hold all nodes which the samples of all boundaries gather from and spread to, one a
-    // sample inside the grid. For records in host memory.
+    // sample inside the grid. For records in host memory. With one node to spare for rounding, which
+    // suffices where single precision tells nodes apart: within 2^24 node spacings of the origin.
     void sampleReach(const mlFlow& flow, const MLFluidParam& param,
                      std::vector<NodeBox>& reach) const;
 
