@@ -2,6 +2,8 @@
 // back end: "device memory" there is separate, page-aligned memory that costs nothing until touched.
 #include "platform/runtime.h"
 
+#include <omp.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -105,6 +107,13 @@ void sayHostOnce() {
 std::size_t wholePages(std::size_t bytes) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     return (bytes + page - 1) / page * page;
+}
+
+// A forked process has none of its parent's threads, but waits for them in its first parallel region for
+// ever: it goes on with its own thread alone.
+void workAloneAfterFork() {
+    static std::once_flag once;
+    std::call_once(once, [] { pthread_atfork(nullptr, nullptr, [] { omp_set_num_threads(1); }); });
 }
 
 constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
@@ -257,6 +266,7 @@ cudaError_t SetDevice::operator()(int device) const {
     const bool named =
         device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
     if (!named) return cudaErrorInvalidDevice;
+    workAloneAfterFork();
     if (device == 0 && gpus == 0) sayHostOnce();
     if (!isHost(device)) {
         if (const cudaError_t status = gpu::setDevice(device)) return status;
