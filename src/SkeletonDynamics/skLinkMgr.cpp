@@ -2,6 +2,7 @@
 
 #include <dart/dynamics/BodyNode.hpp>
 
+#include "SkeletonDynamics/requireFinite.h"
 #include "platform/check.h"
 
 namespace drelt {
@@ -73,6 +74,10 @@ void skLinkMgr::copyToHost() {
 }
 
 void skLinkMgr::applyWrenches() {
+    for (int i = 1; i < count() - 1; ++i) {
+        requireStable(link_data_host[i].force, "fluid forces", links[i]->getName());
+        requireStable(link_data_host[i].torque, "fluid torques", links[i]->getName());
+    }
     for (int i = 1; i < count() - 1; ++i) {
         dart::dynamics::BodyNode& body = *links[i]->body();
         body.addExtForce(link_data_host[i].force, Eigen::Vector3d::Zero(), true, true);

@@ -242,6 +242,7 @@ void skSystem::reset() {
     skeleton_->resetCommands();
     skeleton_->setVelocities(initialVelocities_);
     skeleton_->resetGeneralizedForces();
+    skeleton_->clearExternalForces();  // of a step that was not completed
     skeleton_->resetAccelerations();
     update();
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <dart/dynamics/SimpleFrame.hpp>
+#include <dart/dynamics/Skeleton.hpp>
 #include <dart/simulation/World.hpp>
 #include <stdexcept>
 #include <string>
@@ -87,6 +88,11 @@ void skWorld::applyForces(int mode, float dx) {
 }
 
 void skWorld::step(int mode, float dt, float dx) {
+    for (const auto& system : systems_) {
+        const std::string& name = system->skeleton()->getName();
+        requireStable(system->getPositions(), "joint positions", name);
+        requireStable(system->getVelocities(), "joint velocities", name);
+    }
     world_->setTimeStep(dt);
     applyForces(mode, dx);
     for (const auto& system : systems_) {

@@ -319,8 +319,8 @@ class simulator3D(_Bound):
     def commitInit(self) -> None:
         """Brings fluid and bodies to the device: call it once all is set, before the first step.
         The grid is centred on the frame that it follows. Raises RuntimeError without a world
-        or with an empty one, ValueError where device ids differ or u0k, u0p and the time step
-        are not finite and positive."""
+        or with an empty one, ValueError where device ids differ or u0k, u0p, rou0p and the time
+        step are not finite and positive, or visp and slip_ratio cannot be."""
     def getIterNum(self) -> int:
         """Steps done since the start or the reset."""
     def getIterPerSave(self, frame_rate: int) -> int:
@@ -339,7 +339,8 @@ class simulator3D(_Bound):
         """Writes frame number `frame` as VTK files; save_flags joins members of SAVE_FLAG. Missing
         folders are created. Raises RuntimeError before commitInit."""
     def step(self, couple_mode: COUPLE_MODE) -> None:
-        """One time step of get_tp() seconds. Raises RuntimeError before commitInit."""
+        """One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where the run
+        has become unstable: forces on a link or the joints' state are no numbers any more."""
     @property
     def fluidFolderName(self) -> str:
         """Folder of the fluid files under the root."""

@@ -218,6 +218,11 @@ MLFluidParam describeGrid(const simParams& params) {
     checkAxis("width", params.width, params.dx);
     checkAxis("height", params.height, params.dx);
     checkAxis("depth", params.depth, params.dx);
+    if (!std::isfinite(params.x0) || !std::isfinite(params.y0) || !std::isfinite(params.z0)) {
+        throw std::invalid_argument("fluid box: its centre (x0, y0, z0) is (" + text(params.x0) +
+                                    ", " + text(params.y0) + ", " + text(params.z0) +
+                                    "); set finite numbers");
+    }
     if (params.pml_width < 0) {
         throw std::invalid_argument("fluid box: pml_width is " + std::to_string(params.pml_width) +
                                     "; give 0 or the layer's thickness in nodes");

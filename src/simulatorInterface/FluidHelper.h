@@ -18,8 +18,8 @@ AxisNodes countNodes(float length, float dx);
 
 // The parameter record of the domain that normalised parameters describe. Throws
 // std::invalid_argument for a node spacing that is not a positive finite number, box sizes that are
-// not positive, more than 2^24 nodes along an axis, a negative pml_width, and a box too thin for the
-// open boundary planes behind its absorbing layer.
+// not positive, a centre that is not finite, more than 2^24 nodes along an axis, a negative pml_width,
+// and a box too thin for the open boundary planes behind its absorbing layer.
 MLFluidParam describeGrid(const simParams& params);
 
 // Bytes of host memory that a domain's device side takes under a schedule: none on a GPU, the

@@ -102,9 +102,23 @@ void coupledLBM_sim3D::checkTimeStep() const {
     throw std::invalid_argument(text);
 }
 
+void coupledLBM_sim3D::checkFluid() const {
+    const simParams& p = *params.front();
+    const bool possible = p.visp >= 0 && std::isfinite(p.visp) && p.rou0p > 0 &&
+                          std::isfinite(p.rou0p) && std::isfinite(p.slip_ratio);
+    if (possible) return;
+    char text[256];
+    std::snprintf(text, sizeof text,
+                  "commitInit: the fluid has visp %g m^2/s, rou0p %g kg/m^3 and slip_ratio %g: set "
+                  "finite ones, the density positive and the viscosity not negative",
+                  p.visp, p.rou0p, p.slip_ratio);
+    throw std::invalid_argument(text);
+}
+
 void coupledLBM_sim3D::commitInit() {
     checkBodies();
     checkTimeStep();
+    checkFluid();
     const auto next = createSolver();
     checkMemory(*next);
     if (next->schedule == Schedule::Production)

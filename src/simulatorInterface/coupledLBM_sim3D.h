@@ -47,7 +47,7 @@ public:
     // Creates the solver, writes the initial equilibrium, centres the grid on the moving frame and
     // brings everything to the device. Needs a world with at least one body, on the same device; bodies
     // cannot be added to the world after it. A second call starts the fluid anew. Raises, and changes
-    // nothing, std::invalid_argument unless reference velocities and time step are finite and positive,
+    // nothing, std::invalid_argument unless reference velocities, time step and the fluid's numbers can be,
     // std::runtime_error where memory does not suffice for what the choices below ask for.
     void commitInit();
     // One time step of fluid and bodies, after which the markers are read.
@@ -106,6 +106,7 @@ private:
     void createFlows();
     void checkBodies() const;
     void checkTimeStep() const;
+    void checkFluid() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;
     std::shared_ptr<mlSinglePhaseSolverNew> createSolver() const;
