@@ -8,6 +8,7 @@
 #include "MeshLoad/SkeletalMesh.h"
 #include "platform/runtime.h"
 #include "support/device.h"
+#include "support/message_of.h"
 #include "surface/scene.h"
 
 namespace drelt {
@@ -16,6 +17,7 @@ namespace {
 using test::addBone;
 using test::addChild;
 using test::addMesh;
+using test::messageOf;
 
 Eigen::Isometry3d shifted(double x, double y, double z) {
     return Eigen::Isometry3d(Eigen::Translation3d(x, y, z));
@@ -181,13 +183,10 @@ TEST(ImportedScene, ABoneWithoutNodeIsRefusedByName) {
     SkeletalMesh mesh;
     mesh.filePath = "haunted.glb";
     testing::internal::CaptureStdout();
-    try {
-        mesh.loadScene(*scene, test::device());
-        ADD_FAILURE() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find("'haunted.glb'"), std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("'ghost'"), std::string::npos);
-    }
+    const std::string message =
+        messageOf<std::runtime_error>([&] { mesh.loadScene(*scene, test::device()); });
+    EXPECT_NE(message.find("'haunted.glb'"), std::string::npos) << message;
+    EXPECT_NE(message.find("'ghost'"), std::string::npos) << message;
     EXPECT_NE(testing::internal::GetCapturedStdout().find(
                   "add bone [ghost] but not find in node hierachy\n"),
               std::string::npos);
@@ -232,13 +231,10 @@ std::string loadDamaged(const std::string& from, const std::string& to) {
     const std::string path = testing::TempDir() + "drelt_damaged.assbin";
     std::ofstream(path, std::ios::binary) << bytes;
     SkeletalMesh mesh;
-    try {
-        mesh.load(path, test::device());
-    } catch (const std::runtime_error& error) {
-        EXPECT_TRUE(mesh.meshes.empty());
-        return error.what();
-    }
-    return "loaded";
+    const std::string message =
+        messageOf<std::runtime_error>([&] { mesh.load(path, test::device()); });
+    EXPECT_EQ(mesh.meshes.empty(), message != "no exception");
+    return message;
 }
 
 TEST(MeshFile, VerticesThatCannotBeAreRefused) {
@@ -247,7 +243,7 @@ TEST(MeshFile, VerticesThatCannotBeAreRefused) {
         EXPECT_NE(text.find(part), std::string::npos) << text;
     };
     const std::string corners = "\x00\x00\x02\x00\x03\x00"s, weighted = "\x03\0\0\0\0\0\x80\x3e"s;
-    EXPECT_EQ(loadDamaged(corners, corners), "loaded");
+    EXPECT_EQ(loadDamaged(corners, corners), "no exception");
     expect(loadDamaged(corners, "\x00\x00\x04\x00"s), "a face names vertex 4 of 4; export");
     expect(loadDamaged(weighted, "\xff\xff"s), "a bone names vertex 65535 of 4");
     const std::string two = "\0\0\0\x40"s;  // the height
