@@ -11,12 +11,11 @@
 #include <string>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
-#include "MeshLoad/SkeletalMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skWorld.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/runtime.h"
 #include "setup.h"
+#include "support/skinned_mesh.h"
 
 namespace drelt::bench {
 namespace {
@@ -26,23 +25,6 @@ constexpr double kLinkLength = 0.2;  // [m]
 constexpr double kTubeRadius = 0.05;
 constexpr float kTimeStep = 1e-3f;  // [s]
 constexpr float kSpacing = 0.01f;   // [m]
-
-// Nodes scene, bone_0 .. bone_(links-1), end: one child each, a link's length further along x.
-void addChain(nodeMgr& nodes, int links) {
-    Eigen::Isometry3d pose = Eigen::Isometry3d::Identity();
-    nodes.addNode("scene", pose, -1);
-    for (int i = 0; i <= links; ++i) {
-        pose.translation().x() = i == 0 ? 0 : kLinkLength;
-        nodes.addNode(i == links ? "end" : "bone_" + std::to_string(i), pose, i);
-    }
-    for (int n = 0; n < nodes.size(); ++n) {
-        const bool last = n == nodes.size() - 1;
-        nodes.childBegin[n] = last ? 0 : n + 1;
-        nodes.childEnd[n] = last ? 0 : n + 2;
-    }
-    nodes.setGlobalInverse();
-    nodes.updateWorldTransforms();
-}
 
 // Weights of a vertex: linear between the middles of the two nearest links.
 Eigen::VectorXd chainWeights(double x, int links) {
@@ -73,39 +55,14 @@ void addTube(host_MeshData& data, int links, int rings, int sides) {
     }
 }
 
-// A tube of rings x sides vertices around a chain of links.
-std::shared_ptr<SkeletalMesh> makeTube(int links, int rings, int sides) {
-    auto mesh = std::make_shared<SkeletalMesh>();
-    mesh->gpuId = setup().device;
-    mesh->filePath = "tube";
-    addChain(*mesh->nodes, links);
-    auto skin = std::make_shared<MeshData>(setup().device);
-    host_MeshData& data = skin->data_cpu;
-    data.nodeIdx = 0;
-    for (int b = 0; b < links; ++b) {
-        data.bone_nodeIdx.push_back(b + 1);
-        data.bone_offset.push_back(mesh->nodes->nodes[b + 1]->worldTransform.inverse());
-        data.bone_transforms.push_back(Eigen::Isometry3d::Identity());
-    }
-    addTube(data, links, rings, sides);
-    data.curr_positions = data.init_positions;
-    data.curr_normals = data.init_normals;
-    skin->normaliseWeights();
-    skin->computeAreas();
-    skin->allocateDevice();
-    mesh->meshes.push_back(skin);
-    mesh->update(false, true);
-    return mesh;
-}
-
-// The tube with a sample for each four vertices, a floating root and passive revolute joints about y without limits.
+// A tube of rings x sides vertices around a chain of links, with a sample for each four vertices.
 std::shared_ptr<skSystem> makeBody(int links, int rings, int sides) {
-    const auto description =
-        std::make_shared<SkeletonSystem>(makeTube(links, rings, sides), setup().device);
-    for (const auto& joint : description->joints) joint->useLimits = false;
-    description->rootJoint->type = 5;
-    description->baseLinkName = description->links.front()->name;
-    return std::make_shared<skSystem>(description, rings * sides / 4, setup().device,
+    const auto fill = [&](host_MeshData& data, const nodeMgr&) {
+        addTube(data, links, rings, sides);
+    };
+    const int device = setup().device;
+    const auto mesh = test::makeSkinned(test::chainNodes(links), 1, links, device, fill);
+    return std::make_shared<skSystem>(test::withoutLimits(mesh, device), rings * sides / 4, device,
                                       Vector3d::Zero(), Vector3d::Zero());
 }
 

@@ -1,6 +1,7 @@
 """A sphere settles in a long box: speed over time against the Schiller and Naumann speed.
 
-Run it with `./run demo`. It leaves VTK frames in data/vis_data and data/settling_sphere.png.
+Run it with `./run demo settling_sphere`. It leaves VTK frames in data/vis_data and
+data/settling_sphere.png.
 """
 
 import argparse

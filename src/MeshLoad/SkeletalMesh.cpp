@@ -3,6 +3,7 @@
 #include <assimp/config.h>
 #include <assimp/postprocess.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -31,6 +32,36 @@ double unitScaleOf(const aiScene& scene) {
     return 1.0;
 }
 
+[[noreturn]] void refuse(const std::string& path, const aiMesh& mesh, const std::string& why) {
+    throw std::runtime_error("the model '" + path + "' is damaged: in its mesh '" +
+                             mesh.mName.C_Str() + "' " + why + "; export the model again");
+}
+
+// Importers hand over what a file says, whether vertices are numbers and those that faces and bones
+// name exist or not.
+void checkVertices(const aiMesh& mesh, const std::string& path) {
+    const auto require = [&](unsigned vertex, const char* what) {
+        if (vertex < mesh.mNumVertices) return;
+        refuse(path, mesh,
+               std::string(what) + " names vertex " + std::to_string(vertex) + " of " +
+                   std::to_string(mesh.mNumVertices));
+    };
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        for (unsigned i = 0; i < face.mNumIndices; ++i) require(face.mIndices[i], "a face");
+    }
+    for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        for (unsigned i = 0; i < bone.mNumWeights; ++i)
+            require(bone.mWeights[i].mVertexId, "a bone");
+    }
+    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        const aiVector3D& at = mesh.mVertices[v];
+        if (std::isfinite(at.x) && std::isfinite(at.y) && std::isfinite(at.z)) continue;
+        refuse(path, mesh, "the position of vertex " + std::to_string(v) + " is not finite");
+    }
+}
+
 }  // namespace
 
 SkeletalMesh::SkeletalMesh() : nodes(std::make_shared<nodeMgr>()) {}
@@ -42,8 +73,13 @@ bool SkeletalMesh::load(const std::string& path, int device) {
     meshes.clear();
     nodes = std::make_shared<nodeMgr>();
     importer.SetPropertyInteger(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, 0);
-    const aiScene* const imported = importer.ReadFile(
-        path, aiProcess_FlipUVs | aiProcess_GenSmoothNormals | aiProcess_Triangulate);
+    const aiScene* imported = importer.ReadFile(path, 0);
+    if (imported != nullptr) {
+        for (unsigned m = 0; m < imported->mNumMeshes; ++m)
+            checkVertices(*imported->mMeshes[m], path);  // the steps below rely on them
+        imported = importer.ApplyPostProcessing(aiProcess_FlipUVs | aiProcess_GenSmoothNormals |
+                                                aiProcess_Triangulate);
+    }
     if (imported == nullptr) {
         std::printf("Error parsing '%s': '%s'\n", path.c_str(), importer.GetErrorString());
         return false;

@@ -19,7 +19,8 @@ public:
 
     // Imports a model file of any format that Assimp reads, places nodes and meshes at rest and
     // brings the meshes to device gpuId. An unreadable file is reported on standard output, returns
-    // false and leaves the object empty. Raises std::runtime_error for a bone that names no node.
+    // false and leaves the object empty. Raises std::runtime_error for a bone that names no node, and
+    // for vertices that are not finite or, named by a face or a bone, not there.
     bool load(const std::string& path, int gpuId);
     // The same from a scene that outlives this object.
     void loadScene(const aiScene& importedScene, int gpuId);

@@ -8,13 +8,26 @@
 
 namespace drelt {
 
-// Raises std::invalid_argument that names `what` unless all of its values are finite.
+// Largest number, in SI units: products of several stay finite.
+inline constexpr double kLargestNumber = 1e50;
+
+inline bool usable(const Eigen::Ref<const Eigen::VectorXd>& values) {
+    return (values.array().abs() <= kLargestNumber).all();
+}
+
+inline std::string listed(const Eigen::Ref<const Eigen::VectorXd>& values) {
+    std::ostringstream text;
+    text << "(" << values.transpose() << ")";
+    return text.str();
+}
+
+// Raises std::invalid_argument that names `what` unless all of its values are finite, and none is above
+// 1e50.
 inline void requireFinite(const Eigen::Ref<const Eigen::VectorXd>& values,
                           const std::string& what) {
-    if (values.allFinite()) return;
-    std::ostringstream given;
-    given << values.transpose();
-    throw std::invalid_argument(what + ": got (" + given.str() + "); give finite numbers");
+    if (usable(values)) return;
+    throw std::invalid_argument(what + ": got " + listed(values) +
+                                "; give finite numbers, none above 1e50");
 }
 
 }  // namespace drelt

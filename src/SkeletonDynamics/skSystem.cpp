@@ -246,7 +246,7 @@ void skSystem::reset() {
     skeleton_->resetCommands();
     skeleton_->setVelocities(initialVelocities_);
     skeleton_->resetGeneralizedForces();
-    skeleton_->clearExternalForces();
+    skeleton_->clearExternalForces();  // of a step that was not completed
     skeleton_->resetAccelerations();
     update();
 }

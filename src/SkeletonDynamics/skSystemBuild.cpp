@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "MeshLoad/hierachyNode.h"
+#include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 
@@ -27,8 +28,17 @@ namespace dd = dart::dynamics;
 using SingleDof = dd::GenericJoint<dart::math::R1Space>::UniqueProperties;
 using JointAndBody = std::pair<dd::Joint*, dd::BodyNode*>;
 
-// Where a joint rests whose limits exclude zero.
-double midOfLimits(double lower, double upper) {
+// Of SkeletonJoint::type: revolute, continuous and prismatic joints come first.
+constexpr int kLastSingleDof = 3;
+constexpr int kWeld = 4;
+
+// Of masses [kg], lengths [m] and axes: moments of inertia stay numbers.
+constexpr double kLargest = 1e30;
+
+// Where a joint with limits rests: at zero, or where they exclude it, in their middle.
+double restWithin(const SkeletonJoint& joint) {
+    const double lower = joint.lower, upper = joint.upper;
+    if (lower <= 0 && upper >= 0) return 0.0;
     if (std::isfinite(lower) && std::isfinite(upper)) return (lower + upper) / 2;
     if (std::isfinite(lower)) return lower;
     return std::isfinite(upper) ? upper : 0.0;
@@ -43,10 +53,7 @@ void setDofProperties(const SkeletonJoint& joint, SingleDof& dof) {
         dof.mVelocityUpperLimits[0] = joint.velocity;
         dof.mForceLowerLimits[0] = -joint.effort;
         dof.mForceUpperLimits[0] = joint.effort;
-        if (joint.lower > 0 || joint.upper < 0) {
-            dof.mInitialPositions[0] = midOfLimits(joint.lower, joint.upper);
-            dof.mRestPositions[0] = dof.mInitialPositions[0];
-        }
+        dof.mInitialPositions[0] = dof.mRestPositions[0] = restWithin(joint);
     }
     dof.mSpringStiffnesses[0] = joint.springStiffness;
     if (joint.useDynamcis) {
@@ -80,13 +87,13 @@ JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& pla
             setDofProperties(joint, properties);
             return createPair<dd::RevoluteJoint>(place, properties);
         }
-        case 3: {
+        case kLastSingleDof: {
             dd::PrismaticJoint::Properties properties;
             properties.mAxis = joint.axis;
             setDofProperties(joint, properties);
             return createPair<dd::PrismaticJoint>(place, properties);
         }
-        case 4: return createPair<dd::WeldJoint>(place, {});
+        case kWeld: return createPair<dd::WeldJoint>(place, {});
         case 5: return createPair<dd::FreeJoint>(place, {});
         case 6: {
             dd::PlanarJoint::Properties properties;
@@ -94,6 +101,55 @@ JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& pla
             return createPair<dd::PlanarJoint>(place, properties);
         }
         default: return {nullptr, nullptr};
+    }
+}
+
+[[noreturn]] void refuse(const char* kind, const std::string& name, const std::string& what,
+                         const Eigen::VectorXd& given, const char* need) {
+    throw std::invalid_argument("the description's " + what + " of the " + kind + " '" + name +
+                                "': got " + listed(given) + "; " + need);
+}
+
+// Of a link and all that hangs on it.
+double massFrom(const SkeletonSystem& description, const SkeletonJoint& joint) {
+    if (joint.children.empty()) return 0;
+    double mass = description.linksByJoint.at(joint.name)->mass;
+    for (const auto& child : joint.children) mass += massFrom(description, *child);
+    return mass;
+}
+
+// What DART would end the process on, when it builds the joint and its link or in a step.
+void requireBuildable(const SkeletonSystem& description, const SkeletonJoint& joint,
+                      const SkeletonLink& link) {
+    using Vector1 = Eigen::Matrix<double, 1, 1>;
+    const auto atLeastZero = [&](const char* kind, const std::string& name, const char* what,
+                                 double value) {
+        if (!(value >= 0)) refuse(kind, name, what, Vector1(value), "give zero or more");
+    };
+    const auto positive = [&](const char* what, const Eigen::VectorXd& values) {
+        if ((values.array() >= 1 / kLargest).all() && (values.array() <= kLargest).all()) return;
+        refuse("link", link.name, what, values, "give positive numbers, from 1e-30 to 1e30");
+    };
+    atLeastZero("link", link.name, "mass", link.mass);
+    if (joint.type != kWeld)
+        positive("mass with all that hangs on it", Vector1(massFrom(description, joint)));
+    positive("radius", Vector1(link.radius));
+    if (!link.isIntermediate) positive("size", link.size);
+    if (joint.type < 1 || joint.type > kLastSingleDof) return;
+    const double length = joint.axis.cwiseAbs().maxCoeff();
+    if (!(length >= 1 / kLargest && length <= kLargest))
+        refuse("joint", joint.name, "axis", joint.axis, "give a direction");
+    atLeastZero("joint", joint.name, "springStiffness", joint.springStiffness);
+    if (joint.useDynamcis) {
+        atLeastZero("joint", joint.name, "damping", joint.damping);
+        atLeastZero("joint", joint.name, "friction", joint.friction);
+    }
+    if (!joint.useLimits) return;
+    atLeastZero("joint", joint.name, "velocity limit", joint.velocity);
+    atLeastZero("joint", joint.name, "effort limit", joint.effort);
+    if (!(joint.lower <= joint.upper) || std::abs(restWithin(joint)) > kLargest) {
+        refuse("joint", joint.name, "limits", Eigen::Vector2d(joint.lower, joint.upper),
+               "give lower <= upper, with a rest position between them");
     }
 }
 
@@ -148,6 +204,8 @@ private:
     void create(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink,
                 const std::shared_ptr<SkeletonLink>& link) {
         requireOwnName(link->name);
+        if (joint->type >= 1 && joint->type < kJointTypeCount)
+            requireBuildable(description_, *joint, *link);
         const Eigen::Isometry3d& world = joint->node->worldTransform;
         JointPlace place;
         place.skeleton = skeleton_;

@@ -90,7 +90,7 @@ void skWorld::applyForces(int mode, float dx) {
             system->applyEmpiricalForce();
         }
     }
-    requireFiniteForces();
+    requireUsableForces();
 }
 
 std::string skWorld::stepToCome() const {
@@ -98,16 +98,17 @@ std::string skWorld::stepToCome() const {
            std::to_string(world_->getTime()) + " s): ";
 }
 
-void skWorld::requireFiniteForces() const {
+void skWorld::requireUsableForces() const {
     for (const auto& system : systems_) {
         const skLinkMgr& links = system->links();
         for (int i = 1; i < links.count() - 1; ++i) {
             const skLinkData& record = links.link_data_host[i];
-            if (record.force.allFinite() && record.torque.allFinite()) continue;
+            if (usable(record.force) && usable(record.torque)) continue;
             throw std::runtime_error(
-                stepToCome() + "the force on " + system->nameOf(*links.links[i]) +
-                " is not finite, for the fluid diverged; lower the highest speeds (u0k, commands), "
-                "raise the viscosity (visp), or take more nodes a length (N), and build the scene anew");
+                stepToCome() + "the force on " + system->nameOf(*links.links[i]) + " is " +
+                listed(record.force) + ", the torque " + listed(record.torque) +
+                ", for the fluid diverged; lower the highest speeds (u0k, commands), raise the "
+                "viscosity (visp), or take more nodes a length (N), and build the scene anew");
         }
     }
 }
@@ -124,8 +125,9 @@ void skWorld::requireBoundedMotion(double dt, double dx) const {
             const Eigen::Vector6d& velocity = links.links[i]->frame()->getSpatialVelocity();
             const double turn = velocity.head<3>().norm() * dt;
             const double way = velocity.tail<3>().norm() * dt / dx;
-            if (std::max(turn, way) <= std::max(largest, kLargest)) continue;
-            largest = std::max(turn, way);
+            const double most = turn > way ? turn : way;  // and the way, where that is no number
+            if (most <= std::max(largest, kLargest)) continue;
+            largest = most;
             fastest.str({});
             fastest << system->nameOf(*links.links[i]) << " moves " << way
                     << " node spacings and turns " << turn << " rad";

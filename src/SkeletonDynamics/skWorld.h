@@ -53,7 +53,7 @@ public:
 
 private:
     void applyForces(int mode, float dx);
-    void requireFiniteForces() const;
+    void requireUsableForces() const;
     void requireBoundedMotion(double dt, double dx) const;
     std::string stepToCome() const;
     const skSystem& firstSystem() const;

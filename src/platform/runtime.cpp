@@ -2,6 +2,8 @@
 // back end: "device memory" there is separate, page-aligned memory that costs nothing until touched.
 #include "platform/runtime.h"
 
+#include <omp.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -85,6 +87,7 @@ std::atomic<std::size_t> allocations{0};
 std::atomic<std::size_t> bytesCopied{0};
 std::atomic<std::size_t> waits{0};
 thread_local int deferring = 0;
+std::atomic<std::size_t> hostBytesCap{SIZE_MAX};
 std::atomic<int> callsUntilFailure{0};
 std::atomic<cudaError_t> injectedStatus{cudaErrorUnknown};
 
@@ -107,6 +110,13 @@ void sayHostOnce() {
 std::size_t wholePages(std::size_t bytes) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     return (bytes + page - 1) / page * page;
+}
+
+// A forked process has none of its parent's threads, but waits for them in its first parallel region for
+// ever: it goes on with its own thread alone.
+void workAloneAfterFork() {
+    static std::once_flag once;
+    std::call_once(once, [] { pthread_atfork(nullptr, nullptr, [] { omp_set_num_threads(1); }); });
 }
 
 constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
@@ -233,7 +243,11 @@ std::size_t freeMachineBytes() {
 
 }  // namespace
 
-std::size_t availableHostBytes() { return std::min(freeMachineBytes(), bytesToContainerLimit()); }
+std::size_t availableHostBytes() {
+    return std::min({freeMachineBytes(), bytesToContainerLimit(), hostBytesCap.load()});
+}
+
+void capAvailableHostBytes(std::size_t bytes) { hostBytesCap = bytes; }
 
 std::size_t deviceBytesFree() { return onHostDevice() ? availableHostBytes() : gpu::freeBytes(); }
 
@@ -265,6 +279,7 @@ cudaError_t SetDevice::operator()(int device) const {
     const bool named =
         device == kHostDevice || (gpus == 0 ? device == 0 : device >= 0 && device < gpus);
     if (!named) return cudaErrorInvalidDevice;
+    workAloneAfterFork();
     if (device == 0 && gpus == 0) sayHostOnce();
     if (!isHost(device)) {
         if (const cudaError_t status = gpu::setDevice(device)) return status;

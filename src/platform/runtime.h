@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace drelt {
 
@@ -113,6 +114,8 @@ std::size_t deviceBytesFree();
 
 // Bytes of host memory that an allocation can still get without swapping.
 std::size_t availableHostBytes();
+// Makes it return no more than `bytes` from now on. For tests.
+void capAvailableHostBytes(std::size_t bytes = SIZE_MAX);
 
 namespace calls {
 

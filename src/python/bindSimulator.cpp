@@ -27,9 +27,9 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
              "step.\n"
              "The grid is centred on the frame that it follows. Raises RuntimeError without a "
              "world\n"
-             "or with an empty one, ValueError where device ids differ or u0k, u0p and the time "
-             "step\n"
-             "are not finite and positive.")
+             "or with an empty one, ValueError where device ids differ or u0k, u0p, rou0p and the "
+             "time\n"
+             "step are not finite and positive, or visp and slip_ratio cannot be.")
         .def("step", &coupledLBM_sim3D::step, py::arg("couple_mode"),
              "One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where "
              "a\n"

@@ -319,8 +319,8 @@ class simulator3D(_Bound):
     def commitInit(self) -> None:
         """Brings fluid and bodies to the device: call it once all is set, before the first step.
         The grid is centred on the frame that it follows. Raises RuntimeError without a world
-        or with an empty one, ValueError where device ids differ or u0k, u0p and the time step
-        are not finite and positive."""
+        or with an empty one, ValueError where device ids differ or u0k, u0p, rou0p and the time
+        step are not finite and positive, or visp and slip_ratio cannot be."""
     def getIterNum(self) -> int:
         """Steps done since the start or the reset."""
     def getIterPerSave(self, frame_rate: int) -> int:

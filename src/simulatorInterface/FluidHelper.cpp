@@ -21,13 +21,27 @@ constexpr double kBytesPerNode = 27.0 * 8 * sizeof(float) + 8 * sizeof(float) + 
 // Of the host's, those that are written when a simulator is made: flag, rou, PML_type and sigma;
 // and when it is read: ux, uy and uz.
 constexpr double kHostBytesPerNode = 4 * sizeof(float) + 3 * sizeof(float);
-// And under the operator schedule, when it is committed.
-constexpr double kHostPopulationBytes = 27.0 * 5 * sizeof(float);
+// And its populations, which the operator schedule writes when it is committed.
+constexpr double kHostPopulationBytesPerNode = 27.0 * 5 * sizeof(float);
 
 std::string text(double value) {
     char buffer[32];
     std::snprintf(buffer, sizeof buffer, "%g", value);
     return buffer;
+}
+
+double nodesOf(const MLFluidParam& grid) {
+    return static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
+}
+
+// Whether the device side takes host memory: the device is the host's threads. An id that names nothing
+// is reported by the first operation on the device.
+bool onHost(int gpuId) { return cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice(); }
+
+// What a simulator takes from its making to its first steps under the default schedule.
+double bytesToStart(const MLFluidParam& grid, int gpuId) {
+    return nodesOf(grid) * kHostBytesPerNode + deviceSideBytes(grid, gpuId, Schedule::Production) +
+           (ProductionDomain::tooThin(grid) ? hostPopulationBytes(grid) : 0.0);
 }
 
 // Calls body(n, x, y, z) for every node, rows in parallel.
@@ -153,22 +167,23 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
     return flag;
 }
 
-void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule schedule) {
-    const double nodes = static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
-    // The device side takes host memory too where the device is the host's threads. An id that names
-    // nothing is reported by the first operation on the device.
-    const bool onHost = cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice();
+double deviceSideBytes(const MLFluidParam& grid, int gpuId, Schedule schedule) {
+    if (!onHost(gpuId)) return 0;
     const bool fused = schedule == Schedule::Production && !ProductionDomain::tooThin(grid);
-    double bytes = stage == Stage::Create ? kHostBytesPerNode : 0.0;
-    if (!fused) bytes += kHostPopulationBytes;
-    if (onHost) bytes += fused ? ProductionDomain::bytesPerNode(grid) : kBytesPerNode;
-    const double needed = nodes * bytes;
+    return nodesOf(grid) * (fused ? ProductionDomain::bytesPerNode(grid) : kBytesPerNode);
+}
+
+double hostPopulationBytes(const MLFluidParam& grid) {
+    return nodesOf(grid) * kHostPopulationBytesPerNode;
+}
+
+void checkMemory(const MLFluidParam& grid, double needed) {
     const double available = static_cast<double>(platform::availableHostBytes());
     const std::string box = "fluid box: " + std::to_string(grid.samples_x) + " x " +
                             std::to_string(grid.samples_y) + " x " +
                             std::to_string(grid.samples_z) + " nodes ";
     const char* const advice = "; make the box smaller or the spacing (l0p / N) larger";
-    if (nodes > std::numeric_limits<std::int32_t>::max()) {
+    if (nodesOf(grid) > std::numeric_limits<std::int32_t>::max()) {
         throw std::runtime_error(box + "are more than 2147483647" + advice);
     }
     if (needed > available) {
@@ -199,6 +214,11 @@ MLFluidParam describeGrid(const simParams& params) {
     checkAxis("width", params.width, params.dx);
     checkAxis("height", params.height, params.dx);
     checkAxis("depth", params.depth, params.dx);
+    if (!std::isfinite(params.x0) || !std::isfinite(params.y0) || !std::isfinite(params.z0)) {
+        throw std::invalid_argument("fluid box: its centre (x0, y0, z0) is (" + text(params.x0) +
+                                    ", " + text(params.y0) + ", " + text(params.z0) +
+                                    "); set finite numbers");
+    }
     if (params.pml_width < 0) {
         throw std::invalid_argument("fluid box: pml_width is " + std::to_string(params.pml_width) +
                                     "; give 0 or the layer's thickness in nodes");
@@ -237,7 +257,7 @@ mlFlow* createFlow(simParams& params, int gpuId) {
     simParams normalised = params;
     normalised.normalise();
     const MLFluidParam grid = describeGrid(normalised);
-    checkMemory(grid, gpuId, Stage::Create, Schedule::Production);
+    checkMemory(grid, bytesToStart(grid, gpuId));
 
     std::unique_ptr<mlFlow, void (*)(mlFlow*)> flow(new mlFlow{}, destroyFlow);
     flow->cs = 0.57735026f;

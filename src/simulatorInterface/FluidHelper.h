@@ -18,17 +18,19 @@ AxisNodes countNodes(float length, float dx);
 
 // The parameter record of the domain that normalised parameters describe. Throws
 // std::invalid_argument for a node spacing that is not a positive finite number, box sizes that are
-// not positive, more than 2^24 nodes along an axis, a negative pml_width, and a box too thin for the
-// open boundary planes behind its absorbing layer.
+// not positive, a centre that is not finite, more than 2^24 nodes along an axis, a negative pml_width,
+// and a box too thin for the open boundary planes behind its absorbing layer.
 MLFluidParam describeGrid(const simParams& params);
 
-// Whether a simulator is being made, or committed: what of its memory is still to be taken.
-enum class Stage { Create, Commit };
+// Bytes of host memory that a domain's device side takes under a schedule: none on a GPU, the
+// operators' where the device or the grid cannot have the production schedule.
+double deviceSideBytes(const MLFluidParam& grid, int gpuId, Schedule schedule);
+// And its populations on the host, once they are written.
+double hostPopulationBytes(const MLFluidParam& grid);
 
-// Throws std::runtime_error where a domain's arrays, and their device copies if the device `gpuId` is
-// the host, do not fit into the memory that is available under a schedule, or its nodes cannot be
-// counted in 31 bits.
-void checkMemory(const MLFluidParam& grid, int gpuId, Stage stage, Schedule schedule);
+// Throws std::runtime_error where `needed` bytes more of host memory are not available, or the nodes
+// of the grid cannot be counted in 31 bits.
+void checkMemory(const MLFluidParam& grid, double needed);
 
 // Builds the flow record of a domain, with all host arrays: fluid at rest, and the absorbing layer laid
 // out; the populations are left unset. Normalises the parameters. Throws as describeGrid, and

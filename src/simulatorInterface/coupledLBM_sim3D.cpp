@@ -103,19 +103,30 @@ void coupledLBM_sim3D::checkTimeStep() const {
     throw std::invalid_argument(text);
 }
 
+void coupledLBM_sim3D::checkFluid() const {
+    const simParams& p = *params.front();
+    const bool possible = p.visp >= 0 && std::isfinite(p.visp) && p.rou0p > 0 &&
+                          std::isfinite(p.rou0p) && std::isfinite(p.slip_ratio);
+    if (possible) return;
+    char text[256];
+    std::snprintf(text, sizeof text,
+                  "commitInit: the fluid has visp %g m^2/s, rou0p %g kg/m^3 and slip_ratio %g: set "
+                  "finite ones, the density positive and the viscosity not negative",
+                  p.visp, p.rou0p, p.slip_ratio);
+    throw std::invalid_argument(text);
+}
+
 void coupledLBM_sim3D::commitInit() {
     checkBodies();
     checkTimeStep();
-    const Schedule wished =
-        hasProduction(collisionOperator, boundaryFamily) ? schedule : Schedule::Operators;
-    // the first commit also touches the host's populations, a later one frees the old device side
-    if (!solver)
-        FluidHelper::checkMemory(*lbmvec.front()->param, gpuId, FluidHelper::Stage::Commit, wished);
-    if (wished == Schedule::Production)
+    checkFluid();
+    const auto next = createSolver();
+    checkMemory(*next);
+    if (next->schedule == Schedule::Production)
         fusedSweeps();  // an instruction set that is none is refused
     world->lock();
+    solver = next;  // the device side of the old one is freed
     try {
-        createSolver();
         initialise();
         solver->mlImmersedSolver::gpuDeviceId = gpuId;
         world->setTimestep(solver->scale.dt);
@@ -129,29 +140,45 @@ void coupledLBM_sim3D::commitInit() {
     }
 }
 
-void coupledLBM_sim3D::initialise() {
-    solver->schedule = schedule;
-    for (mlFlow* const flow : lbmvec) {
-        FluidHelper::initialiseFields(*flow);
-        solver->schedule = solver->possibleSchedule(solver->schedule, *flow);
+// What the next solver takes beyond what the present one gives back.
+void coupledLBM_sim3D::checkMemory(const mlSinglePhaseSolverNew& next) const {
+    double needed = 0;
+    for (const mlFlow* const flow : lbmvec) {
+        const MLFluidParam& grid = *flow->param;
+        needed += FluidHelper::deviceSideBytes(grid, gpuId, next.schedule);
+        if (next.schedule == Schedule::Operators && !populationsWritten_)
+            needed += FluidHelper::hostPopulationBytes(grid);
+        if (solver)
+            needed -= FluidHelper::deviceSideBytes(grid, solver->gpuDeviceId, solver->schedule);
     }
+    FluidHelper::checkMemory(*lbmvec.front()->param, needed);
+}
+
+void coupledLBM_sim3D::initialise() {
+    for (mlFlow* const flow : lbmvec) FluidHelper::initialiseFields(*flow);
     const bool fused = solver->schedule == Schedule::Production;
     solver->hostPopulations.assign(lbmvec.size(),
                                    fused ? HostPopulations::AtRest : HostPopulations::Current);
     if (fused) return;
     for (mlFlow* const flow : lbmvec) FluidHelper::initialisePopulations(*flow);
+    populationsWritten_ = true;
 }
 
-void coupledLBM_sim3D::createSolver() {
-    solver = std::make_shared<mlSinglePhaseSolverNew>(gpuId);
-    solver->lbmvec = lbmvec;
-    solver->lbm_dev_gpu.assign(lbmvec.size(), nullptr);
-    solver->scale = params.front()->computeUnitScale();
-    solver->scale.dt = timeStep(solver->scale);
-    solver->collisionOperator = collisionOperator;
-    solver->boundaryFamily = boundaryFamily;
-    solver->sigmaMax = params.front()->sigma_max;
-    for (const auto& param : params) solver->unitScales.push_back(param->computeUnitScale());
+// Without device side.
+std::shared_ptr<mlSinglePhaseSolverNew> coupledLBM_sim3D::createSolver() const {
+    auto next = std::make_shared<mlSinglePhaseSolverNew>(gpuId);
+    next->lbmvec = lbmvec;
+    next->lbm_dev_gpu.assign(lbmvec.size(), nullptr);
+    next->scale = params.front()->computeUnitScale();
+    next->scale.dt = timeStep(next->scale);
+    next->collisionOperator = collisionOperator;
+    next->boundaryFamily = boundaryFamily;
+    next->sigmaMax = params.front()->sigma_max;
+    for (const auto& param : params) next->unitScales.push_back(param->computeUnitScale());
+    next->schedule = schedule;
+    for (const mlFlow* const flow : lbmvec)
+        next->schedule = next->possibleSchedule(next->schedule, *flow);
+    return next;
 }
 
 void coupledLBM_sim3D::centreOnBody() {

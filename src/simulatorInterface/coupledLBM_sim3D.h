@@ -46,9 +46,9 @@ public:
     void attachWorld(std::shared_ptr<skWorld> bodies);
     // Creates the solver, writes the initial equilibrium, centres the grid on the moving frame and
     // brings everything to the device. Needs a world with at least one body, on the same device; bodies
-    // cannot be added to the world after it. A second call starts the fluid anew. Raises
-    // std::invalid_argument, and changes nothing, unless reference velocities and time step are finite
-    // and positive.
+    // cannot be added to the world after it. A second call starts the fluid anew. Raises, and changes
+    // nothing, std::invalid_argument unless reference velocities, time step and the fluid's numbers can be,
+    // std::runtime_error where memory does not suffice for what the choices below ask for.
     void commitInit();
     // One time step of fluid and bodies, after which the markers are read. Raises std::runtime_error
     // where a body or the force on it diverges; see skWorld::step.
@@ -107,14 +107,18 @@ private:
     void createFlows();
     void checkBodies() const;
     void checkTimeStep() const;
+    void checkFluid() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;
-    void createSolver();
+    std::shared_ptr<mlSinglePhaseSolverNew> createSolver() const;
+    void checkMemory(const mlSinglePhaseSolverNew& next) const;
     void initialise();
     void sampleMarkers();
     void centreOnBody();
     void bringToHost();
     void bringOriginsToHost();
+
+    bool populationsWritten_ = false;  // the host's, by a commit
 };
 
 }  // namespace drelt

@@ -3,6 +3,8 @@
 import functools
 import gc
 import math
+import os
+import signal
 
 import drelt
 import numpy as np
@@ -114,6 +116,7 @@ def test_vectors_are_arrays_of_float64():
         ),
         ({"depth": 0.0}, "depth is 0; set a positive size"),
         ({"width": 1e9}, "more than 16777216 nodes along one axis"),
+        ({"x0": float("nan")}, r"its centre \(x0, y0, z0\) is \(nan, 0, 0\)"),
         ({"pml_width": -1}, "pml_width is -1"),
         ({"pml_width": 13}, "height has 14 nodes, too few"),
     ],
@@ -207,6 +210,7 @@ NAN, INF = math.nan, math.inf
         (lambda s, w, b: b.setHead([0, NAN, 0], [1, 0, 0]), "position"),
         (lambda s, w, b: b.setHead([0, 0, 0], [INF, 0, 0]), "target_orientation"),
         (lambda s, w, b: b.setForces([NAN]), "forces"),
+        (lambda s, w, b: b.setForces([1e300]), "none above 1e50"),
         (lambda s, w, b: b.getJoint(joint_name(b)).setPositions([NAN]), "positions"),
         (lambda s, w, b: b.getJoint(joint_name(b)).setPosition(0, INF), "position"),
         (lambda s, w, b: b.getJoint(joint_name(b)).setVelocity(0, NAN), "velocity"),
@@ -218,6 +222,9 @@ NAN, INF = math.nan, math.inf
         (lambda s, w, b: place(scaling=[1, 1, NAN]), "scaling"),
         *((lambda s, w, b, c=c: commit(**c), "commitInit: the time step is") for c in (
             {"u0p": 0}, {"u0p": NAN}, {"u0k": 0}, {"u0k": -0.1, "u0p": -0.1}, {"l0p": INF},
+        )),
+        *((lambda s, w, b, c=c: commit(**c), "commitInit: the fluid has visp") for c in (
+            {"visp": NAN}, {"visp": -1}, {"rou0p": 0}, {"rou0p": INF}, {"slip_ratio": NAN},
         )),
     ],
 )  # fmt: skip
@@ -239,6 +246,37 @@ def moved(scene):
 @functools.cache
 def moved_untouched():
     return moved(make_scene())
+
+
+def test_an_unstable_run_ends_in_an_exception_and_can_start_again():
+    simulator, _, _ = make_scene(u0k=1e-30)  # forces overflow on their way to the links
+    with pytest.raises(RuntimeError, match=r"step 1 .*the force on link '\S+' of .* diverged"):
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    scene = make_scene()
+    simulator, _, body = scene
+    joint = body.getJoint(joint_name(body))
+    for mode in (drelt.COUPLE_MODE.NO_FLUID, drelt.COUPLE_MODE.TWO_WAY):
+        joint.setVelocity(0, 1e50)
+        with pytest.raises(RuntimeError, match=r"link '\S+' of .* moves .* diverged"):
+            simulator.step(mode)
+        simulator.reset()
+    simulator.commitInit()
+    assert moved(scene) == moved_untouched()
+
+
+@pytest.mark.filterwarnings("ignore:.*fork.*:DeprecationWarning")
+def test_a_forked_process_goes_on():
+    scene = make_scene()
+    simulator, _, _ = scene
+    simulator.step(drelt.COUPLE_MODE.NO_FLUID)
+    child = os.fork()
+    if child == 0:
+        signal.alarm(20)  # ends a child that waits for ever
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+        os._exit(simulator.getIterNum())
+    _, status = os.waitpid(child, 0)
+    assert os.WIFEXITED(status), status
+    assert os.WEXITSTATUS(status) == 2
 
 
 def place(**vectors):

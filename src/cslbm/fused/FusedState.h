@@ -72,7 +72,8 @@ struct FusedSweeps {
 constexpr int kChunkNodes = 16;
 
 // Nodes that a sample may gather from and spread to, from its own node on: a delta function of four points
-// reaches 1 below and 2 above; one more for rounding.
+// reaches 1 below and 2 above; one more for rounding, which suffices within 2^24 node spacings of the
+// origin, where single precision tells nodes apart.
 constexpr int kSampleBelow = 2;
 constexpr int kSampleAbove = 4;  // the first one beyond
 

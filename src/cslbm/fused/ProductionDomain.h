@@ -43,7 +43,7 @@ public:
     static double bytesPerNode(const MLFluidParam& param);
 
     // Takes the state of a host record between two steps: f, rou, ux uy uz (raw momentum), Sopt. For a
-    // domain just made: its layer stays at rest.
+    // domain just made, as the solver's always is: its layer stays at rest.
     virtual void load(const mlFlow& host) = 0;
     // Takes f and ux, uy, uz; the density stays what it is, and rules the next step. Where f is null,
     // the populations are those of a fluid at rest at the record's rou.

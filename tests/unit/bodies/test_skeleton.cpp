@@ -159,10 +159,48 @@ TEST(Skeleton, MimicJointsAreTiedToTheirMaster) {
     follower.mimicJoint = "ghost";
     const auto message = messageOf<std::invalid_argument>([&] { build(description); });
     EXPECT_THAT(message, HasSubstr("'bone_2' mimics the joint 'ghost'"));
-    follower.mimicJoint = "bone_1";
-    follower.type = 6;
+    follower.mimicJoint = "bone_2";
     EXPECT_THAT(messageOf<std::invalid_argument>([&] { build(description); }),
-                HasSubstr("3 degrees of freedom cannot mimic 'bone_1', which has 1"));
+                HasSubstr("'bone_2' mimics itself"));
+    follower.mimicJoint = "bone_1";
+    for (const auto& [type, dofs] : {std::pair{6, "3 degrees"}, {4, "0 degrees"}}) {
+        follower.type = type;
+        EXPECT_THAT(
+            messageOf<std::invalid_argument>([&] { build(description); }),
+            HasSubstr(dofs + std::string(" of freedom cannot mimic 'bone_1', which has 1")));
+    }
+}
+
+// DART would end the process on each of them, some in the first step only.
+TEST(Skeleton, BodiesThatCannotBeAreRefused) {
+    using Change = void (*)(SkeletonJoint&, SkeletonLink&);
+    const std::vector<std::pair<const char*, Change>> cases{
+        {"mass", [](auto&, auto& link) { link.mass = -1; }},
+        {"mass with all that hangs on it", [](auto&, auto& link) { link.mass = 0; }},
+        {"mass with all", [](auto&, auto& link) { link.mass = 1e300; }},
+        {"radius", [](auto&, auto& link) { link.radius = 0; }},
+        {"size", [](auto&, auto& link) { link.size.y() = 0; }},
+        {"size", [](auto&, auto& link) { link.size.y() = 1e200; }},
+        {"axis", [](auto& joint, auto&) { joint.axis.setZero(); }},
+        {"springStiffness", [](auto& joint, auto&) { joint.springStiffness = -1; }},
+        {"damping", [](auto& joint, auto&) { joint.damping = -1; }},
+        {"friction", [](auto& joint, auto&) { joint.friction = -1; }},
+        {"effort limit", [](auto& joint, auto&) { joint.effort = -1; }},
+        {"velocity limit", [](auto& joint, auto&) { joint.velocity = -1; }},
+        {"limits of the joint 'bone_1': got (1 0)", [](auto& joint, auto&) { joint.lower = 1; }},
+        {"limits", [](auto& joint, auto&) { joint.lower = joint.upper = 1e308; }},
+    };
+    for (const auto& [part, change] : cases) {
+        auto description = makeChain(2);
+        SkeletonJoint& joint = *description->jointsByName.at("bone_1");
+        joint.useLimits = joint.useDynamcis = true;
+        change(joint, *description->linksByJoint.at("bone_1"));
+        EXPECT_THAT(messageOf<std::invalid_argument>([&] { build(description); }),
+                    HasSubstr(std::string("the description's ") + part));
+    }
+    auto description = makeChain(2);  // a link without mass is held by what hangs on it
+    description->links.front()->mass = 0;
+    EXPECT_EQ(build(description)->links().links[1]->getMass(), 0);
 }
 
 TEST(Skeleton, PlacementTurnsAndMovesTheWholeBody) {

@@ -1,9 +1,16 @@
 // What the driver's tests share.
 #pragma once
 
-#include <memory>
+#include <gtest/gtest.h>
 
-#include "simulatorInterface/simParams.h"
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SkeletonDynamics/SkeletonDescription.h"
+#include "simulatorInterface/coupledLBM_sim3D.h"
+#include "support/device.h"
 
 namespace drelt::test {
 
@@ -25,5 +32,57 @@ inline std::shared_ptr<simParams> boxOf(int nx, int ny, int nz, int layer = 0, f
     p->pml_width = layer;
     return p;
 }
+
+// The body of a bundled description, its links that many times as heavy; what it prints is kept back.
+inline std::shared_ptr<skSystem> bodyOf(
+    const std::string& asset, int samples,
+    const Eigen::Vector3d& rotation = Eigen::Vector3d::Zero(),
+    const Eigen::Vector3d& translation = Eigen::Vector3d::Zero(), int device = test::device(),
+    double heavier = 1) {
+    testing::internal::CaptureStdout();
+    const auto description = skeletonFromJson("assets/" + asset + ".json", device);
+    for (const auto& link : description->links) link->mass *= heavier;
+    auto body = std::make_shared<skSystem>(description, samples, device, translation, rotation);
+    testing::internal::GetCapturedStdout();
+    return body;
+}
+
+// A simulator of the box with one body in it, committed.
+inline std::unique_ptr<coupledLBM_sim3D> simulatorOf(const std::shared_ptr<simParams>& box,
+                                                     const std::shared_ptr<skSystem>& body,
+                                                     const Eigen::Vector3d& gravity,
+                                                     Schedule schedule = Schedule::Production) {
+    auto simulator = std::make_unique<coupledLBM_sim3D>(box, body->gpuId);
+    simulator->schedule = schedule;
+    const auto world = std::make_shared<skWorld>(gravity);
+    world->addSkeleton(body);
+    simulator->attachWorld(world);
+    simulator->commitInit();
+    return simulator;
+}
+
+// A simulator and its world, not yet committed, that write into a folder of the test's own: CTest runs
+// each case as a process, several at once.
+class InFolder : public testing::Test {
+protected:
+    InFolder(const std::shared_ptr<simParams>& box, const Eigen::Vector3d& gravity)
+        : world(std::make_shared<skWorld>(gravity)),
+          sim(std::make_unique<coupledLBM_sim3D>(box, test::device())) {
+        std::filesystem::remove_all(folder);
+    }
+    ~InFolder() override { std::filesystem::remove_all(folder); }
+    void commit(const std::vector<std::shared_ptr<skSystem>>& bodies) {
+        for (const auto& body : bodies) world->addSkeleton(body);
+        sim->mainDataFolderPath = folder.string() + "/";
+        sim->attachWorld(world);
+        sim->commitInit();
+    }
+
+    std::filesystem::path folder =
+        std::filesystem::temp_directory_path() /
+        (std::string("drelt_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::shared_ptr<skWorld> world;
+    std::unique_ptr<coupledLBM_sim3D> sim;
+};
 
 }  // namespace drelt::test

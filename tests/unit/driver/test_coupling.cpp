@@ -2,18 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <numeric>
 #include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "driver/scene.h"
 #include "platform/runtime.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
-#include "support/device.h"
 #include "support/fields.h"
 
 namespace drelt {
@@ -23,18 +19,12 @@ using Eigen::Vector3d;
 
 TEST(Coupling, LinksReceiveWhatTheGridIsGivenWithOppositeSign) {
     const auto params = test::boxOf(28, 28, 28);  // the sphere in the middle
-    coupledLBM_sim3D simulator(params, test::device());
-    const auto body =
-        std::make_shared<skSystem>(skeletonFromJson("assets/sphere_floating.json", test::device()),
-                                   500, test::device(), Vector3d::Zero(), Vector3d(10, 20, 30));
-    const auto world = std::make_shared<skWorld>(Vector3d(0.3, -0.5, 0.2));
-    world->addSkeleton(body);
-    simulator.attachWorld(world);
-    simulator.commitInit();
-    for (int i = 0; i < 40; ++i) simulator.step(TWO_WAY);
+    const auto body = test::bodyOf("sphere_floating", 500, {10, 20, 30});
+    const auto simulator = test::simulatorOf(params, body, {0.3, -0.5, 0.2});
+    for (int i = 0; i < 40; ++i) simulator->step(TWO_WAY);
 
-    mlSinglePhaseSolverNew& solver = *simulator.solver;
-    const mlFlow& host = *simulator.lbmvec.front();
+    mlSinglePhaseSolverNew& solver = *simulator->solver;
+    const mlFlow& host = *simulator->lbmvec.front();
     solver.couple(0);
     Vector3d onGrid = Vector3d::Zero();
     mlFlow record{};

@@ -4,43 +4,27 @@
 
 #include <memory>
 
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "driver/scene.h"
 #include "platform/runtime.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
-#include "support/device.h"
 
 namespace drelt {
 namespace {
 
-using Eigen::Vector3d;
-
 // A sphere of 8 nodes a diameter in a box of `side` nodes.
-struct Scene {
-    explicit Scene(int side, int samples = 300) {
-        const auto p = test::boxOf(side, side, side);
-        simulator = std::make_unique<coupledLBM_sim3D>(p, test::device());
-        testing::internal::CaptureStdout();
-        const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-        world->addSkeleton(std::make_shared<skSystem>(
-            skeletonFromJson("assets/sphere.json", test::device()), samples, test::device(),
-            Vector3d::Zero(), Vector3d::Zero()));
-        testing::internal::GetCapturedStdout();
-        simulator->attachWorld(world);
-        simulator->commitInit();
-    }
-    std::unique_ptr<coupledLBM_sim3D> simulator;
-};
+std::unique_ptr<coupledLBM_sim3D> scene(int side, int samples = 300) {
+    return test::simulatorOf(test::boxOf(side, side, side), test::bodyOf("sphere", samples),
+                             Eigen::Vector3d(0.5, 0, 0));
+}
 
 TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
-    Scene(12).simulator->step(TWO_WAY);
+    scene(12)->step(TWO_WAY);
     const std::size_t before = platform::deviceBytesInUse();
     const std::size_t free = platform::deviceBytesFree();
-    for (int i = 0; i < 100; ++i) Scene(12, 50).simulator->step(TWO_WAY);
+    for (int i = 0; i < 100; ++i) scene(12, 50)->step(TWO_WAY);
     EXPECT_EQ(platform::deviceBytesInUse(), before);
-    Scene scene(12);
+    const auto simulator = scene(12);
     const std::size_t one = platform::deviceBytesInUse();
-    for (int i = 0; i < 100; ++i) scene.simulator->commitInit();
+    for (int i = 0; i < 100; ++i) simulator->commitInit();
     EXPECT_EQ(platform::deviceBytesInUse(), one);
     // a GPU hands out memory in pieces of 2 MiB; the host's free memory is not the process's own
     if (!platform::onHostDevice()) {
@@ -50,10 +34,10 @@ TEST(DeviceUse, HundredSimulatorsAndHundredCommitsLeaveNothingBehind) {
 
 TEST(DeviceUse, StepsAllocateNothingAndCopyNoFieldsAndWaitAtTheEnd) {
     const auto copiedInAStep = [](int side) {
-        Scene scene(side);
-        for (int i = 0; i < 3; ++i) scene.simulator->step(TWO_WAY);
+        const auto simulator = scene(side);
+        for (int i = 0; i < 3; ++i) simulator->step(TWO_WAY);
         const platform::Traffic before = platform::traffic();
-        for (int i = 0; i < 4; ++i) scene.simulator->step(TWO_WAY);
+        for (int i = 0; i < 4; ++i) simulator->step(TWO_WAY);
         const platform::Traffic after = platform::traffic();
         EXPECT_EQ(after.allocations, before.allocations);
         // at the end of the solver's step and after the markers

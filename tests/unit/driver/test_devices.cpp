@@ -10,10 +10,8 @@
 #include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skLinkMgr.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
-#include "support/device.h"
+#include "driver/scene.h"
 #include "support/fields.h"
 
 namespace drelt {
@@ -30,38 +28,25 @@ struct Outcome {
 
 // A swimmer of 48 nodes a length beats its tail: a wave runs down the joints, which are servos.
 Outcome swim(int device, Schedule schedule, int steps) {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
+    const auto p = test::boxOf(96, 43, 53, 4, 2e-5f);
     p->N = 48;
     p->l0p = 0.2f;
     p->u0p = 0.5f;
-    p->u0k = 0.1f;
-    p->visp = 2e-5f;
-    p->rou0p = 1000;
-    p->width = 95.5f * 0.2f / 48;
-    p->height = 42.5f * 0.2f / 48;
-    p->depth = 52.5f * 0.2f / 48;
-    p->pml_width = 4;
-    coupledLBM_sim3D simulator(p, device);
-    simulator.schedule = schedule;
+    for (float* const size : {&p->width, &p->height, &p->depth}) *size *= 0.2f / 48 / 0.0025f;
     const auto body =
-        std::make_shared<skSystem>(skeletonFromJson("assets/swimmer_follow.json", device), 2000,
-                                   device, Vector3d::Zero(), Vector3d::Zero());
-    const auto world = std::make_shared<skWorld>(Vector3d::Zero());
-    world->addSkeleton(body);
-    simulator.attachWorld(world);
-    simulator.commitInit();
+        test::bodyOf("swimmer_follow", 2000, Vector3d::Zero(), Vector3d::Zero(), device);
+    const auto simulator = test::simulatorOf(p, body, Vector3d::Zero(), schedule);
     const double frequency = 25.0;  // [rad/s]
     Eigen::VectorXd rates(body->getNumDofs());
     for (int i = 0; i < steps; ++i) {
         for (Eigen::Index j = 0; j < rates.size(); ++j) {
-            rates[j] = 2.0 * std::sin(frequency * i * simulator.solver->scale.dt - 0.7 * j);
+            rates[j] = 2.0 * std::sin(frequency * i * simulator->solver->scale.dt - 0.7 * j);
         }
         body->setCommands(rates);
-        simulator.step(TWO_WAY);
+        simulator->step(TWO_WAY);
     }
     Outcome out;
-    out.fields = test::fieldsOf(*simulator.solver);
+    out.fields = test::fieldsOf(*simulator->solver);
     for (const skLinkData& link : body->links().link_data_host) {
         out.forces.push_back(link.force);
         out.torques.push_back(link.torque);

@@ -4,22 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <vector>
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "driver/scene.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/IBBoundaryMemMgr.h"
-#include "support/device.h"
 #include "support/fields.h"
 
 namespace drelt {
 namespace {
-
-using Eigen::Vector3d;
 
 // What a run leaves: fields, sample forces, the body's velocity, a marker's signal.
 struct Outcome {
@@ -39,27 +33,18 @@ struct Case {
 // the less the heavier the body and the faster both are. Read-outs come at odd moments, and a reset in the
 // middle.
 Outcome run(Schedule schedule, const Case& given, int steps = 50) {
-    const auto p = test::boxOf(41, 27, 31, given.layer);
-    coupledLBM_sim3D simulator(p, test::device());
-    simulator.schedule = schedule;
-    testing::internal::CaptureStdout();
-    const auto sphere = skeletonFromJson("assets/sphere_floating.json", test::device());
-    for (const auto& link : sphere->links) link->mass *= 4;
-    const auto body = std::make_shared<skSystem>(sphere, 500, test::device(), Vector3d::Zero(),
-                                                 Vector3d(10, 20, 30));
-    testing::internal::GetCapturedStdout();
-    const auto world = std::make_shared<skWorld>(Vector3d(2, -1.2, 0.8));
-    world->addSkeleton(body);
-    simulator.attachWorld(world);
-    simulator.commitInit();
-    EXPECT_EQ(simulator.solver->fused(0) != nullptr, schedule == Schedule::Production);
+    const auto body =
+        test::bodyOf("sphere_floating", 500, {10, 20, 30}, Vector3d::Zero(), test::device(), 4);
+    const auto simulator =
+        test::simulatorOf(test::boxOf(41, 27, 31, given.layer), body, {2, -1.2, 0.8}, schedule);
+    EXPECT_EQ(simulator->solver->fused(0) != nullptr, schedule == Schedule::Production);
     for (int i = 0; i < steps; ++i) {
-        if (i == 20) simulator.reset();
-        simulator.step(given.mode);
-        if (i == 7 || i == 30) simulator.saveScene(0, 0);
+        if (i == 20) simulator->reset();
+        simulator->step(given.mode);
+        if (i == 7 || i == 30) simulator->saveScene(0, 0);
     }
     Outcome out;
-    out.fields = test::fieldsOf(*simulator.solver);
+    out.fields = test::fieldsOf(*simulator->solver);
     out.forces = test::sampleForces(body->sampler().boundaryMgr());
     out.velocity = body->getVelocities();
     const auto& pressure = body->getMarkers()->data_cpu.pressure;

@@ -5,72 +5,35 @@
 #include <filesystem>
 #include <memory>
 
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "cslbm/mlsolver/mlLattice.h"
+#include "driver/scene.h"
 #include "platform/runtime.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
-#include "support/device.h"
 #include "support/fields.h"
+#include "support/message_of.h"
 
 namespace drelt {
 namespace {
 
 namespace fs = std::filesystem;
 using Eigen::Vector3d;
+using test::messageOf;
 
 // A box of 16 x 14 x 14 nodes, two diameters of the sphere long.
 std::shared_ptr<simParams> smallBox() {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 8;
-    p->l0p = 0.02f;
-    p->u0p = 0.1f;
+    auto p = test::boxOf(16, 14, 14, 2);
     p->u0k = 0.05f;
-    p->visp = 4e-5f;
-    p->rou0p = 1000;
     p->width = 0.039f;
     p->height = p->depth = 0.034f;
-    p->pml_width = 2;
     return p;
 }
 
-std::shared_ptr<skSystem> sphere(int device = test::device()) {
-    testing::internal::CaptureStdout();
-    const auto description = skeletonFromJson("assets/sphere_follow.json", device);
-    testing::internal::GetCapturedStdout();
-    return std::make_shared<skSystem>(description, 2000, device, Vector3d::Zero(),
-                                      Vector3d::Zero());
-}
+std::shared_ptr<skSystem> sphere() { return test::bodyOf("sphere_follow", 2000); }
 
-class Simulator : public testing::Test {
+class Simulator : public test::InFolder {
 protected:
-    void SetUp() override { fs::remove_all(folder); }
-    void TearDown() override { fs::remove_all(folder); }
-    void commit() {
-        sim->mainDataFolderPath = folder.string() + "/";
-        world->addSkeleton(sphere());
-        sim->attachWorld(world);
-        sim->commitInit();
-    }
-
-    // CTest runs each case as a process of its own, several at once
-    fs::path folder =
-        fs::temp_directory_path() /
-        (std::string("drelt_") + testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::shared_ptr<skWorld> world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-    std::unique_ptr<coupledLBM_sim3D> sim =
-        std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
+    Simulator() : InFolder(smallBox(), Vector3d(0.5, 0, 0)) {}
+    void commit() { InFolder::commit({sphere()}); }
 };
-
-template <class Exception, class Call>
-std::string refusal(Call&& call) {
-    try {
-        call();
-    } catch (const Exception& error) {
-        return error.what();
-    }
-    return "accepted";
-}
 
 TEST_F(Simulator, LogPrintsScalesAndGrid) {
     testing::internal::CaptureStdout();
@@ -91,7 +54,7 @@ TEST_F(Simulator, LogPrintsScalesAndGrid) {
 }
 
 TEST_F(Simulator, CallsOutOfOrderAreRefused) {
-    const auto refused = [](auto&& call) { return refusal<std::runtime_error>(call); };
+    const auto refused = [](auto&& call) { return messageOf<std::runtime_error>(call); };
     const std::string early = ": the simulator is not initialised; call commitInit first";
     EXPECT_EQ(refused([&] { sim->step(TWO_WAY); }), "step" + early);
     EXPECT_EQ(refused([&] { sim->reset(); }), "reset" + early);
@@ -108,7 +71,7 @@ TEST_F(Simulator, CallsOutOfOrderAreRefused) {
     EXPECT_EQ(
         refused([&] { sim->attachWorld(world); }),
         "attachWorld: the simulator is initialised already; attach the world before commitInit");
-    EXPECT_NE(refusal<std::logic_error>([&] { world->addSkeleton(sphere()); }), "accepted");
+    EXPECT_NE(messageOf<std::logic_error>([&] { world->addSkeleton(sphere()); }), "no exception");
     EXPECT_EQ(sim->getIterNum(), 0);
 }
 
@@ -121,16 +84,54 @@ TEST_F(Simulator, ARefusedCommitLeavesNothingHalfMade) {
     sim->step(TWO_WAY);
 }
 
+TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
+    DRELT_HOST_ONLY("the production schedule runs on host threads");
+    sim = std::make_unique<coupledLBM_sim3D>(test::boxOf(47, 14, 14), test::device());
+    const auto leave = [](double bytesPerNode) {
+        platform::capAvailableHostBytes(static_cast<std::size_t>(47 * 14 * 14 * bytesPerNode));
+    };
+    const auto commitUnder = [&](Schedule schedule) {
+        sim->schedule = schedule;
+        return messageOf<std::runtime_error>([&] { sim->commitInit(); });
+    };
+    commit();
+    sim->step(TWO_WAY);
+    const std::size_t inUse = platform::deviceBytesInUse();
+    // bytes a node, on the device and of the populations on the host
+    const double production = FusedDomain::bytesPerNode(*sim->lbmvec[0]->param);
+    const double operators = 920, host = 540;
+    leave(operators + host - production - 10);
+    const std::string refused = commitUnder(Schedule::Operators);
+    EXPECT_NE(refused.find("47 x 14 x 14 nodes need "), std::string::npos) << refused;
+    EXPECT_NE(sim->solver->fused(0), nullptr) << "as it was";
+    EXPECT_EQ(platform::deviceBytesInUse(), inUse);
+    sim->step(TWO_WAY);
+    sim->saveScene(0, 0);
+    EXPECT_EQ(sim->getIterNum(), 2);
+
+    leave(operators + host - production + 10);
+    EXPECT_EQ(commitUnder(Schedule::Operators), "no exception");
+    leave(200);  // for each array, not for all
+    EXPECT_EQ(commitUnder(Schedule::Operators), "no exception") << "takes what it gives back";
+    leave(operators - production - 10);
+    EXPECT_EQ(commitUnder(Schedule::Production), "no exception");
+    EXPECT_NE(commitUnder(Schedule::Operators), "no exception");
+    leave(operators - production + 10);  // the host's populations have stayed
+    EXPECT_EQ(commitUnder(Schedule::Operators), "no exception");
+    sim->step(TWO_WAY);
+    platform::capAvailableHostBytes();
+}
+
 TEST_F(Simulator, DeviceIdsMustAgree) {
     const int elsewhere = test::device() == 0 ? platform::kHostDevice : 0;
     const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), elsewhere);
     world->addSkeleton(sphere());
     other->attachWorld(world);
-    EXPECT_EQ(refusal<std::invalid_argument>([&] { other->commitInit(); }),
+    EXPECT_EQ(messageOf<std::invalid_argument>([&] { other->commitInit(); }),
               "commitInit: the simulator is on device " + std::to_string(elsewhere) +
                   ", a skeleton of its world on device " + std::to_string(test::device()) +
                   "; give both the same device id");
-    EXPECT_EQ(refusal<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, test::device()); }),
+    EXPECT_EQ(messageOf<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, test::device()); }),
               "simulator: the parameters are None; give a simParam");
 }
 
@@ -206,7 +207,7 @@ mlVelocity3D<float> placeOf(const mlFlow& flow, float x, float y, float z) {
 
 TEST_P(Inlets, AreMarkedByPositionAndCleared) {
     sim->schedule = GetParam();
-    EXPECT_EQ(refusal<std::runtime_error>([&] { sim->clearInlets(0); }),
+    EXPECT_EQ(messageOf<std::runtime_error>([&] { sim->clearInlets(0); }),
               "clearInlets: the simulator is not initialised; call commitInit first");
     commit();
     sim->step(TWO_WAY);
@@ -221,13 +222,13 @@ TEST_P(Inlets, AreMarkedByPositionAndCleared) {
                                    host.startz + z * 0.0025f};
     };
     const auto refused = [&](const mlVelocity3D<float>& place, float speed) {
-        return refusal<std::logic_error>([&] { sim->markInlet(0, place, {speed, 0, 0}); });
+        return messageOf<std::logic_error>([&] { sim->markInlet(0, place, {speed, 0, 0}); });
     };
     EXPECT_NE(refused(at(15.7f, 3, 3), 1).find("lies outside the fluid box"), std::string::npos);
     EXPECT_NE(refused(at(3, -0.1f, 3), 1).find("lies outside the fluid box"), std::string::npos);
     EXPECT_NE(refused(at(3, 3, NAN), 1).find("lies outside the fluid box"), std::string::npos);
     EXPECT_NE(refused(at(3, 3, 3), INFINITY).find("is not finite"), std::string::npos);
-    EXPECT_EQ(refusal<std::out_of_range>([&] { sim->clearInlets(1); }),
+    EXPECT_EQ(messageOf<std::out_of_range>([&] { sim->clearInlets(1); }),
               "clearInlets: the simulator holds 1 domain(s); index 1 names none, give 0 to 0");
     EXPECT_EQ(sim->syncState, coupledLBM_sim3D::HostCurrent) << "refused calls change nothing";
 

@@ -15,15 +15,12 @@
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "MeshLoad/SkeletalMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skLink.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "driver/scene.h"
 #include "platform/runtime.h"
 #include "simulatorInterface/FluidHelper.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
-#include "support/device.h"
 #include "support/fields.h"
 
 namespace drelt {
@@ -32,18 +29,14 @@ namespace {
 namespace fs = std::filesystem;
 using Eigen::Vector3d;
 
-const std::string kSphere = "sphere_floating.json";
-const std::string kSwimmer = "swimmer.json";
-
-// A box of 88 x 26 x 32 nodes: the swimmer, 80 nodes long, has room beside the sphere of 8 nodes.
-std::shared_ptr<simParams> coarseBox() { return test::boxOf(88, 26, 32, 2, 1e-4f); }
+const std::string kSphere = "sphere_floating";
+const std::string kSwimmer = "swimmer";
 
 // The sphere stands in the origin, a swimmer 2.5 cm beside it.
 std::shared_ptr<skSystem> body(const std::string& asset) {
     const double z = asset == kSphere ? 0 : -0.025;
     const int samples = asset == kSphere ? 500 : 4000;  // the fin's triangles are small
-    return std::make_shared<skSystem>(skeletonFromJson("assets/" + asset, test::device()), samples,
-                                      test::device(), Vector3d(0, 0, z), Vector3d::Zero());
+    return test::bodyOf(asset, samples, Vector3d::Zero(), Vector3d(0, 0, z));
 }
 
 // What differs from body to body in a step.
@@ -61,15 +54,12 @@ std::vector<T> copyOf(const T* values, std::int64_t count) {
     return {values, values + count};
 }
 
-class TwoBodies : public testing::Test {
+// In a box of 88 x 26 x 32 nodes: the swimmer, 80 nodes long, has room beside the sphere of 8 nodes.
+class TwoBodies : public test::InFolder {
 protected:
-    void SetUp() override { fs::remove_all(folder); }
-    void TearDown() override { fs::remove_all(folder); }
+    TwoBodies() : InFolder(test::boxOf(88, 26, 32, 2, 1e-4f), Vector3d(0.5, 0.2, 0)) {}
     void commit(const std::string& first, const std::string& second) {
-        for (const std::string& asset : {first, second}) world->addSkeleton(body(asset));
-        sim->mainDataFolderPath = folder.string() + "/";
-        sim->attachWorld(world);
-        sim->commitInit();
+        InFolder::commit({body(first), body(second)});
     }
     skSystem& at(int i) { return *world->getSkeleton(i); }
     Vector3d frame(int i) { return at(i).movingFrame()->getWorldTransform().translation(); }
@@ -82,18 +72,10 @@ protected:
     void run(int steps) {
         for (int i = 0; i < steps; ++i) sim->step(TWO_WAY);
     }
-
-    // one for each test: CTest runs several at once
-    fs::path folder =
-        fs::temp_directory_path() / (std::string("drelt_two_bodies_") +
-                                     testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::shared_ptr<skWorld> world = std::make_shared<skWorld>(Vector3d(0.5, 0.2, 0));
-    std::unique_ptr<coupledLBM_sim3D> sim =
-        std::make_unique<coupledLBM_sim3D>(coarseBox(), test::device());
 };
 
 TEST_F(TwoBodies, BothMoveWithTheFluidAndTheGridFollowsTheFirst) {
-    commit(kSphere, "swimmer_follow.json");
+    commit(kSphere, "swimmer_follow");
     const Vector3d start = frame(0);
     run(9);
     const Vector3d before = frame(0);

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "cslbm/gpu_inc/gpu/mlBndConditionGpu.h"
 #include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
 #include "cslbm/gpu_inc/gpu/mlCollideAlternatives.h"
 #include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
+#include "cslbm/gpu_inc/gpu/mlZouHeBndConditionGpu.h"
 #include "support/flow_fixture.h"
 #include "support/random_flow.h"
 #include "support/vectors.h"
@@ -82,6 +84,9 @@ TEST(AlternativeCollisions, AChoiceOutOfRangeIsRefused) {
     EXPECT_THROW(applyBoundary(static_cast<BoundaryFamily>(20), BoundaryStage::AfterLayer,
                                flow.device(), flow.param()),
                  std::invalid_argument);
+    for (const auto launch : {&mlBoundaryConditionFlag, &mlBoundaryConditionZouHe}) {
+        EXPECT_THROW(launch(flow.device(), flow.param(), ML_NODE_INLET), std::invalid_argument);
+    }
 }
 
 // Rows longer than a block of the host's staging, and no multiple of a vector.

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "output/LineWriter.h"
+#include "support/message_of.h"
 
 namespace drelt::test {
 namespace {
@@ -96,13 +97,9 @@ TEST_F(LineWriter, TrajectoryHas200SamplesAPoint) {
 }
 
 TEST_F(LineWriter, TrajectoryWithoutCurveTouchesNoFile) {
-    const auto messageFor = [&](const mlTrajectory<double, 3>& trajectory) -> std::string {
-        try {
-            writeTrajectory(trajectory, path("none/path.vtk"));
-        } catch (const std::logic_error& error) {
-            return error.what();
-        }
-        return "";
+    const auto messageFor = [&](const mlTrajectory<double, 3>& trajectory) {
+        return test::messageOf<std::logic_error>(
+            [&] { writeTrajectory(trajectory, path("none/path.vtk")); });
     };
     EXPECT_EQ(messageFor({}),
               "the trajectory has no curve yet; give it at least 4 control points with setPoints, "

@@ -5,6 +5,7 @@
 #include "platform/runtime.h"
 #include "support/device.h"
 #include "support/flow_fixture.h"
+#include "support/message_of.h"
 #include "surface/scene.h"
 
 namespace drelt {
@@ -121,14 +122,11 @@ TEST(Markers, AVertexThatTheFirstMeshLacksIsRefused) {
     SkeletalMesh mesh;
     mesh.loadScene(*scene, test::device());
     Markers markers(test::device());
-    try {
+    const std::string message = test::messageOf<std::invalid_argument>([&] {
         markers.place({{0, 0, 0}, {0.5, 0.5, 2}}, mesh);
-        ADD_FAILURE() << "no exception";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_NE(std::string(error.what()).find("marker 1 is nearest to vertex 4 of mesh 1"),
-                  std::string::npos)
-            << error.what();
-    }
+    });
+    EXPECT_NE(message.find("marker 1 is nearest to vertex 4 of mesh 1"), std::string::npos)
+        << message;
     EXPECT_EQ(markers.count(), 0);
 }
 

@@ -1,11 +1,14 @@
 // The node tree and what is taken from an imported scene.
 #include <gtest/gtest.h>
 
+#include <assimp/Exporter.hpp>
 #include <cmath>
+#include <fstream>
 
 #include "MeshLoad/SkeletalMesh.h"
 #include "platform/runtime.h"
 #include "support/device.h"
+#include "support/message_of.h"
 #include "surface/scene.h"
 
 namespace drelt {
@@ -14,6 +17,7 @@ namespace {
 using test::addBone;
 using test::addChild;
 using test::addMesh;
+using test::messageOf;
 
 Eigen::Isometry3d shifted(double x, double y, double z) {
     return Eigen::Isometry3d(Eigen::Translation3d(x, y, z));
@@ -179,13 +183,10 @@ TEST(ImportedScene, ABoneWithoutNodeIsRefusedByName) {
     SkeletalMesh mesh;
     mesh.filePath = "haunted.glb";
     testing::internal::CaptureStdout();
-    try {
-        mesh.loadScene(*scene, test::device());
-        ADD_FAILURE() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find("'haunted.glb'"), std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("'ghost'"), std::string::npos);
-    }
+    const std::string message =
+        messageOf<std::runtime_error>([&] { mesh.loadScene(*scene, test::device()); });
+    EXPECT_NE(message.find("'haunted.glb'"), std::string::npos) << message;
+    EXPECT_NE(message.find("'ghost'"), std::string::npos) << message;
     EXPECT_NE(testing::internal::GetCapturedStdout().find(
                   "add bone [ghost] but not find in node hierachy\n"),
               std::string::npos);
@@ -214,6 +215,39 @@ TEST(MeshFile, AnUnreadableFileLeavesTheObjectEmpty) {
     EXPECT_TRUE(mesh.meshes.empty());
     EXPECT_EQ(mesh.nodes->size(), 0);
     mesh.update(true, true);
+}
+
+// A boned rectangle as a file, with bytes `from` replaced by `to`.
+std::string loadDamaged(const std::string& from, const std::string& to) {
+    auto scene = test::emptyScene();
+    addChild(*scene->mRootNode, "bone");
+    addBone(*addMesh(*scene, *scene->mRootNode, test::rectangle(1, 2)), "bone", {{3, 0.25f}});
+    Assimp::Exporter exporter;
+    const aiExportDataBlob* const blob = exporter.ExportToBlob(scene.get(), "assbin");
+    std::string bytes(static_cast<const char*>(blob->data), blob->size);
+    const std::size_t at = bytes.find(from);
+    EXPECT_NE(at, std::string::npos);
+    bytes.replace(at, to.size(), to);
+    const std::string path = testing::TempDir() + "drelt_damaged.assbin";
+    std::ofstream(path, std::ios::binary) << bytes;
+    SkeletalMesh mesh;
+    const std::string message =
+        messageOf<std::runtime_error>([&] { mesh.load(path, test::device()); });
+    EXPECT_EQ(mesh.meshes.empty(), message != "no exception");
+    return message;
+}
+
+TEST(MeshFile, VerticesThatCannotBeAreRefused) {
+    using namespace std::string_literals;
+    const auto expect = [](const std::string& text, const std::string& part) {
+        EXPECT_NE(text.find(part), std::string::npos) << text;
+    };
+    const std::string corners = "\x00\x00\x02\x00\x03\x00"s, weighted = "\x03\0\0\0\0\0\x80\x3e"s;
+    EXPECT_EQ(loadDamaged(corners, corners), "no exception");
+    expect(loadDamaged(corners, "\x00\x00\x04\x00"s), "a face names vertex 4 of 4; export");
+    expect(loadDamaged(weighted, "\xff\xff"s), "a bone names vertex 65535 of 4");
+    const std::string two = "\0\0\0\x40"s;  // the height
+    expect(loadDamaged(two, "\0\0\x80\x7f"s), "the position of vertex 2 is not finite");
 }
 
 TEST(MeshFile, TheBundledSphereStandsAtRestAndFreesItsMemory) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/message_of.h"
 #include "trajectory/mlTrajectory.h"
 
 namespace drelt::test {
@@ -35,17 +36,6 @@ inline void give(mlTrajectory<double, 3>& trajectory, const std::vector<Vec3>& p
     std::vector<mlTrajectoryPointData<double, 3>> data(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) data[i].data = points[i];
     trajectory.setPoints(data);
-}
-
-// What a call throws: the message, or an empty text.
-template <class Exception, class Call>
-std::string messageOf(Call&& call) {
-    try {
-        call();
-    } catch (const Exception& error) {
-        return error.what();
-    }
-    return "";
 }
 
 }  // namespace drelt::test

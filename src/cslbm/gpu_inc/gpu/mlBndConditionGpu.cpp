@@ -1,5 +1,8 @@
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpu.h"
 
+#include <stdexcept>
+#include <string>
+
 #include "platform/check.h"
 
 namespace drelt {
@@ -19,7 +22,10 @@ void launchFlagged(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG w
             return launchRange<&mlCuBoundaryCondition_Solid_Kernel>(
                 coveringShape(nodes, 8, 8, 8), nodes, flow, nodes.x, nodes.y, nodes.z,
                 nodes.x * nodes.y * nodes.z);
-        default: return;
+        default:
+            throw std::invalid_argument("mlBoundaryConditionFlag: node class " +
+                                        std::to_string(which) +
+                                        " has no operator; give a face's class or ML_NODE_SOLID");
     }
 }
 

@@ -165,8 +165,8 @@ DRELT_KERNEL void mlBndConditionKernel(LaunchIndex at, mlFlow* flow, int nx, int
     });
 }
 
-// Launches the operator of one class, a face's or ML_NODE_SOLID, over the domain of a device record;
-// other classes have none and do nothing.
+// Launches the operator of one class, a face's or ML_NODE_SOLID, over the domain of a device record.
+// Throws std::invalid_argument for other classes, which have none.
 void mlBoundaryConditionFlag(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG which);
 // Launches mlBndConditionOtherKernel and mlBndConditionKernel over the domain of a device record.
 void mlBndConditionOther(mlFlow* flow, const MLFluidParam* param);

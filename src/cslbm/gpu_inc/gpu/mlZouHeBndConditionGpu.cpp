@@ -1,5 +1,8 @@
 #include "cslbm/gpu_inc/gpu/mlZouHeBndConditionGpu.h"
 
+#include <stdexcept>
+#include <string>
+
 #include "platform/check.h"
 
 namespace drelt {
@@ -18,7 +21,10 @@ void launchFace(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG face
             return launchPlane<&mlCuBoundaryCondition_Forward_KernelZouHe, 2>(flow, param);
         case ML_NODE_BACK:
             return launchPlane<&mlCuBoundaryCondition_Back_KernelZouHe, 2>(flow, param);
-        default: return;
+        default:
+            throw std::invalid_argument("mlBoundaryConditionZouHe: node class " +
+                                        std::to_string(face) +
+                                        " has no operator; give a face's class");
     }
 }
 

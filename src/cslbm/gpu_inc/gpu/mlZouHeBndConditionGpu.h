@@ -112,8 +112,8 @@ DRELT_KERNEL void mlCuBoundaryCondition_Back_KernelZouHe(LaunchIndex at, mlFlow*
     detail::imposeInside<BackFace>(at, flow, nx, ny, nz, count, 0.0f);
 }
 
-// Launches the operator of one face, named by its node class, over a device record; classes that are
-// no face have none and do nothing. No class of a node is tested.
+// Launches the operator of one face, named by its node class, over a device record. Throws
+// std::invalid_argument for classes that are no face, which have none. No class of a node is tested.
 void mlBoundaryConditionZouHe(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG face);
 
 }  // namespace drelt
