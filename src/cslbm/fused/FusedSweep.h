@@ -168,7 +168,7 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
 
 // The loops of a row and what each brings: populations, and with the last also density and velocity.
 struct AheadOfRow {
-    Ahead inMoments, inRates, inRelax, moments, before;
+    Ahead inMoments, inRates, inRelax, moments, before, sopt;
 };
 
 DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
@@ -195,6 +195,7 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             ahead.inRelax.bring();
             ahead.moments.bring();
             ahead.before.bring();
+            ahead.sopt.bring();
             if (s.width > 0 && inLayer(s, row, x)) {
                 // the layer takes 2 sigma of the equilibrium: so much less of it is given
                 relaxPack<Whole, Spread>(
@@ -277,6 +278,9 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
     const std::ptrdiff_t next = rowStart(s, nextY, nextZ, 4);
     const std::ptrdiff_t momentShare = (4 * s.pitch / Ahead::kFloats + packs - 1) / packs;
     const bool layer = s.width > 0 && rowDepth(s, nextY, nextZ) <= s.width;
+    const int far = y - y0 + 2;
+    const std::ptrdiff_t sopt =
+        rowStart(s, y0 + far % static_cast<int>(height), z + far / static_cast<int>(height), 1);
     const std::ptrdiff_t inMoments = share / 4;
     const std::ptrdiff_t inRates = share / 5;
     const std::ptrdiff_t line = packs * Ahead::kFloats;
@@ -284,7 +288,8 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
             {populations + inMoments * line, inRates},
             {populations + (inMoments + inRates) * line, share - inMoments - inRates},
             {s.moments + next, momentShare},
-            {layer ? s.before + next : s.moments, layer ? momentShare : 0}};
+            {layer ? s.before + next : s.moments, layer ? momentShare : 0},
+            {s.sopt + sopt, 1}};
 }
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
