@@ -288,8 +288,17 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
             {populations + inMoments * line, inRates},
             {populations + (inMoments + inRates) * line, share - inMoments - inRates},
             {s.moments + next, momentShare},
-            {layer ? s.before + next : s.moments, layer ? momentShare : 0},
+            {s.width > 0 ? s.before + next : s.moments, layer ? momentShare : 0},
             {s.sopt + sopt, 1}};
+}
+
+// Where only the ends of a row lie in the layer: brings those of its density and velocity before.
+DRELT_FUSED_INLINE void bringEnds(const FusedState& s, const float* row) {
+    const int right = (s.nx - 1 - s.width) / Ahead::kFloats * Ahead::kFloats;
+    for (int field = 0; field < 4; ++field, row += s.pitch) {
+        for (int x = 0; x <= s.width; x += Ahead::kFloats) __builtin_prefetch(row + x, 0, 3);
+        for (int x = right; x < s.nx; x += Ahead::kFloats) __builtin_prefetch(row + x, 0, 3);
+    }
 }
 
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
@@ -312,6 +321,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
             }
             for (int y = y0; y < y1; ++y) {
                 const AheadOfRow ahead = aheadOf(s, y, z, y0, y1);
+                if (layer && ahead.before.share == 0) bringEnds(s, ahead.before.next);
                 if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1, ahead.inMoments);
                 if (layer) deviationOfRow(s, y + 1, z + 1, ring);
                 collideRow(s, y, z, ring, ahead);
