@@ -8,15 +8,16 @@
 namespace drelt {
 namespace DRELT_FUSED_ISA {
 
-// Rows of Q of a tile: three planes of the tile's rows and one more on each side. A row holds the 27
+// Rows of Q of a tile: as many as are made between a row's making, just before the row below it in the
+// plane before collides, and its last use, by the row above it in the plane after. A row holds the 27
 // directions by code, `pitch` floats each.
 struct DeviationRing {
     float* first;
     int y0;      // the tile's first row
-    int height;  // rows of a plane of the ring
+    int height;  // rows of a plane: the tile's and one more on each side
 
     DRELT_FUSED_INLINE float* row(const FusedState& s, int y, int z) const {
-        return first + (z % 3 * height + (y - y0 + 1)) * (27 * s.pitch);
+        return first + (z * height + y - y0 + 1) % (2 * height + 3) * (27 * s.pitch);
     }
 };
 

@@ -67,10 +67,10 @@ struct FusedSweeps {
 // Nodes along x that are marked together, as asked for or as under a spread force.
 constexpr int kChunkNodes = 16;
 
-// Rows of a tile of the sweep; a thread's scratch holds three planes of them and one more on either
-// side, 27 fields each.
+// Rows of a tile of the sweep; a thread's scratch holds two planes of them and one more on either side,
+// and three rows, 27 fields each.
 constexpr int kTileRows = 16;
-constexpr int kScratchRows = 3 * (kTileRows + 2) * 27;
+constexpr int kScratchRows = (2 * (kTileRows + 2) + 3) * 27;
 
 // Sweeps for the instruction sets that this build knows.
 const FusedSweeps& fusedSweepsBaseline();

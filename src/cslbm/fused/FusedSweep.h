@@ -307,7 +307,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
     const int rows = (s.ny + tiles - 1) / tiles;
     for (int y0 = 0; y0 < s.ny; y0 += rows) {
         const int y1 = y0 + rows < s.ny ? y0 + rows : s.ny;
-        const DeviationRing ring{scratch, y0, kTileRows + 2};
+        const DeviationRing ring{scratch, y0, y1 - y0 + 2};
         for (int y = y0 - 1; layer && y <= y1; ++y) {
             deviationOfRow(s, y, z0 - 1, ring);
             deviationOfRow(s, y, z0, ring);
