@@ -251,12 +251,21 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     if (spread) clearForces(s, row);
 }
 
+// Moments of a plane, with the populations of the row after the next brought ahead.
+static void momentsOfPlane(const FusedState& s, int z) {
+    const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
+    const std::ptrdiff_t share = (27 * s.pitch / Ahead::kFloats + packs - 1) / packs;
+    const bool open = s.planesPending && (z == s.width || z == s.nz - 1 - s.width);
+    const int from = open ? clampedInside(z, s.nz, s.width) : z;
+    for (int y = 0; y < s.ny; ++y) {
+        momentsOfRow(s, y, z, {s.populations + rowStart(s, y + 2, from, 27), share});
+    }
+}
+
 static void edges(const FusedState& s, int z0, int z1) {
     if (z0 >= z1) return;
-    for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z0, {s.populations, 0});
-    if (z1 - 1 > z0) {
-        for (int y = 0; y < s.ny; ++y) momentsOfRow(s, y, z1 - 1, {s.populations, 0});
-    }
+    momentsOfPlane(s, z0);
+    if (z1 - 1 > z0) momentsOfPlane(s, z1 - 1);
 }
 
 // What a row of a tile touches next for the first time: the run of rows of the plane two further on,
