@@ -98,7 +98,7 @@ TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
     sim->step(TWO_WAY);
     const std::size_t inUse = platform::deviceBytesInUse();
     // bytes a node, on the device and of the populations on the host
-    const double production = FusedDomain::bytesPerNode(*sim->lbmvec[0]->param);
+    const double production = ProductionDomain::bytesPerNode(*sim->lbmvec[0]->param);
     const double operators = 920, host = 540;
     leave(operators + host - production - 10);
     const std::string refused = commitUnder(Schedule::Operators);
