@@ -43,7 +43,7 @@ void addTube(host_MeshData& data, int links, int rings, int sides) {
         for (int s = 0; s < sides; ++s) {
             const double angle = kTurn * s / sides;
             const Vector3d out(0, std::cos(angle), std::sin(angle));
-            data.init_positions.push_back(Vector3d(x, 0, 0) + kTubeRadius * out);
+            data.init_positions.emplace_back(Vector3d(x, 0, 0) + kTubeRadius * out);
             data.init_normals.push_back(out);
             data.weights.push_back(chainWeights(x, links));
             if (r + 1 == rings) continue;

@@ -16,9 +16,9 @@ inline void addBox(host_MeshData& data, const Eigen::Vector3d& centre, double ed
     const int first = static_cast<int>(data.init_positions.size());
     for (int corner = 0; corner < 8; ++corner) {
         const Eigen::Vector3d out(corner & 1 ? 1 : -1, corner & 2 ? 1 : -1, corner & 4 ? 1 : -1);
-        data.init_positions.push_back(centre + 0.5 * edge * out);
+        data.init_positions.emplace_back(centre + 0.5 * edge * out);
         data.init_normals.push_back(out.normalized());
-        data.weights.push_back(Eigen::VectorXd::Unit(boneCount, bone));
+        data.weights.emplace_back(Eigen::VectorXd::Unit(boneCount, bone));
     }
     const int quads[6][4] = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4},
                              {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};

@@ -67,10 +67,9 @@ class InFolder : public testing::Test {
 protected:
     InFolder(const std::shared_ptr<simParams>& box, const Eigen::Vector3d& gravity)
         : world(std::make_shared<skWorld>(gravity)),
-          sim(std::make_unique<coupledLBM_sim3D>(box, test::device())) {
-        std::filesystem::remove_all(folder);
-    }
-    ~InFolder() override { std::filesystem::remove_all(folder); }
+          sim(std::make_unique<coupledLBM_sim3D>(box, test::device())) {}
+    void SetUp() override { std::filesystem::remove_all(folder); }
+    void TearDown() override { std::filesystem::remove_all(folder); }
     void commit(const std::vector<std::shared_ptr<skSystem>>& bodies) {
         for (const auto& body : bodies) world->addSkeleton(body);
         sim->mainDataFolderPath = folder.string() + "/";

@@ -231,8 +231,7 @@ std::string loadDamaged(const std::string& from, const std::string& to) {
     const std::string path = testing::TempDir() + "drelt_damaged.assbin";
     std::ofstream(path, std::ios::binary) << bytes;
     SkeletalMesh mesh;
-    const std::string message =
-        messageOf<std::runtime_error>([&] { mesh.load(path, test::device()); });
+    std::string message = messageOf<std::runtime_error>([&] { mesh.load(path, test::device()); });
     EXPECT_EQ(mesh.meshes.empty(), message != "no exception");
     return message;
 }
