@@ -33,8 +33,8 @@ struct Case {
 // the less the heavier the body and the faster both are. Read-outs come at odd moments, and a reset in the
 // middle.
 Outcome run(Schedule schedule, const Case& given, int steps = 50) {
-    const auto body =
-        test::bodyOf("sphere_floating", 500, {10, 20, 30}, Vector3d::Zero(), test::device(), 4);
+    const auto body = test::bodyOf("sphere_floating", 500, {10, 20, 30}, Eigen::Vector3d::Zero(),
+                                   test::device(), 4);
     const auto simulator =
         test::simulatorOf(test::boxOf(41, 27, 31, given.layer), body, {2, -1.2, 0.8}, schedule);
     EXPECT_EQ(simulator->solver->fused(0) != nullptr, schedule == Schedule::Production);
