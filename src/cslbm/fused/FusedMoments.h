@@ -17,6 +17,17 @@ struct PackAt {
     }
 };
 
+// Populations of the first nodes of a pack. Behind the end of a row stand places of other threads' nodes.
+struct LanesAt {
+    const Places& places;
+    std::ptrdiff_t x;
+    int lanes;
+    template <class D>
+    DRELT_FUSED_INLINE Pack operator()(D) const {
+        return loadLanes(places.at[D::code] + x, lanes);
+    }
+};
+
 // Force on the nodes of a pack: the frame's inertial force, and with Spread the spread force at
 // `node`, summed in double precision.
 template <bool Spread>

@@ -58,19 +58,13 @@ struct StoreLanes {
     }
 };
 // The same in the absorbing layer, with what it gives.
+template <class Store>
 struct StoreAbsorbed {
-    const Places& places;
-    std::ptrdiff_t x;
-    int lanes;
+    Store store;
     const float* given;  // of the pack's first node, direction 0
     template <class D>
-    DRELT_FUSED_INLINE void operator()(D, const Pack& value) const {
-        const Pack sum = value + loadPack(given + D::code * kBlockNodes);
-        if (lanes >= kLanes) {
-            storePack(places.at[D::opposite] + x, sum);
-        } else {
-            storeLanes(places.at[D::opposite] + x, sum, lanes);
-        }
+    DRELT_FUSED_INLINE void operator()(D d, const Pack& value) const {
+        store(d, value + loadPack(given + D::code * kBlockNodes));
     }
 };
 
@@ -146,10 +140,11 @@ DRELT_FUSED_INLINE void findRates(const FusedState& s, const CollideArguments& r
     }
 }
 
-template <bool Whole, bool Spread, class Store>
+template <bool Whole, bool Spread, class Populations, class Store>
 DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& row,
                                   std::ptrdiff_t x, const Pack& shear, const Pack& high,
-                                  const Pack& equilibrium, const Store& store) {
+                                  const Pack& equilibrium, const Populations& f,
+                                  const Store& store) {
     Relaxation<Pack> r;
     r.rho = loadPack(row.rho + x);
     r.u = velocityAt(s, row, x);
@@ -163,7 +158,7 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
                    mulAdd(s.bodyAcceleration[1], r.rho, r.force.y),
                    mulAdd(s.bodyAcceleration[2], r.rho, r.force.z)};
     }
-    relax<Whole>(r, PackAt{row.places, x}, store);
+    relax<Whole>(r, f, store);
 }
 
 // The loops of a row and what each brings: populations, and with the last also density and velocity.
@@ -173,6 +168,25 @@ struct AheadOfRow {
 
 DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
     return row.depth < s.width || x < s.width || x + kLanes > s.nx - s.width;
+}
+
+// What the layer gives to a pack, where it lies in it.
+struct LayerGift {
+    const Pack& sigma;
+    const float* given;
+};
+
+template <bool Whole, bool Spread, class Populations, class Store>
+DRELT_FUSED_INLINE void relaxIn(const FusedState& s, const CollideArguments& row, int x,
+                                const Pack& shear, const Pack& high, const LayerGift& gift,
+                                const Populations& f, const Store& store) {
+    if (s.width > 0 && inLayer(s, row, x)) {
+        // the layer takes 2 sigma of the equilibrium: so much less of it is given
+        relaxPack<Whole, Spread>(s, row, x, shear, high, negMulAdd(2.0f, gift.sigma, high), f,
+                                 StoreAbsorbed<Store>{store, gift.given});
+    } else {
+        relaxPack<Whole, Spread>(s, row, x, shear, high, high, f, store);
+    }
 }
 
 template <bool Whole, bool Spread>
@@ -196,16 +210,14 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             ahead.moments.bring();
             ahead.before.bring();
             ahead.sopt.bring();
-            if (s.width > 0 && inLayer(s, row, x)) {
-                // the layer takes 2 sigma of the equilibrium: so much less of it is given
-                relaxPack<Whole, Spread>(
-                    s, row, x, shear, high, negMulAdd(2.0f, absorption.sigma[i], high),
-                    StoreAbsorbed{row.places, x, end - x, absorption.given + (x - begin)});
-            } else if (x + kLanes <= s.nx) {
-                relaxPack<Whole, Spread>(s, row, x, shear, high, high, StorePack{row.places, x});
+            const LayerGift gift{absorption.sigma[i], absorption.given + (x - begin)};
+            if (x + kLanes <= s.nx) {
+                relaxIn<Whole, Spread>(s, row, x, shear, high, gift, PackAt{row.places, x},
+                                       StorePack{row.places, x});
             } else {
-                relaxPack<Whole, Spread>(s, row, x, shear, high, high,
-                                         StoreLanes{row.places, x, s.nx - x});
+                const int lanes = s.nx - x;
+                relaxIn<Whole, Spread>(s, row, x, shear, high, gift, LanesAt{row.places, x, lanes},
+                                       StoreLanes{row.places, x, lanes});
             }
         }
     }

@@ -42,6 +42,18 @@ DRELT_FUSED_INLINE DoublePack widened(Pack value) {
 }
 DRELT_FUSED_INLINE Pack narrowed(DoublePack value) { return __builtin_convertvector(value, Pack); }
 
+// Loads the first `lanes` lanes, and zeros.
+DRELT_FUSED_INLINE Pack loadLanes(const float* from, int lanes) {
+#if defined(__AVX512F__)
+    return (Pack)_mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << lanes) - 1u), from);
+#else
+    Pack value{};
+    for (int i = 0; i < kLanes; ++i) {
+        if (i < lanes) value[i] = from[i];
+    }
+    return value;
+#endif
+}
 // Stores the first `lanes` lanes.
 DRELT_FUSED_INLINE void storeLanes(float* to, Pack value, int lanes) {
 #if defined(__AVX512F__)
