@@ -27,26 +27,33 @@ double gigabytesPerSecond(double bytes, Run&& run) {
     return best;
 }
 
+constexpr LaunchExtent kExtent{4096, 4096, 4};  // 256 MiB an array
+constexpr std::size_t kBytes = sizeof(float) * kExtent.x * kExtent.y * kExtent.z;
+
+double measureInPlace(float* a) {
+    return gigabytesPerSecond(2.0 * static_cast<double>(kBytes), [&] {
+        launchVolume<&scaleKernel>(coveringShape(kExtent, 256, 1, 1), kExtent, a);
+    });
+}
+
 Bandwidth measure(int threads) {
-    const LaunchExtent extent{4096, 4096, 4};  // 256 MiB an array
-    const std::size_t bytes = sizeof(float) * extent.x * extent.y * extent.z;
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
     checkCudaErrors(cudaSetDevice(setup().device));
     float* a = nullptr;
     float* b = nullptr;
-    checkCudaErrors(cudaMalloc(&a, bytes));
-    checkCudaErrors(cudaMalloc(&b, bytes));
-    const double both = 2.0 * static_cast<double>(bytes);
+    checkCudaErrors(cudaMalloc(&a, kBytes));
+    checkCudaErrors(cudaMalloc(&b, kBytes));
+    const double both = 2.0 * static_cast<double>(kBytes);
     Bandwidth result{};
-    const LaunchShape shape = coveringShape(extent, 256, 1, 1);
-    result.inPlace =
-        gigabytesPerSecond(both, [&] { launchVolume<&scaleKernel>(shape, extent, a); });
-    result.copy = gigabytesPerSecond(
-        both, [&] { launchVolume<&copyKernel>(shape, extent, static_cast<const float*>(a), b); });
+    result.inPlace = measureInPlace(a);
+    result.copy = gigabytesPerSecond(both, [&] {
+        launchVolume<&copyKernel>(coveringShape(kExtent, 256, 1, 1), kExtent,
+                                  static_cast<const float*>(a), b);
+    });
     if (!setup().onHost) {
         const double runtime = gigabytesPerSecond(
-            both, [&] { checkCudaErrors(cudaMemcpy(b, a, bytes, cudaMemcpyDeviceToDevice)); });
+            both, [&] { checkCudaErrors(cudaMemcpy(b, a, kBytes, cudaMemcpyDeviceToDevice)); });
         result.copy = std::max(result.copy, runtime);
     }
     checkCudaErrors(cudaFree(a));
@@ -62,6 +69,17 @@ const Bandwidth& bandwidth(int threads) {
     const auto found = measured.find(threads);
     if (found != measured.end()) return found->second;
     return measured.emplace(threads, measure(threads)).first->second;
+}
+
+double inPlaceNow(int threads) {
+    static float* a = nullptr;  // kept: pages are not taken anew for each of many measurements
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    checkCudaErrors(cudaSetDevice(setup().device));
+    if (a == nullptr) checkCudaErrors(cudaMalloc(&a, kBytes));
+    const double result = measureInPlace(a);
+    omp_set_num_threads(before);
+    return result;
 }
 
 }  // namespace drelt::bench

@@ -14,6 +14,10 @@ struct Bandwidth {
 // Of the device that main chose, over arrays that no cache holds; measured once a thread count.
 const Bandwidth& bandwidth(int threads);
 
+// The rate in place measured now [GB/s]: the bound of what runs right before or after, on machines whose
+// speed changes from minute to minute. Keeps its array of 256 MiB.
+double inPlaceNow(int threads);
+
 DRELT_KERNEL void scaleKernel(LaunchIndex at, float* a) { a[at.n] *= 0.5f; }
 DRELT_KERNEL void copyKernel(LaunchIndex at, const float* a, float* b) { b[at.n] = a[at.n]; }
 

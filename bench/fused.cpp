@@ -58,7 +58,7 @@ void runSteps(benchmark::State& state, const Grid& grid, int threads, double res
     const double rate = steps * nodes / seconds;
     state.counters["MLUPS"] = rate * 1e-6;
     state.counters["resident_B"] = residentBytes / nodes;
-    state.counters["of_bound"] = rate * kBytesInPlace / (bandwidth(threads).inPlace * 1e9);
+    state.counters["of_bound"] = rate * kBytesInPlace / (inPlaceNow(threads) * 1e9);
 }
 
 // What a step must move at least, and its share of the device's copy.
