@@ -37,12 +37,12 @@ void skJointMgr::connectMimics() {
                                         description.mimicJoint +
                                         "', which does not exist; name a joint with a link");
         }
-        if (master == follower) {
+        const bool driven = follower->joint()->getActuatorType() == dart::dynamics::Joint::MIMIC;
+        if (driven && master == follower) {
             throw std::invalid_argument("joint '" + follower->getName() +
                                         "' mimics itself; name another joint");
         }
         const int spare = master->getNumDofs() - follower->getNumDofs();
-        const bool driven = follower->joint()->getActuatorType() == dart::dynamics::Joint::MIMIC;
         if (spare < 0 || (driven && spare > 0)) {
             throw std::invalid_argument("joint '" + follower->getName() + "' with " +
                                         std::to_string(follower->getNumDofs()) +

@@ -110,18 +110,30 @@ JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& pla
                                 "': got " + listed(given) + "; " + need);
 }
 
+using Vector1 = Eigen::Matrix<double, 1, 1>;
+
 // Of a link and all that hangs on it.
 double massFrom(const SkeletonSystem& description, const SkeletonJoint& joint) {
     if (joint.children.empty()) return 0;
-    double mass = description.linksByJoint.at(joint.name)->mass;
+    const SkeletonLink& link = *description.linksByJoint.at(joint.name);
+    double mass = link.mass;
+    if (!(mass >= 0 && mass <= kLargest))
+        refuse("link", link.name, "mass", Vector1(mass), "give zero or more, up to 1e30");
     for (const auto& child : joint.children) mass += massFrom(description, *child);
     return mass;
 }
 
-// What DART would end the process on, when it builds the joint and its link or in a step.
+// Whether forces move the joint, and not prescribed motion alone.
+bool dynamic(const SkeletonJoint& joint) {
+    const auto actuator = static_cast<dd::Joint::ActuatorType>(joint.actuator);
+    return joint.type != kWeld && actuator != dd::Joint::ACCELERATION &&
+           actuator != dd::Joint::VELOCITY && actuator != dd::Joint::LOCKED;
+}
+
+// Numbers that mean nothing, and those on which DART would end the process when it builds the joint and
+// its link or in a step.
 void requireBuildable(const SkeletonSystem& description, const SkeletonJoint& joint,
                       const SkeletonLink& link) {
-    using Vector1 = Eigen::Matrix<double, 1, 1>;
     const auto atLeastZero = [&](const char* kind, const std::string& name, const char* what,
                                  double value) {
         if (!(value >= 0)) refuse(kind, name, what, Vector1(value), "give zero or more");
@@ -130,9 +142,8 @@ void requireBuildable(const SkeletonSystem& description, const SkeletonJoint& jo
         if ((values.array() >= 1 / kLargest).all() && (values.array() <= kLargest).all()) return;
         refuse("link", link.name, what, values, "give positive numbers, from 1e-30 to 1e30");
     };
-    atLeastZero("link", link.name, "mass", link.mass);
-    if (joint.type != kWeld)
-        positive("mass with all that hangs on it", Vector1(massFrom(description, joint)));
+    const double mass = massFrom(description, joint);
+    if (dynamic(joint)) positive("mass with all that hangs on it", Vector1(mass));
     positive("radius", Vector1(link.radius));
     if (!link.isIntermediate) positive("size", link.size);
     if (joint.type < 1 || joint.type > kLastSingleDof) return;

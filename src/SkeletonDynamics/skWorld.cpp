@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <dart/dynamics/SimpleFrame.hpp>
+#include <dart/dynamics/Skeleton.hpp>
 #include <dart/simulation/World.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -90,7 +91,10 @@ void skWorld::applyForces(int mode, float dx) {
             system->applyEmpiricalForce();
         }
     }
-    requireUsableForces();
+    const std::string unusable = unusableForce();
+    if (unusable.empty()) return;
+    for (const auto& system : systems_) system->skeleton()->clearExternalForces();
+    throw std::runtime_error(stepToCome() + unusable);
 }
 
 std::string skWorld::stepToCome() const {
@@ -98,25 +102,26 @@ std::string skWorld::stepToCome() const {
            std::to_string(world_->getTime()) + " s): ";
 }
 
-void skWorld::requireUsableForces() const {
+// What to say of a force that the dynamics must not meet; empty where there is none.
+std::string skWorld::unusableForce() const {
     for (const auto& system : systems_) {
         const skLinkMgr& links = system->links();
         for (int i = 1; i < links.count() - 1; ++i) {
             const skLinkData& record = links.link_data_host[i];
             if (usable(record.force) && usable(record.torque)) continue;
-            throw std::runtime_error(
-                stepToCome() + "the force on " + system->nameOf(*links.links[i]) + " is " +
-                listed(record.force) + ", the torque " + listed(record.torque) +
-                ", for the fluid diverged; lower the highest speeds (u0k, commands), raise the "
-                "viscosity (visp), or take more nodes a length (N), and build the scene anew");
+            return "the force on " + system->nameOf(*links.links[i]) + " is " +
+                   listed(record.force) + ", the torque " + listed(record.torque) +
+                   ", for the fluid diverged; lower the highest speeds (u0k, commands), raise the "
+                   "viscosity (visp), or take more nodes a length (N), and build the scene anew";
         }
     }
+    return {};
 }
 
 // Where the coupling is unstable speeds grow without bound, and DART ends the process once its terms
 // overflow. No fluid carries a link that moves so far, or turns by so much, within one step.
-void skWorld::requireBoundedMotion(double dt, double dx) const {
-    constexpr double kLargest = 100;  // node spacings, radians
+void skWorld::requireBoundedMotion(int mode, double dt, double dx) const {
+    const double bound = mode == TWO_WAY ? 100 : 1e30;  // node spacings, radians
     double largest = 0;
     std::ostringstream fastest;
     for (const auto& system : systems_) {
@@ -126,7 +131,7 @@ void skWorld::requireBoundedMotion(double dt, double dx) const {
             const double turn = velocity.head<3>().norm() * dt;
             const double way = velocity.tail<3>().norm() * dt / dx;
             const double most = turn > way ? turn : way;  // and the way, where that is no number
-            if (most <= std::max(largest, kLargest)) continue;
+            if (most <= std::max(largest, bound)) continue;
             largest = most;
             fastest.str({});
             fastest << system->nameOf(*links.links[i]) << " moves " << way
@@ -142,7 +147,6 @@ void skWorld::requireBoundedMotion(double dt, double dx) const {
 
 void skWorld::step(int mode, float dt, float dx) {
     world_->setTimeStep(dt);
-    requireBoundedMotion(dt, dx);
     applyForces(mode, dx);
     for (const auto& system : systems_) {
         for (const auto& hook : system->beforeStep) hook(*system, dx, dt);

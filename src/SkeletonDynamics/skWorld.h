@@ -36,9 +36,12 @@ public:
     // Simulated time [s].
     double getTime() const;
 
+    // Raises std::runtime_error for a body that diverges: a link that moves, or turns, farther in a time
+    // step dt [s] than a coupling both ways can hold at a node spacing dx [m], or in other modes than
+    // numbers go. To be asked before a step. Build the scene anew then: a reset keeps the fluid's density.
+    void requireBoundedMotion(int mode, double dt, double dx) const;
     // One dynamics step of all bodies under the forces that the mode names, then their update. Raises
-    // std::runtime_error, before the dynamics run, for a body that diverges: a force that is not
-    // finite, or a link that runs away. Build the scene anew then: a reset keeps the fluid's density.
+    // std::runtime_error, before the dynamics run, for a force that is not finite.
     void step(int mode, float dt, float dx) override;
     std::vector<IBBoundaryMemMgr*> getBoundaries() override;
     // These two raise std::invalid_argument for numbers that are not finite, and for a time step [s] of
@@ -53,8 +56,7 @@ public:
 
 private:
     void applyForces(int mode, float dx);
-    void requireUsableForces() const;
-    void requireBoundedMotion(double dt, double dx) const;
+    std::string unusableForce() const;
     std::string stepToCome() const;
     const skSystem& firstSystem() const;
 

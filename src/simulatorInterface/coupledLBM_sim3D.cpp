@@ -191,6 +191,7 @@ void coupledLBM_sim3D::centreOnBody() {
 
 void coupledLBM_sim3D::step(couplingMode couple_mode) {
     requireSolver("step");
+    world->requireBoundedMotion(couple_mode, solver->scale.dt, solver->scale.l0p / solver->scale.N);
     if (params.front()->use_gpu == 1 && advancesFluid(couple_mode)) {
         if (syncState == HostNewer) {
             for (std::size_t i = 0; i < lbmvec.size(); ++i) {

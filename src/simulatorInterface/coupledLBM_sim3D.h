@@ -51,7 +51,7 @@ public:
     // std::runtime_error where memory does not suffice for what the choices below ask for.
     void commitInit();
     // One time step of fluid and bodies, after which the markers are read. Raises std::runtime_error
-    // where a body or the force on it diverges; see skWorld::step.
+    // where a body or the force on it diverges; see skWorld.
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();

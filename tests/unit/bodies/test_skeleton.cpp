@@ -171,13 +171,13 @@ TEST(Skeleton, MimicJointsAreTiedToTheirMaster) {
     }
 }
 
-// DART would end the process on each of them, some in the first step only.
+// Numbers that mean nothing; DART would end the process on most of them, some in the first step only.
 TEST(Skeleton, BodiesThatCannotBeAreRefused) {
     using Change = void (*)(SkeletonJoint&, SkeletonLink&);
     const std::vector<std::pair<const char*, Change>> cases{
         {"mass", [](auto&, auto& link) { link.mass = -1; }},
         {"mass with all that hangs on it", [](auto&, auto& link) { link.mass = 0; }},
-        {"mass with all", [](auto&, auto& link) { link.mass = 1e300; }},
+        {"mass of", [](auto&, auto& link) { link.mass = 1e300; }},
         {"radius", [](auto&, auto& link) { link.radius = 0; }},
         {"size", [](auto&, auto& link) { link.size.y() = 0; }},
         {"size", [](auto&, auto& link) { link.size.y() = 1e200; }},
@@ -201,6 +201,10 @@ TEST(Skeleton, BodiesThatCannotBeAreRefused) {
     auto description = makeChain(2);  // a link without mass is held by what hangs on it
     description->links.front()->mass = 0;
     EXPECT_EQ(build(description)->links().links[1]->getMass(), 0);
+    description = makeChain(2);  // and one that is led needs none
+    description->jointsByName.at("bone_1")->actuator = 5;
+    description->linksByJoint.at("bone_1")->mass = 0;
+    EXPECT_EQ(build(description)->links().links[2]->getMass(), 0);
 }
 
 TEST(Skeleton, PlacementTurnsAndMovesTheWholeBody) {

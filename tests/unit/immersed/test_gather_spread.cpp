@@ -191,16 +191,17 @@ void coupleSerially(Scene& scene) {
     const mlUnitScale& s = scene.scale;
     const mlVelocity3D<float> u0p{s.u0px, s.u0py, s.u0pz};
     const int R = scene.solver.ibKernelSelector;
+    const int n = scene.flow.param()->samples_x;  // along every axis
     for (const IBBoundaryMemMgr* boundary : scene.solver.boundaries) {
         mlLagrangeBoundary* const record = boundary->mllaboundary_gpu;
         for (int i = 0; i < record->count; ++i) {
             mlInterpolateFluidForceKernel({i % 20, i / 20 % 20, i / 400, 0}, record,
                                           scene.flow.device(), 0.25, s.N, s.l0p, s.rou0p, s.u0k,
-                                          u0p, R, 20, 20, 0, 32, 32, 32);
+                                          u0p, R, 20, 20, 0, n, n, n);
         }
         for (int i = 0; i < record->count; ++i) {
             mlSpreadForceKernel({i % 20, i / 20 % 20, i / 400, 0}, record, scene.flow.device(), s.N,
-                                s.l0p, s.rou0p, s.u0k, u0p, R, 20, 20, 0, 32, 32, 32);
+                                s.l0p, s.rou0p, s.u0k, u0p, R, 20, 20, 0, n, n, n);
         }
     }
 }
@@ -208,14 +209,14 @@ void coupleSerially(Scene& scene) {
 // A sphere, a boundary far larger than the grid, and samples all over it in no order, of which many
 // stand on nodes and some nowhere: whatever way samples take, they come out as one by one.
 struct Crowd : Scene {
-    Crowd() : Scene(5000), wide(800), strewn(1500) {
+    explicit Crowd(int edge) : Scene(5000, edge), wide(800), strewn(1500) {
         flow.param()->slip_ratio = 0.25f;
         wide.placeOnSphere(-2.0f, 1.0f, 12.0f, 1.7f);
         wide.stir(0.5f, 9);
         strewn.stir(0.5f, 10);
         std::mt19937 random(5);
-        std::uniform_real_distribution<float> any(-0.05f, 1.65f);
-        std::uniform_int_distribution<int> node(0, 31);
+        std::uniform_real_distribution<float> any(-0.05f, 0.05f + 0.05f * static_cast<float>(edge));
+        std::uniform_int_distribution<int> node(0, edge - 1);
         mlLagrangeBoundary& host = strewn.host();
         for (int i = 0; i < host.count; ++i) {
             const auto place = [&] {
@@ -250,18 +251,20 @@ struct Crowd : Scene {
 TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
     DRELT_HOST_ONLY("runs the operators on host memory, sample by sample");
     const int before = omp_get_max_threads();
-    for (const int R : {2, 3, 4, 5}) {
-        Crowd serial;
+    // edges of the grid: far off, near all samples, and nearer to each other than a row of sums is long
+    for (const auto& [edge, R] : {std::pair{32, 2}, {32, 3}, {32, 4}, {32, 5}, {9, 4}, {5, 4}}) {
+        Crowd serial(edge);
         serial.solver.ibKernelSelector = R;
         coupleSerially(serial);
         const auto expected = serial.forces();
         ASSERT_GT(test::largest(expected), 1e-3);
         for (const int threads : R == 4 ? std::vector<int>{1, 2, 3, 4, 7} : std::vector<int>{3}) {
             omp_set_num_threads(threads);
-            Crowd crowd;
+            Crowd crowd(edge);
             crowd.solver.ibKernelSelector = R;
             crowd.solver.spreadBoundaries(crowd.flow.device(), crowd.flow.param());
-            EXPECT_TRUE(crowd.forces() == expected) << threads << " threads, R " << R;
+            EXPECT_TRUE(crowd.forces() == expected)
+                << threads << " threads, R " << R << ", edge " << edge;
         }
     }
     omp_set_num_threads(before);

@@ -159,10 +159,10 @@ DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double sli
 
 // Whether sums fuse in hardware here. A library call a lane would cost more than one a sample.
 bool fusesInHardware() {
-#if !defined(__x86_64__) || defined(__FMA__)
-    return true;
+#if !defined(__x86_64__) || defined(__FMA__) || defined(__SANITIZE_ADDRESS__)
+    return true;  // or sanitizers shall see the groups
 #elif defined(DRELT_SAMPLE_CLONES)
-    return __builtin_cpu_supports("fma") != 0;
+    return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("fma") != 0;
 #else
     return false;
 #endif
