@@ -26,6 +26,8 @@ find_nvcc() {
     return 1
 }
 
+RELEASE_ARCHITECTURES="75-real;80-real;90"
+
 # machine_arguments PRESET: prints the CMake arguments, one a line, that fit dev and release builds to
 # machines. CUDA: one architecture in dev (the machine's own where it has a GPU), in release those in
 # use and code that newer ones translate for themselves.
@@ -38,7 +40,7 @@ machine_arguments() {
         return
     fi
     [[ ! -e /dev/nvidia0 ]] || architectures=native
-    [[ $1 != release ]] || architectures="75-real;80-real;90"
+    [[ $1 != release ]] || architectures=$RELEASE_ARCHITECTURES
     printf '%s\n' -DDRELT_CUDA=ON "-DCMAKE_CUDA_COMPILER=$nvcc" \
         "-DCMAKE_CUDA_ARCHITECTURES=${DRELT_CUDA_ARCHITECTURES:-$architectures}"
 }

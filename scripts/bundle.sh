@@ -8,6 +8,7 @@ bundle() {
     need_packages build
     need_venv
     export DRELT_NATIVE=OFF # the other machine may know fewer instructions
+    export DRELT_CUDA_ARCHITECTURES=${DRELT_CUDA_ARCHITECTURES:-$RELEASE_ARCHITECTURES}
     build dev
     build release drelt_bench
     local out=build/bundle library

@@ -2,6 +2,8 @@
 
 #include <cuda_runtime.h>
 
+#include <cstring>
+
 namespace drelt::platform::gpu {
 namespace {
 
@@ -45,6 +47,11 @@ std::size_t freeBytes() {
     std::size_t free = 0;
     std::size_t total = 0;
     return ::cudaMemGetInfo(&free, &total) == ::cudaSuccess ? free : 0;
+}
+
+const char* errorName(drelt::cudaError_t error) {
+    const char* const name = ::cudaGetErrorName(static_cast<::cudaError_t>(error));
+    return std::strncmp(name, "cudaError", 9) == 0 ? name : nullptr;
 }
 
 drelt::cudaError_t lastError() { return status(::cudaGetLastError()); }

@@ -17,6 +17,8 @@ cudaError_t release(void* pointer, int device);
 cudaError_t copy(void* to, const void* from, std::size_t bytes);
 // Bytes of the selected device that are free; 0 without a driver.
 std::size_t freeBytes();
+// The toolkit's name of a status; null for a number without one, and without the toolkit.
+const char* errorName(cudaError_t status);
 cudaError_t lastError();
 cudaError_t synchronize();
 cudaError_t reset();

@@ -268,7 +268,8 @@ const char* errorName(cudaError_t status) {
         case cudaErrorLaunchFailure: return "cudaErrorLaunchFailure";
         case cudaErrorUnknown: return "cudaErrorUnknown";
     }
-    return "<unknown>";
+    const char* const name = gpu::errorName(status);
+    return name != nullptr ? name : "<unknown>";
 }
 
 namespace calls {

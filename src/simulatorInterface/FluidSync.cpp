@@ -80,6 +80,8 @@ void syncToHost(mlSinglePhaseSolverNew& solver, int i) {
 void populationsToHost(mlSinglePhaseSolverNew& solver, int i) {
     const ProductionDomain* const domain = solver.fused(i);
     if (domain == nullptr) return;
+    const int gpuDeviceId = solver.gpuDeviceId;
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
     mlFlow& host = *solver.lbmvec[i];
     HostPopulations& held = solver.hostPopulations[i];
     if (held == HostPopulations::AtRest) restPopulations(host);

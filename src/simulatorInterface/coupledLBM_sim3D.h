@@ -85,7 +85,8 @@ public:
     void saveFluidData(const std::string& fluid_name);
 
     int gpuId = 0;
-    // How steps are computed, as of the next commitInit. Where the production schedule cannot serve a
+    // How steps are computed, as of the next commitInit; the environment variable DRELT_SCHEDULE
+    // (operators or production) comes first. Where the production schedule cannot serve a
     // domain (excluded or solid nodes, a box with no node between its open planes) or one of the choices
     // below is not the default, commitInit takes the operators.
     Schedule schedule = Schedule::Production;

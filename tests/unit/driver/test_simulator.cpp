@@ -122,6 +122,18 @@ TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
     platform::capAvailableHostBytes();
 }
 
+TEST_F(Simulator, TheEnvironmentChoosesTheSchedule) {
+    setenv("DRELT_SCHEDULE", "fastest", 1);
+    EXPECT_NE(messageOf<std::invalid_argument>([&] { commit(); }).find("'fastest'"),
+              std::string::npos);
+    setenv("DRELT_SCHEDULE", "operators", 1);
+    sim->commitInit();
+    EXPECT_EQ(sim->solver->fused(0), nullptr);
+    unsetenv("DRELT_SCHEDULE");
+    sim->commitInit();
+    EXPECT_NE(sim->solver->fused(0), nullptr);
+}
+
 TEST_F(Simulator, DeviceIdsMustAgree) {
     const int elsewhere = test::device() == 0 ? platform::kHostDevice : 0;
     const auto other = std::make_shared<coupledLBM_sim3D>(smallBox(), elsewhere);

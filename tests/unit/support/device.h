@@ -1,8 +1,10 @@
-// The device that tests run on: DRELT_TEST_DEVICE, an id as everywhere; the host's threads if unset.
+// The device that tests run on: DRELT_TEST_DEVICE, a GPU's id, or the host's threads for -1 and if unset.
+// Where there is no such GPU the tests fail: none shall pass in its stead.
 // DRELT_GUARD_DEVICE=1 guards the memory of these, so that what would fail on a GPU fails there too.
 #pragma once
 
 #include <Eigen/Core>
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -26,7 +28,13 @@ inline const bool guarded = [] {
 inline int device() {
     static const int id = [] {
         const char* const given = std::getenv("DRELT_TEST_DEVICE");
-        return given != nullptr ? std::atoi(given) : platform::kHostDevice;
+        const int wished = given != nullptr ? std::atoi(given) : platform::kHostDevice;
+        if (wished < 0) return platform::kHostDevice;
+        if (cudaSetDevice(wished) != cudaSuccess || platform::onHostDevice()) {
+            std::fprintf(stderr, "DRELT_TEST_DEVICE=%s: there is no such GPU\n", given);
+            std::_Exit(1);
+        }
+        return wished;
     }();
     return id;
 }
