@@ -83,10 +83,9 @@ DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
     const int x = static_cast<int>(p.x);
     const int y = static_cast<int>(p.y);
     const int z = static_cast<int>(p.z);
-    const NodeBox box =
-        intersection({x - kSampleBelow, y - kSampleBelow, z - kSampleBelow, x + kSampleAbove,
-                      y + kSampleAbove, z + kSampleAbove},
-                     {0, 0, 0, s.nx, s.ny, s.nz});
+    const NodeBox box = intersection({x - kSampleBelow, y - kSampleBelow, z - kSampleBelow,
+                                      x + kSampleAbove, y + kSampleAbove, z + kSampleAbove},
+                                     {0, 0, 0, s.nx, s.ny, s.nz});
     for (int k = box.z0; k < box.z1; ++k) {
         for (int j = box.y0; j < box.y1; ++j) {
             markRow(s, box.x0, box.x1, j, k);

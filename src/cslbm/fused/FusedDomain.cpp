@@ -251,9 +251,9 @@ void FusedDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
             }
         }
     }
-    prepareAround(sampleNodes_.data(), count,
-                  {-kSampleBelow, -kSampleBelow, -kSampleBelow, kSampleAbove, kSampleAbove,
-                   kSampleAbove});
+    prepareAround(
+        sampleNodes_.data(), count,
+        {-kSampleBelow, -kSampleBelow, -kSampleBelow, kSampleAbove, kSampleAbove, kSampleAbove});
 }
 
 // Many samples stand in few rows: chunks are marked in the rows of the samples first, and spread from
