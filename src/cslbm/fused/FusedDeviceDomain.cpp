@@ -133,17 +133,10 @@ void FusedDeviceDomain::launchNodes(Args... args) const {
 
 void FusedDeviceDomain::step(const FrameMotion& motion) {
     FusedState& s = state_.base;
-    const bool turns = motion.turns();
-    if (turns) turnFrame(motion);
-    for (int a = 0; a < 3; ++a) {
-        s.acceleration[a] =
-            turns ? 0.0f
-                  : static_cast<float>(motion.lengthScale[a] * -motion.linearAcceleration[a]);
-        state_.now.halfAcceleration[a] = 0.5f * s.acceleration[a];
-    }
-    s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
-              s.bodyAcceleration[2] != 0.0f;
-    state_.shifted = turns;
+    state_.shifted = motion.turns();
+    if (state_.shifted) turnFrame(motion);
+    takeMotion(s, motion);
+    for (int a = 0; a < 3; ++a) state_.now.halfAcceleration[a] = 0.5f * s.acceleration[a];
     launchNodes<&fused_device::prepareKernel>(state_);
     collide();
     s.swapped = 1 - s.swapped;

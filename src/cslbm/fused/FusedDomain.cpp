@@ -146,15 +146,8 @@ FusedDomain::~FusedDomain() {
 
 void FusedDomain::step(const FrameMotion& motion) {
     FusedState& s = state_;
-    const bool turns = motion.turns();
-    if (turns) turnFrame(motion);
-    for (int a = 0; a < 3; ++a) {
-        s.acceleration[a] =
-            turns ? 0.0f
-                  : static_cast<float>(motion.lengthScale[a] * -motion.linearAcceleration[a]);
-    }
-    s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
-              s.bodyAcceleration[2] != 0.0f;
+    if (motion.turns()) turnFrame(motion);
+    takeMotion(s, motion);
     prepareScratch();
 #pragma omp parallel
     {

@@ -28,6 +28,15 @@ double ProductionDomain::bytesPerNode(const MLFluidParam& param) {
                                          : FusedDeviceDomain::bytesPerNode(param);
 }
 
+void ProductionDomain::takeMotion(FusedState& s, const FrameMotion& motion) {
+    for (int a = 0; a < 3; ++a) {
+        const double acceleration = motion.lengthScale[a] * -motion.linearAcceleration[a];
+        s.acceleration[a] = motion.turns() ? 0.0f : static_cast<float>(acceleration);
+    }
+    s.whole = s.momentsGiven || s.bodyAcceleration[0] != 0.0f || s.bodyAcceleration[1] != 0.0f ||
+              s.bodyAcceleration[2] != 0.0f;
+}
+
 std::unique_ptr<ProductionDomain> makeProductionDomain(const MLFluidParam& param, float nu,
                                                        float sigmaMax) {
     if (platform::hostReachesDevice()) return std::make_unique<FusedDomain>(param, nu, sigmaMax);

@@ -15,6 +15,8 @@
 
 namespace drelt {
 
+struct FusedState;
+
 // Motion of the frame that the grid follows; the arguments of mlAddForcetoUOpt.
 struct FrameMotion {
     float velocityScale = 1.0f;
@@ -78,6 +80,12 @@ public:
     virtual std::size_t residentBytes() const = 0;
     // How the step is computed, in a word.
     virtual const char* instructionSet() const = 0;
+
+protected:
+    // Sets what a state tells the collision of a step: the frame's inertial acceleration, 0 where the
+    // frame turns and each node has a force of its own, and whether populations, density and momentum
+    // belong together.
+    static void takeMotion(FusedState& s, const FrameMotion& motion);
 };
 
 // A domain at rest on the selected device: density 1, Sopt 0. Sizes, layer width, dx and body
