@@ -4,25 +4,14 @@
 #pragma once
 
 #include "cslbm/fused/FusedDeviceNode.h"
+#include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 
 namespace drelt {
 namespace fused_device {
 
-// Factor of an axis of the equilibrium for component C.
-template <int C>
-DRELT_FUSED_INLINE float axisFactor(float u) {
-    if constexpr (C == 0) {
-        return negMulAdd(u, u, 2.0f / 3.0f);
-    } else {
-        const float half = 0.5f * u;
-        const float even = mulAdd(half, u, 1.0f / 6.0f);
-        return C > 0 ? even + half : even - half;
-    }
-}
-
 template <class D>
 DRELT_FUSED_INLINE float equilibriumOf(const NodeFluid& f) {
-    return f.rho * (axisFactor<D::x>(f.u.x) * (axisFactor<D::y>(f.u.y) * axisFactor<D::z>(f.u.z)));
+    return productEquilibrium(D{}, f.rho, f.u.x, f.u.y, f.u.z);
 }
 
 // A node's fluid at both times, and the density of its reference equilibrium.
