@@ -2,7 +2,7 @@
 what the samples of a body cost a step.
 
 usage: bench_table.py FILE, where FILE is what the benchmark wrote with --benchmark_out. The bound is
-the machine's rate of reading and writing 216 bytes a node in place, measured in the same run.
+the machine's rate of reading and writing 216 bytes a node in place, measured beside every step.
 """
 
 import json
