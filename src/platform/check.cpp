@@ -3,7 +3,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
+
+#include "platform/cuda_backend.h"
 
 namespace drelt::platform {
 namespace {
@@ -34,6 +37,16 @@ void failDeviceCall(cudaError_t status, const char* statement, const char* file,
                  line, static_cast<int>(status), errorName(status), statement);
     cudaDeviceReset();
     std::exit(1);
+}
+
+void requireDevice(int device, const char* what) {
+    const int gpus = gpu::deviceCount();
+    const int devices = gpus > 0 ? gpus : 1;  // without a GPU, 0 is the host's threads
+    if (device >= kHostDevice && device < devices) return;
+    throw std::invalid_argument(std::string(what) + ": device id " + std::to_string(device) +
+                                " names no device; give " +
+                                (devices > 1 ? "0 to " + std::to_string(devices - 1) : "0") +
+                                ", or -1 for the host's threads");
 }
 
 }  // namespace drelt::platform

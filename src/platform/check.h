@@ -15,6 +15,10 @@ inline void checkDeviceCall(cudaError_t status, const char* statement, const cha
     if (status != cudaSuccess) failDeviceCall(status, statement, file, line);
 }
 
+// For ids that a script gives. Throws std::invalid_argument for an id that names no device; `what` begins
+// the message ("make_simulator").
+void requireDevice(int device, const char* what);
+
 }  // namespace drelt::platform
 
 // Checks one device call; the text of the statement is quoted as it stands in the source.
