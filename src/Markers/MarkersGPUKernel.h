@@ -9,7 +9,7 @@
 
 namespace drelt {
 
-// One marker: takes position and normal of its vertex. A marker without a vertex keeps its own.
+// Copies position and normal of a marker's vertex. A marker without a vertex keeps its values.
 DRELT_KERNEL void copyMarkersPosNormalGPUKernel(LaunchIndex at, int* vId, Eigen::Vector3d* pos,
                                                 Eigen::Vector3d* normal,
                                                 Eigen::Vector3d* meshVertices,
@@ -25,14 +25,14 @@ DRELT_KERNEL void copyMarkersPosNormalGPUKernel(LaunchIndex at, int* vId, Eigen:
     }
 }
 
-// The cell below a coordinate along one axis and the place in it.
+// Along one axis: the cell that holds a coordinate, and the position in the cell.
 struct MarkerCell {
-    int index;   // held inside the grid
-    float part;  // 0 at the cell's lower node, 1 at its upper
+    int index;   // clamped to the grid
+    float part;  // 0 at the lower node of the cell, 1 at its upper node
 };
 
-// The cell follows from the box's length and node count, the part from the node spacing; where the
-// two disagree, the part may leave 0..1, as it does outside the grid.
+// The cell follows from the box's length and number of nodes, the position in it from the node spacing. Where
+// the two disagree, and outside the grid, the position may lie outside 0..1.
 DRELT_HOST_DEVICE MarkerCell markerCell(float x, float start, float length, int samples, float dx) {
     const float cell = std::floor((x - start) / length * static_cast<float>(samples));
     const float last = static_cast<float>(samples - 2);
@@ -41,8 +41,8 @@ DRELT_HOST_DEVICE MarkerCell markerCell(float x, float start, float length, int 
     return {index, (x - (static_cast<float>(index) * dx + start)) / dx};
 }
 
-// Trilinear value of a node field between the eight nodes of a cell, along x, then y, then z.
-// `node` is the cell's lowest node.
+// Interpolates a node field trilinearly between the eight nodes of a cell, along x, then y, then z. `node` is
+// the lowest node of the cell.
 DRELT_HOST_DEVICE float interpolateInCell(const float* field, std::int64_t node,
                                           std::int64_t rowStride, std::int64_t planeStride,
                                           float tx, float ty, float tz) {
@@ -54,7 +54,7 @@ DRELT_HOST_DEVICE float interpolateInCell(const float* field, std::int64_t node,
            tz * ((1.0f - ty) * alongX(above) + ty * alongX(above + rowStride));
 }
 
-// One marker: momentum and density of the fluid at its position, lattice units.
+// Interpolates momentum and density of the fluid to one marker. Lattice units.
 DRELT_KERNEL void getMarkersPropertiesGPUKernel(LaunchIndex at, mlFlow* flow, Eigen::Vector3d* pos,
                                                 Eigen::Vector3d* velocity, float* pressure,
                                                 int count) {

@@ -1,5 +1,5 @@
-// The device mirror of a mesh and the launch of the skinning. Failure messages quote the statements
-// as they stand here.
+// The device mirror of a mesh and the launch of the skinning. Failure messages quote these statements, so they
+// keep their text.
 #include "MeshLoad/MeshDatatGPUKernel.h"
 
 #include "MeshLoad/MeshData.h"
@@ -12,12 +12,12 @@ void updateVerticesPos(Eigen::Isometry3d* node_transform, Eigen::Isometry3d* bon
                        Eigen::Vector3d* init_positions, Eigen::Vector3d* curr_positions,
                        Eigen::Vector3d* init_normals, Eigen::Vector3d* curr_normals,
                        int vertexCount, int boneCount) {
-    const LaunchShape shape{512, 1, 1, static_cast<unsigned>(vertexCount / 512 + 1), 1, 1};
-    launchLinear<&updateVerticesPosKernel>(
-        shape, vertexCount, node_transform, bone_transforms, bone_affected, bone_weights_arr,
-        init_positions, curr_positions, init_normals, curr_normals, vertexCount, boneCount);
-    checkCudaErrorsAtLine(37, cudaGetLastError());
-    checkCudaErrorsAtLine(38, cudaDeviceSynchronize());
+    launchLinear<&updateVerticesPosKernel>(listShape(vertexCount, 512), vertexCount, node_transform,
+                                           bone_transforms, bone_affected, bone_weights_arr,
+                                           init_positions, curr_positions, init_normals,
+                                           curr_normals, vertexCount, boneCount);
+    checkCudaErrorsAtLine(37, cudaGetLastError());       // sic: prescribed value
+    checkCudaErrorsAtLine(38, cudaDeviceSynchronize());  // sic: prescribed value
 }
 
 // clang-format off

@@ -7,14 +7,14 @@
 
 namespace drelt {
 
-// A blended transform, column by column as Eigen stores it.
+// A blended 4 x 4 transform, column by column as Eigen stores it.
 struct SkinMatrix {
     double entry[16];
 };
 
-// Sum of weight times bone transform over all bones, in the bones' order; the node's transform for
-// a vertex without weights. The sum is not made orthogonal again. A weight of zero adds nothing and
-// is passed over: of many bones few act on one vertex.
+// The sum of weight times bone transform over all bones, in the bones' order. A vertex without weights takes
+// the node's transform. The sum is not made orthogonal again. Bones with weight 0 are skipped, because few
+// of many bones act on one vertex.
 DRELT_HOST_DEVICE SkinMatrix blendSkinMatrix(const Eigen::Isometry3d* node_transform,
                                              const Eigen::Isometry3d* bone_transforms,
                                              int bone_affected, const double* weights,
@@ -49,8 +49,8 @@ DRELT_HOST_DEVICE void transformPoint(const SkinMatrix& m, const double* from, d
     }
 }
 
-// One vertex: current position and normal from those at rest. bone_weights_arr holds boneCount
-// weights a vertex. Normals are not normalised.
+// Computes the current position and normal of one vertex from those at rest. bone_weights_arr holds boneCount
+// weights per vertex. Normals are not normalised.
 DRELT_KERNEL void updateVerticesPosKernel(LaunchIndex at, Eigen::Isometry3d* node_transform,
                                           Eigen::Isometry3d* bone_transforms, int* bone_affected,
                                           double* bone_weights_arr, Eigen::Vector3d* init_positions,

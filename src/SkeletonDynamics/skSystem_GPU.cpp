@@ -11,28 +11,22 @@
 namespace drelt {
 namespace {
 
-constexpr int kSampleRun = 256;  // samples that a thread takes at once
+constexpr int kSampleRun = 256;  // samples that a thread takes at a time
 
-LaunchShape linearShape(int count, unsigned block) {
-    return {block, 1, 1, static_cast<unsigned>(count) / block + 1, 1, 1};
-}
-
+// Sums neighbouring wrenches with equal labels, one entry per run.
 void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
                    LinkWrench* sums, DeviceScratch& scratch) {
-#if defined(DRELT_CUDA)
-    if (!platform::onHostDevice()) {
-        deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums, scratch);
-        return;
-    }
-#endif
-    static_cast<void>(scratch);
-    const platform::HostAccess access;
-    thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
-                          thrust::equal_to<int>(), thrust::plus<LinkWrench>());
+    platform::onSelectedDevice(
+        [&] { deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums, scratch); },
+        [&] {
+            const platform::HostAccess access;
+            thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
+                                  thrust::equal_to<int>(), thrust::plus<LinkWrench>());
+        });
 }
 
-// updateSampleVelKernel on host threads: what it takes of the links is found once for samples of one
-// link that follow each other.
+// updateSampleVelKernel for all samples on host threads. Neighbouring samples of one link share what follows
+// from the link.
 void updateSampleVelOnHost(mlLagrangeBoundary* boundary, const int* labels, const skLinkData* links,
                            int frameIndex, int referenceIndex, int sampleCount) {
     const platform::HostAccess access;
@@ -105,29 +99,33 @@ void LinkForceReduction::reserve(int entries) {
 
 void LinkForceReduction::reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels,
                                 LinkWrench* wrenches, int linkCount, int sampleCount, float scale) {
-    // As many entries as there can be runs, so that labels out of order cannot write beyond them.
+    // There can be as many runs as samples if the labels are out of order.
     reserve(std::max(linkCount, sampleCount));
-    launchLinear<&calExtForcesKernel>(linearShape(sampleCount, 512), sampleCount, links, boundary,
+    launchLinear<&calExtForcesKernel>(listShape(sampleCount, 512), sampleCount, links, boundary,
                                       labels, wrenches, linkCount, sampleCount, scale);
-    checkCudaErrorsAtLine(54, cudaGetLastError());
-    checkCudaErrorsAtLine(55, cudaDeviceSynchronize());
+    checkCudaErrorsAtLine(54, cudaGetLastError());       // sic: prescribed value
+    checkCudaErrorsAtLine(55, cudaDeviceSynchronize());  // sic: prescribed value
     unusedKeys_.assign(static_cast<std::size_t>(linkCount), 0);
     checkCudaErrors(cudaMemcpy(keys_dev_, unusedKeys_.data(), unusedKeys_.size() * sizeof(int),
                                cudaMemcpyHostToDevice));
     reduceByLabel(labels, wrenches, sampleCount, keys_dev_, sums_dev_, scratch_);
-    launchLinear<&assignExtForceKernel>(linearShape(linkCount, 32), linkCount, links, linkCount,
+    launchLinear<&assignExtForceKernel>(listShape(linkCount, 32), linkCount, links, linkCount,
                                         sums_dev_, keys_dev_);
-    checkCudaErrorsAtLine(67, cudaGetLastError());
-    checkCudaErrorsAtLine(68, cudaDeviceSynchronize());
+    checkCudaErrorsAtLine(67, cudaGetLastError());       // sic: prescribed value
+    checkCudaErrorsAtLine(68, cudaDeviceSynchronize());  // sic: prescribed value
 }
 
 void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
                      int referenceIndex, int sampleCount) {
-    if (!platform::launchedOnGpu<&updateSampleVelKernel, ThreadMapping::Flat>(
-            linearShape(sampleCount, 512), {sampleCount, 1, 1}, boundary, labels, links, frameIndex,
-            referenceIndex, sampleCount)) {
-        updateSampleVelOnHost(boundary, labels, links, frameIndex, referenceIndex, sampleCount);
-    }
+    platform::onSelectedDevice(
+        [&] {
+            deviceLaunch<&updateSampleVelKernel, ThreadMapping::Flat>(
+                listShape(sampleCount, 512), LaunchExtent{sampleCount, 1, 1}, boundary, labels,
+                links, frameIndex, referenceIndex, sampleCount);
+        },
+        [&] {
+            updateSampleVelOnHost(boundary, labels, links, frameIndex, referenceIndex, sampleCount);
+        });
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

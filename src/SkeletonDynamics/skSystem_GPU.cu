@@ -25,7 +25,7 @@ struct AddWrenches {
     }
 };
 
-// The algorithm's own memory, from buffers that are kept: no allocation in a step.
+// Gives the algorithm memory from buffers that are kept, so that a step allocates nothing.
 struct ScratchAllocator {
     using value_type = char;
     DeviceScratch* scratch;

@@ -1,7 +1,7 @@
-// The two crossings between samples and links: sample forces go up as one wrench a link, link
-// motion goes down as sample velocities. All arithmetic is double; units are SI.
+// The operators between samples and links: the forces on samples become one wrench per link, and the motion
+// of links becomes sample velocities. SI units, double precision.
 //
-// A label is the index of a sample's link. Link 0 is the world: no live sample bears it.
+// A label is the index of a sample's link. Link 0 is the world, which has no samples.
 #pragma once
 
 #include <Eigen/Core>
@@ -13,6 +13,7 @@
 #include "SkeletonDynamics/skLinkData.h"
 #include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
 #include "platform/launch.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
@@ -21,19 +22,10 @@ using LinkWrench = Eigen::Matrix<double, 6, 1>;
 
 namespace link {
 
-// Three doubles and a column-major 4 x 4 transform, spelt out so that the order of operations is
-// the same for every compiler.
-struct Vec {
-    double x, y, z;
-};
+using Vec = Vector3<double>;
 
-DRELT_HOST_DEVICE Vec operator+(Vec a, Vec b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
-DRELT_HOST_DEVICE Vec operator-(Vec a, Vec b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-DRELT_HOST_DEVICE Vec operator-(Vec a) { return {-a.x, -a.y, -a.z}; }
-DRELT_HOST_DEVICE Vec cross(Vec a, Vec b) {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
-DRELT_HOST_DEVICE Vec load(const double* v) { return {v[0], v[1], v[2]}; }
+// T is a column-major 4 x 4 transform. The products are written out, so that every compiler keeps the same
+// order of operations.
 DRELT_HOST_DEVICE Vec rotate(const double* T, Vec v) {
     return {T[0] * v.x + T[4] * v.y + T[8] * v.z, T[1] * v.x + T[5] * v.y + T[9] * v.z,
             T[2] * v.x + T[6] * v.y + T[10] * v.z};
@@ -42,15 +34,15 @@ DRELT_HOST_DEVICE Vec rotateBack(const double* T, Vec v) {
     return {T[0] * v.x + T[1] * v.y + T[2] * v.z, T[4] * v.x + T[5] * v.y + T[6] * v.z,
             T[8] * v.x + T[9] * v.y + T[10] * v.z};
 }
-DRELT_HOST_DEVICE Vec apply(const double* T, Vec v) { return rotate(T, v) + load(T + 12); }
+DRELT_HOST_DEVICE Vec apply(const double* T, Vec v) { return rotate(T, v) + vector3(T + 12); }
 
 DRELT_HOST_DEVICE Vec samplePosition(const mlLagrangeBoundary* boundary, std::int64_t i) {
     return {static_cast<double>(boundary->coordx[i]), static_cast<double>(boundary->coordy[i]),
             static_cast<double>(boundary->coordz[i])};
 }
 
-// The wrench on a link of the force density at sample i, to which `scale` and the sample's area are
-// multiplied, in this order. Its sign is that of the reaction: the sample's force acts on fluid.
+// The wrench on a link from the force density at sample i, times `scale`, then times the sample's area. The
+// sample's force acts on the fluid; the link feels the reaction, hence the minus sign.
 DRELT_HOST_DEVICE void sampleWrench(const skLinkData& link, const mlLagrangeBoundary* boundary,
                                     std::int64_t i, float scale, double* wrench) {
     const double s = static_cast<double>(scale);
@@ -70,15 +62,15 @@ DRELT_HOST_DEVICE void sampleWrench(const skLinkData& link, const mlLagrangeBoun
 
 }  // namespace link
 
-// Forms the wrench of each sample in its link's frame. A label that is no link, or the world's 0,
-// is reported; a label outside the links gives a zero wrench.
+// Forms the wrench of a sample in its link's frame. Reports a label that is the world's 0 or outside the
+// links; a label outside the links gives a zero wrench.
 DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links,
                                      mlLagrangeBoundary* boundary, int* labels,
                                      LinkWrench* wrenches, int linkCount, int sampleCount,
                                      float scale) {
     if (at.n >= sampleCount) return;
     const int k = labels[at.n];
-    if (k >= linkCount || k < 1) printf("LinkIdx error!!\n");
+    if (k >= linkCount || k < 1) printf("LinkIdx error!!\n");  // sic: prescribed text
     double* const wrench = wrenches[at.n].data();
     if (k >= linkCount || k < 0) {
         for (int c = 0; c < 6; ++c) wrench[c] = 0.0;
@@ -87,8 +79,8 @@ DRELT_KERNEL void calExtForcesKernel(LaunchIndex at, skLinkData* links,
     link::sampleWrench(links[k], boundary, at.n, scale, wrench);
 }
 
-// Writes the sum of a run of samples into the record of the link that is its key, unless a later
-// run has the same key. Key 0 marks an unused entry; a key outside the links is skipped.
+// Writes the sum of a run of samples to the record of its link, unless a later run belongs to the same link.
+// The key of a run is its link; key 0 marks an unused entry. A key outside the links is skipped.
 DRELT_KERNEL void assignExtForceKernel(LaunchIndex at, skLinkData* links, int linkCount,
                                        LinkWrench* sums, int* keys) {
     if (at.n >= linkCount) return;
@@ -106,12 +98,13 @@ DRELT_KERNEL void assignExtForceKernel(LaunchIndex at, skLinkData* links, int li
 
 namespace link {
 
-// What the velocities of a link's samples take besides their positions.
+// What the velocities of all samples of a link have in common.
 struct VelocityTerms {
     const skLinkData* link;
-    const skLinkData* reference;  // null where its axes are the world's
-    Vec turning, moving, origin;  // the frame's motion and place, in the link's axes
-    bool still;                   // the link is the frame
+    const skLinkData* reference;  // null if the reference is the world
+    Vec turning, moving,
+        origin;  // angular velocity, velocity and origin of the frame, in the link's axes
+    bool still;  // the link is the frame
     bool frameMoves;
     bool turned;  // the link is not the reference
 };
@@ -131,9 +124,9 @@ DRELT_HOST_DEVICE VelocityTerms velocityTerms(const skLinkData* links, int label
                         label != referenceIndex};
     if (terms.still || !terms.frameMoves) return terms;
     const double* const frame = F.transform.data();
-    terms.turning = rotate(frame, load(F.velocity.data()));
-    terms.moving = rotate(frame, load(F.velocity.data() + 3));
-    terms.origin = load(frame + 12);
+    terms.turning = rotate(frame, vector3(F.velocity.data()));
+    terms.moving = rotate(frame, vector3(F.velocity.data() + 3));
+    terms.origin = vector3(frame + 12);
     if (L.isWorld != 1.0) {
         const double* const toLink = L.inverse.data();
         terms.turning = rotate(toLink, terms.turning);
@@ -149,7 +142,7 @@ DRELT_HOST_DEVICE void updateSampleVelocity(const VelocityTerms& terms,
     Vec u{0.0, 0.0, 0.0};
     if (!terms.still) {
         const Vec r = apply(L.inverse.data(), samplePosition(boundary, i));
-        u = load(L.velocity.data() + 3) + cross(load(L.velocity.data()), r);
+        u = vector3(L.velocity.data() + 3) + cross(vector3(L.velocity.data()), r);
         if (terms.frameMoves) {
             u = u - (terms.moving + cross(terms.origin, terms.turning) + cross(terms.turning, r));
         }
@@ -165,8 +158,8 @@ DRELT_HOST_DEVICE void updateSampleVelocity(const VelocityTerms& terms,
 
 }  // namespace link
 
-// Velocity of the material point at a sample relative to the moving frame (link frameIndex), in the
-// axes of link referenceIndex, or world axes where that is the world's; stored as float.
+// Computes the velocity of the material point at a sample relative to the moving frame (link frameIndex), in
+// the axes of link referenceIndex (the world's axes if that link is the world). Stored as float.
 DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boundary, int* labels,
                                         skLinkData* links, int frameIndex, int referenceIndex,
                                         int sampleCount) {
@@ -175,7 +168,7 @@ DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boun
                                boundary, at.n);
 }
 
-// Device memory that a library's algorithm takes for the time of a call, kept for the next one.
+// Device memory that a library algorithm needs during a call. It is kept for the next call.
 class DeviceScratch {
 public:
     DeviceScratch() = default;
@@ -183,7 +176,7 @@ public:
     DeviceScratch(const DeviceScratch&) = delete;
     DeviceScratch& operator=(const DeviceScratch&) = delete;
 
-    // A block of at least `bytes` on the selected device; give it back after the call.
+    // Returns a block of at least `bytes` on the selected device. Give it back after the call.
     void* take(std::size_t bytes);
     void giveBack(const void* memory);
 
@@ -197,8 +190,8 @@ private:
     std::vector<Block> blocks_;
 };
 
-// Reduces sample forces to link wrenches on the selected device. The buffers of the sums are kept
-// between steps, and made anew when another device is selected.
+// Reduces sample forces to link wrenches on the selected device. It keeps its buffers between steps and
+// allocates new ones when another device is selected.
 class LinkForceReduction {
 public:
     LinkForceReduction() = default;
@@ -206,9 +199,9 @@ public:
     LinkForceReduction(const LinkForceReduction&) = delete;
     LinkForceReduction& operator=(const LinkForceReduction&) = delete;
 
-    // Writes torque and force of every link that has samples; the others keep theirs. The samples
-    // of a link must be neighbours: of several runs with one label the last one holds. All pointers
-    // are device pointers; `wrenches` has room for one a sample. `scale` is the node spacing [m].
+    // Writes torque and force of every link that has samples; the others keep theirs. The samples of a link
+    // must be neighbours: if a label has several runs, the last one counts. All pointers are device
+    // pointers; `wrenches` has room for one wrench per sample. `scale` is the node spacing [m].
     void reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels, LinkWrench* wrenches,
                 int linkCount, int sampleCount, float scale);
 
@@ -217,7 +210,7 @@ private:
     void release();
 
     int capacity_ = 0;
-    int device_ = 0;  // of the two below
+    int device_ = 0;  // on which the next two lie
     int* keys_dev_ = nullptr;
     LinkWrench* sums_dev_ = nullptr;
     std::vector<int> unusedKeys_;  // 0 for every link
@@ -228,11 +221,9 @@ private:
 void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
                      int referenceIndex, int sampleCount);
 
-#if defined(DRELT_CUDA)
-// Sums of neighbouring wrenches with equal labels, on the selected GPU, one entry a run; further
-// entries keep what they hold.
+// Sums neighbouring wrenches with equal labels on the selected GPU, one entry per run. Further entries keep
+// their values. Only a CUDA build defines it.
 void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
                          LinkWrench* sums, DeviceScratch& scratch);
-#endif
 
 }  // namespace drelt

@@ -1,19 +1,19 @@
-// One source for every device operator. An operator is a free function for ONE node, sample, vertex
-// or link, marked DRELT_KERNEL, with its LaunchIndex first and then its own arguments:
+// Launches of device operators. Host and GPU run the same source. An operator is a free function for ONE
+// node, sample, vertex or link. It is marked DRELT_KERNEL and takes its LaunchIndex first, then its own
+// arguments:
 //
 //     DRELT_KERNEL void mlSomethingKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz, int count);
 //
-// A launcher runs it over an extent through one of the launch functions below: on the selected
-// device's threads, host or CUDA. A launch calls the operator for indices inside the extent only, so
-// an operator needs no guard against surplus threads. After each launch the launcher checks
-// cudaGetLastError() and cudaDeviceSynchronize().
+// A launcher runs it over an extent with one of the launch functions below, on the threads of the selected
+// device. The launch functions call the operator only for indices inside the extent, so it needs no guard.
+// After each launch the launcher checks cudaGetLastError() and cudaDeviceSynchronize().
 //
-// On the host, rows of x run in parallel and the indices of a row run vectorised, so an operator
-// must not depend on other invocations of the same launch. Denormals are flushed to zero inside
-// a launch; the caller's floating-point state is restored after it.
+// On the host, the rows of x run in parallel and the indices of a row run vectorised. An operator must not
+// depend on other invocations of the same launch. Inside a launch denormals are flushed to zero; afterwards
+// the caller's floating-point state is restored.
 //
-// With DRELT_CUDA a launch on a GPU calls deviceLaunch<Op>, which nvcc instantiates in the operator's
-// .cu file with DRELT_INSTANTIATE_DEVICE (see launch_cuda.cuh).
+// In a CUDA build, nvcc instantiates deviceLaunch<Op> in the operator's .cu file with
+// DRELT_INSTANTIATE_DEVICE (launch_cuda.cuh).
 #pragma once
 
 #include <cstdint>
@@ -26,27 +26,26 @@
 #define DRELT_HOST_DEVICE inline __attribute__((always_inline))
 #endif
 #define DRELT_KERNEL DRELT_HOST_DEVICE
-// Marks the host's form of an operator for a row of indices, see launchVolumeByRows.
+// Marks the host's form of an operator for a row of indices; see launchVolumeByRows.
 #define DRELT_HOST_ROW inline __attribute__((always_inline))
-// Behind a lambda's parameters: lambdas in operators must be inlined too, or nothing vectorises.
+// Stands behind a lambda's parameters. Lambdas in operators must be inlined, or nothing vectorises.
 #define DRELT_LAMBDA_INLINE __attribute__((always_inline))
 
 namespace drelt {
 
-// Where one invocation stands: coordinates in the extent (node coordinates for volume launches) and
-// the flat index x + extent.x * (y + extent.y * z).
+// The index of one invocation: coordinates in the extent (node coordinates in a launch over nodes) and the
+// flat index n = x + extent.x * (y + extent.y * z).
 struct LaunchIndex {
     int x, y, z;
     std::int64_t n;
 };
 
-// Numbers of indices along each axis; 32-bit each, products in 64 bits.
+// Number of indices along each axis. Products of them are formed in 64 bits.
 struct LaunchExtent {
     int x, y, z;
 };
 
-// Threads of a block and blocks of a grid, as the launchers state them for a CUDA device. A block has at
-// most kMaxBlockThreads.
+// Threads of a block and blocks of a grid on a GPU. A block has at most kMaxBlockThreads threads.
 struct LaunchShape {
     unsigned blockX, blockY, blockZ;
     unsigned gridX, gridY, gridZ;
@@ -54,11 +53,11 @@ struct LaunchShape {
 
 inline constexpr int kMaxBlockThreads = 512;
 
-// How a device thread finds its index: the flat thread number decoded with the extent, or the three
-// thread axes as they are.
+// How a GPU thread finds its index. Flat: decodes its flat thread number with the extent. Axes: takes its
+// three thread axes.
 enum class ThreadMapping { Flat, Axes };
 
-// Shape with enough blocks of the given size to cover an extent axis by axis.
+// The shape with enough blocks of the given size to cover an extent along each axis.
 inline LaunchShape coveringShape(LaunchExtent extent, unsigned blockX, unsigned blockY,
                                  unsigned blockZ) {
     const auto blocks = [](int n, unsigned block) {
@@ -72,7 +71,12 @@ inline LaunchShape coveringShape(LaunchExtent extent, unsigned blockX, unsigned 
             blocks(extent.z, blockZ)};
 }
 
-// Calls body(index) for `length` indices of a row from the first on, vectorised; mark the body
+// The shape for a list of `count` items: count / block + 1 blocks.
+inline LaunchShape listShape(int count, unsigned block) {
+    return {block, 1, 1, static_cast<unsigned>(count) / block + 1, 1, 1};
+}
+
+// Calls body(index) for `length` indices of a row, starting with the first one, vectorised. Mark the body
 // DRELT_LAMBDA_INLINE.
 template <class Body>
 DRELT_HOST_DEVICE void forEachInRow(LaunchIndex first, int length, Body&& body) {
@@ -94,16 +98,35 @@ private:
     unsigned saved_;
 };
 
-#if defined(DRELT_CUDA)
+// Runs an operator on the selected GPU. Only a CUDA build defines it, in launch_cuda.cuh.
 template <auto Op, ThreadMapping Mapping, class... Args>
 void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args);
-#endif
 
 namespace platform {
 
-// Below this many indices a launch costs less than waking the threads for it.
+#if defined(DRELT_CUDA)
+inline constexpr bool kWithCuda = true;
+#else
+inline constexpr bool kWithCuda = false;
+#endif
+
+// Calls onGpu() if a GPU is selected and onHost() if the host's threads are. Whatever has a form for each
+// of them chooses here. A build without CUDA compiles onGpu but never calls it, so it may name functions
+// that only a CUDA build defines.
+template <class OnGpu, class OnHost>
+void onSelectedDevice([[maybe_unused]] OnGpu&& onGpu, OnHost&& onHost) {
+    if constexpr (kWithCuda) {
+        if (!onHostDevice()) {
+            onGpu();
+            return;
+        }
+    }
+    onHost();
+}
+
+// With fewer indices than this, a launch costs less than waking the threads.
 inline constexpr std::int64_t kWorthThreads = 2048;
-// The same for operators with loops of their own.
+// The same for operators that contain loops.
 inline constexpr std::int64_t kWorthThreadsEach = 256;
 
 template <auto Op, class... Args>
@@ -155,57 +178,50 @@ void hostLaunchLinear(std::int64_t count, Args... args) {
     }
 }
 
-// Runs an operator on the selected GPU; false where the selected device is the host's threads.
-template <auto Op, ThreadMapping Mapping, class... Args>
-bool launchedOnGpu([[maybe_unused]] LaunchShape shape, [[maybe_unused]] LaunchExtent extent,
-                   [[maybe_unused]] Args... args) {
-#if defined(DRELT_CUDA)
-    if (!onHostDevice()) {
-        deviceLaunch<Op, Mapping>(shape, extent, args...);
-        return true;
-    }
-#endif
-    return false;
-}
-
 }  // namespace platform
 
-// One invocation a node of a grid: the device's flat thread number is the node index.
+// Launches one invocation per node of a grid. On a GPU the flat thread number is the node index.
 template <auto Op, class... Args>
 void launchVolume(LaunchShape shape, LaunchExtent nodes, Args... args) {
-    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, nodes, args...)) return;
-    platform::hostLaunchRows<Op>(nodes, args...);
+    platform::onSelectedDevice(
+        [&] { deviceLaunch<Op, ThreadMapping::Flat>(shape, nodes, args...); },
+        [&] { platform::hostLaunchRows<Op>(nodes, args...); });
 }
 
-// The same for operators that treat each population of a node alone. On the host,
-// RowOp(first, length, args...) does a whole row of x from its first index on: direction outside and
-// x inside, so that memory is walked in long runs. It is built from the functions that Op is built of.
+// The same for operators that treat each population of a node separately. On the host,
+// RowOp(first, length, args...) treats a whole row of x: it loops over directions outside and over x
+// inside, so that it walks through memory in long runs. Op and RowOp are built from the same functions.
 template <auto Op, auto RowOp, class... Args>
 void launchVolumeByRows(LaunchShape shape, LaunchExtent nodes, Args... args) {
-    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, nodes, args...)) return;
-    platform::hostLaunchByRows<RowOp>(nodes, args...);
+    platform::onSelectedDevice(
+        [&] { deviceLaunch<Op, ThreadMapping::Flat>(shape, nodes, args...); },
+        [&] { platform::hostLaunchByRows<RowOp>(nodes, args...); });
 }
 
-// One invocation an index of a three-dimensional range, on a device from the three thread axes.
+// Launches one invocation per index of a three-dimensional range. On a GPU the thread axes are the index.
 template <auto Op, class... Args>
 void launchRange(LaunchShape shape, LaunchExtent range, Args... args) {
-    if (platform::launchedOnGpu<Op, ThreadMapping::Axes>(shape, range, args...)) return;
-    platform::hostLaunchRows<Op>(range, args...);
+    platform::onSelectedDevice(
+        [&] { deviceLaunch<Op, ThreadMapping::Axes>(shape, range, args...); },
+        [&] { platform::hostLaunchRows<Op>(range, args...); });
 }
 
-// The same with the host's form of the operator for a row, as for launchVolumeByRows.
+// The same with the host's form for a row, as in launchVolumeByRows.
 template <auto Op, auto RowOp, class... Args>
 void launchRangeByRows(LaunchShape shape, LaunchExtent range, Args... args) {
-    if (platform::launchedOnGpu<Op, ThreadMapping::Axes>(shape, range, args...)) return;
-    platform::hostLaunchByRows<RowOp>(range, args...);
+    platform::onSelectedDevice(
+        [&] { deviceLaunch<Op, ThreadMapping::Axes>(shape, range, args...); },
+        [&] { platform::hostLaunchByRows<RowOp>(range, args...); });
 }
 
-// One invocation an item of a list, not vectorised: for operators with loops of their own.
+// Launches one invocation per item of a list, not vectorised. For operators that contain loops.
 template <auto Op, class... Args>
 void launchLinear(LaunchShape shape, int count, Args... args) {
-    const LaunchExtent items{count, 1, 1};
-    if (platform::launchedOnGpu<Op, ThreadMapping::Flat>(shape, items, args...)) return;
-    platform::hostLaunchLinear<Op>(count, args...);
+    platform::onSelectedDevice(
+        [&] {
+            deviceLaunch<Op, ThreadMapping::Flat>(shape, LaunchExtent{count, 1, 1}, args...);
+        },
+        [&] { platform::hostLaunchLinear<Op>(count, args...); });
 }
 
 }  // namespace drelt

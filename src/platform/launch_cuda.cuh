@@ -1,5 +1,5 @@
-// The device side of a launch: one __global__ template that runs any operator. Included by the .cu
-// files that instantiate operators, never by C++ sources.
+// The GPU side of a launch: one __global__ template that runs any operator. Only the .cu files that
+// instantiate operators include this header.
 #pragma once
 
 #include <cuda_runtime.h>
@@ -10,11 +10,11 @@
 
 namespace drelt {
 
-// Blocks along y and z are limited; a launch that states more is folded.
+// CUDA limits the blocks along y and z. deviceLaunch reshapes a grid that has more.
 inline constexpr unsigned kMaxGridYZ = 65535;
 
-// The flat thread number decoded. An extent has at most 2^32 - 1 indices: 32-bit division is several times
-// as quick as that of 64 bits.
+// Decodes the flat thread number. An extent has at most 2^32 - 1 indices, because a 32-bit division is
+// several times as fast as a 64-bit one.
 template <auto Op, class... Args>
 __device__ __forceinline__ void runFlat(LaunchExtent extent, const Args&... args) {
     const std::int64_t block =
@@ -31,7 +31,8 @@ __device__ __forceinline__ void runFlat(LaunchExtent extent, const Args&... args
     Op(at, args...);
 }
 
-// The three thread axes; y and z go on in strides of the grid where that was folded.
+// Takes the three thread axes as the index. Where deviceLaunch has cut the grid along y or z, a thread
+// goes on in strides of the grid.
 template <auto Op, class... Args>
 __device__ __forceinline__ void runAxes(LaunchExtent extent, const Args&... args) {
     LaunchIndex at;
@@ -47,13 +48,13 @@ __device__ __forceinline__ void runAxes(LaunchExtent extent, const Args&... args
     }
 }
 
-// Threads of a block that an operator may be launched with. An operator that needs more registers than
-// that many threads can have says in its .cu file that its launcher states fewer.
+// The most threads per block that an operator is launched with. An operator that needs more registers
+// than so many threads can have specialises this in its .cu file.
 template <auto Op>
 inline constexpr int kBlockThreadsOf = kMaxBlockThreads;
 
-// The bound holds an operator to as few registers as a block of that size can have: without it the
-// largest ones may fail to launch where another compiler gives them more.
+// The bound limits an operator to the registers that a block of that size can have. Without it, a large
+// operator may get more from some compiler and then fail to launch.
 template <auto Op, ThreadMapping Mapping, class... Args>
 __global__ void __launch_bounds__(kBlockThreadsOf<Op>)
     runOperator(LaunchExtent extent, Args... args) {
@@ -70,7 +71,7 @@ void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args) {
     dim3 grid(shape.gridX, shape.gridY, shape.gridZ);
     if (grid.y > kMaxGridYZ || grid.z > kMaxGridYZ) {
         if constexpr (Mapping == ThreadMapping::Flat) {
-            grid = dim3(grid.x * grid.y * grid.z);  // blocks along x are as many as needed
+            grid = dim3(grid.x * grid.y * grid.z);  // x has no such limit
         } else {
             grid.y = grid.y < kMaxGridYZ ? grid.y : kMaxGridYZ;
             grid.z = grid.z < kMaxGridYZ ? grid.z : kMaxGridYZ;
@@ -79,8 +80,8 @@ void deviceLaunch(LaunchShape shape, LaunchExtent extent, Args... args) {
     runOperator<Op, Mapping><<<grid, block>>>(extent, args...);
 }
 
-// Instantiates the device launch of one operator, whatever its own arguments are. What an operator takes
-// by constant reference travels by value.
+// Instantiates the GPU launch of one operator for the types of its arguments. An argument that the
+// operator takes by constant reference is passed to the GPU by value.
 template <auto Op, ThreadMapping Mapping, class Signature = decltype(Op)>
 struct DeviceInstance;
 template <auto Op, ThreadMapping Mapping, class... Args>

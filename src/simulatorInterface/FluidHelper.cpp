@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cslbm/PML/PMLScheme.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/check.h"
 #include "platform/runtime.h"
@@ -285,14 +286,13 @@ void layOutAbsorbingLayer(mlFlow& flow, float sigma_max) {
     const MLFluidParam& param = *flow.param;
     const int w = param.pml_width;
     const int nx = param.samples_x, ny = param.samples_y, nz = param.samples_z;
-    const auto thickness = static_cast<float>(w);
-    const float slope = sigma_max / (thickness * thickness);
+    const float scale = dampingScale(sigma_max, w);
     forEachNode(param, [&](std::int64_t n, int x, int y, int z) {
         flow.PML_type[n] = PML_NONE;
         if (x >= w && x < nx - w && y >= w && y < ny - w && z >= w && z < nz - w) return;
         const int margin = std::min({x, nx - 1 - x, y, ny - 1 - y, z, nz - 1 - z});
         const auto depth = static_cast<float>(w - margin);
-        flow.sigma[n] = depth * (slope * depth);
+        flow.sigma[n] = layerDamping(depth, scale);
         flow.PML_type[n] = outerType(param, x, y, z);
     });
     for (const int z : {0, nz - 1}) {

@@ -8,10 +8,9 @@ void updateSamplesPosNormal(int meshId, MeshFace* faces, MeshSample* samples,
                             Eigen::Vector3d* vertices, Eigen::Vector3d* normals, float* coordx,
                             float* coordy, float* coordz, float* normalx, float* normaly,
                             float* normalz, int count) {
-    const LaunchShape shape{512, 1, 1, static_cast<unsigned>(count / 512 + 1), 1, 1};
-    launchLinear<&updateSamplesPosNormalKernel>(shape, count, meshId, faces, samples, vertices,
-                                                normals, coordx, coordy, coordz, normalx, normaly,
-                                                normalz, count);
+    launchLinear<&updateSamplesPosNormalKernel>(listShape(count, 512), count, meshId, faces,
+                                                samples, vertices, normals, coordx, coordy, coordz,
+                                                normalx, normaly, normalz, count);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

@@ -1,4 +1,4 @@
-// Samples follow the skin: positions and normals from the triangles that they are tied to.
+// Samples follow the skin: each takes its position and normal from its triangle.
 #pragma once
 
 #include <Eigen/Core>
@@ -9,8 +9,7 @@
 
 namespace drelt {
 
-// Barycentric mean of the values at a face's vertices. Values are triples of doubles, a vertex
-// each.
+// The barycentric mean of the values at a face's vertices. `values` holds three doubles per vertex.
 DRELT_HOST_DEVICE void interpolateOnFace(const MeshFace& face, const MeshSample& sample,
                                          const Eigen::Vector3d* values, float* to) {
     static_assert(sizeof(Eigen::Vector3d) == 3 * sizeof(double), "vectors are packed triples");
@@ -22,8 +21,8 @@ DRELT_HOST_DEVICE void interpolateOnFace(const MeshFace& face, const MeshSample&
     }
 }
 
-// One sample of the whole list: acts where it belongs to mesh meshId, whose faces, vertices and
-// normals are given. Writes the position [m] and the normal of unit length.
+// Updates one sample of the whole list if it belongs to mesh meshId, whose faces, vertices and normals are
+// given. Writes the position [m] and the unit normal.
 DRELT_KERNEL void updateSamplesPosNormalKernel(LaunchIndex at, int meshId, MeshFace* faces,
                                                MeshSample* samples, Eigen::Vector3d* vertices,
                                                Eigen::Vector3d* normals, float* coordx,

@@ -1,9 +1,10 @@
-// Absorbing layer along the faces of the box: corrects the post-collision populations with a term
-// built from the deviation of the local equilibrium from a state at rest, its mean over two time
-// levels Q, and the derivative of Q along each direction (after the absorbing layer of Najafi-Yazdi
-// and Mongeau, Comput. Fluids 68 (2012) 203). One isotropic damping strength a node.
+// The absorbing layer along the faces of the box (after Najafi-Yazdi and Mongeau, Comput. Fluids 68 (2012)
+// 203). It corrects the post-collision populations with a term built from the deviation of the local
+// equilibrium from a state at rest, the mean Q of this deviation over two time levels, and the derivative
+// of Q along each direction. The damping is isotropic, with one strength per node.
 #pragma once
 
+#include "cslbm/PML/PMLScheme.h"
 #include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
@@ -13,19 +14,16 @@ namespace drelt {
 
 namespace detail {
 
-// Length of a direction vector, in single precision.
 template <class D>
-constexpr float directionLength() {
-    constexpr int squared = D::x * D::x + D::y * D::y + D::z * D::z;
-    return squared == 3 ? 1.7320508f : (squared == 2 ? 1.4142135f : 1.0f);
-}
+inline constexpr float lengthOf = directionLength(D::x* D::x + D::y * D::y + D::z * D::z);
 
+// The distance in memory from a node to its neighbour in direction D.
 template <class D>
 DRELT_HOST_DEVICE std::int64_t directionShift(int nx, int ny) {
     return D::x + nx * (D::y + static_cast<std::int64_t>(ny) * D::z);
 }
 
-// One direction of each operator; the operators below loop over the directions.
+// One direction of each operator. The operators below loop over the directions.
 
 template <class D>
 DRELT_HOST_DEVICE void deviationAlong(D d, std::int64_t n, mlFlow* flow) {
@@ -37,7 +35,7 @@ DRELT_HOST_DEVICE void deviationAlong(D d, std::int64_t n, mlFlow* flow) {
     flow->Q[entry] = (flow->fEqTildeOld[entry] + deviation) * 0.5f;
 }
 
-// Central difference of Q, on nodes with all neighbours in the grid.
+// The central difference of Q, for nodes with all neighbours in the grid.
 template <class D>
 DRELT_HOST_DEVICE void innerDerivativeAlong(D, std::int64_t n, mlFlow* flow, int nx, int ny) {
     const float* const Q = flow->Q + D::index * flow->count + n;
@@ -46,13 +44,12 @@ DRELT_HOST_DEVICE void innerDerivativeAlong(D, std::int64_t n, mlFlow* flow, int
         *cNQ = 0.0f;
     } else {
         const std::int64_t shift = directionShift<D>(nx, ny);
-        *cNQ = static_cast<float>((Q[shift] - Q[-shift]) * 0.5 /
-                                  static_cast<double>(directionLength<D>()));
+        *cNQ = static_cast<float>((Q[shift] - Q[-shift]) * 0.5 / static_cast<double>(lengthOf<D>));
     }
 }
 
-// On the outermost plane only directions that leave the grid carry a derivative, and that one is
-// one-sided; all others are multiplied by zero.
+// On the outermost plane only directions that leave the grid have a derivative, and that one is one-sided.
+// All others are multiplied by 0.
 template <class D>
 DRELT_HOST_DEVICE void outerDerivativeAlong(D, const LaunchIndex& at, mlFlow* flow, int nx, int ny,
                                             int nz) {
@@ -68,12 +65,12 @@ DRELT_HOST_DEVICE void outerDerivativeAlong(D, const LaunchIndex& at, mlFlow* fl
         const bool backward = inside(at.x - D::x, at.y - D::y, at.z - D::z);
         const std::int64_t shift = directionShift<D>(nx, ny);
         const float c = forward && backward ? 0.5f : 1.0f;
-        // conditional loads, not conditional indices: they stay contiguous in a vector
+        // With conditional loads instead of indices, a vector of nodes loads contiguous memory.
         float ahead = *Q;
         float behind = ahead;
         if (forward) ahead = Q[shift];
         if (backward) behind = Q[-shift];
-        *cNQ = c / directionLength<D>() * (ahead - behind) * (forward ? 0.0f : 1.0f);
+        *cNQ = c / lengthOf<D> * (ahead - behind) * (forward ? 0.0f : 1.0f);
     }
 }
 
@@ -91,7 +88,7 @@ DRELT_HOST_DEVICE void advanceAlong(D, std::int64_t n, mlFlow* flow) {
     flow->fEqTildeOld[entry] = flow->fEqTilde[entry];
 }
 
-// Which operator of the layer computes cNQ on a node of a type.
+// Whether nodes of a type lie in the layer and on the outermost plane of the grid.
 DRELT_HOST_DEVICE bool isOuter(PML_TYPE type) { return type != PML_INTERIOR && type != PML_NONE; }
 
 // Calls body(first, length) for each run of nodes of a row whose type passes the test.
@@ -111,13 +108,13 @@ DRELT_HOST_DEVICE void forEachRun(const LaunchIndex& first, int length, const ml
 
 }  // namespace detail
 
-// fEqTilde = equilibrium - fEqBar and Q = mean of it over two time levels, on every node. Reads rou,
+// Forms fEqTilde = equilibrium - fEqBar and Q, its mean over two time levels, at every node. Reads rou,
 // ux uy uz (velocities), fEqBar, fEqTildeOld. Run after the collision.
 DRELT_KERNEL void PML_CalQFeqTildeKernel(LaunchIndex at, mlFlow* flow) {
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE { detail::deviationAlong(d, at.n, flow); });
 }
 
-// cNQ by central differences, on nodes of type PML_INTERIOR.
+// Forms cNQ by central differences at nodes of type PML_INTERIOR.
 DRELT_KERNEL void PML_CalcNQInternalKernel(LaunchIndex at, mlFlow* flow) {
     if (flow->PML_type[at.n] != PML_INTERIOR) return;
     const int nx = flow->param->samples_x;
@@ -126,7 +123,7 @@ DRELT_KERNEL void PML_CalcNQInternalKernel(LaunchIndex at, mlFlow* flow) {
         [&](auto d) DRELT_LAMBDA_INLINE { detail::innerDerivativeAlong(d, at.n, flow, nx, ny); });
 }
 
-// cNQ by the one-sided rule, on the layer's nodes of the outermost plane.
+// Forms cNQ by the one-sided rule at the nodes of the outermost plane.
 DRELT_KERNEL void PML_CalcNQBoundaryKernel(LaunchIndex at, mlFlow* flow) {
     if (!detail::isOuter(flow->PML_type[at.n])) return;
     const MLFluidParam* const param = flow->param;
@@ -137,7 +134,8 @@ DRELT_KERNEL void PML_CalcNQBoundaryKernel(LaunchIndex at, mlFlow* flow) {
         [&](auto d) DRELT_LAMBDA_INLINE { detail::outerDerivativeAlong(d, at, flow, nx, ny, nz); });
 }
 
-// fPost -= sigma (sigma Q + 2 fEqTilde + cNQ) in the layer; fEqTildeOld = fEqTilde on every node.
+// Subtracts sigma (sigma Q + 2 fEqTilde + cNQ) from fPost in the layer, and sets fEqTildeOld = fEqTilde at
+// every node.
 DRELT_KERNEL void PML_CollisionKernel(LaunchIndex at, mlFlow* flow) {
     if (flow->PML_type[at.n] != PML_NONE) {
         forEachDirection([&](auto d) DRELT_LAMBDA_INLINE { detail::absorbAlong(d, at.n, flow); });
@@ -145,7 +143,7 @@ DRELT_KERNEL void PML_CollisionKernel(LaunchIndex at, mlFlow* flow) {
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE { detail::advanceAlong(d, at.n, flow); });
 }
 
-// The same operators for a row of nodes; nodes outside the layer are passed over in runs.
+// The same operators for a row of nodes. They skip runs of nodes outside the layer.
 
 DRELT_HOST_ROW void deviationRow(LaunchIndex first, int length, mlFlow* flow) {
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {

@@ -48,11 +48,6 @@ private:
     float* data_ = nullptr;
 };
 
-constexpr int codeOfIndex(int i) {
-    return static_cast<int>(ex_cas1[i]) + 1 + 3 * (static_cast<int>(ey_cas1[i]) + 1) +
-           9 * (static_cast<int>(ez_cas1[i]) + 1);
-}
-
 }  // namespace
 
 double FusedDeviceDomain::bytesPerNode(const MLFluidParam& p) {
@@ -84,7 +79,7 @@ FusedDeviceDomain::FusedDeviceDomain(const MLFluidParam& param, float nu, float 
     s.width = param.pml_width;
     s.pitch = pitchOf(s.nx);
     s.nu = nu;
-    if (s.width > 0) s.sigmaScale = sigmaMax / static_cast<float>(s.width * s.width);
+    if (s.width > 0) s.sigmaScale = dampingScale(sigmaMax, s.width);
     s.chunkWords = (s.nx + 32 * kChunkNodes - 1) / (32 * kChunkNodes);
     s.bodyAcceleration[0] = param.bodyAccelx;
     s.bodyAcceleration[1] = param.bodyAccely;
@@ -228,7 +223,7 @@ void FusedDeviceDomain::storePopulations(const mlFlow& host) {
     }
     for (int i = 0; i < kDirections; ++i) {
         staging.fill(host.f + i * nodes_);
-        launchNodes<&fused_device::storeKernel>(state_, codeOfIndex(i), values);
+        launchNodes<&fused_device::storeKernel>(state_, fused_device::codeOfDirection(i), values);
     }
 }
 
@@ -268,11 +263,13 @@ void FusedDeviceDomain::materialise(mlFlow& host) const {
     const Staging staging(nodes_);
     for (int i = 0; i < kDirections; ++i) {
         if (host.f != nullptr) {
-            launchNodes<&fused_device::fetchKernel>(state_, codeOfIndex(i), staging.data());
+            launchNodes<&fused_device::fetchKernel>(state_, fused_device::codeOfDirection(i),
+                                                    staging.data());
             staging.read(host.f + i * nodes_);
         }
         if (host.fPost != nullptr) {
-            launchNodes<&fused_device::fetchPostKernel>(state_, codeOfIndex(i), staging.data());
+            launchNodes<&fused_device::fetchPostKernel>(state_, fused_device::codeOfDirection(i),
+                                                        staging.data());
             staging.read(host.fPost + i * nodes_);
         }
     }

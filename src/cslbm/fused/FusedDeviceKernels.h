@@ -1,15 +1,16 @@
-// The kernels of a device's production step, in the order in which a step launches them. All have one
-// invocation a node unless a line says otherwise.
+// The kernels of a device's production step, in the order in which a step launches them. They have one
+// invocation per node unless a comment says otherwise.
 #pragma once
 
 #include "cslbm/fused/FusedDeviceLayer.h"
+#include "cslbm/gpu_inc/gpu/mlForce.h"
 
 namespace drelt {
 namespace fused_device {
 
-// Makes a step's beginning: nodes of the open planes take the streamed populations of their inner
-// neighbours, where that is due, and where a force was spread its half goes to the momentum. Reads of
-// the planes are of nodes on none of them, to which nothing is written.
+// Prepares a step. Nodes on a pending open plane copy the streamed populations of their inner neighbour;
+// nodes under a spread force add half of it to their momentum. Free of races: an inner neighbour lies on no
+// open plane, so no thread writes to it.
 DRELT_KERNEL void prepareKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
@@ -25,63 +26,58 @@ DRELT_KERNEL void prepareKernel(LaunchIndex at, const FusedDeviceState& d) {
     }
 }
 
-// A population whose source lies outside the grid keeps its value: it goes to the place where the
-// next step looks for it. Nobody reads or writes those places in this step.
+// A population whose source lies outside the grid keeps its value. It moves to the place where the next step
+// looks for it. No thread uses that place in this step.
 template <int Code>
-DRELT_FUSED_INLINE void keepPair(const FusedState& s, const Faces& faces, const float (&f)[27],
-                                 float* own) {
-    constexpr int x = codeX(Code);
-    constexpr int y = codeY(Code);
-    constexpr int z = codeZ(Code);
+DRELT_HOST_DEVICE void keepPair(const FusedState& s, const Faces& faces, const float (&f)[27],
+                                float* own) {
+    using D = TowardCode<Code>;
     const PairPlaces pair = pairPlaces(s, Code);
-    if (faces.leaves<-x, -y, -z>()) own[pair.b] = f[Code];
-    if (faces.leaves<x, y, z>()) own[pair.a + pair.ahead] = f[26 - Code];
+    if (faces.leavesBackwards<D>()) own[pair.b] = f[Code];
+    if (faces.leaves<D>()) own[pair.a + pair.ahead] = f[26 - Code];
     if constexpr (Code < 26) keepPair<Code + 1>(s, faces, f, own);
 }
 
-// Takes post-collision populations to their places, in a layer with what it gives.
+// Stores the post-collision populations of a node.
 struct StoreNode {
     const FusedState& s;
     float* own;
     template <class D>
-    DRELT_FUSED_INLINE void operator()(D, float value) const {
+    DRELT_HOST_DEVICE void operator()(D, float value) const {
         own[s.place[D::opposite]] = value;
     }
 };
+// The same in the absorbing layer, with what the layer adds.
 struct StoreAbsorbedNode {
     const FusedState& s;
     float* own;
     const Absorption& layer;
-    template <class Rest>
-    DRELT_FUSED_INLINE void operator()(Rest, float value) const {
-        own[s.place[Rest::code]] = value + layer.given<Rest>(deviationOf<Rest>(layer.own), 0.0f);
+    template <class Rest>  // the rest direction; pairs go through storePair
+    DRELT_HOST_DEVICE void operator()(Rest, float value) const {
+        own[s.place[Rest::code]] = value + layer.added<Rest>(deviationOf<Rest>(layer.own), 0.0f);
     }
 };
 template <class D, class E>
-DRELT_FUSED_INLINE void storePair(const StoreAbsorbedNode& to, D, E, float along, float against) {
+DRELT_HOST_DEVICE void storePair(const StoreAbsorbedNode& to, D, E, float along, float against) {
     to.layer.addPair<D, E>(along, against);
     to.own[to.s.place[E::code]] = along;
     to.own[to.s.place[D::code]] = against;
 }
 
-// Force whose source enters: the frame's inertial force and what was spread, which acts once.
-DRELT_FUSED_INLINE float consumeForce(const FusedState& s, const LaunchIndex& at, int axis,
-                                      float rho, bool spread) {
-    const float inertial = s.acceleration[axis] * rho;
-    if (!spread) return inertial;
-    double& force = s.force[axis][at.n];
-    const double sum = force + inertial;
-    force = 0.0;
-    return static_cast<float>(sum);
+// Adds the spread force along one axis to the inertial force, and clears it.
+DRELT_HOST_DEVICE float consumeForce(double& spread, float inertial) {
+    const float sum = addedForce(spread, inertial);
+    spread = 0.0;
+    return sum;
 }
 
 template <bool Whole, bool Layer>
-DRELT_FUSED_INLINE void collideNode(const LaunchIndex& at, const FusedDeviceState& d) {
+DRELT_HOST_DEVICE void collideAndStreamNode(const LaunchIndex& at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     float* const own = placesOf(s, at.x, at.y, at.z);
     float f[27];
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
-        constexpr int code = codeOf<decltype(e)>;
+        constexpr int code = TowardOf<decltype(e)>::code;
         f[code] = own[s.place[code]];
     });
     const Faces faces = facesOf(s, at);
@@ -91,30 +87,29 @@ DRELT_FUSED_INLINE void collideNode(const LaunchIndex& at, const FusedDeviceStat
     const Rates<float> rates =
         ratesOf(differencesAt(d, at), fluid.rho, fluid.u, s.sopt[at.n], s.nu);
     s.sopt[at.n] = rates.sopt;
-    const bool spread = marked(s, at);
     Relaxation<float> r;
     r.rho = fluid.rho;
     r.u = fluid.u;
-    r.force = {consumeForce(s, at, 0, r.rho, spread), consumeForce(s, at, 1, r.rho, spread),
-               consumeForce(s, at, 2, r.rho, spread)};
-    if constexpr (Whole) {
-        r.force = {mulAdd(s.bodyAcceleration[0], r.rho, r.force.x),
-                   mulAdd(s.bodyAcceleration[1], r.rho, r.force.y),
-                   mulAdd(s.bodyAcceleration[2], r.rho, r.force.z)};
+    r.force = inertialForce(s.acceleration, r.rho);
+    if (marked(s, at)) {
+        r.force = {consumeForce(s.force[0][at.n], r.force.x),
+                   consumeForce(s.force[1][at.n], r.force.y),
+                   consumeForce(s.force[2][at.n], r.force.z)};
     }
+    if constexpr (Whole) r.force = withBodyForce(s.bodyAcceleration, r.rho, r.force);
     r.shear = rates.shear;
     r.high = r.equilibrium = rates.high;
     if constexpr (Layer) {
         const float sigma = dampingAt(s, at);
         if (sigma > 0.0f) {
-            // the layer takes 2 sigma of the equilibrium: so much less of it is given
+            // The layer takes 2 sigma of the equilibrium away, so the collision adds that much less.
             r.equilibrium = negMulAdd(2.0f, sigma, rates.high);
             const Absorption layer{d,     at.n,
                                    faces, faces.any(),
                                    sigma, {fluid, fluidAt(d.before, at.n), referenceAt(s, at.n)}};
             const StoreAbsorbedNode to{s, own, layer};
             if constexpr (Whole) {
-                relax<Whole>(r, PopulationsAt{own, s}, to);  // read again: registers run out
+                relax<Whole>(r, PopulationsAt{own, s}, to);  // reads again, to save registers
             } else {
                 relax<Whole>(r, LoadedPopulations{f}, to);
             }
@@ -124,34 +119,33 @@ DRELT_FUSED_INLINE void collideNode(const LaunchIndex& at, const FusedDeviceStat
     relax<Whole>(r, LoadedPopulations{f}, StoreNode{s, own});
 }
 
-// Collision, absorbing layer and streaming in place. Reads the 27 streamed populations of a node,
-// density and momentum of it and its six neighbours (in the layer of all 26, at both times) and its
-// high-order parameter; writes 27 populations and the parameter, and clears the force that was spread to
-// the node. A thread writes the places that it has read, and on a face places that no other thread
-// touches: the order of threads is no matter. With Whole, populations, density and momentum need not
-// belong together.
+// Collision, absorbing layer and streaming, in place. A thread reads the 27 streamed populations of its node,
+// its high-order parameter, and density and momentum of the node and its six neighbours (in the layer of all
+// 26, at both times). It writes 27 populations and the parameter and clears the spread force. It writes only
+// to places that it has read and, on a face, to places that no other thread uses, so the order of threads
+// does not matter. With Whole, density and momentum may differ from the sums of the populations.
 DRELT_KERNEL void collideKernel(LaunchIndex at, const FusedDeviceState& d) {
-    collideNode<false, false>(at, d);
+    collideAndStreamNode<false, false>(at, d);
 }
 DRELT_KERNEL void collideLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
-    collideNode<false, true>(at, d);
+    collideAndStreamNode<false, true>(at, d);
 }
 DRELT_KERNEL void collideWholeKernel(LaunchIndex at, const FusedDeviceState& d) {
-    collideNode<true, false>(at, d);
+    collideAndStreamNode<true, false>(at, d);
 }
 DRELT_KERNEL void collideWholeLayerKernel(LaunchIndex at, const FusedDeviceState& d) {
-    collideNode<true, true>(at, d);
+    collideAndStreamNode<true, true>(at, d);
 }
 
-// Density and momentum of the streamed populations into `to`, those of a node on the open planes from
-// its inner neighbour. Takes the marks of forces back, which no node reads here. Reads 27 values,
-// writes 4.
+// Writes density and momentum of the streamed populations to `to`. A node on the open planes takes those of
+// its inner neighbour. Also clears the marks of the forces, which no thread reads here. Reads 27 values per
+// node and writes 4.
 DRELT_KERNEL void momentsKernel(LaunchIndex at, const FusedDeviceState& d,
                                 const DeviceMoments& to) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
     const PopulationsAt f{placesOf(s, from.x, from.y, from.z), s};
-    const Triple<float> m = momentumOf<float>(f);
+    const Vector3<float> m = momentumOf<float>(f);
     to.rho[at.n] = massOf<float>(f);
     to.momentum[0][at.n] = m.x;
     to.momentum[1][at.n] = m.y;
@@ -160,7 +154,7 @@ DRELT_KERNEL void momentsKernel(LaunchIndex at, const FusedDeviceState& d,
     if (at.x % wordNodes == 0) marksOf(s, at.y, at.z)[at.x / wordNodes] = 0;
 }
 
-// Lets the record show the moments in force. One invocation.
+// Points the record to the current moments. One invocation.
 DRELT_KERNEL void recordKernel(LaunchIndex, mlFlow* record, const DeviceMoments& now) {
     record->rou = reinterpret_cast<mlDensity<float>*>(now.rho);
     record->ux = now.momentum[0];

@@ -1,8 +1,9 @@
-// Absorbing layer of a device's production step; see PMLOperation.h for the scheme. Nothing of it is
-// stored: a node forms Q of its neighbours again from their density and velocity of this step and the
-// last, of each neighbour only along the line between the two.
+// The absorbing layer of a device's production step; PMLOperation.h tells the scheme. No array of it is
+// stored. A node recomputes Q of each neighbour from the neighbour's density and velocity of this step and
+// the last one, and only for the two directions along the line between them.
 #pragma once
 
+#include "cslbm/PML/PMLScheme.h"
 #include "cslbm/fused/FusedDeviceNode.h"
 #include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 
@@ -10,84 +11,78 @@ namespace drelt {
 namespace fused_device {
 
 template <class D>
-DRELT_FUSED_INLINE float equilibriumOf(const NodeFluid& f) {
+DRELT_HOST_DEVICE float equilibriumOf(const NodeFluid& f) {
     return productEquilibrium(D{}, f.rho, f.u.x, f.u.y, f.u.z);
 }
 
-// A node's fluid at both times, and the density of its reference equilibrium.
+// A node's fluid in this step and the last one, and the density of its reference equilibrium.
 struct LayerFluid {
     NodeFluid now, before;
     float reference;
 };
 
-DRELT_FUSED_INLINE float referenceAt(const FusedState& s, std::int64_t n) {
+DRELT_HOST_DEVICE float referenceAt(const FusedState& s, std::int64_t n) {
     return s.reference != nullptr ? readOnly(s.reference + n) : 1.0f;
 }
 
+// Q of direction D.
 template <class D>
-constexpr int lengthOf = D::x* D::x + D::y* D::y + D::z* D::z;  // squared
-
-constexpr float kWeights[4] = {8.0f / 27.0f, 2.0f / 27.0f, 1.0f / 54.0f, 1.0f / 216.0f};
-constexpr float kInverseLengths[4] = {0.0f, 1.0f, 1.0f / 1.4142135f, 1.0f / 1.7320508f};
-
-// Q along D.
-template <class D>
-DRELT_FUSED_INLINE float deviationOf(const LayerFluid& f) {
-    constexpr float weight = kWeights[lengthOf<D>];
+DRELT_HOST_DEVICE float deviationOf(const LayerFluid& f) {
+    constexpr float weight = D::weight;
     return mulAdd(0.5f, equilibriumOf<D>(f.now) + equilibriumOf<D>(f.before),
                   -weight * f.reference);
 }
 
-// What the layer gives to a node's populations, direction by direction:
-// -sigma (sigma Q + 2 fEqTilde + cNQ) without the part of 2 fEqTilde that the collision leaves out.
+// What the layer adds to a node's populations: -sigma (sigma Q + 2 fEqTilde + cNQ), except for the
+// equilibrium in 2 fEqTilde, which the collision subtracts itself (see collideAndStreamNode).
 struct Absorption {
     const FusedDeviceState& d;
     std::int64_t n;
     Faces faces;
-    bool outer;  // on a face
+    bool outer;  // the node lies on a face
     float sigma;
     LayerFluid own;
 
-    // The neighbour in a direction; the node itself where that lies outside the grid.
+    // The neighbour in direction D; the node itself if that lies outside the grid.
     template <class D>
-    DRELT_FUSED_INLINE LayerFluid neighbour() const {
+    DRELT_HOST_DEVICE LayerFluid neighbour() const {
         const std::int64_t step =
             D::x + d.base.nx * (D::y + static_cast<std::int64_t>(d.base.ny) * D::z);
-        const std::int64_t there = faces.leaves<D::x, D::y, D::z>() ? n : n + step;
+        const std::int64_t there = faces.leaves<D>() ? n : n + step;
         return {fluidAt(d.now, there), fluidAt(d.before, there), referenceAt(d.base, there)};
     }
 
-    // Factor of the difference of Q along D, E being opposite: on a face only a direction that leaves the
-    // grid has a derivative, and that one is one-sided.
-    template <class D, class E>
-    DRELT_FUSED_INLINE float factor() const {
-        constexpr float inverseLength = kInverseLengths[lengthOf<D>];
+    // The factor of the difference of Q that gives cNQ of direction D: on a face only a direction that leaves
+    // the grid has a derivative, and that one is one-sided.
+    template <class D>
+    DRELT_HOST_DEVICE float factor() const {
+        constexpr float inverseLength = inverseDirectionLength(D::squaredLength);
         if (!outer) return 0.5f * inverseLength;
-        const bool alone = faces.leaves<D::x, D::y, D::z>() && !faces.leaves<E::x, E::y, E::z>();
-        return alone ? inverseLength : 0.0f;
+        const bool oneSided = faces.leaves<D>() && !faces.leavesBackwards<D>();
+        return oneSided ? inverseLength : 0.0f;
     }
 
-    // What a direction is given, whose Q and its derivative cNQ are these.
+    // What the layer adds to direction D, from Q and its derivative cNQ.
     template <class D>
-    DRELT_FUSED_INLINE float given(float q, float derivative) const {
-        constexpr float weight = 2.0f * kWeights[lengthOf<D>];
+    DRELT_HOST_DEVICE float added(float q, float derivative) const {
+        constexpr float weight = 2.0f * D::weight;
         return sigma * (negMulAdd(sigma, q, weight * own.reference) - derivative);
     }
 
-    // Adds what D and the opposite direction E are given; both look at the same two neighbours.
+    // Adds to the populations of D and of the opposite direction E. Both need the same two neighbours.
     template <class D, class E>
-    DRELT_FUSED_INLINE void addPair(float& along, float& against) const {
+    DRELT_HOST_DEVICE void addPair(float& along, float& against) const {
         const LayerFluid ahead = neighbour<D>();
         const LayerFluid behind = neighbour<E>();
-        const float dq = factor<D, E>() * (deviationOf<D>(ahead) - deviationOf<D>(behind));
-        const float dr = factor<E, D>() * (deviationOf<E>(behind) - deviationOf<E>(ahead));
-        along += given<D>(deviationOf<D>(own), dq);
-        against += given<E>(deviationOf<E>(own), dr);
+        const float dq = factor<D>() * (deviationOf<D>(ahead) - deviationOf<D>(behind));
+        const float dr = factor<E>() * (deviationOf<E>(behind) - deviationOf<E>(ahead));
+        along += added<D>(deviationOf<D>(own), dq);
+        against += added<E>(deviationOf<E>(own), dr);
     }
 };
 
-// Damping of a node; 0 outside the layer.
-DRELT_FUSED_INLINE float dampingAt(const FusedState& s, const LaunchIndex& at) {
+// The damping of a node; 0 outside the layer.
+DRELT_HOST_DEVICE float dampingAt(const FusedState& s, const LaunchIndex& at) {
     const auto depth = [](int a, int n)
                            DRELT_LAMBDA_INLINE { return a < n - 1 - a ? a : n - 1 - a; };
     const int x = depth(at.x, s.nx);
@@ -95,8 +90,7 @@ DRELT_FUSED_INLINE float dampingAt(const FusedState& s, const LaunchIndex& at) {
     const int z = depth(at.z, s.nz);
     const int yz = y < z ? y : z;
     const int inside = s.width - (x < yz ? x : yz);
-    const float thickness = inside > 0 ? static_cast<float>(inside) : 0.0f;
-    return thickness * (s.sigmaScale * thickness);
+    return layerDamping(static_cast<float>(inside), s.sigmaScale);
 }
 
 }  // namespace fused_device

@@ -1,88 +1,105 @@
-// One node of the production step of a device: where its populations stand, its velocity and those
-// around it, the force on it.
+// One node in the production step of a device: the places of its populations, the velocities around it, the
+// marks of the force on it.
 #pragma once
 
 #define DRELT_FUSED_ISA fused_device
-#define DRELT_FUSED_FLOAT
 
 #include "cslbm/fused/FusedCore.h"
 #include "cslbm/fused/FusedDeviceState.h"
 #include "cslbm/fused/FusedRows.h"
+#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/launch.h"
 
 namespace drelt {
 namespace fused_device {
 
-template <class D>
-constexpr int codeOf = (D::x + 1) + 3 * (D::y + 1) + 9 * (D::z + 1);
+// Reads a value that no thread of the launch writes. A GPU may keep it in its read-only cache.
+DRELT_HOST_DEVICE float readOnly(const float* from) {
+#if defined(__CUDA_ARCH__)
+    return __ldg(from);
+#else
+    return *from;
+#endif
+}
 
-// Base of the places of node (x, y, z): the streamed population in direction code stands at
-// [place[code]], and the post-collision one goes to the place of the opposite direction.
-DRELT_FUSED_INLINE float* placesOf(const FusedState& s, int x, int y, int z) {
+// The base of the places of node (x, y, z). Its streamed population of a direction is at [place[code]]. The
+// post-collision one goes to the place of the opposite direction.
+DRELT_HOST_DEVICE float* placesOf(const FusedState& s, int x, int y, int z) {
     return s.populations + rowStart(s, y, z, 27) + x;
 }
 
-DRELT_FUSED_INLINE std::int64_t nodeOf(const FusedState& s, int x, int y, int z) {
+// The index of node (x, y, z) in dense arrays.
+DRELT_HOST_DEVICE std::int64_t nodeOf(const FusedState& s, int x, int y, int z) {
     return x + s.nx * (y + static_cast<std::int64_t>(s.ny) * z);
 }
 
-// Populations in memory, and as they were read.
+// A node's populations in memory.
 struct PopulationsAt {
     const float* base;
     const FusedState& s;
     template <class D>
-    DRELT_FUSED_INLINE float operator()(D) const {
+    DRELT_HOST_DEVICE float operator()(D) const {
         return base[s.place[D::code]];
     }
 };
+// A node's populations that a thread has loaded, by code.
 struct LoadedPopulations {
     const float (&f)[27];
     template <class D>
-    DRELT_FUSED_INLINE float operator()(D) const {
+    DRELT_HOST_DEVICE float operator()(D) const {
         return f[D::code];
     }
 };
 
-// Which faces of the grid a node lies on.
+// The faces of the grid that a node lies on.
 struct Faces {
     bool left, right, down, up, forward, back;
 
-    DRELT_FUSED_INLINE bool any() const { return left || right || down || up || forward || back; }
-    // Whether the neighbour in a direction lies outside the grid.
+    DRELT_HOST_DEVICE bool any() const { return left || right || down || up || forward || back; }
+    // Whether the neighbour in direction D lies outside the grid, and whether the one opposite does.
+    template <class D>
+    DRELT_HOST_DEVICE bool leaves() const {
+        return leavesBy<D::x, D::y, D::z>();
+    }
+    template <class D>
+    DRELT_HOST_DEVICE bool leavesBackwards() const {
+        return leavesBy<-D::x, -D::y, -D::z>();
+    }
+
+private:
     template <int X, int Y, int Z>
-    DRELT_FUSED_INLINE bool leaves() const {
+    DRELT_HOST_DEVICE bool leavesBy() const {
         return (X < 0 && left) || (X > 0 && right) || (Y < 0 && down) || (Y > 0 && up) ||
                (Z < 0 && forward) || (Z > 0 && back);
     }
 };
-DRELT_FUSED_INLINE Faces facesOf(const FusedState& s, const LaunchIndex& at) {
+DRELT_HOST_DEVICE Faces facesOf(const FusedState& s, const LaunchIndex& at) {
     return {at.x == 0, at.x == s.nx - 1, at.y == 0, at.y == s.ny - 1, at.z == 0, at.z == s.nz - 1};
 }
 
-// A node of the open planes takes everything from its inner neighbour; any other is its own source.
+// The node that gives a node its state: its inner neighbour for a node on the open planes, else the node
+// itself.
 struct SourceNode {
     int x, y, z;
-    bool other;
+    bool other;  // not the node itself
 };
-DRELT_FUSED_INLINE SourceNode sourceOf(const FusedState& s, const LaunchIndex& at) {
+DRELT_HOST_DEVICE SourceNode sourceOf(const FusedState& s, const LaunchIndex& at) {
     const int w = s.width;
-    const bool open = at.x >= w && at.x <= s.nx - 1 - w && at.y >= w && at.y <= s.ny - 1 - w &&
-                      at.z >= w && at.z <= s.nz - 1 - w;
-    if (!open) return {at.x, at.y, at.z, false};
-    const auto inside = [w](int a, int n) DRELT_LAMBDA_INLINE {
-        const int low = a > w + 1 ? a : w + 1;
-        return low < n - 2 - w ? low : n - 2 - w;
-    };
-    const SourceNode from{inside(at.x, s.nx), inside(at.y, s.ny), inside(at.z, s.nz), true};
+    const bool between =
+        withinPlanes(at.x, s.nx, w) && withinPlanes(at.y, s.ny, w) && withinPlanes(at.z, s.nz, w);
+    if (!between) return {at.x, at.y, at.z, false};
+    const Vector3<int> from{innerCoordinate(at.x, s.nx, w), innerCoordinate(at.y, s.ny, w),
+                            innerCoordinate(at.z, s.nz, w)};
     return {from.x, from.y, from.z, from.x != at.x || from.y != at.y || from.z != at.z};
 }
 
+// Density and velocity of a node, shifted by half the force.
 struct NodeFluid {
     float rho;
-    Triple<float> u;
+    Vector3<float> u;
 };
-DRELT_FUSED_INLINE NodeFluid fluidAt(const DeviceMoments& m, std::int64_t n) {
+DRELT_HOST_DEVICE NodeFluid fluidAt(const DeviceMoments& m, std::int64_t n) {
     const float rho = readOnly(m.rho + n);
     const float inverse = 1.0f / rho;
     return {rho,
@@ -91,34 +108,34 @@ DRELT_FUSED_INLINE NodeFluid fluidAt(const DeviceMoments& m, std::int64_t n) {
              mulAdd(readOnly(m.momentum[2] + n), inverse, m.halfAcceleration[2])}};
 }
 
-// Beyond the grid's faces the velocity goes on as it is there.
-DRELT_FUSED_INLINE Differences<float> differencesAt(const FusedDeviceState& d,
-                                                    const LaunchIndex& at) {
+// The differences of the velocity between a node's neighbours, clamped to the grid.
+DRELT_HOST_DEVICE Differences<float> differencesAt(const FusedDeviceState& d,
+                                                   const LaunchIndex& at) {
     const FusedState& s = d.base;
     const std::int64_t row = s.nx;
     const std::int64_t plane = row * s.ny;
     const auto along = [&](int a, int count, std::int64_t step) DRELT_LAMBDA_INLINE {
-        const Triple<float> up = fluidAt(d.now, a < count - 1 ? at.n + step : at.n).u;
-        const Triple<float> down = fluidAt(d.now, a > 0 ? at.n - step : at.n).u;
-        return Triple<float>{up.x - down.x, up.y - down.y, up.z - down.z};
+        const Vector3<float> up = fluidAt(d.now, a < count - 1 ? at.n + step : at.n).u;
+        const Vector3<float> down = fluidAt(d.now, a > 0 ? at.n - step : at.n).u;
+        return Vector3<float>{up.x - down.x, up.y - down.y, up.z - down.z};
     };
-    const Triple<float> x = along(at.x, s.nx, 1);
-    const Triple<float> y = along(at.y, s.ny, row);
-    const Triple<float> z = along(at.z, s.nz, plane);
+    const Vector3<float> x = along(at.x, s.nx, 1);
+    const Vector3<float> y = along(at.y, s.ny, row);
+    const Vector3<float> z = along(at.z, s.nz, plane);
     return {x.x, y.x, z.x, x.y, y.y, z.y, x.z, y.z, z.z};
 }
 
-// Marks of the chunks of nodes under a spread force.
-DRELT_FUSED_INLINE unsigned* marksOf(const FusedState& s, int y, int z) {
+// The words that mark the chunks of a row under a spread force.
+DRELT_HOST_DEVICE unsigned* marksOf(const FusedState& s, int y, int z) {
     return s.spread + (static_cast<std::int64_t>(s.ny) * z + y) * s.chunkWords;
 }
-DRELT_FUSED_INLINE bool marked(const FusedState& s, const LaunchIndex& at) {
+DRELT_HOST_DEVICE bool marked(const FusedState& s, const LaunchIndex& at) {
     const int chunk = at.x / kChunkNodes;
     return (marksOf(s, at.y, at.z)[chunk / 32] >> (chunk % 32) & 1u) != 0;
 }
 
-// Sets bits that other threads may be setting as well; most are set already.
-DRELT_FUSED_INLINE void setBits(unsigned* word, unsigned bits) {
+// Sets bits that other threads may set at the same time. Most are set already.
+DRELT_HOST_DEVICE void setBits(unsigned* word, unsigned bits) {
 #if defined(__CUDA_ARCH__)
     if ((*static_cast<volatile unsigned*>(word) & bits) != bits) atomicOr(word, bits);
 #else
@@ -128,8 +145,8 @@ DRELT_FUSED_INLINE void setBits(unsigned* word, unsigned bits) {
 #endif
 }
 
-// Marks the chunks of nodes x0 <= x < x1 of a row, of which there are some.
-DRELT_FUSED_INLINE void markRow(const FusedState& s, int x0, int x1, int y, int z) {
+// Marks the chunks of nodes x0 <= x < x1 of a row. Needs x0 < x1.
+DRELT_HOST_DEVICE void markRow(const FusedState& s, int x0, int x1, int y, int z) {
     unsigned* const words = marksOf(s, y, z);
     for (int c = x0 / kChunkNodes; c <= (x1 - 1) / kChunkNodes; ++c) {
         setBits(words + c / 32, 1u << (c % 32));

@@ -1,21 +1,20 @@
-// What the production step of a device works on, passed to its kernels by value.
+// What the production step of a device works on. Its kernels take it by value.
 //
-// Populations stand and move as in the sweeps of host threads, see FusedState.h: consecutive nodes of
-// a row side by side, direction by direction. A thread reads the 27 streamed populations of its node
-// and writes the 27 places that its own reads have freed, so no two threads of a launch share a place.
+// Populations have the places that FusedState.h draws. A thread reads the 27 streamed populations of its node
+// and writes to the 27 places that it has read, so no two threads of a launch share a place.
 //
-// All other fields are dense, [z][y][x]. Density and momentum are those of the streamed populations,
-// open planes included, and complete between two steps: whoever gathers or samples finds them there.
-// The planes' populations follow at the beginning of the next step, so that what the collision left
-// behind can be read until then.
+// All other fields are dense, [z][y][x]. Between two steps, density and momentum are those of the streamed
+// populations with open planes applied, at all nodes, so interpolation and markers can read them. Only the
+// populations of the open planes are pending: the next step copies them first. Until then the
+// post-collision populations can be read.
 #pragma once
 
 #include "cslbm/fused/FusedState.h"
 
 namespace drelt {
 
-// Density and momentum at one time. Where a force was spread, its half is added to the momentum at
-// the beginning of a step; that of the frame's inertial force is an acceleration alike for all nodes.
+// Density and momentum at one time. A step begins with adding half of the spread force to the momentum.
+// Half of the frame's inertial force is an acceleration, the same for all nodes.
 struct DeviceMoments {
     float* rho;
     float* momentum[3];
@@ -23,12 +22,12 @@ struct DeviceMoments {
 };
 
 struct FusedDeviceState {
-    // Of this, `moments`, `before`, `depth` and the populations kept at the ends of rows are not used;
-    // sopt and reference are dense.
+    // The kernels use neither `moments`, `before` and `depth` nor keepFrom and keepTo of it. sopt and
+    // reference are dense.
     FusedState base;
     DeviceMoments now;
-    DeviceMoments before;  // of the last step: with a layer, else not used
-    bool shifted;          // the momentum holds half of the spread force already
+    DeviceMoments before;  // of the last step; used only with a layer
+    bool shifted;          // the momentum already holds half of the spread force
 };
 
 }  // namespace drelt

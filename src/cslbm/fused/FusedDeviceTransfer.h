@@ -1,5 +1,5 @@
-// Kernels between a device domain's own arrays and the operators' records, and of what happens
-// seldom or to few nodes. One invocation a node unless a line says otherwise.
+// Kernels that move data between a device domain's arrays and the operators' records, and kernels that run
+// seldom or for few nodes. They have one invocation per node unless a comment says otherwise.
 #pragma once
 
 #include "cslbm/fused/FusedDeviceNode.h"
@@ -8,13 +8,13 @@
 namespace drelt {
 namespace fused_device {
 
-// A fluid at rest at density 1, also in the step before.
+// Sets a fluid at rest with density 1, in this step and the last one.
 DRELT_KERNEL void startKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     float* const own = placesOf(s, at.x, at.y, at.z);
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
-        using E = decltype(e);
-        own[s.place[codeOf<E>]] = E::weight;
+        using E = TowardOf<decltype(e)>;
+        own[s.place[E::code]] = E::weight;
     });
     d.now.rho[at.n] = 1.0f;
     if (d.before.rho != nullptr) d.before.rho[at.n] = 1.0f;
@@ -28,17 +28,17 @@ DRELT_KERNEL void startKernel(LaunchIndex at, const FusedDeviceState& d) {
     if (at.x % wordNodes == 0) marksOf(s, at.y, at.z)[at.x / wordNodes] = 0;
 }
 
-// Streamed populations of a fluid at rest at the given densities.
+// Sets the streamed populations of a fluid at rest with the given densities.
 DRELT_KERNEL void restKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho) {
     float* const own = placesOf(d.base, at.x, at.y, at.z);
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
-        using E = decltype(e);
-        own[d.base.place[codeOf<E>]] = E::weight * rho[at.n];
+        using E = TowardOf<decltype(e)>;
+        own[d.base.place[E::code]] = E::weight * rho[at.n];
     });
 }
 
-// The streamed populations of one direction from and to a dense array, with open planes applied on the
-// way out.
+// Store the streamed populations of one direction from a dense array, and fetch them into one. The fetch
+// applies the open planes.
 DRELT_KERNEL void storeKernel(LaunchIndex at, const FusedDeviceState& d, int code,
                               const float* from) {
     placesOf(d.base, at.x, at.y, at.z)[d.base.place[code]] = from[at.n];
@@ -49,8 +49,8 @@ DRELT_KERNEL void fetchKernel(LaunchIndex at, const FusedDeviceState& d, int cod
     if (s.planesPending) from = sourceOf(s, at);
     to[at.n] = placesOf(s, from.x, from.y, from.z)[s.place[code]];
 }
-// The populations that left along a direction: each stands where the neighbour there finds it, also
-// beyond the grid's faces.
+// Fetches the post-collision populations of one direction. Each is in the place where the neighbour in that
+// direction looks for it; neighbours outside the grid have such places too.
 DRELT_KERNEL void fetchPostKernel(LaunchIndex at, const FusedDeviceState& d, int code, float* to) {
     const FusedState& s = d.base;
     to[at.n] =
@@ -61,19 +61,19 @@ DRELT_KERNEL void clearKernel(LaunchIndex at, float* x, float* y, float* z) {
     x[at.n] = y[at.n] = z[at.n] = 0.0f;
 }
 
-// Turns a velocity, which the frame forcing has left, back into momentum.
+// Turns the velocity that the frame forcing leaves back into momentum.
 DRELT_KERNEL void momentumKernel(LaunchIndex at, const DeviceMoments& m) {
     for (int a = 0; a < 3; ++a) m.momentum[a][at.n] *= m.rho[at.n];
 }
 
-// Marks the nodes of a box, which lies in the grid, as under a spread force. One invocation a row of the
-// box, y along the first axis and z along the second.
+// Marks the nodes of a box in the grid as under a spread force. One invocation per row of the box: at.x
+// counts along y, at.y along z.
 DRELT_KERNEL void markBoxKernel(LaunchIndex at, const FusedDeviceState& d, NodeBox box) {
     markRow(d.base, box.x0, box.x1, box.y0 + at.x, box.z0 + at.y);
 }
 
-// Marks the nodes that a sample of a boundary can spread to with a delta function of four points. One
-// invocation a sample.
+// Marks the nodes that a sample can spread to with a delta function of four points. One invocation per
+// sample.
 DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
                                    const mlLagrangeBoundary* boundary, const mlFlow* flow, float N,
                                    float l0p) {
@@ -93,7 +93,7 @@ DRELT_KERNEL void markSampleKernel(LaunchIndex at, const FusedDeviceState& d,
     }
 }
 
-// Clears the force arrays where they are marked, and the marks. One invocation a word of marks.
+// Clears the force arrays where they are marked, and the marks. One invocation per word of marks.
 DRELT_KERNEL void dropForcesKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     if (s.spread[at.n] == 0) return;

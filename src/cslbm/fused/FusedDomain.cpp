@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cslbm/PML/PMLScheme.h"
 #include "cslbm/fused/FusedRows.h"
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "platform/check.h"
@@ -122,7 +123,7 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
 void FusedDomain::layOutLayer(float sigmaMax) {
     FusedState& s = state_;
     if (s.width <= 0) return;
-    s.sigmaScale = sigmaMax / static_cast<float>(s.width * s.width);
+    s.sigmaScale = dampingScale(sigmaMax, s.width);
     depth_.assign(s.pitch, 0.0f);
     for (int x = 0; x < s.nx; ++x) depth_[x] = static_cast<float>(std::min(x, s.nx - 1 - x));
     s.depth = depth_.data();
@@ -324,7 +325,7 @@ void FusedDomain::fillWanted(int y, int z) {
         const int first = c;
         while (marked(c)) ++c;
         if (c == first) continue;
-        sweeps_->segment(state_, y, z, first * kChunkNodes, std::min(nx, c * kChunkNodes), to);
+        sweeps_->fillMoments(state_, y, z, first * kChunkNodes, std::min(nx, c * kChunkNodes), to);
     }
     std::fill(words, words + state_.chunkWords, 0u);
 }

@@ -1,83 +1,80 @@
-// Moments of a row before its collision: open planes, density and velocity from the populations.
+// Prepares a row for its collision: applies the open planes and forms density and velocity.
 #pragma once
 
 #include "cslbm/fused/FusedCore.h"
 #include "cslbm/fused/FusedRows.h"
+#include "cslbm/fused/Pack.h"
+#include "cslbm/gpu_inc/gpu/mlForce.h"
+#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
 
-// Populations of the pack at x.
+// The populations of the pack at x.
 struct PackAt {
     const Places& places;
     std::ptrdiff_t x;
     template <class D>
-    DRELT_FUSED_INLINE Pack operator()(D) const {
+    DRELT_HOST_DEVICE Pack operator()(D) const {
         return loadPack(places.at[D::code] + x);
     }
 };
 
-// Populations of the first nodes of a pack. Behind the end of a row stand places of other threads' nodes.
+// The same for the first lanes of a pack. The places behind the end of a row belong to other nodes.
 struct LanesAt {
     const Places& places;
     std::ptrdiff_t x;
     int lanes;
     template <class D>
-    DRELT_FUSED_INLINE Pack operator()(D) const {
+    DRELT_HOST_DEVICE Pack operator()(D) const {
         return loadLanes(places.at[D::code] + x, lanes);
     }
 };
 
-// Force on the nodes of a pack: the frame's inertial force, and with Spread the spread force at
-// `node`, summed in double precision.
+// The force on the nodes of a pack: the frame's inertial force and, with Spread, the spread force at `node`.
 template <bool Spread>
-DRELT_FUSED_INLINE Triple<Pack> forceOf(const FusedState& s, const Pack& rho, std::ptrdiff_t node) {
-    const Triple<Pack> inertial{s.acceleration[0] * rho, s.acceleration[1] * rho,
-                                s.acceleration[2] * rho};
+DRELT_HOST_DEVICE Vector3<Pack> forceOf(const FusedState& s, const Pack& rho, std::ptrdiff_t node) {
+    const Vector3<Pack> inertial = inertialForce(s.acceleration, rho);
     if constexpr (!Spread) {
         return inertial;
     } else {
-        return {narrowed(loadDoubles(s.force[0] + node) + widened(inertial.x)),
-                narrowed(loadDoubles(s.force[1] + node) + widened(inertial.y)),
-                narrowed(loadDoubles(s.force[2] + node) + widened(inertial.z))};
+        return {addedForce(loadDoubles(s.force[0] + node), inertial.x),
+                addedForce(loadDoubles(s.force[1] + node), inertial.y),
+                addedForce(loadDoubles(s.force[2] + node), inertial.z)};
     }
 }
 
-DRELT_FUSED_INLINE std::ptrdiff_t nodeRow(const FusedState& s, int y, int z) {
+// The number of row (y, z) in dense arrays.
+DRELT_HOST_DEVICE std::ptrdiff_t nodeRow(const FusedState& s, int y, int z) {
     return static_cast<std::ptrdiff_t>(s.ny) * z + y;
 }
 
-// The marks of a row's chunks under a spread force.
+// Marks the chunks of a row that are under a spread force.
 struct SpreadMarks {
     unsigned* words;
     int count;
 
-    DRELT_FUSED_INLINE bool any() const {
+    DRELT_HOST_DEVICE bool any() const {
         unsigned all = 0;
         for (int i = 0; i < count; ++i) all |= words[i];
         return all != 0;
     }
-    DRELT_FUSED_INLINE bool at(std::ptrdiff_t x) const {
+    DRELT_HOST_DEVICE bool at(std::ptrdiff_t x) const {
         const std::ptrdiff_t chunk = x / kChunkNodes;
         return (words[chunk / 32] >> (chunk % 32) & 1u) != 0;
     }
 };
-DRELT_FUSED_INLINE SpreadMarks spreadMarks(const FusedState& s, int y, int z) {
+DRELT_HOST_DEVICE SpreadMarks spreadMarks(const FusedState& s, int y, int z) {
     return {s.spread + nodeRow(s, y, z) * s.chunkWords, s.chunkWords};
 }
 
-DRELT_FUSED_INLINE int clampedInside(int a, int n, int w) {
-    const int low = a > w + 1 ? a : w + 1;
-    return low < n - 2 - w ? low : n - 2 - w;
-}
-
-// Open planes of a row: its boundary nodes take the streamed populations of their inner neighbour,
-// which has not collided yet.
-DRELT_FUSED_INLINE void openRow(const FusedState& s, int y, int z) {
+// Applies the open planes to a row: its nodes on them take the streamed populations of their inner
+// neighbours, which have not collided yet.
+DRELT_HOST_DEVICE void openRow(const FusedState& s, int y, int z) {
     const int w = s.width;
-    if (y < w || y > s.ny - 1 - w || z < w || z > s.nz - 1 - w) return;
-    const int fromY = clampedInside(y, s.ny, w);
-    const int fromZ = clampedInside(z, s.nz, w);
+    if (!withinPlanes(y, s.ny, w) || !withinPlanes(z, s.nz, w)) return;
+    const int fromY = innerCoordinate(y, s.ny, w);
+    const int fromZ = innerCoordinate(z, s.nz, w);
     const int last = s.nx - 1 - w;
     float* const to = s.populations + rowStart(s, y, z, 27);
     if (fromY == y && fromZ == z) {
@@ -98,14 +95,14 @@ DRELT_FUSED_INLINE void openRow(const FusedState& s, int y, int z) {
     }
 }
 
-// Lines of memory to bring to the cache while a loop goes through the packs of a row, a share with each.
-// Spread over all loops: a burst would be dropped where the queue of misses is full.
+// Cache lines to prefetch while a loop goes through the packs of a row. The prefetches are shared out among
+// the loops and their packs, because the processor drops a burst that overflows its queue of misses.
 struct Ahead {
-    static constexpr std::ptrdiff_t kFloats = 16;  // of a line
+    static constexpr std::ptrdiff_t kFloats = 16;  // per line
     const float* next;
-    std::ptrdiff_t share;
+    std::ptrdiff_t share;  // lines per pack
 
-    DRELT_FUSED_INLINE void bring() {
+    DRELT_HOST_DEVICE void bring() {
         for (std::ptrdiff_t line = 0; line < share; ++line) {
             __builtin_prefetch(next + line * kFloats, 0, 3);
         }
@@ -113,8 +110,9 @@ struct Ahead {
     }
 };
 
+// Given: density and momentum were uploaded. Spread: the row has marked chunks.
 template <bool Given, bool Spread>
-DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead ahead) {
+DRELT_HOST_DEVICE void momentsOfPacks(const FusedState& s, int y, int z, Ahead ahead) {
     const SpreadMarks marks = spreadMarks(s, y, z);
     Places places;
     findPlaces(s, y, z, places);
@@ -124,7 +122,7 @@ DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead 
         const PackAt f{places, x};
         ahead.bring();
         Pack rho;
-        Triple<Pack> m;
+        Vector3<Pack> m;
         if constexpr (Given) {
             rho = loadPack(to.rho + x);
             m = {loadPack(to.ux + x), loadPack(to.uy + x), loadPack(to.uz + x)};
@@ -133,9 +131,9 @@ DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead 
             m = momentumOf<Pack>(f);
         }
         const Pack inverse = 1.0f / rho;
-        Triple<Pack> u;
+        Vector3<Pack> u;
         if (Spread && marks.at(x)) {
-            const Triple<Pack> force = forceOf<true>(s, rho, start + x);
+            const Vector3<Pack> force = forceOf<true>(s, rho, start + x);
             u = {mulAdd(0.5f, force.x, m.x) * inverse, mulAdd(0.5f, force.y, m.y) * inverse,
                  mulAdd(0.5f, force.z, m.z) * inverse};
         } else {
@@ -150,13 +148,13 @@ DRELT_FUSED_INLINE void momentsOfPacks(const FusedState& s, int y, int z, Ahead 
     }
 }
 
-// Beyond the faces a row goes on with its end nodes, for the differences along x.
-DRELT_FUSED_INLINE void extendEnds(float* row, int nx) {
+// Repeats the end nodes of a row beyond the faces, for the differences along x.
+DRELT_HOST_DEVICE void extendEnds(float* row, int nx) {
     row[-1] = row[0];
     row[nx] = row[nx - 1];
 }
 
-// Density and velocity of the nodes of a row, shifted by half the force.
+// Forms density and velocity, shifted by half the force, of the nodes of a row.
 static void momentsOfRow(const FusedState& s, int y, int z, const Ahead& ahead) {
     if (s.planesPending) openRow(s, y, z);
     const bool spread = spreadMarks(s, y, z).any();

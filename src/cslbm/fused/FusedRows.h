@@ -1,47 +1,43 @@
-// Where the fields of a row stand, and how populations are reached through it.
+// Where a row's fields stand in memory. FusedState.h draws the places of populations.
 #pragma once
 
 #include <cstddef>
 
+#include "cslbm/fused/FusedDirections.h"
 #include "cslbm/fused/FusedState.h"
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
 
-// Row (y, z) in arrays of `fields` rows a node row.
-DRELT_FUSED_INLINE std::ptrdiff_t rowStart(const FusedState& s, int y, int z, int fields) {
+// The start of row (y, z) in an array of `fields` fields.
+DRELT_HOST_DEVICE std::ptrdiff_t rowStart(const FusedState& s, int y, int z, int fields) {
     return ((static_cast<std::ptrdiff_t>(s.ny) + 1) * z + y) * fields * s.pitch;
 }
 
-// Components of a positive code's direction.
-constexpr int codeX(int code) { return code % 3 - 1; }
-constexpr int codeY(int code) { return code / 3 % 3 - 1; }
-constexpr int codeZ(int code) { return code / 9 - 1; }
-
-// The places of the streamed populations of a row: that of node x in direction code at at[code][x].
-// The post-collision population of a direction goes to the place of the opposite one.
+// The places of a row's streamed populations: node x finds direction `code` in at[code][x]. It stores the
+// post-collision population of that direction in the place of the opposite one.
 struct Places {
     float* at[27];
 };
 
-DRELT_FUSED_INLINE void findPlaces(const FusedState& s, int y, int z, Places& p) {
+DRELT_HOST_DEVICE void findPlaces(const FusedState& s, int y, int z, Places& p) {
     float* const own = s.populations + rowStart(s, y, z, 27);
     for (int code = 0; code < 27; ++code) p.at[code] = own + s.place[code];
 }
 
-// The two places of a pair in a row, by the code of its positive direction, as offsets.
+// The places A and B of a pair in a row, as offsets. `code` is that of the positive direction.
 struct PairPlaces {
     std::ptrdiff_t a, b;
-    std::ptrdiff_t ahead;  // to the same places of the neighbour in that direction
+    std::ptrdiff_t ahead;  // from a node to its neighbour in the positive direction
 };
-DRELT_FUSED_INLINE PairPlaces pairPlaces(const FusedState& s, int code) {
+DRELT_HOST_DEVICE PairPlaces pairPlaces(const FusedState& s, int code) {
     const int a = s.swapped != 0 ? code : code - 14;
     const int b = s.swapped != 0 ? code - 14 : code;
     return {a * s.pitch, b * s.pitch, rowStart(s, codeY(code), codeZ(code), 27) + codeX(code)};
 }
 
-// Fills the offsets of a state for its present roles of the places.
-DRELT_FUSED_INLINE void findOffsets(FusedState& s) {
+// Fills the offsets of a state for the current roles of A and B.
+DRELT_HOST_DEVICE void findOffsets(FusedState& s) {
     s.place[13] = 13 * s.pitch;
     int ends = 0;
     for (int code = 14; code < 27; ++code) {
@@ -50,8 +46,8 @@ DRELT_FUSED_INLINE void findOffsets(FusedState& s) {
         s.place[26 - code] = pair.b + pair.ahead;
         const int ex = codeX(code);
         if (ex == 0) continue;
-        const int first = ex > 0 ? 0 : s.nx - 1;  // has no source
-        const int last = s.nx - 1 - first;        // its neighbour ahead is no node
+        const int first = ex > 0 ? 0 : s.nx - 1;  // the positive population has no source here
+        const int last = s.nx - 1 - first;        // and the negative one has none here
         s.keepFrom[ends] = pair.a + first;
         s.keepTo[ends++] = pair.b + first;
         s.keepFrom[ends] = pair.b + pair.ahead + last;
@@ -59,7 +55,7 @@ DRELT_FUSED_INLINE void findOffsets(FusedState& s) {
     }
 }
 
-// Density and velocity rows.
+// A row of density and velocity.
 struct MomentRows {
     float* rho;
     float* ux;
@@ -67,7 +63,7 @@ struct MomentRows {
     float* uz;
 };
 
-DRELT_FUSED_INLINE MomentRows momentRows(const FusedState& s, float* moments, int y, int z) {
+DRELT_HOST_DEVICE MomentRows momentRows(const FusedState& s, float* moments, int y, int z) {
     float* const first = moments + rowStart(s, y, z, 4);
     return {first, first + s.pitch, first + 2 * s.pitch, first + 3 * s.pitch};
 }

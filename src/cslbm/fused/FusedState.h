@@ -1,27 +1,54 @@
-// What the fused step works on: sizes, arrays, and the numbers of one step. Plain data, shared by the
-// domain that owns the arrays and by the sweeps that are compiled once an instruction set.
+// What the production step works on: sizes, arrays and the numbers of one step. Plain data, shared by the
+// domain that owns the arrays and by the sweeps, which are compiled once per instruction set.
 //
-// Populations stand in one array, updated in place. Direction e of each of the 13 opposite pairs
-// (e lexicographically positive by z, y, x) has two places a node, A and B. A node n finds its streamed
-// f_e at A(n) and f_-e at B(n + e), writes the post-collision f_e to B(n + e), where its neighbour
-// will look for it, and f_-e to A(n), and A and B trade roles with every step (the "AA" pattern of
-// Bailey et al., ICPP 2009, with the roles exchanged instead of two kinds of step). Every place belongs
-// to one node in a step, so neither order nor number of threads can change a bit.
+// The two places of a population
 //
-// Memory: rows of `pitch` floats; row (y, z) of a field group is ((ny + 1) z + y) times the group's
-// number of fields. One row after the last of each plane and one plane at the end take what leaves
-// the grid; column -1 lies in the padding of the row before.
+// Populations stand in one array and are updated in place. Directions form 13 opposite pairs (e, -e), where
+// e is the positive one: its last non-zero component, in the order x, y, z, is +1. Each node has two places
+// for each pair, A and B. Node n finds its streamed populations in A(n) and in B of the neighbour n + e,
+// and puts the post-collision ones where the neighbours look for them in the next step:
+//
+//                        node n             node n + e
+//                    A(n)       B(n)      A(n+e)     B(n+e)
+//     read by      n: f_e    n-e: f_-e   n+e: f_e    n: f_-e     streamed
+//     written by   n: f_-e   n-e: f_e    n+e: f_-e   n: f_e      post-collision
+//
+// After the step, A and B trade roles (`swapped`), and every place again holds a streamed population. This
+// is the "AA" pattern of Bailey et al. (ICPP 2009) with exchanged roles instead of two kinds of step. In a
+// step each place belongs to one node, so neither the order of nodes nor the number of threads can change
+// a bit.
+//
+// Rows
+//
+// A row (y, z) of populations is 27 slots of `pitch` floats. Slots 0 to 12 and 14 to 26 are the two places
+// of each pair, slot 13 is the rest population:
+//
+//     slot     0 ......... 12    13    14 ........ 26
+//              B of 14 .. 26    rest   A of 14 .. 26      swapped = 1
+//              A of 14 .. 26    rest   B of 14 .. 26      swapped = 0
+//
+// Row (y, z) of an array with k fields starts at ((ny + 1) z + y) k pitch. The extra row after each plane
+// and the extra plane at the end take the populations that leave the grid. What leaves towards -x goes into
+// the padding of the row before.
+//
+// Pending open planes
+//
+// A step ends before the open planes: their nodes should take the streamed populations of their inner
+// neighbours. `planesPending` says that this is still due. The next step does it when it forms the moments
+// of a row. Until then fPost can still be read, and whoever reads populations or moments takes those of the
+// inner neighbour. Seen along x, with a layer of w nodes:
+//
+//     x      0 .. w-1      w        w+1 ..... nx-2-w     nx-1-w     nx-w .. nx-1
+//             layer     open plane                     open plane      layer
+//                           ^------- w+1   nx-2-w -------^
+//
+// The ring of the absorbing layer is drawn in FusedLayer.h.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// Everything that is compiled once an instruction set must be inlined: none of it may be shared.
-#if defined(__CUDACC__)
-#define DRELT_FUSED_INLINE __host__ __device__ __forceinline__
-#else
-#define DRELT_FUSED_INLINE inline __attribute__((always_inline))
-#endif
+#include "platform/launch.h"
 
 namespace drelt {
 
@@ -29,60 +56,60 @@ struct FusedState {
     int nx, ny, nz;
     std::ptrdiff_t pitch;  // floats from one row of a field to the next, an odd multiple of 16
     int width;             // of the absorbing layer [nodes]
-    int swapped;           // 1 if places A are the upper 13 slots of a row, else 0
+    int swapped;           // 1 if the places A are the upper 13 slots of a row, else 0
     float nu;              // kinematic viscosity
 
-    // Offsets from a row's start, in floats, of what follows from `swapped`; see FusedRows.h.
-    std::ptrdiff_t place[27];  // of the streamed population of node 0, by code
-    std::ptrdiff_t keepFrom[18],
-        keepTo[18];  // of populations without a source at the ends of a row
+    // Offsets from the start of a row, in floats. They follow from `swapped`; see findOffsets.
+    std::ptrdiff_t place[27];     // of the streamed population of node 0, by code
+    std::ptrdiff_t keepFrom[18];  // of populations without a source at the ends of a row,
+    std::ptrdiff_t keepTo[18];    // and where the next step looks for them
 
-    float* populations;      // [z][y][27][x]: slots 0..12 and 14..26 pairs, 13 rest
+    float* populations;      // [z][y][27][x]
     float* moments;          // [z][y][4][x]: density and velocity (half-force shifted) of this step
     const float* before;     // the same of the step before
     float* sopt;             // [z][y][x]
-    const float* reference;  // layer: density of the reference equilibrium [z][y][x]; null for 1
+    const float* reference;  // layer: density of the reference equilibrium [z][y][x]; null means 1
     const float* depth;      // layer: distance of x to the nearest end of a row
-    float sigmaScale;        // layer: damping over the square of the depth in it
+    float sigmaScale;        // layer: damping divided by the square of the depth in the layer
     double* force[3];        // spread force, dense [z][y][x], without padding
-    unsigned*
-        spread;  // [z][y][words]: which chunks of a row's force arrays hold anything, a bit each
-    int chunkWords;
+    unsigned* spread;        // [z][y][words]: one bit per chunk whose force is not 0
+    int chunkWords;          // words of a row in `spread`
 
     float acceleration[3];      // of the frame's inertial force, lattice units
-    float bodyAcceleration[3];  // enters the source alone
-    bool momentsGiven;   // density and raw momentum stand in `moments`: populations were uploaded
-    bool whole;          // populations, density and momentum need not belong together
-    bool planesPending;  // open planes have not been applied to the streamed populations
+    float bodyAcceleration[3];  // enters the force source only
+    bool momentsGiven;   // `moments` holds the density and raw momentum of uploaded populations
+    bool whole;          // density and momentum may differ from the sums of the populations
+    bool planesPending;  // see above
 };
 
-// The sweeps of one instruction set. Planes z0 <= z < z1 make a thread's slab.
+// The sweeps of one instruction set. The planes z0 <= z < z1 are the slab of a thread.
 struct FusedSweeps {
     const char* name;
-    // Moments of the first and last plane of a slab. All threads must be done before any goes on.
+    // Forms the moments of the first and last plane of a slab. All threads must finish this before any of
+    // them calls `slab`.
     void (*edges)(const FusedState& state, int z0, int z1);
-    // Moments of the other planes, and the collision of all. `scratch` is the thread's own.
+    // Forms the moments of the other planes and collides all of them. Each thread has its own `scratch`.
     void (*slab)(const FusedState& state, int z0, int z1, float* scratch);
-    // Density and raw momentum of nodes x0 <= x < x1 of a row, with open planes applied, into the four
-    // dense rows `to` that begin at x = 0.
-    void (*segment)(const FusedState& state, int y, int z, int x0, int x1, float* const* to);
+    // Writes density and raw momentum of the nodes x0 <= x < x1 of a row, with open planes applied, to the
+    // four dense rows `to`, which begin at x = 0.
+    void (*fillMoments)(const FusedState& state, int y, int z, int x0, int x1, float* const* to);
 };
 
-// Nodes along x that are marked together, as asked for or as under a spread force.
+// Nodes of a chunk. A bit marks the chunk as a whole: under a spread force, or asked for.
 constexpr int kChunkNodes = 16;
 
-// Nodes that a sample may gather from and spread to, from its own node on: a delta function of four points
-// reaches 1 below and 2 above; one more for rounding, which suffices within 2^24 node spacings of the
-// origin, where single precision tells nodes apart.
+// Nodes that a sample may interpolate from and spread to, counted from its own node. A delta function of
+// four points reaches 1 below and 2 above. One more on each side allows for rounding; this suffices within
+// 2^24 node spacings of the origin, where single precision still tells nodes apart.
 constexpr int kSampleBelow = 2;
-constexpr int kSampleAbove = 4;  // the first one beyond
+constexpr int kSampleAbove = 4;  // the first node beyond
 
-// Rows of a tile of the sweep; a thread's scratch holds two planes of them and one more on either side,
-// and three rows, 27 fields each.
+// Rows of a tile of the sweep. The scratch of a thread is the ring of the absorbing layer: two planes of a
+// tile's rows with one more row on each side, and three rows, of 27 fields each.
 constexpr int kTileRows = 16;
 constexpr int kScratchRows = (2 * (kTileRows + 2) + 3) * 27;
 
-// Sweeps for the instruction sets that this build knows.
+// Sweeps of the instruction sets that this build knows.
 const FusedSweeps& fusedSweepsBaseline();
 const FusedSweeps& fusedSweepsAvx2();
 const FusedSweeps& fusedSweepsAvx512();

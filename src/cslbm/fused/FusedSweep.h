@@ -1,6 +1,6 @@
-// The sweeps of the fused step for one instruction set, see FusedState.h. A thread goes through its
-// slab by tiles of a few rows, plane by plane. Moments run one row and one plane ahead of the collision,
-// so that a collided row finds the velocity of all its neighbours, and finds the populations in cache.
+// The sweeps of the production step for one instruction set; see FusedState.h. A thread goes through its slab
+// in tiles of a few rows, plane by plane. It forms the moments one row and one plane ahead of the collision:
+// a row that collides then has the velocities of all its neighbours, and its populations are in cache.
 #pragma once
 
 #include "cslbm/fused/FusedLayer.h"
@@ -8,8 +8,8 @@
 namespace drelt {
 namespace DRELT_FUSED_ISA {
 
-// A population whose source lies outside the grid keeps its value: it moves on to the place where the
-// next step looks for it. Those places belong to no node in this step.
+// A population whose source lies outside the grid keeps its value. It moves to the place where the next step
+// looks for it. No node uses that place in this step.
 static void keepRow(const FusedState& s, int y, int z) {
     float* const own = s.populations + rowStart(s, y, z, 27);
     if (y > 0 && y < s.ny - 1 && z > 0 && z < s.nz - 1) {
@@ -38,37 +38,37 @@ static void keepRow(const FusedState& s, int y, int z) {
     }
 }
 
-// Takes post-collision populations to their places.
+// Stores the post-collision populations of a pack.
 struct StorePack {
     const Places& places;
     std::ptrdiff_t x;
     template <class D>
-    DRELT_FUSED_INLINE void operator()(D, const Pack& value) const {
+    DRELT_HOST_DEVICE void operator()(D, const Pack& value) const {
         storePack(places.at[D::opposite] + x, value);
     }
 };
-// The same for the last nodes of a row.
+// The same for the last lanes of a row.
 struct StoreLanes {
     const Places& places;
     std::ptrdiff_t x;
     int lanes;
     template <class D>
-    DRELT_FUSED_INLINE void operator()(D, const Pack& value) const {
+    DRELT_HOST_DEVICE void operator()(D, const Pack& value) const {
         storeLanes(places.at[D::opposite] + x, value, lanes);
     }
 };
-// The same in the absorbing layer, with what it gives.
+// The same in the absorbing layer, with what the layer adds.
 template <class Store>
 struct StoreAbsorbed {
     Store store;
-    const float* given;  // of the pack's first node, direction 0
+    const float* added;  // to the pack's first node, direction 0
     template <class D>
-    DRELT_FUSED_INLINE void operator()(D d, const Pack& value) const {
-        store(d, value + loadPack(given + D::code * kBlockNodes));
+    DRELT_HOST_DEVICE void operator()(D d, const Pack& value) const {
+        store(d, value + loadPack(added + D::code * kBlockNodes));
     }
 };
 
-// Rows of the velocity around row (y, z): its own and, clamped to the grid, those beside it.
+// The rows of the velocity around row (y, z): its own and its four neighbours, clamped to the grid.
 struct VelocityRows {
     const float* own;
     const float* down;
@@ -77,29 +77,29 @@ struct VelocityRows {
     const float* back;
 };
 
-DRELT_FUSED_INLINE VelocityRows velocityRows(const FusedState& s, int y, int z) {
-    const auto row = [&](int j, int k) __attribute__((always_inline)) {
-        return s.moments + rowStart(s, j, k, 4) + s.pitch;
-    };
+DRELT_HOST_DEVICE VelocityRows velocityRows(const FusedState& s, int y, int z) {
+    const auto row = [&](int j, int k)
+                         DRELT_LAMBDA_INLINE { return s.moments + rowStart(s, j, k, 4) + s.pitch; };
     return {row(y, z), row(y > 0 ? y - 1 : y, z), row(y < s.ny - 1 ? y + 1 : y, z),
             row(y, z > 0 ? z - 1 : z), row(y, z < s.nz - 1 ? z + 1 : z)};
 }
 
-DRELT_FUSED_INLINE Differences<Pack> differencesAt(const VelocityRows& v, std::ptrdiff_t x,
-                                                   std::ptrdiff_t pitch) {
-    const auto alongX = [&](std::ptrdiff_t a) __attribute__((always_inline)) {
+DRELT_HOST_DEVICE Differences<Pack> differencesAt(const VelocityRows& v, std::ptrdiff_t x,
+                                                  std::ptrdiff_t pitch) {
+    const auto alongX = [&](std::ptrdiff_t a) DRELT_LAMBDA_INLINE {
         return loadPack(v.own + a + x + 1) - loadPack(v.own + a + x - 1);
     };
-    const auto alongY = [&](std::ptrdiff_t a) __attribute__((always_inline)) {
+    const auto alongY = [&](std::ptrdiff_t a) DRELT_LAMBDA_INLINE {
         return loadPack(v.up + a + x) - loadPack(v.down + a + x);
     };
-    const auto alongZ = [&](std::ptrdiff_t a) __attribute__((always_inline)) {
+    const auto alongZ = [&](std::ptrdiff_t a) DRELT_LAMBDA_INLINE {
         return loadPack(v.back + a + x) - loadPack(v.forward + a + x);
     };
     return {alongX(0),     alongY(0),         alongZ(0),         alongX(pitch),    alongY(pitch),
             alongZ(pitch), alongX(2 * pitch), alongY(2 * pitch), alongZ(2 * pitch)};
 }
 
+// A row that collides.
 struct CollideArguments {
     Places places;
     VelocityRows velocity;
@@ -108,26 +108,26 @@ struct CollideArguments {
     std::ptrdiff_t node;  // of x = 0 in the dense force arrays
     SpreadMarks marks;
     int depth;       // distance to the nearest face along y or z
-    LayerRow layer;  // with a layer
+    LayerRow layer;  // set only if there is a layer
 };
 
 constexpr std::ptrdiff_t kBlockPacks = kBlockNodes / kLanes;
 
-// Rates of some packs. They are found before any of the packs relaxes: their roots and quotients take
-// long, and so those of one pack pass while others go on.
+// The rates of the packs of a block. They are computed for the whole block first, so that the latency of
+// roots and divisions overlaps across packs.
 struct RateBlock {
     Pack shear[kBlockPacks];
     Pack high[kBlockPacks];
 };
 
-DRELT_FUSED_INLINE Triple<Pack> velocityAt(const FusedState& s, const CollideArguments& row,
+DRELT_HOST_DEVICE Vector3<Pack> velocityAt(const FusedState& s, const CollideArguments& row,
                                            std::ptrdiff_t x) {
     const float* const own = row.velocity.own + x;
     return {loadPack(own), loadPack(own + s.pitch), loadPack(own + 2 * s.pitch)};
 }
 
-DRELT_FUSED_INLINE void findRates(const FusedState& s, const CollideArguments& row,
-                                  std::ptrdiff_t first, int packs, RateBlock& block, Ahead& ahead) {
+DRELT_HOST_DEVICE void findRates(const FusedState& s, const CollideArguments& row,
+                                 std::ptrdiff_t first, int packs, RateBlock& block, Ahead& ahead) {
     for (int i = 0; i < packs; ++i) {
         ahead.bring();
         const std::ptrdiff_t x = first + i * kLanes;
@@ -141,10 +141,9 @@ DRELT_FUSED_INLINE void findRates(const FusedState& s, const CollideArguments& r
 }
 
 template <bool Whole, bool Spread, class Populations, class Store>
-DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& row,
-                                  std::ptrdiff_t x, const Pack& shear, const Pack& high,
-                                  const Pack& equilibrium, const Populations& f,
-                                  const Store& store) {
+DRELT_HOST_DEVICE void relaxPack(const FusedState& s, const CollideArguments& row, std::ptrdiff_t x,
+                                 const Pack& shear, const Pack& high, const Pack& equilibrium,
+                                 const Populations& f, const Store& store) {
     Relaxation<Pack> r;
     r.rho = loadPack(row.rho + x);
     r.u = velocityAt(s, row, x);
@@ -154,44 +153,44 @@ DRELT_FUSED_INLINE void relaxPack(const FusedState& s, const CollideArguments& r
     r.force = Spread && row.marks.at(x) ? forceOf<true>(s, r.rho, row.node + x)
                                         : forceOf<false>(s, r.rho, row.node + x);
     if constexpr (Whole) {
-        r.force = {mulAdd(s.bodyAcceleration[0], r.rho, r.force.x),
-                   mulAdd(s.bodyAcceleration[1], r.rho, r.force.y),
-                   mulAdd(s.bodyAcceleration[2], r.rho, r.force.z)};
+        r.force = withBodyForce(s.bodyAcceleration, r.rho, r.force);
     }
     relax<Whole>(r, f, store);
 }
 
-// The loops of a row and what each brings: populations, and with the last also density and velocity.
+// What each loop over a row prefetches. Populations are shared out among the loops inMoments, inRates and
+// inRelax; the last one also prefetches density, velocity and the high-order parameter.
 struct AheadOfRow {
     Ahead inMoments, inRates, inRelax, moments, before, sopt;
 };
 
-DRELT_FUSED_INLINE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
+// Whether any node of the pack at x lies in the layer.
+DRELT_HOST_DEVICE bool inLayer(const FusedState& s, const CollideArguments& row, int x) {
     return row.depth < s.width || x < s.width || x + kLanes > s.nx - s.width;
 }
 
-// What the layer gives to a pack, where it lies in it.
-struct LayerGift {
+// What the layer adds to a pack, and its damping. Valid only for a pack in the layer.
+struct LayerShare {
     const Pack& sigma;
-    const float* given;
+    const float* added;
 };
 
 template <bool Whole, bool Spread, class Populations, class Store>
-DRELT_FUSED_INLINE void relaxIn(const FusedState& s, const CollideArguments& row, int x,
-                                const Pack& shear, const Pack& high, const LayerGift& gift,
-                                const Populations& f, const Store& store) {
+DRELT_HOST_DEVICE void relaxIn(const FusedState& s, const CollideArguments& row, int x,
+                               const Pack& shear, const Pack& high, const LayerShare& layer,
+                               const Populations& f, const Store& store) {
     if (s.width > 0 && inLayer(s, row, x)) {
-        // the layer takes 2 sigma of the equilibrium: so much less of it is given
-        relaxPack<Whole, Spread>(s, row, x, shear, high, negMulAdd(2.0f, gift.sigma, high), f,
-                                 StoreAbsorbed<Store>{store, gift.given});
+        // The layer takes 2 sigma of the equilibrium away, so the collision adds that much less.
+        relaxPack<Whole, Spread>(s, row, x, shear, high, negMulAdd(2.0f, layer.sigma, high), f,
+                                 StoreAbsorbed<Store>{store, layer.added});
     } else {
         relaxPack<Whole, Spread>(s, row, x, shear, high, high, f, store);
     }
 }
 
 template <bool Whole, bool Spread>
-DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments& row,
-                                     AheadOfRow ahead) {
+DRELT_HOST_DEVICE void collidePacks(const FusedState& s, const CollideArguments& row,
+                                    AheadOfRow ahead) {
     RateBlock rates;
     AbsorptionBlock absorption;
     for (int begin = 0; begin < s.nx; begin += kBlockNodes) {
@@ -210,21 +209,21 @@ DRELT_FUSED_INLINE void collidePacks(const FusedState& s, const CollideArguments
             ahead.moments.bring();
             ahead.before.bring();
             ahead.sopt.bring();
-            const LayerGift gift{absorption.sigma[i], absorption.given + (x - begin)};
+            const LayerShare layer{absorption.sigma[i], absorption.added + (x - begin)};
             if (x + kLanes <= s.nx) {
-                relaxIn<Whole, Spread>(s, row, x, shear, high, gift, PackAt{row.places, x},
+                relaxIn<Whole, Spread>(s, row, x, shear, high, layer, PackAt{row.places, x},
                                        StorePack{row.places, x});
             } else {
                 const int lanes = s.nx - x;
-                relaxIn<Whole, Spread>(s, row, x, shear, high, gift, LanesAt{row.places, x, lanes},
+                relaxIn<Whole, Spread>(s, row, x, shear, high, layer, LanesAt{row.places, x, lanes},
                                        StoreLanes{row.places, x, lanes});
             }
         }
     }
 }
 
-// Forces act once.
-DRELT_FUSED_INLINE void clearForces(const FusedState& s, const CollideArguments& row) {
+// Clears the spread forces of a row after they have acted.
+DRELT_HOST_DEVICE void clearForces(const FusedState& s, const CollideArguments& row) {
     for (int x = 0; x < s.nx; x += kChunkNodes) {
         if (!row.marks.at(x)) continue;
         const int nodes = s.nx - x < kChunkNodes ? s.nx - x : kChunkNodes;
@@ -236,8 +235,8 @@ DRELT_FUSED_INLINE void clearForces(const FusedState& s, const CollideArguments&
 }
 
 // Collides and streams a row.
-static void collideRow(const FusedState& s, int y, int z, const DeviationRing& ring,
-                       const AheadOfRow& ahead) {
+static void collideAndStreamRow(const FusedState& s, int y, int z, const DeviationRing& ring,
+                                const AheadOfRow& ahead) {
     keepRow(s, y, z);
     CollideArguments row;
     findPlaces(s, y, z, row.places);
@@ -263,12 +262,12 @@ static void collideRow(const FusedState& s, int y, int z, const DeviationRing& r
     if (spread) clearForces(s, row);
 }
 
-// Moments of a plane, with the populations of the row after the next brought ahead.
+// Forms the moments of a plane. Prefetches the populations of the row after the next.
 static void momentsOfPlane(const FusedState& s, int z) {
     const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
     const std::ptrdiff_t share = (27 * s.pitch / Ahead::kFloats + packs - 1) / packs;
     const bool open = s.planesPending && (z == s.width || z == s.nz - 1 - s.width);
-    const int from = open ? clampedInside(z, s.nz, s.width) : z;
+    const int from = open ? innerCoordinate(z, s.nz, s.width) : z;
     for (int y = 0; y < s.ny; ++y) {
         momentsOfRow(s, y, z, {s.populations + rowStart(s, y + 2, from, 27), share});
     }
@@ -280,9 +279,9 @@ static void edges(const FusedState& s, int z0, int z1) {
     if (z1 - 1 > z0) momentsOfPlane(s, z1 - 1);
 }
 
-// What a row of a tile touches next for the first time: the run of rows of the plane two further on,
-// some rows ahead, and the moments of the row after the next.
-DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0, int y1) {
+// What to prefetch while row (y, z) of a tile is worked on: populations two planes and some rows ahead, and
+// the moments of the row after the next.
+DRELT_HOST_DEVICE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0, int y1) {
     constexpr int kRowsAhead = 4;
     const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
     const std::ptrdiff_t height = y1 - y0;
@@ -313,8 +312,8 @@ DRELT_FUSED_INLINE AheadOfRow aheadOf(const FusedState& s, int y, int z, int y0,
             {s.sopt + sopt, 1}};
 }
 
-// Where only the ends of a row lie in the layer: brings those of its density and velocity before.
-DRELT_FUSED_INLINE void bringEnds(const FusedState& s, const float* row) {
+// Prefetches the ends of a row of density and velocity of the last step, where only they lie in the layer.
+DRELT_HOST_DEVICE void bringEnds(const FusedState& s, const float* row) {
     const int right = (s.nx - 1 - s.width) / Ahead::kFloats * Ahead::kFloats;
     for (int field = 0; field < 4; ++field, row += s.pitch) {
         for (int x = 0; x <= s.width; x += Ahead::kFloats) __builtin_prefetch(row + x, 0, 3);
@@ -334,7 +333,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
             deviationOfRow(s, y, z0, ring);
         }
         for (int z = z0; z < z1; ++z) {
-            const bool inner = z + 1 < z1 - 1;  // the moments of other planes are there
+            const bool inner = z + 1 < z1 - 1;  // `edges` has formed the moments of the others
             if (inner && y0 == 0) momentsOfRow(s, 0, z + 1, {s.populations, 0});
             if (layer) {
                 deviationOfRow(s, y0 - 1, z + 1, ring);
@@ -345,7 +344,7 @@ static void slab(const FusedState& s, int z0, int z1, float* scratch) {
                 if (layer && ahead.before.share == 0) bringEnds(s, ahead.before.next);
                 if (inner && y + 1 < s.ny) momentsOfRow(s, y + 1, z + 1, ahead.inMoments);
                 if (layer) deviationOfRow(s, y + 1, z + 1, ring);
-                collideRow(s, y, z, ring, ahead);
+                collideAndStreamRow(s, y, z, ring, ahead);
             }
         }
     }

@@ -1,12 +1,12 @@
 #define DRELT_FUSED_ISA fused_avx2
-#include "cslbm/fused/FusedSegment.h"
+#include "cslbm/fused/FusedMomentFill.h"
 #include "cslbm/fused/FusedSweep.h"
 
 namespace drelt {
 
 const FusedSweeps& fusedSweepsAvx2() {
     static constexpr FusedSweeps sweeps{"avx2", &fused_avx2::edges, &fused_avx2::slab,
-                                        &fused_avx2::segment};
+                                        &fused_avx2::fillMoments};
     return sweeps;
 }
 

@@ -1,12 +1,12 @@
 #define DRELT_FUSED_ISA fused_baseline
-#include "cslbm/fused/FusedSegment.h"
+#include "cslbm/fused/FusedMomentFill.h"
 #include "cslbm/fused/FusedSweep.h"
 
 namespace drelt {
 
 const FusedSweeps& fusedSweepsBaseline() {
     static constexpr FusedSweeps sweeps{"baseline", &fused_baseline::edges, &fused_baseline::slab,
-                                        &fused_baseline::segment};
+                                        &fused_baseline::fillMoments};
     return sweeps;
 }
 

@@ -5,10 +5,12 @@
 
 #include "cslbm/fused/FusedDomain.h"
 #include "cslbm/fused/FusedRows.h"
+#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "cslbm/mlsolver/mlLattice.h"
 
 namespace drelt {
 
+using fused_transfer::codeOfDirection;
 using fused_transfer::findPlaces;
 using fused_transfer::momentRows;
 using fused_transfer::MomentRows;
@@ -16,15 +18,6 @@ using fused_transfer::Places;
 using fused_transfer::rowStart;
 
 namespace {
-
-constexpr int codeOf(int i) {
-    return static_cast<int>(ex_cas1[i]) + 1 + 3 * (static_cast<int>(ey_cas1[i]) + 1) +
-           9 * (static_cast<int>(ez_cas1[i]) + 1);
-}
-
-// An inner neighbour's coordinate for a node between the open planes.
-int inner(int a, int n, int w) { return std::clamp(a, w + 1, n - 2 - w); }
-bool between(int a, int n, int w) { return a >= w && a <= n - 1 - w; }
 
 void copyRow(float* to, const float* from, int count) {
     std::memcpy(to, from, sizeof(float) * static_cast<std::size_t>(count));
@@ -51,7 +44,7 @@ void FusedDomain::startAtRest() {
         Places places;
         findPlaces(s, y, z, places);
         for (int i = 0; i < kDirections; ++i) {
-            std::fill_n(places.at[codeOf(i)], s.nx, w_cas1[i]);
+            std::fill_n(places.at[codeOfDirection(i)], s.nx, w_cas1[i]);
         }
         for (float* const buffer : {s.moments, momentsBefore_}) {
             if (buffer == nullptr) continue;
@@ -80,7 +73,7 @@ void FusedDomain::upload(const mlFlow& host) {
         forEachRow([&](int y, int z) {
             const MomentRows to = momentRows(s, s.moments, y, z);
             float* const rows[4] = {to.rho, to.ux, to.uy, to.uz};
-            sweeps_->segment(s, y, z, 0, s.nx, rows);
+            sweeps_->fillMoments(s, y, z, 0, s.nx, rows);
         });
     }
     const std::int64_t count = host.count;
@@ -89,7 +82,7 @@ void FusedDomain::upload(const mlFlow& host) {
         Places places;
         findPlaces(s, y, z, places);
         for (int i = 0; i < kDirections; ++i) {
-            float* const row = places.at[codeOf(i)];
+            float* const row = places.at[codeOfDirection(i)];
             if (host.f != nullptr) {
                 copyRow(row, host.f + i * count + n, s.nx);
             } else {
@@ -148,14 +141,16 @@ void FusedDomain::materialise(mlFlow& host) const {
         Places own;
         findPlaces(s, y, z, own);
         if (host.f != nullptr) {
-            const bool opens = s.planesPending && between(y, s.ny, w) && between(z, s.nz, w);
+            const bool opens =
+                s.planesPending && withinPlanes(y, s.ny, w) && withinPlanes(z, s.nz, w);
             Places from = own;
-            if (opens) findPlaces(s, inner(y, s.ny, w), inner(z, s.nz, w), from);
+            if (opens)
+                findPlaces(s, innerCoordinate(y, s.ny, w), innerCoordinate(z, s.nz, w), from);
             for (int i = 0; i < kDirections; ++i) {
                 float* const to = host.f + i * count + n;
-                copyRow(to, own.at[codeOf(i)], s.nx);
+                copyRow(to, own.at[codeOfDirection(i)], s.nx);
                 if (!opens) continue;
-                const float* const row = from.at[codeOf(i)];
+                const float* const row = from.at[codeOfDirection(i)];
                 copyRow(to + w + 1, row + w + 1, s.nx - 2 - 2 * w);
                 to[w] = row[w + 1];
                 to[s.nx - 1 - w] = row[s.nx - 2 - w];
@@ -169,7 +164,7 @@ void FusedDomain::materialise(mlFlow& host) const {
                 findPlaces(s, y + static_cast<int>(ey_cas1[i]), z + static_cast<int>(ez_cas1[i]),
                            there);
                 copyRow(host.fPost + i * count + n,
-                        there.at[codeOf(i)] + static_cast<int>(ex_cas1[i]), s.nx);
+                        there.at[codeOfDirection(i)] + static_cast<int>(ex_cas1[i]), s.nx);
             }
         }
         if (host.Sopt != nullptr) {
@@ -177,7 +172,7 @@ void FusedDomain::materialise(mlFlow& host) const {
         }
         if (host.rou != nullptr && host.ux != nullptr) {
             float* const rows[4] = {&host.rou[n].value, host.ux + n, host.uy + n, host.uz + n};
-            sweeps_->segment(s, y, z, 0, s.nx, rows);
+            sweeps_->fillMoments(s, y, z, 0, s.nx, rows);
         }
     });
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/launch.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
@@ -14,9 +15,7 @@ struct NodeBox {
 };
 
 // A node's index along each axis.
-struct NodeIndex {
-    int x, y, z;
-};
+using NodeIndex = Vector3<int>;
 
 DRELT_HOST_DEVICE NodeBox intersection(const NodeBox& a, const NodeBox& b) {
     return {a.x0 > b.x0 ? a.x0 : b.x0, a.y0 > b.y0 ? a.y0 : b.y0, a.z0 > b.z0 ? a.z0 : b.z0,

@@ -1,4 +1,4 @@
-// The collisions beside the live one: against reference cases, and what sets them apart or must not.
+// The alternative collisions: agreement with reference cases, and where they must differ or be equal.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -89,7 +89,7 @@ TEST(AlternativeCollisions, AChoiceOutOfRangeIsRefused) {
     }
 }
 
-// Rows longer than a block of the host's staging, and no multiple of a vector.
+// The rows are longer than a block of the host's staging and not a multiple of a vector.
 TEST(AlternativeCollisions, TwoStagesAndSingleNodesGiveTheSameAsOneKernel) {
     HostFlow flow(301, 3, 2);
     fillRandom(flow, 11);
@@ -108,7 +108,7 @@ TEST(AlternativeCollisions, TwoStagesAndSingleNodesGiveTheSameAsOneKernel) {
     EXPECT_TRUE(compare(rows, flow.values(flow.host().fPost, 27), 1e-7));
 }
 
-// Whatever the rates, a state in the polynomial equilibrium is left alone, by this operator only.
+// This operator, and no other, leaves a state in the polynomial equilibrium unchanged.
 TEST(AlternativeCollisions, PolynomialEquilibriumIsAFixedPoint) {
     HostFlow flow(9, 7, 5);
     fillRandom(flow, 13);
@@ -144,8 +144,8 @@ TEST(AlternativeCollisions, Part1IsTheLiveOperator) {
     EXPECT_TRUE(compare(live->values(a.Sopt), part1->values(b.Sopt), 0.0));
 }
 
-// The float argument of the population-forced operators is an acceleration along y in the source, and
-// nothing else: the same as that much more force density. The stored moments know nothing of it.
+// The float argument of the population-forced operators is an acceleration along y in the source: it acts like
+// an additional force density and does not change the stored moments.
 TEST(AlternativeCollisions, FloatArgumentIsForceAlongYOnly) {
     for (const CollisionOperator choice : kPopulationForced) {
         HostFlow flow(11, 4, 3);
@@ -168,7 +168,7 @@ TEST(AlternativeCollisions, FloatArgumentIsForceAlongYOnly) {
     EXPECT_TRUE(compare(without, collided(CollisionOperator::Plain, flow), 0.0));
 }
 
-// One row of a domain large enough to hold the probed node; the pages of the rest are never touched.
+// One row of a domain that is large enough to hold the probed node. The other pages are never touched.
 TEST(AlternativeCollisions, Part1PrintsTheFitOfOneNode) {
     const int nx = 130;
     const int ny = 140;

@@ -1,5 +1,5 @@
-// The operators beside those of the default step: boundaries by node class, imposed velocities, inflow,
-// wave source, and the other moment operators. Tolerances of the cases are absolute, those of their own
+// The operators that the default step does not use: boundaries by node class, imposed velocities, inflow, wave
+// source, and the other moment operators. The tolerances of the cases are absolute and come from their own
 // single-precision study.
 #include <gtest/gtest.h>
 #include <omp.h>
@@ -63,8 +63,8 @@ void wave(HostFlow& flow, const VectorCase& given) {
     mlWave(flow.device(), flow.param());
 }
 
-// What a case expects of a field: its output, or its input with the entries of a few nodes replaced,
-// or no change.
+// The values that a case expects of a field: its output, or its input with the entries of a few nodes
+// replaced, or its input.
 std::vector<double> expected(const VectorCase& given, const std::string& field,
                              const std::vector<float>& before, std::size_t count) {
     if (given.has("out_" + field)) return given.array<double>("out_" + field);
@@ -100,7 +100,7 @@ TEST_P(Alternatives, AgreesWithReferenceAndLeavesTheRest) {
         EXPECT_TRUE(compare(expected(given, field, was, flow.nodes()), is, tolerance)) << field;
     };
     check("f", before.values(before.host().f, 27), flow.values(h.f, 27), GetParam().populations);
-    if (!given.has("out_f_node")) {  // where f is given of one node, fPost becomes the same there
+    if (!given.has("out_f_node")) {  // a case that gives f of one node expects the same fPost
         check("fPost", before.values(before.host().fPost, 27), flow.values(h.fPost, 27),
               GetParam().populations);
     }
@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(Vectors, Alternatives,
                                          Case{"half_force_plain", halfForce, 0.0, 2e-8}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
-// A random flow with the same populations in fPost, and something in the layer.
+// A random flow. fPost and fEqTilde hold the same values as f.
 void fill(HostFlow& flow) {
     fillRandom(flow, 3);
     std::copy(flow.host().f, flow.host().f + 27 * flow.nodes(), flow.host().fPost);
@@ -137,7 +137,7 @@ void fill(HostFlow& flow) {
     flow.upload();
 }
 
-// Whether two flows hold the same bits in all that an alternative operator may write.
+// Whether two flows hold the same bits in all fields that an alternative operator may write.
 bool same(HostFlow& a, HostFlow& b) {
     a.download();
     b.download();
@@ -150,7 +150,7 @@ bool same(HostFlow& a, HostFlow& b) {
            equal(&mlFlow::rou, 1) && equal(&mlFlow::flag, 1);
 }
 
-// Faces by class, and a few solids inside.
+// Sets the classes of the faces and of a few solid nodes inside.
 void classify(HostFlow& flow) {
     const LaunchExtent e = extentOf(flow);
     for (int z = 0; z < e.z; ++z)
@@ -171,7 +171,7 @@ void classify(HostFlow& flow) {
 constexpr MLLATTICENODE_FLAG kClasses[] = {ML_NODE_LEFT, ML_NODE_RIGHT,   ML_NODE_DOWN, ML_NODE_UP,
                                            ML_NODE_BACK, ML_NODE_FORWARD, ML_NODE_SOLID};
 
-// Density and populations that regularising node n of a face leaves, in double.
+// The density and populations of node n of a face after regularisation, in double precision.
 struct Regularised {
     double rho = 0.0;
     std::array<double, 27> f{};
@@ -207,7 +207,7 @@ Regularised regularised(const mlFlow& h, std::size_t count, std::size_t n,
         double sum = 0.0;
         for (int a = 0; a < 3; ++a)
             for (int b = 0; b < 3; ++b) {
-                // the last diagonal entry has e_y e_z for e_z e_z
+                // sic: prescribed value
                 const double first = a == 2 && b == 2 ? e(i)[1] : e(i)[a];
                 sum += p[a][b] * (first * e(i)[b] - (a == b ? 1.0 / 3 : 0.0));
             }
@@ -266,8 +266,8 @@ TEST(FlagBoundaries, NeighboursGetNothingInPlainFluidAndTheSameFromAnyThreads) {
     omp_set_num_threads(before);
 }
 
-// What a face imposes is what its nodes' populations then have: density, and momentum r (0.2, 0, 0) on
-// the left face, none on the others. Nodes within 10 of the rim are left alone.
+// The populations of a treated node have the density and momentum that its face imposes: rho (0.2, 0, 0) on the
+// left face, none on the others. Nodes within 10 of the rim keep their state.
 TEST(ImposedVelocity, IsTheMomentumOfThePopulationsInsideTheRim) {
     const LaunchExtent e{22, 21, 23};
     for (const MLLATTICENODE_FLAG face : kClasses) {
@@ -369,8 +369,8 @@ TEST(OtherMoments, AgreeWithTheStepsOwnAndKeepRawSumsAtZeroDensity) {
     EXPECT_EQ(axes.values(axes.host().fEqTildeOld, 27), axes.values(axes.host().fEqTilde, 27));
 }
 
-// A box of 20 nodes a side at unit spacing from the origin: jets on the planes 4 and 16, each over the
-// nodes below 8 or above 12; heights end at 120.
+// A box of 20 nodes per side at unit spacing from the origin. The jets lie on the planes 4 and 16, each on the
+// nodes below 8 or above 12, below the height 120.
 TEST(SceneForcing, PushesOnFourPlanesAndMovesTwoClasses) {
     HostFlow flow(20, 3, 20);
     flow.host().starty = 118.5f;  // the third row of nodes lies above the limit
@@ -399,7 +399,7 @@ TEST(SceneForcing, PushesOnFourPlanesAndMovesTwoClasses) {
         }
 }
 
-// A CUDA grid has at most 65535 blocks along y and z; each node must still be visited, and once.
+// A CUDA grid has at most 65535 blocks along y and z. A longer box must still visit each node once.
 TEST(Launches, CoverBoxesLongerThanAGridMayBe) {
     const LaunchExtent box{3, 2, 70000};
     const std::size_t nodes = 3 * 2 * 70000;

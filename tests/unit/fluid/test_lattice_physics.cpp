@@ -1,5 +1,5 @@
-// Transport coefficients of the collision on small periodic boxes: the wrap is done here, by ghost
-// planes copied around the operators.
+// Transport coefficients of the collision in small periodic boxes. The operators know no periodic faces, so the
+// test copies ghost planes between them.
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
@@ -18,8 +18,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-// A periodic column of n nodes along y, uniform along x and z: one node with a ghost on either side
-// of every axis.
+// A periodic column of n nodes along y, uniform along x and z. It has a ghost node at both ends of each axis.
 class PeriodicColumn {
 public:
     PeriodicColumn(int n, float viscosity) : n_(n), flow_(3, n + 2, 3) {
@@ -63,7 +62,7 @@ public:
     double momentum(int y) const { return flow_.host().ux[flow_.node(1, y + 1, 1)]; }
     double density(int y) const { return flow_.host().rou[flow_.node(1, y + 1, 1)].value; }
 
-    // Amplitude of a field's first harmonic.
+    // The amplitude of the first harmonic of a field.
     template <class Field>
     std::complex<double> harmonic(Field&& field) const {
         std::complex<double> sum = 0.0;
@@ -78,7 +77,7 @@ private:
         flow_.copyDown(flow_.host().rou, flow_.deviceImage().rou);
     }
 
-    // The ghosts take the inner column's values, one period away.
+    // Copies the values of the inner column, one period away, to the ghosts.
     void wrap(float* field) {
         for (int z = 0; z < 3; ++z)
             for (int y = 0; y < n_ + 2; ++y)
@@ -93,7 +92,7 @@ private:
     HostFlow flow_;
 };
 
-// nu from the decay of a shear wave, u = U sin(2 pi y / n), at n = 32, after the start has settled.
+// The viscosity from the decay of a shear wave u = U sin(2 pi y / n) with n = 32, after 200 steps.
 double decayViscosity(double nu, double meanFlow) {
     const int n = 32;
     PeriodicColumn column(n, static_cast<float>(nu));

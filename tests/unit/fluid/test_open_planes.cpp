@@ -1,4 +1,4 @@
-// Sound at the open planes: what of a plane pulse comes back.
+// Sound at the open planes: how much of a plane pulse they reflect.
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
@@ -15,7 +15,7 @@
 namespace drelt::test {
 namespace {
 
-// A pulse of the density in the middle of a long box, uniform along y and z, at rest.
+// A density pulse at rest in the middle of a long box, uniform along y and z.
 class PlanePulse {
 public:
     PlanePulse(double halfWidth, int layer)
@@ -67,7 +67,7 @@ private:
     HostFlow flow_;
 };
 
-// The half pulse runs 200 nodes to the plane, n / sqrt(3) nodes in n steps, and comes back inverted.
+// Half of the pulse runs 200 nodes to the plane, at 1 / sqrt(3) nodes per step, and comes back inverted.
 double reflection(double halfWidth, int layer) {
     PlanePulse pulse(halfWidth, layer);
     pulse.run(170);
@@ -78,11 +78,11 @@ double reflection(double halfWidth, int layer) {
 
 TEST(OpenPlanes, ReflectAQuarterOfAPlanePulseInverted) {
     if (guarded)
-        GTEST_SKIP() << "opens and closes pages too often; others guard the same operators";
+        GTEST_SKIP() << "opens and closes pages too often; other tests guard these operators";
     for (const double halfWidth : {4.0, 8.0, 16.0}) {
         EXPECT_NEAR(reflection(halfWidth, 0), -0.255, 0.015) << halfWidth;
     }
-    // a layer lies outside the planes and changes nothing of it
+    // A layer lies outside the planes and does not change the reflection.
     EXPECT_NEAR(reflection(8.0, 4), -0.255, 0.015);
 }
 

@@ -1,5 +1,4 @@
-// What the fluid operators must keep, whatever the numbers: conservation, rest, edges, and the same
-// bits for any number of threads.
+// Invariants of the fluid operators: conservation, rest, edges, and the same bits for any number of threads.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -24,7 +23,7 @@ namespace {
 
 constexpr float kRestSopt = 0.00929768f;  // the fit at rest with density 1
 
-// Sum over directions of populations times the polynomial of the direction's components.
+// The sum over all directions of the population times a polynomial of the direction's components.
 template <class Polynomial>
 double moment(const float* f, std::size_t count, std::size_t n, Polynomial&& polynomial) {
     double sum = 0.0;
@@ -67,7 +66,7 @@ TEST(Lattice, OppositesWeightsAndIsotropy) {
     }
 }
 
-// The table's polynomials, straight from the populations in double precision, and the way back.
+// Table moments against sums over the populations in double precision, and the transform back.
 TEST(CentralMoments, MatchTheirPolynomialsAndInvert) {
     std::mt19937 random(5);
     std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
@@ -154,7 +153,7 @@ TEST(Collision, ForceOnRestingFluidGivesItsMomentum) {
         2e-3, 3e-8);
 }
 
-// The fit keeps the old parameter where it is not positive (fast fluid) or not a number.
+// A fit that is not positive (fast fluid) or not a number leaves the old parameter.
 TEST(Collision, SoptIsKeptWhereTheFitIsNotPositive) {
     HostFlow flow(5, 1, 1);
     mlFlow& h = flow.host();
@@ -171,7 +170,7 @@ TEST(Collision, SoptIsKeptWhereTheFitIsNotPositive) {
     EXPECT_TRUE(std::isnan(h.fPost[4]));
 }
 
-// On a face of the domain the divisor stays 2; along an axis of one node nothing varies.
+// On a face of the domain the divisor stays 2. Along an axis with one node the derivative is 0.
 TEST(Collision, GradientsAtTheEdgesAreHalfOneSided) {
     HostFlow flow(1, 4, 2);
     mlFlow& h = flow.host();
@@ -222,7 +221,7 @@ TEST(Streaming, MovesAPopulationByOneNodeAndKeepsWhatHasNoSource) {
     }
 }
 
-// One step of every operator, as the solver orders them.
+// One step of all operators, in the order of the solver.
 void runStep(HostFlow& flow) {
     mlFlow* const device = flow.device();
     const MLFluidParam* const param = flow.param();

@@ -1,5 +1,5 @@
-// The kernels of a device's production step, one invocation after the other: no two of a launch write one
-// place, and in whatever order they run the bits are the same.
+// The kernels of a device's production step, run one invocation after the other: no two invocations of a launch
+// write to the same place, and any order of invocations gives the same bits.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ struct Array1 {
     std::size_t count;
 };
 
-// A flow without symmetry in a small box of odd sizes, its arrays, and its nodes.
+// A flow without symmetry in a small box, with its arrays and its nodes.
 class SmallDomain {
 public:
     explicit SmallDomain(int width) : domain_(param(width), 0.02f, 0.1f) {

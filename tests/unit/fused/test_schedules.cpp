@@ -1,4 +1,4 @@
-// The production schedule against the operators, step by step on the same flow.
+// The production schedule against the operators, on the same flow step by step.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -23,7 +23,7 @@
 namespace drelt::test {
 namespace {
 
-constexpr float kSigmaMax = 0.1f;  // strong, so that a slip in the layer shows
+constexpr float kSigmaMax = 0.1f;  // strong, so that an error in the layer shows
 
 struct Case {
     int nx, ny, nz, width;
@@ -31,7 +31,7 @@ struct Case {
     float bodyAcceleration = 0.0f;
 };
 
-// A smooth flow: waves of density and velocity, populations a little off their equilibrium.
+// A smooth flow: waves of density and velocity, with populations close to their equilibrium.
 void fillSmooth(HostFlow& flow) {
     mlFlow& h = flow.host();
     const MLFluidParam& p = *h.param;
@@ -59,8 +59,7 @@ void fillSmooth(HostFlow& flow) {
     flow.upload();
 }
 
-// Blobs of force that move through the box, as samples would leave them, added to the three arrays of a
-// device record.
+// Adds blobs of force to the force arrays of a device record, as samples would. The blobs move through the box.
 std::vector<NodeBox> spreadBlobs(const mlFlow& flow, const MLFluidParam& p, int step) {
     const int n[3] = {p.samples_x, p.samples_y, p.samples_z};
     std::vector<NodeBox> boxes;
@@ -128,14 +127,14 @@ Make onHost(const FusedSweeps& sweeps) {
 Domain onDevice(const MLFluidParam& param, float nu) {
     return std::make_unique<FusedDeviceDomain>(param, nu, kSigmaMax);
 }
-// What the device under test can run: its own kernels, and sweeps where host code reaches its memory.
+// The domains that the device under test can run: its kernels, and the sweeps if the host reaches its memory.
 std::vector<Make> kinds() {
     std::vector<Make> all{onDevice};
     if (plainMemory()) all.push_back(onHost(fusedSweeps()));
     return all;
 }
 
-// Both schedules on one case.
+// Both schedules with the same flow.
 struct Pair {
     explicit Pair(const Case& given, const Make& make)
         : flow(given.nx, given.ny, given.nz, given.width), seen(given.nx, given.ny, given.nz) {
@@ -160,12 +159,12 @@ struct Pair {
         ++now;
     }
 
-    // What reset does: rest at the last density that the host saw.
+    // Does what the simulator's reset does: sets the fluid at rest at the last density that the host saw.
     void reset() {
         flow.download();
         mlFlow& h = flow.host();
         for (std::size_t n = 0; n < flow.nodes(); ++n) {
-            // the host may have seen another density than the device now has
+            // The host may have seen another density than the device has now.
             const float rou = h.rou[n].value = 1.0f + 0.5f * (h.rou[n].value - 1.0f);
             h.ux[n] = h.uy[n] = h.uz[n] = 0.0f;
             for (int i = 0; i < kDirections; ++i) {
@@ -258,7 +257,7 @@ std::vector<float> bits(const ProductionDomain& domain, HostFlow& into) {
     return all;
 }
 
-// Every place in memory belongs to one node in a step, so threads cannot change a bit.
+// In a step every place in memory belongs to one node, so threads cannot change a bit.
 TEST(FusedDomain, ThreadsGiveTheSameBits) {
     const int before = omp_get_max_threads();
     for (const Make& make : kinds()) {
@@ -290,7 +289,7 @@ TEST(FusedDomain, InstructionSetsAgree) {
     EXPECT_THROW(fusedSweeps("mmx"), std::invalid_argument);
 }
 
-// What is prepared on demand is what a full read-out gives, and only where it was asked for.
+// Moments on demand equal those of a full read-out, and only the nodes asked for have them.
 TEST(FusedDomain, PreparesMomentsOnDemand) {
     DRELT_HOST_ONLY("elsewhere all moments are there");
     for (const int width : {0, 2}) {
@@ -325,8 +324,8 @@ TEST(FusedDomain, PreparesMomentsOnDemand) {
     }
 }
 
-// Samples anywhere, at the grid's corners too: the nodes around them have moments, and the step takes
-// what is spread there.
+// With samples anywhere, even at the grid's corners, the nodes around them get moments, and the step consumes
+// the force that is spread there.
 TEST(FusedDomain, PreparesTheSurroundingsOfSamples) {
     DRELT_HOST_ONLY("elsewhere all moments are there");
     Pair pair({45, 17, 16, 2}, onHost(fusedSweeps()));
@@ -363,7 +362,7 @@ TEST(FusedDomain, PreparesTheSurroundingsOfSamples) {
     for (const std::size_t n : reached) ASSERT_EQ(got.forcey[n], 0.0);
 }
 
-// Rounding neither makes nor loses mass in a fluid at rest.
+// Rounding does not change the mass of a fluid at rest.
 TEST(FusedDomain, RestStays) {
     for (const Make& make : kinds()) {
         HostFlow seen(13, 12, 11, 4);

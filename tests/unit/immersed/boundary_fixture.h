@@ -1,4 +1,4 @@
-// A boundary for tests: a host record with its arrays, and its mirror.
+// A boundary for tests: a host record with its arrays and its device mirror.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace drelt::test {
 
-// Owns the host arrays; zero but for the densities, which are 1. Change them, upload(), launch with
-// device(), download().
+// Owns the host arrays. All values are 0, except for the densities, which are 1. Usage: change the arrays,
+// upload(), launch with device(), download().
 class HostBoundary {
 public:
     explicit HostBoundary(int count, int device = test::device()) : manager_(device) {
@@ -45,7 +45,7 @@ public:
     void upload() { manager_.upload(); }
     void download() { manager_.download(); }
 
-    // Points on a sphere with outward normals, in an order without pattern in space.
+    // Places the samples on a sphere with outward normals, in an order without pattern in space.
     void placeOnSphere(float cx, float cy, float cz, float radius) {
         const double turn = 2.399963229728653;
         for (int i = 0; i < record_.count; ++i) {
@@ -67,7 +67,7 @@ public:
             record_.coordz[i] = cz + radius * record_.normalz[i];
         }
     }
-    // Velocities within +-size.
+    // Sets random velocities with components between -size and size.
     void stir(float size, unsigned seed) {
         std::mt19937 random(seed);
         std::uniform_real_distribution<float> any(-size, size);
@@ -86,7 +86,7 @@ private:
     IBBoundaryMemMgr manager_;
 };
 
-// Three arrays of a boundary behind one another, as the reference cases hold them.
+// Joins three arrays of a boundary one after the other, as the reference cases hold them.
 template <class T>
 std::vector<T> joined(const T* x, const T* y, const T* z, int count) {
     std::vector<T> all(x, x + count);
@@ -95,7 +95,7 @@ std::vector<T> joined(const T* x, const T* y, const T* z, int count) {
     return all;
 }
 
-// The reverse.
+// Splits them again.
 template <class T>
 void split(const std::vector<T>& all, T* x, T* y, T* z, int count) {
     std::copy_n(all.begin(), count, x);

@@ -1,4 +1,4 @@
-// The device mirror of a boundary: what crosses, what stays, and what is freed.
+// The device mirror of a boundary: what it uploads, downloads and frees.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -14,7 +14,7 @@ using test::fetched;
 using test::HostBoundary;
 using test::store;
 
-// The record as the device has it, brought back as bytes: its list belongs to another record.
+// The device's record, copied back as bytes, because its list belongs to another record.
 class Image {
 public:
     explicit Image(const IBBoundaryMemMgr& m) {
@@ -128,7 +128,7 @@ TEST(BoundaryMirror, MirrorsComeAndGoWithoutLeaks) {
         EXPECT_EQ(platform::deviceBytesInUse(), one);
         boundary.upload();
         expectPatched(boundary.manager());
-        boundary.host().reservedList.assign(100, 1);  // its buffer stays the host record's
+        boundary.host().reservedList.assign(100, 1);  // the host record keeps its buffer
         boundary.upload();
         boundary.download();
         EXPECT_TRUE(boundary.manager().mllagbndHost->reservedList.empty());
@@ -154,7 +154,7 @@ TEST(BoundaryMirror, FailuresQuoteTheStatement) {
         platform::failNthCall(call, cudaErrorMemoryAllocation);
         manager.allocate();
     };
-    // calls: select, select of free, the record, ux
+    // The calls are: select, select in free, the record, ux.
     EXPECT_EXIT(
         failing(4), testing::ExitedWithCode(1),
         "CUDA error at supplement/IBBoundaryMemMgr:[0-9]+ code=2\\(cudaErrorMemoryAllocation\\) "

@@ -1,4 +1,4 @@
-// Sample forces into link wrenches, and link motion into sample velocities.
+// Forces on samples become wrenches on links, and the motion of links becomes sample velocities.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -91,7 +91,7 @@ TEST_F(LinkOperators, WrenchesOfTheReferenceCase) {
     }
 }
 
-// Forces along x at the origin: the reaction on a link is minus the number of samples.
+// Unit forces along x at the origin: the reaction on a link is minus the number of its samples.
 struct UnitForces {
     explicit UnitForces(const std::vector<int>& sampleLabels)
         : labels(sampleLabels),
@@ -122,7 +122,7 @@ TEST_F(LinkOperators, LinksWithoutSamplesKeepTheirWrench) {
     EXPECT_EQ(most.reduced(reduction, links), (std::vector<double>{0, 7, -3, -1, 0}));
     UnitForces none({});
     EXPECT_EQ(none.reduced(reduction, links), (std::vector<double>{0, 7, -3, -1, 0}));
-    UnitForces fewer({1});  // nothing is left in the buffers from before
+    UnitForces fewer({1});  // the buffers hold nothing from before
     EXPECT_EQ(fewer.reduced(reduction, links), (std::vector<double>{0, -1, -3, -1, 0}));
 }
 
@@ -238,7 +238,7 @@ TEST_F(LinkOperators, SamplesAtRestInAFrameThatMovesWithThem) {
     boundary.host().ux[0] = boundary.host().ux[1] = 9.0f;
     boundary.upload();
     DeviceArray<int> labels(
-        std::vector<int>{1, 3});  // the base link's, and one that bears the frame's own index
+        std::vector<int>{1, 3});  // one sample of the base link and one of the frame itself
     DeviceArray<skLinkData> linksThere(links);
     updateSampleVel(boundary.device(), labels.data(), linksThere.data(), 3, 0, 2);
     boundary.download();

@@ -23,9 +23,9 @@ void launchFlagged(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG w
                 coveringShape(nodes, 8, 8, 8), nodes, flow, nodes.x, nodes.y, nodes.z,
                 nodes.x * nodes.y * nodes.z);
         default:
-            throw std::invalid_argument("mlBoundaryConditionFlag: node class " +
-                                        std::to_string(which) +
-                                        " has no operator; give a face's class or ML_NODE_SOLID");
+            throw std::invalid_argument(
+                "mlBoundaryConditionFlag: node class " + std::to_string(which) +
+                " has no operator; give the class of a face or ML_NODE_SOLID");
     }
 }
 

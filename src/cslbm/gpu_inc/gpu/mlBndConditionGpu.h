@@ -1,6 +1,5 @@
-// Boundaries by node class, on the populations after collision. The step calls none of them unless the
-// boundary family is chosen so; run them after the absorbing layer and before streaming, while
-// ux uy uz hold velocities.
+// Boundaries by node class, on the post-collision populations. A step runs them only if the boundary family
+// says so. Run them after the absorbing layer and before streaming, while ux uy uz hold velocities.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlBoxFace.h"
@@ -9,28 +8,28 @@ namespace drelt {
 
 namespace detail {
 
-// Second moments of the populations' non-equilibrium part at a node.
-struct SecondMoments {
+// The second moments of the non-equilibrium part of a node's populations.
+struct NonEquilibriumMoments {
     float xx, yy, zz, xy, xz, yz;
 };
 
-// Share of direction D in the populations that carry second moments and nothing else:
-// w / (2 cs^4) Q : P with Q = e e - cs^2. The third diagonal entry has ey*ez where Q has ez*ez.
+// The population of direction D that carries the second moments P and no other: w / (2 cs^4) Q : P with
+// Q = e e - cs^2.
 template <class D>
-DRELT_HOST_DEVICE float regularised(D, const SecondMoments& p) {
+DRELT_HOST_DEVICE float regularised(D, const NonEquilibriumMoments& p) {
     constexpr double weight = D::weight / (2.0 / 9.0);
     return static_cast<float>(weight *
                               (p.xx * (D::x * D::x - 1.0 / 3.0) + p.yy * (D::y * D::y - 1.0 / 3.0) +
+                               // sic: prescribed value
                                p.zz * (D::y * D::z - 1.0 / 3.0) + 2 * D::x * D::y * p.xy +
                                2 * D::x * D::z * p.xz + 2 * D::y * D::z * p.yz));
 }
 
-// A velocity boundary by regularised populations (Latt, Chopard, Malaspinas, Deville and Michler,
-// Phys. Rev. E 77 (2008) 056703), at node n of a face. The density follows from what leaves and what
-// runs along the face, the non-equilibrium part of what enters is that of its opposite. The density's
-// divisor is 1 plus the velocity along the axis on low and high faces alike. On the low x and y faces
-// that feeds disturbances back: from rest they grow tenfold in 20 steps at a viscosity of 0.01, and
-// stay at rounding from about 0.1 up.
+// A velocity boundary by regularised populations (Latt, Chopard, Malaspinas, Deville and Michler, Phys. Rev. E
+// 77 (2008) 056703), at node n of a face. The density follows from the populations that leave through the
+// face or run along it. A population that enters takes the non-equilibrium part of its opposite. On the low
+// x and y faces, the divisor of the density amplifies disturbances: from rest they grow tenfold in 20 steps
+// at a viscosity of 0.01; from about 0.1 up they stay at rounding.
 // Reads fPost and ux uy uz (velocities); writes fPost and rou.
 template <class Face>
 DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
@@ -44,7 +43,7 @@ DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
         if constexpr (Face::template leaves<D>) leaving += fPost[D::index * stride];
         if constexpr (Face::template along<D>) along += fPost[D::index * stride];
     });
-    const float rho = (2.0f * leaving + along) / (u[Face::axis] + 1.0f);
+    const float rho = (2.0f * leaving + along) / (u[Face::axis] + 1.0f);  // sic: prescribed value
     flow->rou[n].value = rho;
 
     float equilibrium[kDirections];
@@ -54,7 +53,7 @@ DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
         equilibrium[i] = secondOrderEquilibrium(d, rho, u[0], u[1], u[2]);
         rest[i] = fPost[i * stride] - equilibrium[i];
     });
-    SecondMoments p{0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+    NonEquilibriumMoments p{0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
         using D = decltype(d);
         const float part = rest[Face::template enters<D> ? D::opposite : D::index];
@@ -71,7 +70,7 @@ DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
     });
 }
 
-// The same where the node that a launch over the plane stands for has the face's class.
+// The same for an index of a launch over the face's plane, if the node there has the face's class.
 template <class Face>
 DRELT_HOST_DEVICE void regulariseFlagged(const LaunchIndex& at, mlFlow* flow, int nx, int ny,
                                          int nz, int count, MLLATTICENODE_FLAG face) {
@@ -92,7 +91,7 @@ DRELT_HOST_DEVICE void equilibrateNode(mlFlow* flow, std::int64_t n, int count) 
 
 }  // namespace detail
 
-// The six faces: nodes of the face's class on the face's plane are regularised.
+// The six faces. Each operator treats the nodes of the face's class on the face's plane.
 
 DRELT_KERNEL void mlCuBoundaryCondition_Left_Kernel(LaunchIndex at, mlFlow* flow, int nx, int ny,
                                                     int nz, int count) {
@@ -124,13 +123,13 @@ DRELT_KERNEL void mlCuBoundaryCondition_Back_Kernel(LaunchIndex at, mlFlow* flow
     detail::regulariseFlagged<BackFace>(at, flow, nx, ny, nz, count, ML_NODE_BACK);
 }
 
-// Solid nodes, wherever they are, get the equilibrium of their density and velocity.
+// Sets a solid node anywhere to the equilibrium of its density and velocity.
 DRELT_KERNEL void mlCuBoundaryCondition_Solid_Kernel(LaunchIndex at, mlFlow* flow, int, int, int,
                                                      int count) {
     if (flow->flag[at.n] == ML_NODE_SOLID) detail::equilibrateNode(flow, at.n, count);
 }
 
-// The work of the seven operators above in one launch, by the node's class alone.
+// Does the work of the seven operators above in one launch. Only the node's class decides.
 DRELT_KERNEL void mlBndConditionOtherKernel(LaunchIndex at, mlFlow* flow, int, int, int,
                                             int count) {
     switch (flow->flag[at.n]) {
@@ -145,9 +144,9 @@ DRELT_KERNEL void mlBndConditionOtherKernel(LaunchIndex at, mlFlow* flow, int, i
     }
 }
 
-// A fluid node hands its populations on to neighbours on a face or in a solid: fPost_j(y) = fPost_j(x)
-// for y = x + e_j. Entry j of node y has one writer only, the node y - e_j, and all that is read
-// belongs to fluid nodes, to which nothing is written: the result does not depend on the order.
+// A fluid node x copies its populations to neighbours on a face or in a solid: fPost_j(y) = fPost_j(x) for
+// y = x + e_j. The result does not depend on the order: only node y - e_j writes entry j of node y, and the
+// operator reads fluid nodes only, to which nothing is written.
 DRELT_KERNEL void mlBndConditionKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz,
                                        int count) {
     if (flow->flag[at.n] != ML_NODE_FLUID) return;
@@ -165,10 +164,10 @@ DRELT_KERNEL void mlBndConditionKernel(LaunchIndex at, mlFlow* flow, int nx, int
     });
 }
 
-// Launches the operator of one class, a face's or ML_NODE_SOLID, over the domain of a device record.
-// Throws std::invalid_argument for other classes, which have none.
+// Launches the operator of one class over the domain of a device record. Throws std::invalid_argument for a
+// class that is neither a face nor ML_NODE_SOLID.
 void mlBoundaryConditionFlag(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG which);
-// Launches mlBndConditionOtherKernel and mlBndConditionKernel over the domain of a device record.
+// Launch mlBndConditionOtherKernel and mlBndConditionKernel over the domain of a device record.
 void mlBndConditionOther(mlFlow* flow, const MLFluidParam* param);
 void mlBndCondition(mlFlow* flow, const MLFluidParam* param);
 

@@ -1,9 +1,11 @@
-// Open boundaries by non-equilibrium extrapolation with a zero-gradient copy of density and momentum
-// (Guo, Zheng, Shi, Chin. Phys. 11 (2002) 366). Six planes, pml_width nodes inside the faces of the
-// array, take the state of the plane next to them on the inside. Nodes outside them are not touched.
+// Open boundaries by non-equilibrium extrapolation with a zero-gradient copy of density and momentum (Guo,
+// Zheng, Shi, Chin. Phys. 11 (2002) 366). The nodes of the six open planes take the state of their inner
+// neighbours. Nodes outside the planes keep theirs.
 #pragma once
 
+#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
+#include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/launch.h"
@@ -12,24 +14,10 @@ namespace drelt {
 
 namespace detail {
 
-struct PlaneNode {
-    int x, y, z;
-};
-
-// First inner node of an axis of n nodes and its last, of which a coordinate takes the nearest; the
-// upper bound wins where the box is too thin for both.
-DRELT_HOST_DEVICE int clampInside(int a, int n, int w) {
-    const int low = a > w + 1 ? a : w + 1;
-    return low < n - 2 - w ? low : n - 2 - w;
-}
-
-// Whether a coordinate lies between the boundary planes of its axis, these included.
-DRELT_HOST_DEVICE bool withinPlanes(int a, int n, int w) { return a >= w && a <= n - 1 - w; }
-
-// Boundary node b takes density and momentum of s, and the populations of s with the equilibrium part
-// exchanged. ux uy uz hold momentum here; both equilibria get the same arguments, so that has no
-// effect beyond rounding.
-DRELT_HOST_DEVICE void extrapolate(mlFlow* flow, PlaneNode b, PlaneNode s, int nx, int ny,
+// Node b of a plane takes density and momentum of its source s, and the populations of s with the equilibrium
+// part exchanged. ux uy uz hold momentum here, not velocity. Both equilibria get the same arguments, so this
+// has no effect beyond rounding.
+DRELT_HOST_DEVICE void extrapolate(mlFlow* flow, NodeIndex b, NodeIndex s, int nx, int ny,
                                    int count) {
     const std::int64_t stride = count;
     const std::int64_t to = b.x + nx * (b.y + static_cast<std::int64_t>(ny) * b.z);
@@ -52,25 +40,25 @@ DRELT_HOST_DEVICE void extrapolate(mlFlow* flow, PlaneNode b, PlaneNode s, int n
     });
 }
 
-// The x faces cover their whole rim; edges and corners take the diagonal inner node.
+// The planes across x include their edges. Nodes there take the state of the diagonal inner node.
 DRELT_HOST_DEVICE void extrapolateX(mlFlow* flow, int x, int sourceX, int y, int z, int nx, int ny,
                                     int nz, int count) {
     const int w = flow->param->pml_width;
     if (!withinPlanes(y, ny, w) || !withinPlanes(z, nz, w)) return;
-    extrapolate(flow, {x, y, z}, {sourceX, clampInside(y, ny, w), clampInside(z, nz, w)}, nx, ny,
-                count);
+    extrapolate(flow, {x, y, z}, {sourceX, innerCoordinate(y, ny, w), innerCoordinate(z, nz, w)},
+                nx, ny, count);
 }
 
-// The z faces as well.
+// The planes across z do so too.
 DRELT_HOST_DEVICE void extrapolateZ(mlFlow* flow, int z, int sourceZ, int x, int y, int nx, int ny,
                                     int count) {
     const int w = flow->param->pml_width;
     if (!withinPlanes(x, nx, w) || !withinPlanes(y, ny, w)) return;
-    extrapolate(flow, {x, y, z}, {clampInside(x, nx, w), clampInside(y, ny, w), sourceZ}, nx, ny,
-                count);
+    extrapolate(flow, {x, y, z}, {innerCoordinate(x, nx, w), innerCoordinate(y, ny, w), sourceZ},
+                nx, ny, count);
 }
 
-// The y faces are one node narrower on every side and own no edge.
+// The planes across y are one node narrower on every side and have no edges.
 DRELT_HOST_DEVICE void extrapolateY(mlFlow* flow, int y, int sourceY, int x, int z, int nx, int ny,
                                     int nz, int count) {
     const int w = flow->param->pml_width;
@@ -80,8 +68,8 @@ DRELT_HOST_DEVICE void extrapolateY(mlFlow* flow, int y, int sourceY, int x, int
 
 }  // namespace detail
 
-// The six planes. Each reads and writes f, rou and ux uy uz (momentum); run in the order of
-// mlBoundaryConditionNEE, after the moments.
+// The six planes. Each reads and writes f, rou and ux uy uz (momentum). Run them after the moments, in the
+// order of mlBoundaryConditionNEE.
 
 DRELT_KERNEL void mlCuBoundaryCondition_Left_KernelNEE(LaunchIndex at, mlFlow* flow, int nx, int ny,
                                                        int nz, int count) {
@@ -119,7 +107,7 @@ DRELT_KERNEL void mlCuBoundaryCondition_Down_KernelNEE(LaunchIndex at, mlFlow* f
     detail::extrapolateY(flow, w, w + 1, at.x, at.z, nx, ny, nz, count);
 }
 
-// Launches the six planes of a device record: Left, Right, Forward, Back, Up, Down.
+// Launches the operators of the six planes of a device record: Left, Right, Forward, Back, Up, Down.
 void mlBoundaryConditionNEE(mlFlow* flow, const MLFluidParam* param);
 
 }  // namespace drelt

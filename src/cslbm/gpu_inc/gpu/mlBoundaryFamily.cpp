@@ -64,7 +64,7 @@ void applyBoundary(BoundaryFamily family, BoundaryStage stage, mlFlow* flow,
                        family <= BoundaryFamily::InletAtRest;
     if (!known) {
         throw std::invalid_argument("applyBoundary: " + std::to_string(static_cast<int>(family)) +
-                                    " names no boundary; give a member of BoundaryFamily");
+                                    " is not a boundary family; give a member of BoundaryFamily");
     }
     if (stage == BoundaryStage::AfterLayer) {
         afterLayer(family, flow, param);

@@ -1,4 +1,4 @@
-// Which boundary operators a step runs. The default is the open boundary.
+// The choice of the boundary operators of a step. The default is the open boundary.
 #pragma once
 
 #include "cslbm/mlsolver/mlFlow.h"
@@ -6,10 +6,10 @@
 namespace drelt {
 
 enum class BoundaryFamily {
-    NonEquilibriumExtrapolation,  // the six open planes inside the layer
+    NonEquilibriumExtrapolation,  // the six open planes
     None,
-    // By node class, on the populations after collision: a fluid node's neighbours, all faces and
-    // solids one operator after the other or in one, or the nodes of one class only.
+    // By node class, on the post-collision populations: the neighbours of fluid nodes; all faces and solids
+    // in seven launches or in one; or the nodes of one class.
     FlagNeighbours,
     FlagFaces,
     FlagFacesAtOnce,
@@ -20,7 +20,7 @@ enum class BoundaryFamily {
     FlagForward,
     FlagBack,
     FlagSolid,
-    // Imposed velocities, on the streamed populations: all six faces, or one.
+    // Imposed velocities, on the streamed populations: all six faces or one.
     ZouHe,
     ZouHeLeft,
     ZouHeRight,
@@ -28,15 +28,15 @@ enum class BoundaryFamily {
     ZouHeDown,
     ZouHeForward,
     ZouHeBack,
-    InletAtRest,  // the plane at height 0 brought to rest
+    InletAtRest,  // brings the plane at height 0 to rest
 };
 
-// The two places in a step where boundaries work: behind the absorbing layer, on fPost and with
-// velocities in ux uy uz; and behind the moments, on f and with momentum there.
+// The two points of a step where boundaries work: after the absorbing layer, on fPost, while ux uy uz hold
+// velocities; and after the moments, on f, while they hold momentum.
 enum class BoundaryStage { AfterLayer, AfterMoments };
 
-// Launches what a family runs at a stage over the domain of a device record; most families have one
-// stage only and do nothing at the other. Raises std::invalid_argument for a family that is no member.
+// Launches the operators of a family at one stage over the domain of a device record. Most families have
+// operators at one stage only. Throws std::invalid_argument for a value that is no member of BoundaryFamily.
 void applyBoundary(BoundaryFamily family, BoundaryStage stage, mlFlow* flow,
                    const MLFluidParam* param);
 

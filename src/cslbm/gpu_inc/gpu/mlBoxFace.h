@@ -1,4 +1,4 @@
-// The six faces of the box as compile-time constants, so that an operator on a face is written once.
+// The six faces of the box as types, so that an operator on a face is written once.
 #pragma once
 
 #include "cslbm/mlsolver/mlFlow.h"
@@ -13,7 +13,7 @@ struct BoxFace {
     static constexpr int axis = Axis;
     static constexpr int inward = High ? -1 : 1;  // sign of the inward normal along the axis
 
-    // How direction D runs: out through the face, along it, or into the box.
+    // Whether direction D leaves the box through the face, runs along the face, or enters the box.
     template <class D>
     static constexpr int component = inward*(Axis == 0 ? D::x : (Axis == 1 ? D::y : D::z));
     template <class D>
@@ -23,7 +23,7 @@ struct BoxFace {
     template <class D>
     static constexpr bool enters = component<D> == 1;
 
-    // Index of the node that a launch over the face's plane stands for.
+    // The node for an index of a launch over the face's plane.
     DRELT_HOST_DEVICE static std::int64_t node(const LaunchIndex& at, int nx, int ny, int nz) {
         const int x = Axis == 0 ? (High ? nx - 1 : 0) : at.x;
         const int y = Axis == 1 ? (High ? ny - 1 : 0) : at.y;
@@ -39,8 +39,8 @@ using UpFace = BoxFace<1, true>;
 using ForwardFace = BoxFace<2, false>;
 using BackFace = BoxFace<2, true>;
 
-// Launches Op(at, flow, nx, ny, nz, count) over a plane across the axis: blocks of 8 x 8 in the plane.
-// The caller checks.
+// Launches Op(at, flow, nx, ny, nz, count) over a plane across the axis, in blocks of 8 x 8. The caller
+// checks for errors.
 template <auto Op, int Axis>
 void launchPlane(mlFlow* flow, const MLFluidParam* param) {
     LaunchExtent plane{param->samples_x, param->samples_y, param->samples_z};

@@ -1,14 +1,16 @@
 // Moments of the populations, the forcing of the moving frame, and the grid's origin.
 //
-// ux, uy, uz hold the raw momentum from mlCalOneOrderMomentOptKernel until mlAddForcetoUOptKernel of
-// the next step, and the half-force-shifted velocity from then until the next moments.
+// ux, uy, uz hold raw momentum from mlCalOneOrderMomentOptKernel until mlAddForcetoUOptKernel of the next
+// step. From then on they hold the velocity, shifted by half the force, until the next moments.
 #pragma once
 
 #include <Eigen/Geometry>
 
+#include "cslbm/gpu_inc/gpu/mlForce.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/launch.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
@@ -22,38 +24,13 @@ DRELT_KERNEL void mlSetFlowCenterKernel(LaunchIndex, mlFlow* flow, float cx, flo
     flow->startz = static_cast<float>(cz - param->depth * 0.5);
 }
 
-namespace detail {
-
-struct Vector3 {
-    double x, y, z;
-};
-
-DRELT_HOST_DEVICE Vector3 vector3(const Eigen::Vector3d& v) {
-    return {v.data()[0], v.data()[1], v.data()[2]};
-}
-
-DRELT_HOST_DEVICE Vector3 cross(const Vector3& a, const Vector3& b) {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
-
-// Adds a frame force to one component of the force array and shifts that component of the momentum
-// to velocity. scaled is the lattice acceleration, rounded to single.
-DRELT_HOST_DEVICE void addForceComponent(double* force, float* u, std::int64_t n, double scaled,
-                                         float rho) {
-    const double sum = force[n] + static_cast<float>(scaled) * rho;
-    force[n] = sum;
-    u[n] = static_cast<float>((sum * 0.5 + u[n]) / rho);
-}
-
-}  // namespace detail
-
-// Adds the inertial force of the moving frame to the force arrays and turns momentum into velocity
-// shifted by half the force: u = (momentum + F/2) / rho. The acceleration felt in the frame is
-//     a = -linear - Omega x (Omega x r) - 2 Omega x v - alpha x r,
-// with r the node's place in the frame (transform takes world positions [m] there) and v the momentum
-// times velocityScale. lengthScale turns a [m/s^2] into lattice units, axis by axis. The frame's
-// quantities are SI and double precision.
-// NOLINTBEGIN(performance-unnecessary-value-param): a device operator takes its arguments by value
+// Adds the inertial force of the moving frame to the force arrays and turns momentum into velocity shifted
+// by half the force: u = (momentum + F/2) / rho. The acceleration in the frame is
+//     a = -linear - Omega x (Omega x r) - 2 Omega x v - alpha x r.
+// r is the node's position in the frame; `transform` maps world positions [m] to it. v is the momentum times
+// velocityScale. lengthScale turns a [m/s^2] into lattice units, axis by axis. The motion of the frame is in
+// SI units and double precision.
+// NOLINTBEGIN(performance-unnecessary-value-param): device operators take their arguments by value
 DRELT_KERNEL void mlAddForcetoUOptKernel(LaunchIndex at, mlFlow* flow, int, int, int, int,
                                          float velocityScale, Eigen::Vector3d lengthScale,
                                          Eigen::Vector3d linearAcceleration,
@@ -62,45 +39,42 @@ DRELT_KERNEL void mlAddForcetoUOptKernel(LaunchIndex at, mlFlow* flow, int, int,
                                          FrameTransform transform) {
     // NOLINTEND(performance-unnecessary-value-param)
     const float dx = flow->param->dx;
-    const detail::Vector3 p{at.x * dx + flow->startx, at.y * dx + flow->starty,
+    const Vector3<double> p{at.x * dx + flow->startx, at.y * dx + flow->starty,
                             at.z * dx + flow->startz};
     const double* const t = transform.data();  // column-major, 4 x 4
-    const detail::Vector3 r{t[0] * p.x + t[4] * p.y + t[8] * p.z + t[12],
+    const Vector3<double> r{t[0] * p.x + t[4] * p.y + t[8] * p.z + t[12],
                             t[1] * p.x + t[5] * p.y + t[9] * p.z + t[13],
                             t[2] * p.x + t[6] * p.y + t[10] * p.z + t[14]};
-    const detail::Vector3 v{flow->ux[at.n] * velocityScale, flow->uy[at.n] * velocityScale,
+    const Vector3<double> v{flow->ux[at.n] * velocityScale, flow->uy[at.n] * velocityScale,
                             flow->uz[at.n] * velocityScale};
 
-    const detail::Vector3 omega = detail::vector3(angularVelocity);
-    const detail::Vector3 linear = detail::vector3(linearAcceleration);
-    const detail::Vector3 scale = detail::vector3(lengthScale);
-    const detail::Vector3 centrifugal = detail::cross(omega, detail::cross(omega, r));
-    const detail::Vector3 coriolis = detail::cross(omega, v);
-    const detail::Vector3 euler = detail::cross(detail::vector3(angularAcceleration), r);
+    const Vector3<double> omega = vector3(angularVelocity.data());
+    const Vector3<double> linear = vector3(linearAcceleration.data());
+    const Vector3<double> scale = vector3(lengthScale.data());
+    const Vector3<double> centrifugal = cross(omega, cross(omega, r));
+    const Vector3<double> coriolis = cross(omega, v);
+    const Vector3<double> euler = cross(vector3(angularAcceleration.data()), r);
 
     const float rho = flow->rou[at.n].value;
-    detail::addForceComponent(flow->forcex, flow->ux, at.n,
-                              scale.x * (-linear.x - centrifugal.x - 2.0 * coriolis.x - euler.x),
-                              rho);
-    detail::addForceComponent(flow->forcey, flow->uy, at.n,
-                              scale.y * (-linear.y - centrifugal.y - 2.0 * coriolis.y - euler.y),
-                              rho);
-    detail::addForceComponent(flow->forcez, flow->uz, at.n,
-                              scale.z * (-linear.z - centrifugal.z - 2.0 * coriolis.z - euler.z),
-                              rho);
+    addForceComponent(flow->forcex, flow->ux, at.n,
+                      scale.x * (-linear.x - centrifugal.x - 2.0 * coriolis.x - euler.x), rho);
+    addForceComponent(flow->forcey, flow->uy, at.n,
+                      scale.y * (-linear.y - centrifugal.y - 2.0 * coriolis.y - euler.y), rho);
+    addForceComponent(flow->forcez, flow->uz, at.n,
+                      scale.z * (-linear.z - centrifugal.z - 2.0 * coriolis.z - euler.z), rho);
 }
 
 namespace detail {
 
-// Density and momentum of the populations of one node.
+// The sums of one node's populations: density and momentum.
 struct MomentSums {
     float rho, mx, my, mz;
 };
 
 // Sums the populations first[i * stride].
 DRELT_HOST_DEVICE MomentSums momentSums(const float* first, std::int64_t stride) {
-    // Summed by length of the direction, small populations first: one running sum from the rest
-    // population on would lose a little mass at every step.
+    // The sum runs by the length of the directions, small populations first. A running sum that starts with
+    // the rest population would lose a little mass in every step.
     float bySquaredLength[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     MomentSums sums{0.0f, 0.0f, 0.0f, 0.0f};
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
@@ -116,7 +90,7 @@ DRELT_HOST_DEVICE MomentSums momentSums(const float* first, std::int64_t stride)
     return sums;
 }
 
-// Stores density and raw momentum of node n, and clears its force.
+// Stores density and raw momentum of node n and clears its force.
 DRELT_HOST_DEVICE void storeMoments(mlFlow* flow, std::int64_t n, std::int64_t stride) {
     const MomentSums sums = momentSums(flow->f + n, stride);
     flow->rou[n].value = sums.rho;
@@ -130,14 +104,14 @@ DRELT_HOST_DEVICE void storeMoments(mlFlow* flow, std::int64_t n, std::int64_t s
 
 }  // namespace detail
 
-// Density and raw momentum (not divided by the density) of the streamed populations, and force
-// arrays cleared for the next step. Reads f; writes rou, ux uy uz, forcex forcey forcez.
+// Forms density and raw momentum (not divided by the density) of the streamed populations and clears the force
+// arrays for the next step. Reads f; writes rou, ux uy uz, forcex forcey forcez.
 DRELT_KERNEL void mlCalOneOrderMomentOptKernel(LaunchIndex at, mlFlow* flow, int, int, int,
                                                int count) {
     detail::storeMoments(flow, at.n, count);
 }
 
-// Launches mlSetFlowCenterKernel for a device record; the centre in metres, world axes.
+// Launches mlSetFlowCenterKernel for a device record. The centre is in metres, world axes.
 void mlSetFlowCenter(mlFlow* flow, float cx, float cy, float cz);
 
 // Launches mlAddForcetoUOptKernel over the domain of a device record.

@@ -1,5 +1,5 @@
-// Moments and forcing beside those of the step: forms without frame forces, without half-force shift,
-// with three launch axes, and the forcing of a fixed test scene. The step calls none of them.
+// Other operators for moments and forcing: without frame forces, without the half-force shift, with three
+// launch axes, and the forcing of a fixed test scene. No step calls them.
 #pragma once
 
 #include <algorithm>
@@ -8,17 +8,16 @@
 
 namespace drelt {
 
-// mlCalOneOrderMomentOptKernel from three launch axes, with 64-bit sizes. Has no launcher; run it with
-// launchRange.
+// mlCalOneOrderMomentOptKernel with three launch axes and 64-bit sizes. It has no launcher; use launchRange.
 DRELT_KERNEL void mlCalOneOrderMomentKernel(LaunchIndex at, mlFlow* flow, long nx, long ny,
                                             long nz) {
     const std::int64_t n = (at.z * ny + at.y) * nx + at.x;
     detail::storeMoments(flow, n, nx * ny * nz);
 }
 
-// Half-force shift u = (momentum + F/2) / rho of ordinary fluid nodes, without frame forces; half of
-// the acceleration gy (not a force density) is added to the y component after the division. Has no
-// launcher; run it with launchRange.
+// Shifts ordinary fluid nodes by half the force, u = (momentum + F/2) / rho, without frame forces. After the
+// division, half of gy is added to the y component; gy is an acceleration, not a force density. It has no
+// launcher; use launchRange.
 DRELT_KERNEL void mlAddForcetoUKernel(LaunchIndex at, mlFlow* flow, float gy, long nx, long ny,
                                       long) {
     const std::int64_t n = (at.z * ny + at.y) * nx + at.x;
@@ -29,7 +28,7 @@ DRELT_KERNEL void mlAddForcetoUKernel(LaunchIndex at, mlFlow* flow, float gy, lo
     flow->uz[n] = static_cast<float>((flow->forcez[n] * 0.5 + flow->uz[n]) / rho);
 }
 
-// Momentum to velocity, without force. Where the density is 0 the velocity is not finite.
+// Turns momentum into velocity, without force. A density of 0 gives velocities that are not finite.
 DRELT_KERNEL void mlRestoreUOptKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
     const float rho = flow->rou[at.n].value;
     flow->ux[at.n] = flow->ux[at.n] / rho;
@@ -37,8 +36,8 @@ DRELT_KERNEL void mlRestoreUOptKernel(LaunchIndex at, mlFlow* flow, int, int, in
     flow->uz[at.n] = flow->uz[at.n] / rho;
 }
 
-// Density and velocity of the populations; where the density is 0 the raw momentum stays. The force
-// arrays are left alone.
+// Forms density and velocity of the populations. Where the density is 0, it stores the raw momentum. The force
+// arrays keep their values.
 DRELT_KERNEL void mlCalMacroGpuKernel(LaunchIndex at, mlFlow* flow) {
     const std::int64_t nx = flow->param->samples_x;
     const std::int64_t ny = flow->param->samples_y;
@@ -52,8 +51,8 @@ DRELT_KERNEL void mlCalMacroGpuKernel(LaunchIndex at, mlFlow* flow) {
     flow->uz[n] = sums.mz / divisor;
 }
 
-// Keeps the layer's equilibrium difference as that of the step before. Nodes beyond the sizes of the
-// device's parameter record are left alone.
+// Copies the layer's equilibrium difference to that of the step before. Skips nodes beyond the sizes in the
+// device's parameter record.
 DRELT_KERNEL void mlCopyFTildeKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
     const MLFluidParam* const param = flow->param;
     if (at.x >= param->samples_x || at.y >= param->samples_y || at.z >= param->samples_z) return;
@@ -74,10 +73,10 @@ DRELT_HOST_ROW void copyFTildeRow(LaunchIndex first, int length, mlFlow* flow, i
     }
 }
 
-// The forcing of a fixed test scene, all numbers its own. With inletVelocity, nodes of the classes 12
-// and 13 get an upward velocity of 0.1 with 0.05 * phase added and subtracted. With wallJets, four
-// plane jets four spacings inside the side walls push the fluid around the box below a height of
-// 120 m, each over 0.4 of the width at one end of its wall.
+// The forcing of a fixed test scene. With inletVelocity, nodes of the classes 12 and 13 get the upward
+// velocities 0.1 + 0.05 phase and 0.1 - 0.05 phase. With wallJets, four plane jets push the fluid around the
+// box below a height of 120 m. They lie four spacings inside the side walls, each over 0.4 of the width at
+// one end of its wall.
 DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJets,
                                        bool inletVelocity, float phase) {
     const MLFluidParam* const param = flow->param;
@@ -86,6 +85,7 @@ DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJe
     const std::int64_t n = at.x + nx * at.y + nx * ny * at.z;
     if (inletVelocity) {
         const auto flag = static_cast<std::int32_t>(flow->flag[n]);
+        // sic: prescribed value
         if (flag == 12) flow->uy[n] = static_cast<float>(0.1 + 0.05 * phase);
         if (flag == 13) flow->uy[n] = static_cast<float>(0.1 - 0.05 * phase);
     }
@@ -93,8 +93,8 @@ DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJe
     const float x = at.x * dx + flow->startx;
     const float y = at.y * dx + flow->starty;
     const float z = at.z * dx + flow->startz;
-    if (!wallJets || !(y < 120.0)) return;
-    // the planes are meant exactly, and both limits are shares of the width
+    if (!wallJets || !(y < 120.0)) return;  // sic: prescribed value
+    // The planes are exact matches, and all limits are shares of the width.
     const double low = 0.4 * param->width;
     const double high = 0.6 * param->width;
     if (z == 4 * dx && x < low) flow->forcez[n] = 0.02;
@@ -103,7 +103,7 @@ DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJe
     if (x == (param->samples_x - 4) * dx + flow->startx && z < low) flow->forcex[n] = -0.02;
 }
 
-// Each launches the operator of its name over the domain of a device record.
+// Launch the operators of the same names over the domain of a device record.
 void mlRestoreUOpt(mlFlow* flow, const MLFluidParam* param);
 void mlCalMacroGpu(mlFlow* flow, const MLFluidParam* param);
 void mlCopyFTilde(mlFlow* flow, const MLFluidParam* param);

@@ -1,9 +1,9 @@
-// Central moments of a node's populations and the way back: the machinery shared by the collision
-// operators. All in lattice units and single precision unless a line says otherwise.
+// Central moments of a node's populations and the transform back. All collision operators use them. Lattice
+// units, single precision unless a comment says otherwise.
 //
-// Two sets of 27 numbers describe the same state about the velocity u, with c = e - u:
+// Two sets of 27 numbers describe the same state relative to the velocity u, with c = e - u:
 //   plain moments  kappa_lmn = sum of f_i cx^l cy^m cz^n, l, m, n = 0..2, at plainIndex(l, m, n);
-//   table moments  k0 .. k26, the linear combinations of them that relax with one rate each:
+//   table moments  k0 .. k26, linear combinations of them that each relax with one rate:
 //     0 1 2 3       1, cx, cy, cz
 //     4 5 6         cx cy, cx cz, cy cz
 //     7 8 9         cx^2 - cy^2, cx^2 - cz^2, cx^2 + cy^2 + cz^2
@@ -14,9 +14,9 @@
 //     20 21 22      cx^2 cy cz, cx cy^2 cz, cx cy cz^2
 //     23 24 25 26   cx cy^2 cz^2, cx^2 cy cz^2, cx^2 cy^2 cz, cx^2 cy^2 cz^2
 //
-// The velocity set is a product of three one-dimensional ones, so both directions of the transform
-// run axis by axis over lines of three values (Geier, Greiner, Korvink, Eur. Phys. J. Spec. Top. 171
-// (2009) 55, for the cascaded collision).
+// The velocity set is a product of three one-dimensional sets, so the transform and its inverse run axis by
+// axis over lines of three values (cascaded collision: Geier, Greiner, Korvink, Eur. Phys. J. Spec. Top. 171
+// (2009) 55).
 #pragma once
 
 #include <utility>
@@ -27,10 +27,10 @@
 namespace drelt {
 
 inline constexpr int kMoments = 27;
-// 1/sqrt(3); lattice speed of sound as the force source uses it.
+// 1/sqrt(3), the lattice speed of sound, as rounded in the force source.
 inline constexpr float kSoundSpeed = 0.57735026f;
 
-// A number as a compile-time constant, for loops unrolled before the vectoriser runs.
+// A number as a compile-time constant. Loops over such constants are unrolled before the vectoriser runs.
 template <int I>
 struct Constant {
     static constexpr int value = I;
@@ -43,17 +43,17 @@ DRELT_HOST_DEVICE void unrollIndices(std::integer_sequence<int, I...>, Body&& bo
 }
 }  // namespace detail
 
-// Calls body(Constant<i>{}) for i from 0 to N-1; mark the body DRELT_LAMBDA_INLINE.
+// Calls body(Constant<i>{}) for i from 0 to N-1. Mark the body DRELT_LAMBDA_INLINE.
 template <int N, class Body>
 DRELT_HOST_DEVICE void forEachIndex(Body&& body) {
     detail::unrollIndices(std::make_integer_sequence<int, N>{}, body);
 }
 
-// Place of kappa_lmn in an array of plain moments.
+// The index of kappa_lmn in an array of plain moments.
 constexpr int plainIndex(int l, int m, int n) { return l + 3 * (m + 3 * n); }
 
-// Place of the population with components (a, b, c) when populations are ordered like plain moments:
-// 0, 1, 2 along an axis stand for components 0, +1, -1.
+// The index of direction D when populations are ordered like plain moments: 0, 1, 2 along an axis mean the
+// components 0, +1, -1.
 template <class D>
 constexpr int axisOrder() {
     constexpr int x = D::x == 0 ? 0 : (D::x == 1 ? 1 : 2);
@@ -64,7 +64,7 @@ constexpr int axisOrder() {
 
 namespace detail {
 
-// Populations of a line (rest, plus, minus) become its central moments of order 0, 1, 2 about u.
+// Turns the populations of a line (rest, plus, minus) into its central moments of order 0, 1, 2 about u.
 DRELT_HOST_DEVICE void lineToMoments(float& rest, float& plus, float& minus, float u) {
     const float sum = plus + minus;
     const float difference = plus - minus;
@@ -76,7 +76,7 @@ DRELT_HOST_DEVICE void lineToMoments(float& rest, float& plus, float& minus, flo
     minus = order2;
 }
 
-// The inverse: shift to moments about the origin, then 1 - t^2, (t^2 + t)/2, (t^2 - t)/2.
+// The inverse: shifts to moments about the origin, then forms 1 - t^2, (t^2 + t)/2 and (t^2 - t)/2.
 DRELT_HOST_DEVICE void lineToPopulations(float& order0, float& order1, float& order2, float u) {
     const float raw1 = order1 + u * order0;
     const float raw2 = order2 + u * (order1 + raw1);
@@ -87,7 +87,7 @@ DRELT_HOST_DEVICE void lineToPopulations(float& order0, float& order1, float& or
     order2 = half2 - half1;
 }
 
-// Applies a line transform to the nine lines along each axis: x first when forward, last when back.
+// Apply a line transform to the nine lines along one axis.
 template <class Line>
 DRELT_HOST_DEVICE void alongX(float (&v)[kMoments], Line&& line) {
     forEachIndex<9>([&](auto i) DRELT_LAMBDA_INLINE {
@@ -112,7 +112,7 @@ DRELT_HOST_DEVICE void alongZ(float (&v)[kMoments], Line&& line) {
 
 }  // namespace detail
 
-// Plain central moments about (ux, uy, uz) of populations in direction order.
+// Forms the plain central moments about (ux, uy, uz) of populations in direction order.
 DRELT_HOST_DEVICE void plainMomentsOf(const float (&f)[kDirections], float ux, float uy, float uz,
                                       float (&kappa)[kMoments]) {
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
@@ -127,7 +127,8 @@ DRELT_HOST_DEVICE void plainMomentsOf(const float (&f)[kDirections], float ux, f
                               DRELT_LAMBDA_INLINE { detail::lineToMoments(a, b, c, uz); });
 }
 
-// Populations in direction order with the given plain central moments about (ux, uy, uz).
+// Forms the populations, in direction order, that have the given plain central moments about (ux, uy, uz).
+// Overwrites the moments.
 DRELT_HOST_DEVICE void populationsOf(float (&kappa)[kMoments], float ux, float uy, float uz,
                                      float (&f)[kDirections]) {
     detail::alongZ(kappa, [&](float& a, float& b, float& c)
@@ -142,7 +143,7 @@ DRELT_HOST_DEVICE void populationsOf(float (&kappa)[kMoments], float ux, float u
     });
 }
 
-// Table moments from plain ones.
+// Forms table moments from plain ones.
 DRELT_HOST_DEVICE void packMoments(const float (&p)[kMoments], float (&k)[kMoments]) {
     const auto at = [&](int l, int m, int n) DRELT_LAMBDA_INLINE { return p[plainIndex(l, m, n)]; };
     k[0] = at(0, 0, 0);
@@ -174,7 +175,7 @@ DRELT_HOST_DEVICE void packMoments(const float (&p)[kMoments], float (&k)[kMomen
     k[26] = at(2, 2, 2);
 }
 
-// Plain moments from table ones.
+// Forms plain moments from table ones.
 DRELT_HOST_DEVICE void unpackMoments(const float (&k)[kMoments], float (&p)[kMoments]) {
     const auto at = [&](int l, int m, int n)
                         DRELT_LAMBDA_INLINE -> float& { return p[plainIndex(l, m, n)]; };
@@ -209,7 +210,7 @@ DRELT_HOST_DEVICE void unpackMoments(const float (&k)[kMoments], float (&p)[kMom
     at(2, 2, 2) = k[26];
 }
 
-// Relaxation rates of k4..k8, k9..k22, k23..k25 and k26.
+// The relaxation rates of k4..k8 (shear), k9..k22 (high), k23..k25 (fifth) and k26 (sixth).
 struct MomentRates {
     float shear, high, fifth, sixth;
 
@@ -219,8 +220,8 @@ struct MomentRates {
     }
 };
 
-// Central-moment equilibrium of a Maxwellian in the co-moving frame: rho, rho/3, rho/9, rho/27 for
-// the trace and the even moments, zero for the others.
+// The central moments of a Maxwellian in the co-moving frame: rho, rho/3, rho/9 and rho/27 for the trace and
+// the even moments, 0 for the others.
 struct ConstantEquilibrium {
     float rho;
 
@@ -231,8 +232,8 @@ struct ConstantEquilibrium {
     }
 };
 
-// Source of a force density in central moments: 2 F cs^2 in the third order, F cs^4 in the fifth.
-// The first order is the force itself; it is set apart, with the conserved moments.
+// The source of a force density in central moments: 2 F cs^2 in the third order, F cs^4 in the fifth. The
+// first order is the force itself; setConserved sets it.
 struct CentralForceSource {
     float x, y, z;
 
@@ -245,7 +246,7 @@ struct CentralForceSource {
     }
 };
 
-// No force among the central moments.
+// The force does not enter as a source of central moments.
 struct NoMomentSource {
     static constexpr float x = 0.0f, y = 0.0f, z = 0.0f;
 
@@ -256,8 +257,8 @@ struct NoMomentSource {
     }
 };
 
-// Relaxes k4 to k26: k* = (1 - s) k + s eq + (1 - s/2) S. Moments with a source are combined in
-// double precision. k0 to k3 are left as they are.
+// Relaxes k4 to k26: k* = (1 - s) k + s eq + (1 - s/2) S. Moments with a source are combined in double
+// precision. k0 to k3 keep their values.
 template <class Equilibrium, class Source>
 DRELT_HOST_DEVICE void relaxMoments(float (&k)[kMoments], const MomentRates& rates,
                                     const Equilibrium& equilibrium, const Source& source) {

@@ -1,6 +1,5 @@
-// Collisions beside the live one (mlCollideGpu.h). Each reads f and writes fPost, and can take its
-// place in a step. All share the 27 central moments; they differ in rates, equilibrium, and how the
-// force enters:
+// Alternatives to the default collision (mlCollideGpu.h). Each reads f and writes fPost and can replace it in a
+// step. All use the 27 central moments. They differ in rates, equilibrium, and how the force enters:
 //
 //   operator             shear rate        other rates           equilibrium   force
 //   mlCollideGpu         molecular         0.005.. + strain lift constant      none
@@ -8,10 +7,10 @@
 //   ..AddForceOpt        the same in two stages (cascade)
 //   ..AddForceTvcg       molecular         0.005.. + strain lift polynomial    populations, two stages
 //   ..Highorder          molecular + eddy  0.01.. + strain lift  constant      central moments
-//   ..HighorderFitingPart1  as the live one
+//   ..HighorderFitingPart1  as the default one
 //
-// Where the force enters as a source of populations, the first moments about the velocity are zero
-// after the collision, and the float argument is a body acceleration along y.
+// Where the force enters as a source of populations, the first central moments are 0 after the collision, and
+// the float argument is a body acceleration along y.
 #pragma once
 
 #include <cstdio>
@@ -29,13 +28,13 @@ namespace drelt {
 
 namespace detail {
 
-// Rates with the eddy viscosity in the shear rate, and the strain's lift of the others.
+// The rates with the eddy viscosity in the shear rate and the strain lift in the others.
 DRELT_HOST_DEVICE MomentRates eddyRates(const mlFlow* flow, const Tensor3& gradient, float rho) {
     return liftedRates(flow->v0k + waleEddyViscosity(gradient, rho),
                        static_cast<float>(strainLift(gradient)), 0.01f, 0.014f, 0.02f);
 }
 
-// Rates with the molecular viscosity alone; the lift has the node spacing as its filter width.
+// The rates with the molecular viscosity only. The filter width of the lift is the node spacing.
 template <class T>
 DRELT_HOST_DEVICE MomentRates molecularRates(const mlFlow* flow, const Tensor3& gradient, T high,
                                              T fifth, T sixth) {
@@ -72,7 +71,7 @@ DRELT_HOST_DEVICE void collideHighorder(const LaunchIndex& at, const mlFlow* flo
                        centralForce(flow, at, node.rho), NoPopulationSource{}, from, to);
 }
 
-// First stages: relaxed moments of a node's populations.
+// First stages: relax the moments of a node's populations.
 DRELT_HOST_DEVICE void relaxCascade(const LaunchIndex& at, const mlFlow* flow, int nx, int ny,
                                     int nz, NodePopulations<const float> from,
                                     NodePopulations<float> to) {
@@ -80,7 +79,7 @@ DRELT_HOST_DEVICE void relaxCascade(const LaunchIndex& at, const mlFlow* flow, i
     const Tensor3 gradient = velocityGradient(flow, at, nx, ny, nz);
     float k[kMoments];
     gatherMoments(from, node, k);
-    // the second stage reads none of these four
+    // sic: prescribed value
     k[0] = 2.0f * node.rho - k[0];
     k[1] = -k[1];
     k[2] = -k[2];
@@ -102,7 +101,7 @@ DRELT_HOST_DEVICE void relaxPolynomial(const LaunchIndex& at, const mlFlow* flow
     scatterMoments(k, to);
 }
 
-// Second stages read the moments from 4 on and write a range of the populations.
+// Second stages: read the moments from 4 on and write a range of the populations.
 using StoredMoments = Entries<4, kMoments>;
 using FirstHalf = Entries<0, 14>;
 using SecondHalf = Entries<14, kDirections>;
@@ -129,8 +128,8 @@ DRELT_HOST_ROW void rebuildRow(Range range, LaunchIndex first, int length, const
             DRELT_LAMBDA_INLINE { rebuildNode(range, at, flow, gy, from, to); });
 }
 
-// The node whose fit the operator below prints.
-inline constexpr std::int64_t kProbedNode = 2412130;
+// The node whose fit mlCollideAddForceHighorderFitingPart1Kernel prints.
+inline constexpr std::int64_t kProbedNode = 2412130;  // sic: prescribed value
 
 DRELT_HOST_DEVICE void printFit(const LaunchIndex& at, const mlFlow* flow, int nx, int ny, int nz) {
     const NodeState node = nodeState(flow, at);
@@ -172,8 +171,8 @@ DRELT_HOST_ROW void collideForcedRow(LaunchIndex first, int length, mlFlow* flow
             });
 }
 
-// The live operator's force with fixed rates instead of the fit. Reads f, rou, ux uy uz here and at
-// the six neighbours, force arrays; writes fPost.
+// The default collision with fixed rates instead of the fit. Reads f, rou, ux uy uz here and at the six
+// neighbours, force arrays; writes fPost.
 DRELT_KERNEL void mlCollideAddForceHighorderKernel(LaunchIndex at, mlFlow* flow, int nx, int ny,
                                                    int nz, int count) {
     detail::collideHighorder(at, flow, nx, ny, nz, {flow->f + at.n, count},
@@ -187,7 +186,7 @@ DRELT_HOST_ROW void collideHighorderRow(LaunchIndex first, int length, mlFlow* f
             DRELT_LAMBDA_INLINE { detail::collideHighorder(at, flow, nx, ny, nz, from, to); });
 }
 
-// The live operator with a probe: node 2412130 prints its fit. The float argument is not used.
+// The default collision with a probe: one node prints its fit. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceHighorderFitingPart1Kernel(LaunchIndex at, mlFlow* flow, float,
                                                               int nx, int ny, int nz, int count) {
     if (at.n == detail::kProbedNode) detail::printFit(at, flow, nx, ny, nz);
@@ -203,7 +202,7 @@ DRELT_HOST_ROW void collideProbedRow(LaunchIndex first, int length, mlFlow* flow
     collideRow(first, length, flow, unused, nx, ny, nz, count);
 }
 
-// mlCollideAddForceKernel in two stages, the first: reads f, rou, ux uy uz here and at the six
+// The first stage of mlCollideAddForceKernel in two stages. Reads f, rou, ux uy uz here and at the six
 // neighbours; writes the relaxed moments to fStore. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceOptKernel(LaunchIndex at, mlFlow* flow, float, int nx, int ny,
                                              int nz, int count) {
@@ -218,8 +217,8 @@ DRELT_HOST_ROW void relaxCascadeRow(LaunchIndex first, int length, mlFlow* flow,
             DRELT_LAMBDA_INLINE { detail::relaxCascade(at, flow, nx, ny, nz, from, to); });
 }
 
-// The second stage: directions 0 to 13 and 14 to 26, in either order. Read fStore, rou, ux uy uz,
-// force arrays; write fPost.
+// The second stage, for the directions 0 to 13 and 14 to 26, in either order. Both read fStore, rou, ux uy uz
+// and the force arrays and write fPost.
 DRELT_KERNEL void mlCuCollideCascade0_13Kernel(LaunchIndex at, mlFlow* flow, float gy, int, int,
                                                int, int count) {
     detail::rebuildNode(detail::FirstHalf{}, at, flow, gy, {flow->fStore + at.n, count},
@@ -231,8 +230,8 @@ DRELT_KERNEL void mlCuCollideCascade14_26Kernel(LaunchIndex at, mlFlow* flow, fl
                         {flow->fPost + at.n, count});
 }
 
-// Collision towards the second-order polynomial equilibrium, the first stage: reads f, rou, ux uy uz
-// here and at the six neighbours; writes the relaxed moments to fStore. The float argument is not used.
+// The first stage of the collision towards the second-order polynomial equilibrium. Reads f, rou, ux uy uz here
+// and at the six neighbours; writes the relaxed moments to fStore. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceTvcgDivKernel(LaunchIndex at, mlFlow* flow, float, int nx,
                                                  int ny, int nz, int count) {
     detail::relaxPolynomial(at, flow, nx, ny, nz, {flow->f + at.n, count},
@@ -246,7 +245,7 @@ DRELT_HOST_ROW void relaxPolynomialRow(LaunchIndex first, int length, mlFlow* fl
             DRELT_LAMBDA_INLINE { detail::relaxPolynomial(at, flow, nx, ny, nz, from, to); });
 }
 
-// The second stage, as of the cascade.
+// Its second stage, the same as above.
 DRELT_KERNEL void mlCollideAddForceTvcg0_13Kernel(LaunchIndex at, mlFlow* flow, float gy, int, int,
                                                   int, int count) {
     detail::rebuildNode(detail::FirstHalf{}, at, flow, gy, {flow->fStore + at.n, count},
@@ -258,7 +257,7 @@ DRELT_KERNEL void mlCollideAddForceTvcg14_26Kernel(LaunchIndex at, mlFlow* flow,
                         {flow->fPost + at.n, count});
 }
 
-// Rows of the second stages of both sequences.
+// The second stages of both sequences for a row of nodes.
 DRELT_HOST_ROW void rebuildFirstHalfRow(LaunchIndex first, int length, mlFlow* flow, float gy, int,
                                         int, int, int count) {
     detail::rebuildRow(detail::FirstHalf{}, first, length, flow, gy, count);
@@ -268,8 +267,8 @@ DRELT_HOST_ROW void rebuildSecondHalfRow(LaunchIndex first, int length, mlFlow* 
     detail::rebuildRow(detail::SecondHalf{}, first, length, flow, gy, count);
 }
 
-// Each launches its operator, or the three stages of its sequence, over the domain of a device record.
-// The float argument is param's bodyAccely.
+// Launch an operator, or the three stages of a sequence, over the domain of a device record. The float argument
+// is param's bodyAccely.
 void mlCollideGpu(mlFlow* flow, const MLFluidParam* param);
 void mlCollideAddForce(mlFlow* flow, const MLFluidParam* param);
 void mlCollideAddForceOpt(mlFlow* flow, const MLFluidParam* param);

@@ -1,4 +1,4 @@
-// Collision: populations relax in central-moment space, with the force as a source there.
+// The default collision: populations relax in central-moment space, with the force as a source there.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
@@ -9,14 +9,14 @@
 
 namespace drelt {
 
-// Collides the populations `from` of node `at` into `to`; see the operator below.
+// Collides the populations `from` of node `at` and writes them to `to`; see the operator below.
 DRELT_HOST_DEVICE void collideNode(const LaunchIndex& at, mlFlow* flow, int nx, int ny, int nz,
                                    NodePopulations<const float> from, NodePopulations<float> to) {
     const NodeState node = nodeState(flow, at);
     const Tensor3 gradient = velocityGradient(flow, at, nx, ny, nz);
     const float nu = flow->v0k;
     const float fit = fittedRelaxation(gradient, node.rho, node.u, nu);
-    // a fit that is not a number fails the comparison and keeps the old value
+    // A fit that is not a number fails the comparison, so the old value stays.
     const float kept = flow->Sopt[at.n];
     const float sopt = fit > 0.0f ? fit : kept;
     flow->Sopt[at.n] = sopt;
@@ -27,13 +27,12 @@ DRELT_HOST_DEVICE void collideNode(const LaunchIndex& at, mlFlow* flow, int nx, 
                        centralForce(flow, at, node.rho), NoPopulationSource{}, from, to);
 }
 
-// Cascaded collision of all 27 central moments about the local velocity. The five shear moments
-// relax with the molecular plus the eddy viscosity, the trace and the higher moments with Sopt, which
-// is refreshed from the fit where that is positive and kept elsewhere. Mass comes from rou, and the
-// first moments after collision from the force alone, so that with a velocity shifted by half the
-// force the step adds the whole force to the momentum. param's body acceleration enters the source
-// but not the velocity.
-// Reads f, rou, ux uy uz (velocities) here and at the six neighbours, force arrays, Sopt; writes fPost
+// Cascaded collision of all 27 central moments about the local velocity. The five shear moments relax with the
+// molecular plus the eddy viscosity. The trace and the higher moments relax with Sopt, which takes the value
+// of the fit if that is positive and keeps its value otherwise. The mass is rou. The first central moments
+// after the collision are half the force; since the velocity is shifted by the other half, the step adds
+// the whole force to the momentum. param's body acceleration enters the source but not the velocity.
+// Reads f, rou, Sopt, the force arrays, and ux uy uz (velocities) here and at the six neighbours; writes fPost
 // and Sopt. Run after the frame forcing. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceHighorderFiitingKernel(LaunchIndex at, mlFlow* flow, float,
                                                           int nx, int ny, int nz, int count) {

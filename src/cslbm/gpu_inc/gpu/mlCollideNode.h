@@ -1,17 +1,19 @@
-// One node's way through a collision, and a host row's way through memory: what the collision
-// operators share. They differ in rates, equilibrium, and the place where the force enters.
+// What the collision operators share: the steps of a collision at one node, and the way of a host row
+// through memory. The operators differ in rates, equilibrium, and where the force enters. The production
+// schedule has a shorter form of the default collision in FusedCore.h, which tells why.
 #pragma once
 
 #include <algorithm>
 
 #include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
+#include "cslbm/gpu_inc/gpu/mlForce.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/launch.h"
 
 namespace drelt {
 
-// The 27 entries of one node inside an array: entry i stands at first[i * stride].
+// The 27 entries of one node inside an array. Entry i is first[i * stride].
 template <class T>
 struct NodePopulations {
     T* first;
@@ -27,7 +29,7 @@ struct Entries {
 };
 using AllEntries = Entries<0, kDirections>;
 
-// Density and velocity (half the force in it) of a node.
+// Density and velocity of a node. The velocity is shifted by half the force.
 struct NodeState {
     float rho;
     float u[3];
@@ -37,17 +39,7 @@ DRELT_HOST_DEVICE NodeState nodeState(const mlFlow* flow, const LaunchIndex& at)
     return {flow->rou[at.n].value, {flow->ux[at.n], flow->uy[at.n], flow->uz[at.n]}};
 }
 
-// Total force density as a source of central moments: param's body acceleration enters here, but not
-// the velocity.
-DRELT_HOST_DEVICE CentralForceSource centralForce(const mlFlow* flow, const LaunchIndex& at,
-                                                  float rho) {
-    const MLFluidParam* const param = flow->param;
-    return {static_cast<float>(flow->forcex[at.n] + rho * param->bodyAccelx),
-            static_cast<float>(flow->forcey[at.n] + rho * param->bodyAccely),
-            static_cast<float>(flow->forcez[at.n] + rho * param->bodyAccelz)};
-}
-
-// Table moments of a node's populations about its velocity.
+// Forms the table moments of a node's populations about its velocity.
 DRELT_HOST_DEVICE void gatherMoments(NodePopulations<const float> from, const NodeState& node,
                                      float (&k)[kMoments]) {
     float f[kDirections];
@@ -66,8 +58,8 @@ DRELT_HOST_DEVICE void scatterMoments(const float (&k)[kMoments], NodePopulation
     });
 }
 
-// The moments that a collision does not relax: mass from the density, momentum relative to the
-// velocity from the force alone, of which the velocity holds the other half.
+// Sets the moments that a collision does not relax. The mass is the density. The momentum relative to the
+// velocity is half the force; the velocity holds the other half.
 template <class MomentSource>
 DRELT_HOST_DEVICE void setConserved(float (&k)[kMoments], float rho, const MomentSource& force) {
     k[0] = rho;
@@ -76,7 +68,7 @@ DRELT_HOST_DEVICE void setConserved(float (&k)[kMoments], float rho, const Momen
     k[3] = 0.5f * force.z;
 }
 
-// Writes a range of the populations that have the table moments k, plus their source.
+// Transforms the table moments k back to populations, adds their source, and writes a range of them.
 template <class Range, class PopulationForce>
 DRELT_HOST_DEVICE void scatterPopulations(Range, const float (&k)[kMoments], const NodeState& node,
                                           const PopulationForce& force, NodePopulations<float> to) {
@@ -90,7 +82,7 @@ DRELT_HOST_DEVICE void scatterPopulations(Range, const float (&k)[kMoments], con
     });
 }
 
-// No source of populations.
+// The force does not enter as a source of populations.
 struct NoPopulationSource {
     template <class D>
     DRELT_HOST_DEVICE float addedTo(D, float f) const {
@@ -98,8 +90,8 @@ struct NoPopulationSource {
     }
 };
 
-// A whole collision of one node: moments of the populations `from`, relaxation, populations `to`.
-// Both may be the same place.
+// The whole collision of one node: reads the populations `from`, relaxes their moments, writes the
+// populations `to`. Both may be the same place.
 template <class Equilibrium, class MomentSource, class PopulationForce>
 DRELT_HOST_DEVICE void collidePopulations(const NodeState& node, const MomentRates& rates,
                                           const Equilibrium& equilibrium,
@@ -114,13 +106,14 @@ DRELT_HOST_DEVICE void collidePopulations(const NodeState& node, const MomentRat
     scatterPopulations(AllEntries{}, k, node, populationSource, to);
 }
 
-// Calls body(at, from, to) for a row of nodes on the host, in blocks whose entries are staged in a
-// buffer that is filled and emptied array by array: 54 arrays walked side by side are more than
-// caches and hardware prefetchers follow. While a vector of nodes is worked on, the lines of the next
-// block's entries and of this block's results are on their way to the cache. `read` and `written` are
-// 27 arrays of `stride` each, of which the body reads and writes the given ranges; from and to are the
-// same place. Mark the body DRELT_LAMBDA_INLINE and let it capture by value: references cost a tenth of
-// the speed, since the compiler reads through them at every vector.
+// Calls body(at, from, to) for the nodes of a row on the host. A block of nodes is copied to a buffer array by
+// array, worked on there and copied back: 54 arrays walked side by side are more than caches and hardware
+// prefetchers can follow. While the body works on a vector of nodes, the entries of the next block and the
+// places of this block's results are prefetched.
+//
+// `read` and `written` each hold 27 arrays, `stride` entries apart; the body uses only the given ranges of
+// them. from and to are the same place. Mark the body DRELT_LAMBDA_INLINE and let it capture by value:
+// captured references cost a tenth of the speed, because the compiler reads through them for every vector.
 template <class Read, class Written, class Body>
 DRELT_HOST_ROW void forEachStagedNode(LaunchIndex first, int length, const float* read,
                                       float* written, std::int64_t stride, Body body) {

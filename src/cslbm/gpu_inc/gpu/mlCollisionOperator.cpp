@@ -21,7 +21,7 @@ void collide(CollisionOperator choice, mlFlow* flow, const MLFluidParam* param) 
         case CollisionOperator::Polynomial: return mlCollideAddForceTvcg(flow, param);
     }
     throw std::invalid_argument("collide: " + std::to_string(static_cast<int>(choice)) +
-                                " names no collision; give a member of CollisionOperator");
+                                " is not a collision; give a member of CollisionOperator");
 }
 
 }  // namespace drelt

@@ -1,11 +1,11 @@
-// The choice of a collision.
+// The choice of the collision of a step.
 #pragma once
 
 #include "cslbm/mlsolver/mlFlow.h"
 
 namespace drelt {
 
-// Operators that a step can use as its collision; see mlCollideGpu.h and mlCollideAlternatives.h.
+// The collisions that a step can use; see mlCollideGpu.h and mlCollideAlternatives.h.
 enum class CollisionOperator {
     HighorderFitted,       // central-moment force, fitted high-order rate: the default
     HighorderFittedPart1,  // the same, with a probe that prints
@@ -16,9 +16,9 @@ enum class CollisionOperator {
     Polynomial,            // two stages towards the polynomial equilibrium; uses fStore
 };
 
-// Launches the chosen collision over the domain of a device record: reads f, writes fPost. The fitted
-// ones use and refresh Sopt. Run after the frame forcing. Raises std::invalid_argument for a choice
-// that is no member.
+// Launches the chosen collision over the domain of a device record. It reads f and writes fPost; the fitted ones
+// also read and write Sopt. Run it after the frame forcing. Throws std::invalid_argument for a value that is
+// no member of CollisionOperator.
 void collide(CollisionOperator choice, mlFlow* flow, const MLFluidParam* param);
 
 }  // namespace drelt

@@ -1,4 +1,4 @@
-// Equilibrium of the second-order polynomial in the velocity, in central moments.
+// The second-order polynomial equilibrium in central moments.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
@@ -6,9 +6,9 @@
 
 namespace drelt {
 
-// Table moments k9 to k26, about u, of w_i rho (1 + 3 e.u + 9/2 (e.u)^2 - 3/2 u.u); those below are
-// the same as of the constant equilibrium. What the polynomial lacks against the Maxwellian shows as
-// powers of u from the third order on.
+// The table moments k9 to k26 about u of w_i rho (1 + 3 e.u + 9/2 (e.u)^2 - 3/2 u.u). The moments below k9 are
+// those of the constant equilibrium. The polynomial differs from the Maxwellian by powers of u, from the
+// third order on.
 struct PolynomialEquilibrium {
     float fromTrace[kMoments - 9];
 

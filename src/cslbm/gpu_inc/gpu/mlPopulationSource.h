@@ -1,4 +1,4 @@
-// Force as a source of populations, for the collisions whose moments carry none.
+// The force as a source of populations, for the collisions without a source of moments.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlCollideNode.h"
@@ -9,7 +9,7 @@ namespace drelt {
 
 namespace detail {
 
-// Component of a vector along direction D, e . v.
+// The dot product e . v of direction D with a vector.
 template <class D>
 DRELT_HOST_DEVICE double along(D, const double (&v)[3]) {
     double sum = 0.0;
@@ -22,7 +22,7 @@ DRELT_HOST_DEVICE double along(D, const double (&v)[3]) {
 }  // namespace detail
 
 // G_i = (1 - s0/2) w_i (3 (e_i - u).F + 9 (e_i.u)(e_i.F)) with s0 the rate of the lattice viscosity
-// alone (Guo, Zheng, Shi, Phys. Rev. E 65 (2002) 046308, eq. 20). In double precision, rounded once.
+// only (Guo, Zheng, Shi, Phys. Rev. E 65 (2002) 046308, eq. 20). In double precision, rounded once.
 struct PopulationSource {
     double force[3];
     double u[3];
@@ -38,7 +38,7 @@ struct PopulationSource {
     }
 };
 
-// The source of a node; gravity is a body acceleration along y, on top of the force arrays.
+// The source of a node. `gravity` is a body acceleration along y, in addition to the force arrays.
 DRELT_HOST_DEVICE PopulationSource populationSource(const mlFlow* flow, const LaunchIndex& at,
                                                     const NodeState& node, float gravity) {
     const double fx = static_cast<float>(flow->forcex[at.n]);

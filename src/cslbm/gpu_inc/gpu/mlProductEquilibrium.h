@@ -1,14 +1,21 @@
-// Product-form equilibrium of the D3Q27 set: the full polynomial in the velocity, one factor an axis.
+// Product-form equilibrium of the D3Q27 set: density times one factor per axis, the full polynomial in the
+// velocity. Along an axis with velocity a, the factor is 2/3 - a^2 for component 0 of the direction and
+// (1/3 + a^2 +- a)/2 for components +1 and -1. Lattice units.
+//
+// The factors have two forms. The operators round as the formula stands. The absorbing layer of the
+// production sweep needs all 27 directions of a pack at two times; its form shares the three factors of an
+// axis and fuses multiply-adds, which rounds differently.
 #pragma once
 
 #include "cslbm/mlsolver/mlLattice.h"
+#include "platform/arithmetic.h"
 #include "platform/launch.h"
 
 namespace drelt {
 
 namespace detail {
 
-// Factor of one axis for component E of the direction and velocity a.
+// The factor of one axis for component E of the direction and velocity a.
 template <int E>
 DRELT_HOST_DEVICE float equilibriumFactor(float a) {
     if constexpr (E == 0) {
@@ -22,11 +29,23 @@ DRELT_HOST_DEVICE float equilibriumFactor(float a) {
 
 }  // namespace detail
 
-// Equilibrium of direction D for density rho and velocity (ux, uy, uz), lattice units.
+// Equilibrium of direction D for density rho and velocity (ux, uy, uz).
 template <class D>
 DRELT_HOST_DEVICE float productEquilibrium(D, float rho, float ux, float uy, float uz) {
     return rho * detail::equilibriumFactor<D::x>(ux) * detail::equilibriumFactor<D::y>(uy) *
            detail::equilibriumFactor<D::z>(uz);
+}
+
+// Production sweep: the factors of an axis for components -1, 0 and 1.
+template <class V>
+struct AxisFactors {
+    V of[3];
+};
+template <class V>
+DRELT_HOST_DEVICE AxisFactors<V> axisFactors(const V& a) {
+    const V half = 0.5f * a;
+    const V even = mulAdd(half, a, valueOf<V>(1.0f / 6.0f));
+    return {{even - half, negMulAdd(a, a, valueOf<V>(2.0f / 3.0f)), even + half}};
 }
 
 }  // namespace drelt

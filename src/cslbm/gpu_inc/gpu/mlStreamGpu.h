@@ -9,7 +9,7 @@ namespace drelt {
 
 namespace detail {
 
-// One direction of the streaming at one node: the source's value, where the source lies in the grid.
+// Streams one direction at one node: copies the value of the source if the source lies in the grid.
 template <class D>
 DRELT_HOST_DEVICE void pullPopulation(D, const LaunchIndex& at, const float* fPost, float* f,
                                       int nx, int ny, int nz, int count) {
@@ -25,9 +25,9 @@ DRELT_HOST_DEVICE void pullPopulation(D, const LaunchIndex& at, const float* fPo
 
 }  // namespace detail
 
-// Pull streaming: f_i(n) = fPost_i(n - e_i), where the source lies in the grid. Where it does not,
-// f keeps its value: the population that came in at the step before. No node class is tested.
-// Reads fPost, writes f; run after collision and absorbing layer.
+// Pull streaming: f_i(n) = fPost_i(n - e_i) if the source n - e_i lies in the grid. Otherwise f keeps the value
+// of the step before. All node classes are treated alike. Reads fPost, writes f. Run after the collision
+// and the absorbing layer.
 DRELT_KERNEL void mlCuStream3dOptKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz,
                                         int count) {
     forEachDirection([&](auto d) DRELT_LAMBDA_INLINE {
@@ -47,9 +47,9 @@ DRELT_HOST_ROW void streamRow(LaunchIndex first, int length, mlFlow* flow, int n
     });
 }
 
-// Brings the plane of nodes whose height y * dx + starty [m] is exactly 0 to rest, as the class
-// ML_NODE_DOWN: no velocity, and the equilibrium of the node's density in f and fPost. Does nothing
-// unless enabled; the float arguments are not used.
+// Brings the nodes whose height y * dx + starty [m] is exactly 0 to rest: sets the class ML_NODE_DOWN, no
+// velocity, and the equilibrium of the node's density in f and fPost. Does nothing unless `enable` is true.
+// The float arguments are not used.
 DRELT_KERNEL void mmlStreamChangeInletGpuKernel(LaunchIndex at, mlFlow* flow, float, float, float,
                                                 float, bool enable, long nx, long ny, long nz) {
     if (!enable || at.y * flow->param->dx + flow->starty != 0.0f) return;

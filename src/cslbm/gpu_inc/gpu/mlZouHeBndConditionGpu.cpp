@@ -24,7 +24,7 @@ void launchFace(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG face
         default:
             throw std::invalid_argument("mlBoundaryConditionZouHe: node class " +
                                         std::to_string(face) +
-                                        " has no operator; give a face's class");
+                                        " has no operator; give the class of a face");
     }
 }
 

@@ -1,7 +1,7 @@
-// Velocity boundaries by bounce-back of the non-equilibrium part (Zou and He, Phys. Fluids 9 (1997) 1591;
-// in three dimensions Hecht and Harting, J. Stat. Mech. (2010) P01018), on the streamed populations. Each
-// imposes a velocity of its own on the inner part of one face. The step calls none of them unless the
-// boundary family is chosen so; run them after the moments.
+// Velocity boundaries by bounce-back of the non-equilibrium part (Zou and He, Phys. Fluids 9 (1997) 1591; in
+// three dimensions Hecht and Harting, J. Stat. Mech. (2010) P01018), on the streamed populations. Each
+// imposes a fixed velocity on the inner part of one face. A step runs them only if the boundary family says
+// so. Run them after the moments.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlBoxFace.h"
@@ -10,14 +10,14 @@ namespace drelt {
 
 namespace detail {
 
-inline constexpr int kZouHeMargin = 10;  // nodes of the face's rim that are left out
+inline constexpr int kZouHeMargin = 10;  // free indices of a face run from here to n minus this
 
-// Whether a free index lies in the part of an axis of n nodes that is treated.
+// Whether a free index of an axis of n nodes lies inside the margins.
 DRELT_HOST_DEVICE bool withinMargin(int a, int n) {
     return a >= kZouHeMargin && a <= n - kZouHeMargin;
 }
 
-// Transverse correction of one axis: a sixth of the momentum along it of the populations that run
+// The transverse correction of one axis: a sixth of the momentum along it, summed over the populations that run
 // along the face.
 template <class Face, int Axis>
 DRELT_HOST_DEVICE float transverse(const float* f, std::int64_t stride) {
@@ -30,9 +30,9 @@ DRELT_HOST_DEVICE float transverse(const float* f, std::int64_t stride) {
     return sum / 6.0f;
 }
 
-// Imposes the velocity `inflow` along the inward normal at a node of the face; transverse velocities
-// are 0. What enters is its opposite with 4/9, 1/9 or 1/36 of rho * inflow, by length of the direction,
-// less the transverse corrections. ux uy uz get the velocity, not the momentum.
+// Imposes the velocity `inflow` along the inward normal at a node of the face, and no transverse velocity. A
+// population that enters is its opposite plus a share of rho * inflow, minus the transverse corrections.
+// ux uy uz get the velocity, not the momentum.
 // Reads f; writes the entering populations of f, rou and ux uy uz.
 template <class Face>
 DRELT_HOST_DEVICE void imposeVelocity(mlFlow* flow, std::int64_t n, int count, float inflow) {
@@ -59,6 +59,7 @@ DRELT_HOST_DEVICE void imposeVelocity(mlFlow* flow, std::int64_t n, int count, f
         using D = decltype(d);
         if constexpr (Face::template enters<D>) {
             constexpr int length = D::x * D::x + D::y * D::y + D::z * D::z;
+            // sic: prescribed value
             constexpr float share =
                 length == 1 ? 4.0f / 9.0f : (length == 2 ? 1.0f / 9.0f : 1.0f / 36.0f);
             f[D::index * stride] = f[D::opposite * stride] + share * rho * inflow -
@@ -68,7 +69,7 @@ DRELT_HOST_DEVICE void imposeVelocity(mlFlow* flow, std::int64_t n, int count, f
     });
 }
 
-// The same where the node that a launch over the plane stands for lies inside the margin.
+// The same for an index of a launch over the face's plane, if it lies inside the margins.
 template <class Face>
 DRELT_HOST_DEVICE void imposeInside(const LaunchIndex& at, mlFlow* flow, int nx, int ny, int nz,
                                     int count, float inflow) {
@@ -80,7 +81,7 @@ DRELT_HOST_DEVICE void imposeInside(const LaunchIndex& at, mlFlow* flow, int nx,
 
 }  // namespace detail
 
-// The six faces. Left blows into the box at 0.2, the others are walls at rest.
+// The six faces. Left has an inflow of 0.2, the others are walls at rest.
 
 DRELT_KERNEL void mlCuBoundaryCondition_Left_KernelZouHe(LaunchIndex at, mlFlow* flow, int nx,
                                                          int ny, int nz, int count) {
@@ -112,8 +113,8 @@ DRELT_KERNEL void mlCuBoundaryCondition_Back_KernelZouHe(LaunchIndex at, mlFlow*
     detail::imposeInside<BackFace>(at, flow, nx, ny, nz, count, 0.0f);
 }
 
-// Launches the operator of one face, named by its node class, over a device record. Throws
-// std::invalid_argument for classes that are no face, which have none. No class of a node is tested.
+// Launches the operator of one face over the domain of a device record. `face` is the node class of the face;
+// throws std::invalid_argument for other classes. The operators do not test the class of a node.
 void mlBoundaryConditionZouHe(mlFlow* flow, const MLFluidParam* param, MLLATTICENODE_FLAG face);
 
 }  // namespace drelt

@@ -6,10 +6,9 @@
 
 namespace drelt {
 
-// mlInterpolateFluidForceKernel for all samples, with its bits.
-void gatherOnHostThreads(const SampleArguments& a, double slip);
-
-// mlSpreadForceKernel for all samples, with the bits of one loop over them.
+// Run mlInterpolateFluidForceKernel and mlSpreadForceKernel for all samples, with the bits of one loop over
+// the samples.
+void interpolateOnHostThreads(const SampleArguments& a, double slip);
 void spreadOnHostThreads(const SampleArguments& a, SpreadWorkspace& workspace);
 
 }  // namespace drelt

@@ -1,4 +1,5 @@
-// A group of samples on host threads, a lane each: the operators' arithmetic in its order, vectorised.
+// A group of samples on host threads, one lane per sample: the arithmetic of the operators in the same order,
+// vectorised.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +7,8 @@
 
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 
-// Marks what takes the time: a build for any machine holds it for several instruction sets and chooses
-// when it starts.
+// Marks the functions that take most of the time. A portable build compiles them for several instruction sets
+// and chooses when it starts.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__AVX512F__) && \
     !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define DRELT_SAMPLE_CLONES
@@ -19,12 +20,12 @@
 
 namespace drelt {
 
-inline constexpr int kLanes = 16;
-// Nodes along an axis within reach of a delta function of up to four points, the first of them one
-// below the sample.
+inline constexpr int kSampleLanes = 16;
+// Nodes along an axis that a delta function of up to four points reaches. The first one is one below the
+// sample's own.
 inline constexpr int kReach = 4;
 
-// What the operators take of a flow, its parameters and a boundary besides their records.
+// The arguments that both operators share.
 struct SampleArguments {
     mlLagrangeBoundary* boundary;
     mlFlow* flow;
@@ -52,17 +53,18 @@ inline SampleArguments sampleArguments(mlLagrangeBoundary* boundary, mlFlow* flo
             R};
 }
 
-// Positions of a group's samples along the axes [lattice units], and the first node that each reaches.
+// The positions of a group's samples [lattice units], and the first node that each one reaches.
 struct alignas(64) LanePositions {
-    float x[kLanes], y[kLanes], z[kLanes];
-    int nodeX[kLanes], nodeY[kLanes], nodeZ[kLanes];
-    int inside[kLanes];  // 1 where a sample takes part and all nodes within reach lie in the grid
+    float x[kSampleLanes], y[kSampleLanes], z[kSampleLanes];
+    int nodeX[kSampleLanes], nodeY[kSampleLanes], nodeZ[kSampleLanes];
+    int inside
+        [kSampleLanes];  // 1 if the sample takes part and all nodes within reach lie in the grid
 };
 
-// Of samples first .. first + count - 1; further lanes are not inside.
+// Fills the lanes with the samples first .. first + count - 1. Further lanes are not inside.
 DRELT_HOST_DEVICE void findPositions(LanePositions& at, const SampleArguments& a,
                                      std::int64_t first, int count) {
-    for (int l = 0; l < kLanes; ++l) at.x[l] = at.y[l] = at.z[l] = -1.0f;
+    for (int l = 0; l < kSampleLanes; ++l) at.x[l] = at.y[l] = at.z[l] = -1.0f;
 #pragma omp simd
     for (int l = 0; l < count; ++l) {
         const GridPosition p = gridPosition(a.boundary, a.flow, first + l, a.N, a.l0p);
@@ -74,7 +76,7 @@ DRELT_HOST_DEVICE void findPositions(LanePositions& at, const SampleArguments& a
     const auto endY = static_cast<float>(a.ny - 2);
     const auto endZ = static_cast<float>(a.nz - 2);
 #pragma omp simd
-    for (int l = 0; l < kLanes; ++l) {
+    for (int l = 0; l < kSampleLanes; ++l) {
         const int inside = static_cast<int>(at.x[l] >= 1.0f) & static_cast<int>(at.x[l] < endX) &
                            static_cast<int>(at.y[l] >= 1.0f) & static_cast<int>(at.y[l] < endY) &
                            static_cast<int>(at.z[l] >= 1.0f) & static_cast<int>(at.z[l] < endZ);
@@ -88,8 +90,8 @@ DRELT_HOST_DEVICE void findPositions(LanePositions& at, const SampleArguments& a
     }
 }
 
-// Calls visit(R) with R as a constant, so that delta functions vectorise; 0 for those that do not
-// exist.
+// Calls visit(R) with R as a compile-time constant, so that the delta functions vectorise. A selector without
+// a delta function becomes 0.
 template <class Visit>
 DRELT_HOST_DEVICE void withDelta(int R, Visit&& visit) {
     switch (R) {

@@ -1,6 +1,7 @@
-// Spreading on host threads: stencils in parallel over samples, then sums in parallel over planes of
-// nodes. Each plane takes its samples in their order and adds to its own nodes only, so every node's
-// sum has one order. Samples in a row that reach the same nodes of a plane are added in registers.
+// Spreading on host threads. First the stencils are formed, in parallel over samples, then they are added, in
+// parallel over planes of nodes. Each plane takes its samples in their order and adds to its own nodes only,
+// so the order of every node's sum is fixed. Consecutive samples that reach the same nodes of a plane are
+// added in registers.
 #if defined(__AVX512F__)
 #include <immintrin.h>
 #endif
@@ -15,28 +16,28 @@ namespace drelt {
 namespace {
 
 constexpr int kRow = SpreadSample::kRow;
-constexpr int kBlock = kRow / 2;  // rows begin at multiples of it
+constexpr int kHalf = kRow / 2;  // the rows of stencils begin at multiples of it
 
-// The nodes of a row that a sample's weights stand for begin here.
-DRELT_HOST_DEVICE int rowStart(int firstNode, int nx) {
-    const int start = firstNode / kBlock * kBlock;
+// The first of the kRow nodes of a stencil's rows.
+DRELT_HOST_DEVICE int stencilStart(int firstNode, int nx) {
+    const int start = firstNode / kHalf * kHalf;
     return start + kRow <= nx ? start : nx - kRow;
 }
 
-// From the stencil that the operator forms.
-void pack(SpreadSample& to, const SpreadStencil& from, int nx) {
+// Fills a record from the stencil that the operator forms.
+void fillRecord(SpreadSample& to, const SpreadStencil& from, int nx) {
     to.z0 = to.planes = to.rows = 0;
     if (from.box().empty()) return;
     to.z0 = from.z.first;
     to.planes = from.z.count;
     const double size = from.forcex * 0.0 + from.forcey * 0.0 + from.forcez * 0.0;
-    // a force that is not finite must not meet the weights of 0 that stand for no node
+    // A force that is not finite must not be multiplied with the weights 0 of nodes out of reach.
     if (nx < kRow || from.x.count > SpreadSample::kMost || from.y.count > SpreadSample::kMost ||
         from.z.count > SpreadSample::kMost || size != 0.0)
         return;
     to.rows = from.y.count;
     to.y0 = from.y.first;
-    to.x0 = rowStart(from.x.first, nx);
+    to.x0 = stencilStart(from.x.first, nx);
     for (float& weight : to.x) weight = 0.0f;
     for (int i = 0; i < from.x.count; ++i) to.x[from.x.first - to.x0 + i] = from.x.weight[i];
     for (int i = 0; i < from.y.count; ++i) to.y[i] = from.y.weight[i];
@@ -46,33 +47,34 @@ void pack(SpreadSample& to, const SpreadStencil& from, int nx) {
     to.force[2] = from.forcez;
 }
 
-// Weights of a group along one axis. Clears `plain` where nodes further off may have one as well.
+// The weights of a group along one axis. Clears `plain` for samples whose weights may reach further nodes.
 template <class R>
-DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kLanes], int (&plain)[kLanes],
-                             const float (&X)[kLanes], const int (&node)[kLanes], float perMetre,
-                             float dx, float start, R) {
+DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kSampleLanes], int (&plain)[kSampleLanes],
+                             const float (&X)[kSampleLanes], const int (&node)[kSampleLanes],
+                             float perMetre, float dx, float start, R) {
     for (int n = 0; n < kReach; ++n) {
 #pragma omp simd
-        for (int l = 0; l < kLanes; ++l) {
+        for (int l = 0; l < kSampleLanes; ++l) {
             const float r = spreadSeparation(X[l], node[l] + n, perMetre, dx, start);
             weight[n][l] = mlDelta(r, R::value);
         }
     }
 #pragma omp simd
-    for (int l = 0; l < kLanes; ++l) {
+    for (int l = 0; l < kSampleLanes; ++l) {
         const float before = spreadSeparation(X[l], node[l] - 1, perMetre, dx, start);
         const float after = spreadSeparation(X[l], node[l] + kReach, perMetre, dx, start);
         plain[l] &= static_cast<int>(before >= 2.0f) & static_cast<int>(after <= -2.0f);
     }
 }
 
-struct alignas(64) Group {
+// A group of samples: weights along the axes, and forces.
+struct alignas(64) SpreadGroup {
     LanePositions at;
-    float x[kReach][kLanes], y[kReach][kLanes], z[kReach][kLanes];
-    double force[3][kLanes];
+    float x[kReach][kSampleLanes], y[kReach][kSampleLanes], z[kReach][kSampleLanes];
+    double force[3][kSampleLanes];
 };
 
-DRELT_HOST_DEVICE void findWeights(Group& g, const SampleArguments& a) {
+DRELT_HOST_DEVICE void findWeights(SpreadGroup& g, const SampleArguments& a) {
     const float perMetre = a.N / a.l0p;
     const float dx = a.flow->param->dx;
     withDelta(a.R, [&](auto points) DRELT_LAMBDA_INLINE {
@@ -83,7 +85,7 @@ DRELT_HOST_DEVICE void findWeights(Group& g, const SampleArguments& a) {
 }
 
 // Fills the records of a group's samples.
-DRELT_SAMPLE_LOOP void formGroup(Group& g, const SampleArguments& a, int first, int count,
+DRELT_SAMPLE_LOOP void formGroup(SpreadGroup& g, const SampleArguments& a, int first, int count,
                                  SpreadSample* samples) {
     findPositions(g.at, a, first, count);
     findWeights(g, a);
@@ -102,10 +104,10 @@ DRELT_SAMPLE_LOOP void formGroup(Group& g, const SampleArguments& a, int first, 
             SpreadStencil stencil;
             spreadStencil(stencil, a.boundary, a.flow, first + l, a.N, a.l0p, a.rou0p, a.u0k, a.u0p,
                           a.R, a.nx, a.ny, a.nz);
-            pack(to, stencil, a.nx);
+            fillRecord(to, stencil, a.nx);
             continue;
         }
-        to.x0 = rowStart(g.at.nodeX[l], a.nx);
+        to.x0 = stencilStart(g.at.nodeX[l], a.nx);
         to.y0 = g.at.nodeY[l];
         to.z0 = g.at.nodeZ[l];
         to.rows = to.planes = kReach;
@@ -123,28 +125,28 @@ DRELT_SAMPLE_LOOP void formGroup(Group& g, const SampleArguments& a, int first, 
 using Row __attribute__((vector_size(8 * kRow))) = double;
 using Weights __attribute__((vector_size(4 * kRow))) = float;
 using LooseWeights __attribute__((vector_size(4 * kRow), aligned(4), may_alias)) = float;
-using Half __attribute__((vector_size(8 * kBlock))) = double;
-using LooseHalf __attribute__((vector_size(8 * kBlock), aligned(8), may_alias)) = double;
+using Half __attribute__((vector_size(8 * kHalf))) = double;
+using LooseHalf __attribute__((vector_size(8 * kHalf), aligned(8), may_alias)) = double;
 
 DRELT_HOST_DEVICE Row widened(Weights weights) {
 #if defined(__AVX512F__)
-    // GCC's own conversion goes by quarters; the unmasked form draws a warning
+    // GCC's own conversion works in quarters, and the form without a mask draws a warning.
     return (Row)_mm512_maskz_cvtps_pd(static_cast<__mmask8>(0xff), (__m256)weights);
 #else
     return __builtin_convertvector(weights, Row);
 #endif
 }
 
-// In halves: where rows of samples overlap, they overlap in whole halves, and no load has to wait for
-// parts of two stores.
+// Rows are loaded and stored in halves. The rows of two samples overlap in whole halves, so a load never waits
+// for parts of two stores.
 DRELT_HOST_DEVICE Row loadRow(const double* from) {
     const Half low = *reinterpret_cast<const LooseHalf*>(from);
-    const Half high = *reinterpret_cast<const LooseHalf*>(from + kBlock);
+    const Half high = *reinterpret_cast<const LooseHalf*>(from + kHalf);
     return __builtin_shufflevector(low, high, 0, 1, 2, 3, 4, 5, 6, 7);
 }
 DRELT_HOST_DEVICE void storeRow(double* to, Row row) {
     *reinterpret_cast<LooseHalf*>(to) = __builtin_shufflevector(row, row, 0, 1, 2, 3);
-    *reinterpret_cast<LooseHalf*>(to + kBlock) = __builtin_shufflevector(row, row, 4, 5, 6, 7);
+    *reinterpret_cast<LooseHalf*>(to + kHalf) = __builtin_shufflevector(row, row, 4, 5, 6, 7);
 }
 
 // The force arrays of a plane.
@@ -154,8 +156,8 @@ struct Plane {
     int z;
 };
 
-// Adds to Rows rows of a plane, from row `from` of the samples on, those of the list that reach the
-// same nodes as the first one. Returns the first place in the list that does not.
+// Adds samples to Rows rows of a plane, starting with row `from` of their stencils: sample s of the list and
+// those after it that reach the same nodes. Returns the place of the first one that does not.
 template <int Rows>
 DRELT_HOST_DEVICE int addRun(const Plane& plane, const SpreadSample* samples, const int* list,
                              int s, int end, int from) {
@@ -184,6 +186,7 @@ DRELT_HOST_DEVICE int addRun(const Plane& plane, const SpreadSample* samples, co
     return s;
 }
 
+// Adds the samples of a plane.
 DRELT_SAMPLE_LOOP void addPlane(const SampleArguments& a, const SpreadSample* samples,
                                 const int* list, int begin, int end, int z) {
     const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(z) * a.ny * a.nx;
@@ -213,17 +216,17 @@ void spreadOnHostThreads(const SampleArguments& a, SpreadWorkspace& workspace) {
     const platform::HostAccess access;
     workspace.reserve(a.sampleCount);
     SpreadSample* const samples = workspace.samples();
-    const int groups = (a.sampleCount + kLanes - 1) / kLanes;
+    const int groups = (a.sampleCount + kSampleLanes - 1) / kSampleLanes;
     int z0 = INT_MAX, z1 = 0;
 #pragma omp parallel if (a.sampleCount >= platform::kWorthThreadsEach)
     {
         FlushDenormals flush;
-        Group group;
+        SpreadGroup group;
 #pragma omp for schedule(static) reduction(min : z0) reduction(max : z1)
         for (int g = 0; g < groups; ++g) {
-            const int first = g * kLanes;
+            const int first = g * kSampleLanes;
             const int left = a.sampleCount - first;
-            const int count = left < kLanes ? left : kLanes;
+            const int count = left < kSampleLanes ? left : kSampleLanes;
             formGroup(group, a, first, count, samples);
             for (int i = first; i < first + count; ++i) {
                 const int from = samples[i].planes == 0 ? z0 : samples[i].z0;

@@ -9,7 +9,7 @@
 namespace drelt {
 namespace {
 
-constexpr int kApart = 32;  // between counters of two threads: more than a cache line, and its pair
+constexpr int kApart = 32;  // between the counters of two threads, more than a pair of cache lines
 
 void growTo(std::vector<int>& buffer, std::size_t size) {
     if (buffer.size() < size) buffer.resize(size);
@@ -25,8 +25,8 @@ void SpreadWorkspace::reserve(int sampleCount) {
 void SpreadWorkspace::sortByPlane(int z0, int z1, int sampleCount) {
     z0_ = z0;
     const int planes = z1 - z0;
-    // Runs of samples are counted apart. Parts are loop indices and not threads: a smaller team still
-    // does all of them.
+    // Each part of the samples is counted separately. Parts are loop indices, not threads, so a smaller team
+    // still treats all of them.
     const int parts = omp_get_max_threads();
     const int stride = planes + kApart;
     growTo(starts_, static_cast<std::size_t>(planes) + 1);

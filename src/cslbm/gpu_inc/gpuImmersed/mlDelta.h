@@ -7,9 +7,9 @@
 
 namespace drelt {
 
-// Weight of a node at the separation r (lattice units) under the R-point delta function: R = 2 the
-// linear hat, R = 3 the kernel of Roma, Peskin and Berger (J. Comput. Phys. 153, 1999), R = 4 that
-// of Peskin (Acta Numerica 11, 2002). Any other R gives 0.
+// The weight of a node at the separation r (lattice units) under the R-point delta function. R = 2 is the
+// linear hat, R = 3 the kernel of Roma, Peskin and Berger (J. Comput. Phys. 153, 1999), R = 4 that of Peskin
+// (Acta Numerica 11, 2002). Any other R gives 0.
 DRELT_HOST_DEVICE float mlDelta(float r, int R) {
     const float a = std::fabs(r);
     if (R == 4) {
@@ -24,18 +24,17 @@ DRELT_HOST_DEVICE float mlDelta(float r, int R) {
     return 0.0f;
 }
 
-// Largest number of nodes that an axis is searched for, over all R that have a delta function.
+// The largest number of nodes that an axis is searched for, over all R with a delta function.
 inline constexpr int kDeltaNodes = 13;
 
-// The weights of one axis: nodes first .. first + count - 1, beginning and ending with one that is
-// not zero.
+// The weights of one axis, for the nodes first .. first + count - 1. The first and the last one are not 0.
 struct DeltaWeights {
     int first;
     int count;
     float weight[kDeltaNodes];
 };
 
-// Fills the weights of the nodes from .. to - 1, where separation(i) is that of node i.
+// Fills the weights of the nodes from .. to - 1. separation(i) is the separation of node i.
 template <class Separation>
 DRELT_HOST_DEVICE void mlDeltaWeights(DeltaWeights& axis, int from, int to, int R,
                                       Separation&& separation) {

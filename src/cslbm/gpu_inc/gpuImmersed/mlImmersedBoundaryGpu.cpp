@@ -6,19 +6,20 @@
 namespace drelt {
 namespace {
 
-// Samples of one z index of the launch, and its extent.
-constexpr int kPlaneX = 20;
-constexpr int kPlaneY = 20;
+// A z index of the launch stands for a slice of 20 x 20 samples.
+constexpr int kSliceX = 20;
+constexpr int kSliceY = 20;
 
-int planes(int sampleCount) { return (sampleCount + kPlaneX * kPlaneY - 1) / (kPlaneX * kPlaneY); }
+int slices(int sampleCount) { return (sampleCount + kSliceX * kSliceY - 1) / (kSliceX * kSliceY); }
 
-// Blocks of 4 x 4 x 4 threads on a GPU; nothing without one.
+// Launches an operator on the GPU, with blocks of 4 x 4 x 4 threads. The extent of the slices and the grid
+// are its last arguments.
 template <auto Op, class... Args>
-void launchOnDevice([[maybe_unused]] int sampleCount, [[maybe_unused]] Args... args) {
-#if defined(DRELT_CUDA)
-    const LaunchExtent extent{kPlaneX, kPlaneY, planes(sampleCount)};
-    deviceLaunch<Op, ThreadMapping::Axes>(coveringShape(extent, 4, 4, 4), extent, args...);
-#endif
+void launchSlices(int sampleCount, const MLFluidParam* param, Args... args) {
+    const LaunchExtent extent{kSliceX, kSliceY, slices(sampleCount)};
+    deviceLaunch<Op, ThreadMapping::Axes>(
+        coveringShape(extent, 4, 4, 4), extent, args..., long{extent.x}, long{extent.y},
+        long{extent.z}, long{param->samples_x}, long{param->samples_y}, long{param->samples_z});
 }
 
 }  // namespace
@@ -27,14 +28,16 @@ void mlInterpolateFluidForce(mlFlow* flow, const MLFluidParam* param, mlLagrange
                              int sampleCount, const mlUnitScale& scale, int R) {
     if (sampleCount <= 0) return;
     const auto slip = static_cast<double>(param->slip_ratio);
-    if (platform::onHostDevice()) {
-        gatherOnHostThreads(sampleArguments(boundary, flow, param, sampleCount, scale, R), slip);
-    } else {
-        launchOnDevice<&mlInterpolateFluidForceKernel>(
-            sampleCount, boundary, flow, slip, scale.N, scale.l0p, scale.rou0p, scale.u0k,
-            referenceVelocity(scale), R, long{kPlaneX}, long{kPlaneY}, long{planes(sampleCount)},
-            long{param->samples_x}, long{param->samples_y}, long{param->samples_z});
-    }
+    platform::onSelectedDevice(
+        [&] {
+            launchSlices<&mlInterpolateFluidForceKernel>(sampleCount, param, boundary, flow, slip,
+                                                         scale.N, scale.l0p, scale.rou0p, scale.u0k,
+                                                         referenceVelocity(scale), R);
+        },
+        [&] {
+            interpolateOnHostThreads(sampleArguments(boundary, flow, param, sampleCount, scale, R),
+                                     slip);
+        });
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }
@@ -42,15 +45,16 @@ void mlInterpolateFluidForce(mlFlow* flow, const MLFluidParam* param, mlLagrange
 void mlSpreadForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
                    int sampleCount, const mlUnitScale& scale, int R, SpreadWorkspace& workspace) {
     if (sampleCount <= 0) return;
-    if (platform::onHostDevice()) {
-        spreadOnHostThreads(sampleArguments(boundary, flow, param, sampleCount, scale, R),
-                            workspace);
-    } else {
-        launchOnDevice<&mlSpreadForceKernel>(
-            sampleCount, boundary, flow, scale.N, scale.l0p, scale.rou0p, scale.u0k,
-            referenceVelocity(scale), R, long{kPlaneX}, long{kPlaneY}, long{planes(sampleCount)},
-            long{param->samples_x}, long{param->samples_y}, long{param->samples_z});
-    }
+    platform::onSelectedDevice(
+        [&] {
+            launchSlices<&mlSpreadForceKernel>(sampleCount, param, boundary, flow, scale.N,
+                                               scale.l0p, scale.rou0p, scale.u0k,
+                                               referenceVelocity(scale), R);
+        },
+        [&] {
+            spreadOnHostThreads(sampleArguments(boundary, flow, param, sampleCount, scale, R),
+                                workspace);
+        });
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

@@ -1,5 +1,5 @@
-// Direct forcing between the fluid and the samples of a boundary: gather of the fluid's momentum at
-// the samples, force, and spreading of the force to the nodes.
+// Direct forcing between the fluid and the samples of a boundary: interpolates the fluid's momentum to the
+// samples, computes their forces, and spreads the forces to the nodes.
 #pragma once
 
 #include <cmath>
@@ -11,17 +11,16 @@
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
 #include "platform/launch.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
 class SpreadWorkspace;
 
-// A sample in lattice units, relative to the grid's current origin.
-struct GridPosition {
-    float x, y, z;
-};
+// A sample's position relative to the grid's current origin [lattice units].
+using GridPosition = Vector3<float>;
 
-// Single precision, with N / l0p rounded first: nodes are rounded in the same way by the spreading.
+// Single precision, with N / l0p rounded first. The spreading rounds the positions of nodes in the same way.
 DRELT_HOST_DEVICE GridPosition gridPosition(const mlLagrangeBoundary* boundary, const mlFlow* flow,
                                             std::int64_t i, float N, float l0p) {
     const float perMetre = N / l0p;
@@ -30,14 +29,14 @@ DRELT_HOST_DEVICE GridPosition gridPosition(const mlLagrangeBoundary* boundary, 
             perMetre * (boundary->coordz[i] - flow->startz)};
 }
 
-// Whether a sample takes part: 0 <= X < nx on each axis. A position that is not a number does not.
+// Whether a sample takes part: 0 <= X < nx on each axis. A position that is not a number fails this.
 DRELT_HOST_DEVICE bool insideGrid(GridPosition p, long nx, long ny, long nz) {
     return p.x >= 0.0f && p.x < static_cast<float>(nx) && p.y >= 0.0f &&
            p.y < static_cast<float>(ny) && p.z >= 0.0f && p.z < static_cast<float>(nz);
 }
 
-// Weights of the gather along one axis: nodes from floor(X) - R to floor(X) + R inside the grid.
-DRELT_HOST_DEVICE void gatherWeights(DeltaWeights& axis, float X, long n, int R) {
+// Weights of the interpolation along one axis: nodes from floor(X) - R to floor(X) + R inside the grid.
+DRELT_HOST_DEVICE void interpolationWeights(DeltaWeights& axis, float X, long n, int R) {
     const int base = static_cast<int>(std::floor(X));
     const int from = base - R > 0 ? base - R : 0;
     const int to = base + R + 1 < n ? base + R + 1 : static_cast<int>(n);
@@ -45,13 +44,13 @@ DRELT_HOST_DEVICE void gatherWeights(DeltaWeights& axis, float X, long n, int R)
                    [&](int i) DRELT_LAMBDA_INLINE { return X - static_cast<float>(i); });
 }
 
-// Sums weight times momentum over the nodes of non-zero weight, k outermost and i innermost, in
-// single precision with fused multiply-adds. With Report, prints every node from the first sum on
-// that is not a number.
+// Sums weight times momentum over the nodes of non-zero weight, k outermost and i innermost, in single
+// precision with fused multiply-adds. With Report, prints every node from the first one on whose sum is not
+// a number.
 template <bool Report>
-DRELT_HOST_DEVICE void gatherMomentum(const mlFlow* flow, const DeltaWeights& wx,
-                                      const DeltaWeights& wy, const DeltaWeights& wz, long nx,
-                                      long ny, float m[3]) {
+DRELT_HOST_DEVICE void interpolateMomentum(const mlFlow* flow, const DeltaWeights& wx,
+                                           const DeltaWeights& wy, const DeltaWeights& wz, long nx,
+                                           long ny, float m[3]) {
     float mx = 0.0f, my = 0.0f, mz = 0.0f;
     for (int c = 0; c < wz.count; ++c) {
         for (int b = 0; b < wy.count; ++b) {
@@ -67,6 +66,7 @@ DRELT_HOST_DEVICE void gatherMomentum(const mlFlow* flow, const DeltaWeights& wx
                 mz = std::fma(weight, uz, mz);
                 if constexpr (Report) {
                     if (mx != mx || my != my || mz != mz) {
+                        // sic: prescribed text
                         printf("NAN find! %d  %.3f %.3f %.3f %.3f  \n", static_cast<int>(row + a),
                                static_cast<double>(ux), static_cast<double>(uy),
                                static_cast<double>(uz), static_cast<double>(weight));
@@ -80,9 +80,9 @@ DRELT_HOST_DEVICE void gatherMomentum(const mlFlow* flow, const DeltaWeights& wx
     m[2] = mz;
 }
 
-// Force density of one axis [physical units]: the no-slip term, which makes the fluid's momentum m
-// that of the sample, blended with the term of the normal components alone by the slip ratio s.
-// U: sample velocity (lattice), Un, mn: components along the normal n, rou: sample density.
+// The force density along one axis [N/m^3]. The slip ratio s blends the no-slip term, which gives the sample's
+// momentum to the fluid, with a term for the normal components only. U: sample velocity [lattice units],
+// m: fluid momentum, Un and mn: their components along the normal n, rou: sample density.
 DRELT_HOST_DEVICE double directForce(double s, float u0p, float rou0p, float N, float D, float U,
                                      float m, float Un, float mn, float n, float rou) {
     const float C = u0p * u0p * rou0p;
@@ -91,7 +91,7 @@ DRELT_HOST_DEVICE double directForce(double s, float u0p, float rou0p, float N, 
     return (1 - s) * static_cast<double>(noSlip) + static_cast<double>(normal) * s;
 }
 
-// Writes the force density of sample i from the fluid's momentum m there. s: slip ratio.
+// Writes the force density of sample i. m: momentum of the fluid there, s: slip ratio.
 DRELT_HOST_DEVICE void forceSample(const mlLagrangeBoundary* boundary, std::int64_t i, float mx,
                                    float my, float mz, double s, float N, float l0p, float rou0p,
                                    float u0k, mlVelocity3D<float> u0p) {
@@ -110,9 +110,10 @@ DRELT_HOST_DEVICE void forceSample(const mlLagrangeBoundary* boundary, std::int6
     boundary->forcez[i] = directForce(s, u0p.z, rou0p, N, D, Uz, mz, Un, mn, nZ, rou);
 }
 
-// Direct forcing (Uhlmann, J. Comput. Phys. 209, 2005, with one gather and one spreading a step).
-// Reads the flow's raw momentum and the sample's position, velocity, normal and density; writes the
-// sample's force density, 0 for a sample outside the grid. Nodes of zero weight are not visited.
+// Interpolates the fluid's momentum to a sample and computes its force by direct forcing (Uhlmann, J. Comput.
+// Phys. 209, 2005, with one interpolation and one spreading per step). Reads the flow's raw momentum and the
+// sample's position, velocity, normal and density. Writes the sample's force density, 0 for a sample outside
+// the grid. Skips nodes of weight 0.
 DRELT_KERNEL void mlInterpolateFluidForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary,
                                                 mlFlow* flow, double s, float N, float l0p,
                                                 float rou0p, float u0k, mlVelocity3D<float> u0p,
@@ -127,24 +128,24 @@ DRELT_KERNEL void mlInterpolateFluidForceKernel(LaunchIndex at, mlLagrangeBounda
     if (!insideGrid(p, nx, ny, nz)) return;
 
     DeltaWeights wx, wy, wz;
-    gatherWeights(wx, p.x, nx, R);
-    gatherWeights(wy, p.y, ny, R);
-    gatherWeights(wz, p.z, nz, R);
+    interpolationWeights(wx, p.x, nx, R);
+    interpolationWeights(wy, p.y, ny, R);
+    interpolationWeights(wz, p.z, nz, R);
     float m[3];
-    gatherMomentum<false>(flow, wx, wy, wz, nx, ny, m);
+    interpolateMomentum<false>(flow, wx, wy, wz, nx, ny, m);
     if (m[0] != m[0] || m[1] != m[1] || m[2] != m[2]) {
-        gatherMomentum<true>(flow, wx, wy, wz, nx, ny, m);
+        interpolateMomentum<true>(flow, wx, wy, wz, nx, ny, m);
     }
     forceSample(boundary, i, m[0], m[1], m[2], s, N, l0p, rou0p, u0k, u0p);
 }
 
-// Separation of a sample at X from node i in the spreading. It goes through the node's physical
-// position, which rounds it as that of the sample was.
+// The separation of a sample at X from node i in the spreading. The node's position is formed in metres, so
+// that it is rounded like the sample's.
 DRELT_HOST_DEVICE float spreadSeparation(float X, int i, float perMetre, float dx, float start) {
     return X - perMetre * ((static_cast<float>(i) * dx + start) - start);
 }
 
-// Weights of the spreading along one axis: nodes up to R + 2 from floor(X) inside the grid.
+// Weights of the spreading along one axis: nodes from floor(X) - R - 2 to floor(X) + R + 2 inside the grid.
 DRELT_HOST_DEVICE void spreadWeights(DeltaWeights& axis, float X, long n, int R, float perMetre,
                                      float dx, float start) {
     const int base = static_cast<int>(std::floor(X));
@@ -155,7 +156,7 @@ DRELT_HOST_DEVICE void spreadWeights(DeltaWeights& axis, float X, long n, int R,
     });
 }
 
-// The force that sample i puts on the grid [lattice units], which undoes the conversion of the gather.
+// The force that sample i puts on the grid [lattice units]. This undoes the conversion in directForce.
 DRELT_HOST_DEVICE void spreadForce(const mlLagrangeBoundary* boundary, std::int64_t i, float N,
                                    float l0p, float rou0p, float u0k, mlVelocity3D<float> u0p,
                                    double& forcex, double& forcey, double& forcez) {
@@ -166,7 +167,7 @@ DRELT_HOST_DEVICE void spreadForce(const mlLagrangeBoundary* boundary, std::int6
     forcez = G * ((H * boundary->forcez[i]) / static_cast<double>(u0p.z * u0p.z * N * rou0p));
 }
 
-// The nodes that one sample reaches, their weights, and the force that is shared out among them.
+// The nodes that one sample reaches, their weights, and the force to spread.
 struct SpreadStencil {
     double forcex, forcey, forcez;  // lattice units
     DeltaWeights x, y, z;
@@ -176,7 +177,7 @@ struct SpreadStencil {
     }
 };
 
-// The stencil of sample i. Without nodes where the sample lies outside the grid.
+// Forms the stencil of sample i. It has no nodes if the sample lies outside the grid.
 DRELT_HOST_DEVICE void spreadStencil(SpreadStencil& stencil, const mlLagrangeBoundary* boundary,
                                      const mlFlow* flow, std::int64_t i, float N, float l0p,
                                      float rou0p, float u0k, mlVelocity3D<float> u0p, int R,
@@ -193,7 +194,7 @@ DRELT_HOST_DEVICE void spreadStencil(SpreadStencil& stencil, const mlLagrangeBou
                 stencil.forcez);
 }
 
-// Adds to a sum that other invocations of the launch add to as well.
+// Adds to a sum that other invocations of the launch may add to at the same time.
 struct AtomicAdd {
     DRELT_HOST_DEVICE void operator()(double& sum, double term) const {
 #if defined(__CUDA_ARCH__)
@@ -204,7 +205,7 @@ struct AtomicAdd {
     }
 };
 
-// Adds to a sum that nobody else touches.
+// Adds to a sum that no one else uses.
 struct PlainAdd {
     DRELT_HOST_DEVICE void operator()(double& sum, double term) const { sum += term; }
 };
@@ -228,9 +229,8 @@ DRELT_HOST_DEVICE void addComponent(const SpreadStencil& stencil, const NodeBox&
     }
 }
 
-// Adds a stencil's force to the nodes that lie in the window. One component after the other: the
-// three arrays often lie a multiple of 4,096 bytes apart, and together their rows would push each
-// other out of a first-level cache.
+// Adds a stencil's force to the nodes in the window, one component after the other. The three arrays often lie
+// a multiple of 4,096 bytes apart, so their rows would evict each other from the first-level cache.
 template <class Add>
 DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& window,
                                   const mlFlow* flow, std::int64_t nx, std::int64_t ny, Add add) {
@@ -240,9 +240,9 @@ DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& w
     addComponent(stencil, box, flow->forcez, stencil.forcez, nx, ny, add);
 }
 
-// Spreads the force of one sample to the flow's force arrays, in double precision. Launched on a
-// GPU as it stands; host threads run the same stencils plane by plane (mlSpreadForce), and there this
-// operator is for one invocation at a time.
+// Spreads the force of one sample to the flow's force arrays, in double precision. A GPU runs this operator.
+// Host threads spread plane by plane (spreadOnHostThreads); on the host this operator must not run in
+// parallel.
 DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* boundary, mlFlow* flow,
                                       float N, float l0p, float rou0p, float u0k,
                                       mlVelocity3D<float> u0p, int R, long sx, long sy, long /*sz*/,
@@ -255,18 +255,18 @@ DRELT_KERNEL void mlSpreadForceKernel(LaunchIndex at, mlLagrangeBoundary* bounda
     addStencil(stencil, grid, flow, nx, ny, AtomicAdd{});
 }
 
-// The reference velocity, one value an axis [m/s].
+// The reference velocity, one value per axis [m/s].
 inline mlVelocity3D<float> referenceVelocity(const mlUnitScale& scale) {
     return {scale.u0px, scale.u0py, scale.u0pz};
 }
 
-// Launches mlInterpolateFluidForceKernel for all samples of a device record; R is the number of
-// points of the delta function. Scales and slip ratio come from the host.
+// Launches mlInterpolateFluidForceKernel for all samples of a device record. R is the number of points of the
+// delta function. The slip ratio comes from the host's `param`.
 void mlInterpolateFluidForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
                              int sampleCount, const mlUnitScale& scale, int R);
 
-// Launches mlSpreadForceKernel for all samples. On host threads every node receives the samples'
-// contributions in sample order, whatever the number of threads: the result is that of one loop.
+// Launches mlSpreadForceKernel for all samples. On host threads every node receives the contributions in
+// sample order, so the result is that of one loop for any number of threads.
 void mlSpreadForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
                    int sampleCount, const mlUnitScale& scale, int R, SpreadWorkspace& workspace);
 

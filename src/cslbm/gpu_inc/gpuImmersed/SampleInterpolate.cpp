@@ -1,4 +1,4 @@
-// Gather and force of samples on host threads, a group of samples at a time.
+// Interpolation and force of samples on host threads, one group of samples at a time.
 #include <type_traits>
 
 #include "cslbm/gpu_inc/gpuImmersed/HostCoupling.h"
@@ -9,29 +9,30 @@ namespace {
 
 constexpr int kNodes = kReach * kReach * kReach;
 
-// Everything about a group: weights by node, k outermost and i innermost, and the momentum gathered.
-struct alignas(64) Group {
+// A group of samples: weights by node, k outermost and i innermost, and the interpolated momentum.
+struct alignas(64) InterpolationGroup {
     LanePositions at;
-    float weight[kNodes][kLanes];
-    std::int64_t start[kLanes];  // index of the first node within reach; -1: not by the group
-    float mx[kLanes], my[kLanes], mz[kLanes];
+    float weight[kNodes][kSampleLanes];
+    std::int64_t start[kSampleLanes];  // index of the first node within reach, -1 if not inside
+    float mx[kSampleLanes], my[kSampleLanes], mz[kSampleLanes];
 };
 
+// The weights of a group along one axis.
 template <class R>
-DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kLanes], const float (&X)[kLanes],
-                             const int (&node)[kLanes], R) {
+DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kSampleLanes], const float (&X)[kSampleLanes],
+                             const int (&node)[kSampleLanes], R) {
     for (int n = 0; n < kReach; ++n) {
 #pragma omp simd
-        for (int l = 0; l < kLanes; ++l) {
+        for (int l = 0; l < kSampleLanes; ++l) {
             weight[n][l] = mlDelta(X[l] - static_cast<float>(node[l] + n), R::value);
         }
     }
 }
 
-DRELT_HOST_DEVICE void findWeights(Group& g, int R) {
-    alignas(64) float wx[kReach][kLanes];
-    alignas(64) float wy[kReach][kLanes];
-    alignas(64) float wz[kReach][kLanes];
+DRELT_HOST_DEVICE void findWeights(InterpolationGroup& g, int R) {
+    alignas(64) float wx[kReach][kSampleLanes];
+    alignas(64) float wy[kReach][kSampleLanes];
+    alignas(64) float wz[kReach][kSampleLanes];
     withDelta(R, [&](auto points) DRELT_LAMBDA_INLINE {
         weigh(wx, g.at.x, g.at.nodeX, points);
         weigh(wy, g.at.y, g.at.nodeY, points);
@@ -40,19 +41,20 @@ DRELT_HOST_DEVICE void findWeights(Group& g, int R) {
     for (int c = 0; c < kReach; ++c) {
         for (int b = 0; b < kReach; ++b) {
             for (int a = 0; a < kReach; ++a) {
-                float(&weight)[kLanes] = g.weight[a + kReach * (b + kReach * c)];
+                float(&weight)[kSampleLanes] = g.weight[a + kReach * (b + kReach * c)];
 #pragma omp simd
-                for (int l = 0; l < kLanes; ++l) weight[l] = wx[a][l] * wy[b][l] * wz[c][l];
+                for (int l = 0; l < kSampleLanes; ++l) weight[l] = wx[a][l] * wy[b][l] * wz[c][l];
             }
         }
     }
 }
 
-// The momentum of the nodes from `start` on, in the order of the weights.
+// The momentum of a box of nodes, in the order of the weights.
 struct alignas(64) NodeMomentum {
     float x[kNodes], y[kNodes], z[kNodes];
 };
 
+// Loads the box that begins at node `start`.
 DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t start,
                              std::int64_t nx, std::int64_t ny) {
     for (int c = 0; c < kReach; ++c) {
@@ -66,22 +68,22 @@ DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t s
     }
 }
 
-// Boxes of nodes that are summed over together, so that sums need not wait for each other.
+// Boxes of nodes that are summed over at the same time, so that one sum need not wait for the other.
 constexpr int kTogether = 2;
 
-// Sums for the samples that reach the nodes from starts[b] on, whose momentum is u[b].
-DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
+// Forms the sums of the samples whose boxes begin at starts[b] and have the momentum u[b].
+DRELT_HOST_DEVICE void sum(InterpolationGroup& g, const NodeMomentum (&u)[kTogether],
                            const std::int64_t (&starts)[kTogether]) {
-    alignas(64) float mx[kTogether][kLanes] = {};
-    alignas(64) float my[kTogether][kLanes] = {};
-    alignas(64) float mz[kTogether][kLanes] = {};
+    alignas(64) float mx[kTogether][kSampleLanes] = {};
+    alignas(64) float my[kTogether][kSampleLanes] = {};
+    alignas(64) float mz[kTogether][kSampleLanes] = {};
     for (int n = 0; n < kNodes; ++n) {
         for (int b = 0; b < kTogether; ++b) {
             const float ux = u[b].x[n];
             const float uy = u[b].y[n];
             const float uz = u[b].z[n];
 #pragma omp simd
-            for (int l = 0; l < kLanes; ++l) {
+            for (int l = 0; l < kSampleLanes; ++l) {
                 mx[b][l] = std::fma(g.weight[n][l], ux, mx[b][l]);
                 my[b][l] = std::fma(g.weight[n][l], uy, my[b][l]);
                 mz[b][l] = std::fma(g.weight[n][l], uz, mz[b][l]);
@@ -90,7 +92,7 @@ DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
     }
     for (int b = 0; b < kTogether; ++b) {
 #pragma omp simd
-        for (int l = 0; l < kLanes; ++l) {
+        for (int l = 0; l < kSampleLanes; ++l) {
             const bool here = g.start[l] == starts[b];
             g.mx[l] = here ? mx[b][l] : g.mx[l];
             g.my[l] = here ? my[b][l] : g.my[l];
@@ -99,20 +101,20 @@ DRELT_HOST_DEVICE void sum(Group& g, const NodeMomentum (&u)[kTogether],
     }
 }
 
-// Sums for all samples of a group, by the boxes of nodes that they reach: neighbours share them.
-DRELT_HOST_DEVICE void sumAll(Group& g, const SampleArguments& a) {
+// Forms the sums of all samples of a group, box by box: neighbouring samples often share a box.
+DRELT_HOST_DEVICE void sumAll(InterpolationGroup& g, const SampleArguments& a) {
     NodeMomentum u[kTogether] = {};
     std::int64_t starts[kTogether];
     unsigned left = 0;
-    for (int l = 0; l < kLanes; ++l) left |= static_cast<unsigned>(g.at.inside[l]) << l;
+    for (int l = 0; l < kSampleLanes; ++l) left |= static_cast<unsigned>(g.at.inside[l]) << l;
     while (left != 0) {
         for (int b = 0; b < kTogether; ++b) {
             if (left == 0) {
-                starts[b] = -2;  // of no sample
+                starts[b] = -2;  // matches no sample
                 continue;
             }
             starts[b] = g.start[__builtin_ctz(left)];
-            for (int l = 0; l < kLanes; ++l) {
+            for (int l = 0; l < kSampleLanes; ++l) {
                 left &= ~(static_cast<unsigned>(g.start[l] == starts[b]) << l);
             }
             fetch(u[b], a.flow, starts[b], a.nx, a.ny);
@@ -121,19 +123,19 @@ DRELT_HOST_DEVICE void sumAll(Group& g, const SampleArguments& a) {
     }
 }
 
-// By the operator.
+// Treats one sample by the operator.
 DRELT_HOST_DEVICE void forceOne(const SampleArguments& a, double slip, std::int64_t i) {
     mlInterpolateFluidForceKernel({static_cast<int>(i), 0, 0, i}, a.boundary, a.flow, slip, a.N,
                                   a.l0p, a.rou0p, a.u0k, a.u0p, a.R, a.sampleCount, 1, 1, a.nx,
                                   a.ny, a.nz);
 }
 
-DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double slip,
+DRELT_SAMPLE_LOOP void forceGroup(InterpolationGroup& g, const SampleArguments& a, double slip,
                                   std::int64_t first, int count) {
     findPositions(g.at, a, first, count);
     findWeights(g, a.R);
 #pragma omp simd
-    for (int l = 0; l < kLanes; ++l) {
+    for (int l = 0; l < kSampleLanes; ++l) {
         g.start[l] =
             g.at.inside[l] != 0
                 ? (static_cast<std::int64_t>(g.at.nodeZ[l]) * a.ny + g.at.nodeY[l]) * a.nx +
@@ -149,7 +151,8 @@ DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double sli
         forceSample(a.boundary, first + l, g.mx[l], g.my[l], g.mz[l], slip, a.N, a.l0p, a.rou0p,
                     a.u0k, a.u0p);
     }
-    // Where a sum is not a number, it may be for a node of weight 0, which does not count.
+    // The operator treats the others. It also treats samples whose sum is not a number, because it skips
+    // nodes of weight 0 and reports the rest.
     for (int l = 0; l < count; ++l) {
         const float all = g.mx[l] + g.my[l] + g.mz[l];
         if (g.at.inside[l] != 0 && all == all) continue;
@@ -157,10 +160,11 @@ DRELT_SAMPLE_LOOP void forceGroup(Group& g, const SampleArguments& a, double sli
     }
 }
 
-// Whether sums fuse in hardware here. A library call a lane would cost more than one a sample.
+// Whether the hardware fuses multiply-adds. Without it, one library call per lane would cost more than the
+// operator does.
 bool fusesInHardware() {
 #if !defined(__x86_64__) || defined(__FMA__) || defined(__SANITIZE_ADDRESS__)
-    return true;  // or sanitizers shall see the groups
+    return true;  // sanitizers should see the groups, too
 #elif defined(DRELT_SAMPLE_CLONES)
     return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("fma") != 0;
 #else
@@ -170,19 +174,19 @@ bool fusesInHardware() {
 
 }  // namespace
 
-void gatherOnHostThreads(const SampleArguments& a, double slip) {
+void interpolateOnHostThreads(const SampleArguments& a, double slip) {
     const platform::HostAccess access;
     const bool byGroups = fusesInHardware();
-    const int groups = (a.sampleCount + kLanes - 1) / kLanes;
+    const int groups = (a.sampleCount + kSampleLanes - 1) / kSampleLanes;
 #pragma omp parallel if (a.sampleCount >= platform::kWorthThreadsEach)
     {
         FlushDenormals flush;
-        Group group;
+        InterpolationGroup group;
 #pragma omp for schedule(static)
         for (int g = 0; g < groups; ++g) {
-            const int first = g * kLanes;
+            const int first = g * kSampleLanes;
             const int left = a.sampleCount - first;
-            const int count = left < kLanes ? left : kLanes;
+            const int count = left < kSampleLanes ? left : kSampleLanes;
             if (byGroups) {
                 forceGroup(group, a, slip, first, count);
             } else {

@@ -1,4 +1,4 @@
-// Gather, direct force and spreading: reference cases, what the two conserve, the order of sums.
+// Interpolation, direct force and spreading: reference cases, conservation, and the order of sums.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -33,7 +33,7 @@ mlUnitScale unitScale(float N, float l0p, float u0k, float u0p, float rou0p) {
     return scale;
 }
 
-// A domain of spacing 0.05 m off the origin, with momentum in it, and a sphere inside.
+// A domain with spacing 0.05 m, away from the origin, with random momentum and a sphere inside.
 struct Scene {
     explicit Scene(int samples, int edge = 32)
         : flow(edge, edge, edge), sphere(samples), scale(unitScale(20.0f, 1.0f, 0.1f, 1.5f, 2.0f)) {
@@ -97,7 +97,7 @@ TEST(Delta, WeightsOfAllKernels) {
 
 class SampleVectors : public testing::TestWithParam<const char*> {};
 
-TEST_P(SampleVectors, GatherAndSpread) {
+TEST_P(SampleVectors, InterpolateAndSpread) {
     const VectorCase given(GetParam());
     HostFlow flow(given);
     HostBoundary boundary(given.integer("samples"));
@@ -186,7 +186,7 @@ TEST(Spread, ForceAndTorqueOnTheGridAreThoseOfTheSamples) {
     }
 }
 
-// Gather and spreading of three boundaries by the operators, sample by sample.
+// Couples all boundaries by the operators, sample by sample.
 void coupleSerially(Scene& scene) {
     const mlUnitScale& s = scene.scale;
     const mlVelocity3D<float> u0p{s.u0px, s.u0py, s.u0pz};
@@ -206,8 +206,8 @@ void coupleSerially(Scene& scene) {
     }
 }
 
-// A sphere, a boundary far larger than the grid, and samples all over it in no order, of which many
-// stand on nodes and some nowhere: whatever way samples take, they come out as one by one.
+// A sphere, a boundary far larger than the grid, and samples strewn over the grid without order. Many of these
+// lie on nodes, and some have no valid position. So samples take every path of the host code.
 struct Crowd : Scene {
     explicit Crowd(int edge) : Scene(5000, edge), wide(800), strewn(1500) {
         flow.param()->slip_ratio = 0.25f;
@@ -232,7 +232,7 @@ struct Crowd : Scene {
         flow.upload();
         for (HostBoundary* boundary : {&sphere, &wide, &strewn}) boundary->upload();
     }
-    // All that a coupling leaves.
+    // All results of a coupling.
     std::vector<double> forces() {
         flow.download();
         std::vector<double> all = nodeForces();
@@ -251,7 +251,7 @@ struct Crowd : Scene {
 TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
     DRELT_HOST_ONLY("runs the operators on host memory, sample by sample");
     const int before = omp_get_max_threads();
-    // edges of the grid: far off, near all samples, and nearer to each other than a row of sums is long
+    // The edge 32 is far from most samples, 9 near to all, and 5 is shorter than a row of sums.
     for (const auto& [edge, R] : {std::pair{32, 2}, {32, 3}, {32, 4}, {32, 5}, {9, 4}, {5, 4}}) {
         Crowd serial(edge);
         serial.solver.ibKernelSelector = R;
@@ -270,7 +270,7 @@ TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
     omp_set_num_threads(before);
 }
 
-TEST(Gather, ForceOfARestingSampleStopsTheFluid) {
+TEST(Interpolation, ForceOfARestingSampleStopsTheFluid) {
     Scene scene(1);
     const float momentum[3] = {0.02f, -0.03f, 0.05f};
     for (std::size_t n = 0; n < scene.flow.nodes(); ++n) {
@@ -292,7 +292,7 @@ TEST(Gather, ForceOfARestingSampleStopsTheFluid) {
     EXPECT_EQ(test::largest(scene.sampleForces()), 0.0);
 }
 
-TEST(Gather, FreeSlipForcesTheNormalComponentOnly) {
+TEST(Interpolation, FreeSlipForcesTheNormalComponentOnly) {
     Scene scene(200);
     scene.flow.param()->slip_ratio = 1.0f;
     for (int i = 0; i < 200; ++i) {
@@ -308,7 +308,7 @@ TEST(Gather, FreeSlipForcesTheNormalComponentOnly) {
     }
 }
 
-TEST(Gather, SamplesOutsideTakeNoPart) {
+TEST(Interpolation, SamplesOutsideTakeNoPart) {
     Scene scene(7);
     mlLagrangeBoundary& samples = scene.sphere.host();
     scene.flow.param()->dx = scene.scale.l0p = scene.scale.N = 1.0f;
@@ -328,7 +328,7 @@ TEST(Gather, SamplesOutsideTakeNoPart) {
     for (const double force : scene.nodeForces()) ASSERT_TRUE(std::isfinite(force));
 }
 
-TEST(Gather, AnUnknownKernelReachesNoNode) {
+TEST(Interpolation, AnUnknownKernelReachesNoNode) {
     Scene scene(50);
     scene.solver.ibKernelSelector = 5;
     scene.couple();
@@ -340,7 +340,7 @@ TEST(Gather, AnUnknownKernelReachesNoNode) {
     }
 }
 
-TEST(Gather, TellsOfMomentumThatIsNotANumber) {
+TEST(Interpolation, TellsOfMomentumThatIsNotANumber) {
     Scene scene(1);
     scene.flow.param()->dx = scene.scale.l0p = scene.scale.N = 1.0f;
     scene.solver.scale = scene.scale;
