@@ -8,12 +8,8 @@
 
 #include "bandwidth.h"
 #include "bench_flow.h"
-#include "cslbm/PML/PMLOperation.h"
+#include "cslbm/domain/operatorStep.h"
 #include "cslbm/fused/ProductionDomain.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
-#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
-#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "platform/check.h"
 #include "rows.h"
 
@@ -27,17 +23,6 @@ FrameMotion motion() {
     m.lengthScale = Eigen::Vector3d::Constant(1e-4);
     m.linearAcceleration = {0.1, 0.2, 0.3};
     return m;
-}
-
-void operatorStep(BenchFlow& b) {
-    const FrameMotion m = motion();
-    mlAddForcetoUOpt(b.flow(), b.param(), m.velocityScale, m.lengthScale, m.linearAcceleration,
-                     m.angularVelocity, m.angularAcceleration, m.inverse);
-    mlCollideAddForceHighorderFiiting(b.flow(), b.param());
-    PML_Operation(b.flow(), b.param());
-    mlCuStream3dOpt(b.flow(), b.param());
-    mlCalOneOrderMomentOpt(b.flow(), b.param());
-    mlBoundaryConditionNEE(b.flow(), b.param());
 }
 
 template <class Step>
@@ -76,8 +61,9 @@ void operators(benchmark::State& state, const Grid& grid, int threads) {
         return;
     }
     BenchFlow& b = *flow;
+    const FrameMotion m = motion();
     runSteps(state, grid, threads, b.residentBytesPerNode() * static_cast<double>(b.nodes()),
-             [&] { operatorStep(b); });
+             [&] { operatorStep(b.flow(), b.param(), m); });
     addBandwidth(state, kStepBytes, threads);
 }
 

@@ -37,7 +37,7 @@ Outcome run(Schedule schedule, const Case& given, int steps = 50) {
                                    test::device(), 4);
     const auto simulator =
         test::simulatorOf(test::boxOf(41, 27, 31, given.layer), body, {2, -1.2, 0.8}, schedule);
-    EXPECT_EQ(simulator->solver->fused(0) != nullptr, schedule == Schedule::Production);
+    EXPECT_EQ(simulator->solver->domain(0).schedule(), schedule);
     for (int i = 0; i < steps; ++i) {
         if (i == 20) simulator->reset();
         simulator->step(given.mode);

@@ -345,7 +345,7 @@ TEST(Memory, FailuresQuoteTheStatement) {
         fixture.solver.allocateDevice();
     };
     const std::string head =
-        "CUDA error at cslbm/mlsolver/mlSinglePhaseSolverNew:[0-9]+ "
+        "CUDA error at cslbm/[a-zA-Z/]+:[0-9]+ "
         "code=2\\(cudaErrorMemoryAllocation\\) ";
     EXPECT_EXIT(failAt(1), testing::ExitedWithCode(1), head + "\"cudaSetDevice\\(gpuDeviceId\\)\"");
     EXPECT_EXIT(
