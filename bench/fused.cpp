@@ -1,5 +1,5 @@
-// The whole fluid step under both schedules: frame forcing, collision, absorbing layer, streaming, moments
-// and open planes, with the share of the machine's bound: 216 bytes a node read and written in place.
+// The whole fluid step under both schedules, without bodies, and its share of the machine's bound: 216 bytes
+// per node, read and written in place.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -46,7 +46,7 @@ void runSteps(benchmark::State& state, const Grid& grid, int threads, double res
     state.counters["of_bound"] = rate * kBytesInPlace / (inPlaceNow(threads) * 1e9);
 }
 
-// What a step must move at least, and its share of the device's copy.
+// The bytes that a step must at least move, and their rate compared with a device copy.
 void addBandwidth(benchmark::State& state, double bytesPerNode, int threads) {
     const double gigabytes = state.counters["MLUPS"] * bytesPerNode * 1e-3;
     state.counters["moved_B"] = bytesPerNode;
@@ -67,7 +67,7 @@ void operators(benchmark::State& state, const Grid& grid, int threads) {
     addBandwidth(state, kStepBytes, threads);
 }
 
-// Starts from the same flow as the operators' rows, which is then let go.
+// Starts from the same flow as the rows of the operators.
 void production(benchmark::State& state, const Grid& grid, int threads) {
     static std::unique_ptr<ProductionDomain> domain;
     static Grid made{};

@@ -98,7 +98,7 @@ TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
     commit();
     sim->step(TWO_WAY);
     const std::size_t inUse = platform::deviceBytesInUse();
-    // bytes a node, on the device and of the populations on the host
+    // bytes per node, on the device and for the populations on the host
     const double production = ProductionDomain::bytesPerNode(*sim->lbmvec[0]->param);
     const double operators = 920, host = 540;
     leave(operators + host - production - 10);
@@ -303,7 +303,7 @@ TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
     }
 }
 
-// Steps without fluid move the origin too, and leave what was read before current.
+// Steps without fluid move the origin too, but leave earlier read-outs current.
 TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
     for (const Schedule schedule : {Schedule::Operators, Schedule::Production}) {
         world = std::make_shared<skWorld>(Vector3d(500, 0, 0));

@@ -1,4 +1,4 @@
-// The solver: whole steps against reference runs, both directions of synchronisation, memory.
+// The solver: whole steps compared with reference runs, synchronisation both ways, memory.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -17,7 +17,7 @@
 
 namespace drelt::test {
 
-// Owns both sides. Starts at rest: rou 1, f, fPost and fEqBar the weights, v0k 0.01, the rest zero,
+// Owns both records. Starts at rest: rou 1, f, fPost and fEqBar the weights, v0k 0.01, the rest zero,
 // all nodes ML_NODE_FLUID, the layer laid out with sigma_max 0.01. Change host(), upload(), launch
 // with device() and param(), download(), read host().
 class HostFlow {
@@ -34,7 +34,7 @@ public:
         });
         upload();
     }
-    // A domain as a case gives it: its scalars, and every "in_" array that bears a field's name.
+    // The domain of a case: its scalars, and every "in_" array named after a field.
     explicit HostFlow(const VectorCase& given, int device = test::device())
         : HostFlow(given.integer("nx"), given.integer("ny"), given.integer("nz"),
                    given.integer("pml_width"), device) {
@@ -102,7 +102,7 @@ public:
         });
     }
 
-    // Bring one array across; `there` is of deviceImage(), perNode is 27 for populations.
+    // Copy one array; `there` is of deviceImage(), perNode is 27 for populations.
     template <class T>
     void copyUp(T* there, const T* here, std::size_t perNode = 1) const {
         checkCudaErrors(
@@ -125,7 +125,7 @@ public:
         return out;
     }
 
-    // Overwrites host arrays with the "in_" arrays of a case that bear a field's name.
+    // Overwrites host arrays with the "in_" arrays of a case that are named after a field.
     void load(const VectorCase& given) {
         loadArray(given, "in_f", host_.f);
         loadArray(given, "in_fPost", host_.fPost);
