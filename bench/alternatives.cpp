@@ -1,4 +1,4 @@
-// Rows of the boundaries, sources and moments that the default step does not run.
+// Rows for the boundaries, sources and moments that the default step does not use.
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpu.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpuOther.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
@@ -46,7 +46,7 @@ LaunchExtent extentOf(BenchFlow& b) {
     return {b.param()->samples_x, b.param()->samples_y, b.param()->samples_z};
 }
 
-// These two have no launcher of their own.
+// These two operators have no launcher.
 void momentsByAxes(BenchFlow& b) {
     const LaunchExtent nodes = extentOf(b);
     const long nx = nodes.x, ny = nodes.y, nz = nodes.z;

@@ -12,7 +12,7 @@
 namespace drelt::bench {
 namespace {
 
-// Best of a few runs, as is the custom for a bound.
+// The best of a few runs, since the result serves as an upper bound.
 template <class Run>
 double gigabytesPerSecond(double bytes, Run&& run) {
     run();
@@ -27,7 +27,7 @@ double gigabytesPerSecond(double bytes, Run&& run) {
     return best;
 }
 
-constexpr LaunchExtent kExtent{4096, 4096, 4};  // 256 MiB an array
+constexpr LaunchExtent kExtent{4096, 4096, 4};  // 256 MiB per array
 constexpr std::size_t kBytes = sizeof(float) * kExtent.x * kExtent.y * kExtent.z;
 
 double measureInPlace(float* a) {
@@ -72,7 +72,8 @@ const Bandwidth& bandwidth(int threads) {
 }
 
 double inPlaceNow(int threads) {
-    static float* a = nullptr;  // kept: pages are not taken anew for each of many measurements
+    static float* a =
+        nullptr;  // kept, so that repeated measurements do not fault its pages in again
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
     checkCudaErrors(cudaSetDevice(setup().device));

@@ -27,7 +27,7 @@ Velocity velocityAt(const Node& at) {
 
 constexpr double kBytesPerNode = 8.0 * 27 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
 
-// Whether the device, and the host for the start, have memory for a grid.
+// Whether a grid fits into device memory and its initial values into host memory.
 bool fits(const Grid& grid) {
     const double nodes = static_cast<double>(grid.nx) * grid.ny * grid.nz;
     const double staged = nodes * 27 * sizeof(float);
@@ -54,8 +54,8 @@ void BenchFlow::forEachNode(Visit&& visit) const {
     }
 }
 
-// A device array with value(i, node) as entry i of each node. Every byte is written: pages and caches
-// must be there before the clock runs.
+// Allocates a device array with value(i, node) as entry i of each node. Every byte is written, so that
+// all pages exist before the clock runs.
 template <class T, class Value>
 void BenchFlow::fill(T*& array, std::size_t perNode, Value&& value) {
     const std::size_t count = perNode * nodes_;
@@ -71,7 +71,7 @@ void BenchFlow::fill(T*& array, std::size_t perNode, Value&& value) {
     checkCudaErrors(cudaMemcpy(array, staged.get(), count * sizeof(T), cudaMemcpyHostToDevice));
 }
 
-// Density 1 in the equilibrium of the velocity.
+// Density 1 and the equilibrium of the velocity.
 void BenchFlow::start() {
     const auto populations = [](int i, const Node& at) {
         const Velocity u = velocityAt(at);
@@ -99,7 +99,7 @@ void BenchFlow::start() {
     });
 }
 
-// Face classes and damping by the node's distance to the faces.
+// Layer types and damping by the distance to the faces.
 void BenchFlow::startLayer() {
     const auto zero = [](int, const Node&) { return 0.0f; };
     for (auto array : {&mlFlow::Q, &mlFlow::cNQ, &mlFlow::fEqTilde, &mlFlow::fEqTildeOld}) {

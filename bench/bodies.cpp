@@ -1,5 +1,5 @@
-// A body's share of a time step: skin, samples and link records brought up to the joints' state, and a
-// step of the dynamics without fluid, on a tube that is skinned to a chain of links.
+// A body's share of a time step: the update of skin, samples and link records, and a step of the dynamics
+// without fluid, for a tube that is skinned to a chain of links.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -26,7 +26,7 @@ constexpr double kTubeRadius = 0.05;
 constexpr float kTimeStep = 1e-3f;  // [s]
 constexpr float kSpacing = 0.01f;   // [m]
 
-// Weights of a vertex: linear between the middles of the two nearest links.
+// Weights of a vertex: linear between the centres of the two nearest links.
 Eigen::VectorXd chainWeights(double x, int links) {
     const double place = std::clamp(x / kLinkLength - 0.5, 0.0, links - 1.0);
     const int first = std::min(static_cast<int>(place), links - 2);

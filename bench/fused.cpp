@@ -1,5 +1,5 @@
-// The whole fluid step under both schedules: frame forcing, collision, absorbing layer, streaming, moments
-// and open planes, with the share of the machine's bound: 216 bytes a node read and written in place.
+// The whole fluid step under both schedules, without bodies, and its share of the machine's bound: 216 bytes
+// per node, read and written in place.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -8,12 +8,8 @@
 
 #include "bandwidth.h"
 #include "bench_flow.h"
-#include "cslbm/PML/PMLOperation.h"
+#include "cslbm/domain/operatorStep.h"
 #include "cslbm/fused/ProductionDomain.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
-#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
-#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "platform/check.h"
 #include "rows.h"
 
@@ -27,17 +23,6 @@ FrameMotion motion() {
     m.lengthScale = Eigen::Vector3d::Constant(1e-4);
     m.linearAcceleration = {0.1, 0.2, 0.3};
     return m;
-}
-
-void operatorStep(BenchFlow& b) {
-    const FrameMotion m = motion();
-    mlAddForcetoUOpt(b.flow(), b.param(), m.velocityScale, m.lengthScale, m.linearAcceleration,
-                     m.angularVelocity, m.angularAcceleration, m.inverse);
-    mlCollideAddForceHighorderFiiting(b.flow(), b.param());
-    PML_Operation(b.flow(), b.param());
-    mlCuStream3dOpt(b.flow(), b.param());
-    mlCalOneOrderMomentOpt(b.flow(), b.param());
-    mlBoundaryConditionNEE(b.flow(), b.param());
 }
 
 template <class Step>
@@ -61,7 +46,7 @@ void runSteps(benchmark::State& state, const Grid& grid, int threads, double res
     state.counters["of_bound"] = rate * kBytesInPlace / (inPlaceNow(threads) * 1e9);
 }
 
-// What a step must move at least, and its share of the device's copy.
+// The bytes that a step must at least move, and their rate compared with a device copy.
 void addBandwidth(benchmark::State& state, double bytesPerNode, int threads) {
     const double gigabytes = state.counters["MLUPS"] * bytesPerNode * 1e-3;
     state.counters["moved_B"] = bytesPerNode;
@@ -76,12 +61,13 @@ void operators(benchmark::State& state, const Grid& grid, int threads) {
         return;
     }
     BenchFlow& b = *flow;
+    const FrameMotion m = motion();
     runSteps(state, grid, threads, b.residentBytesPerNode() * static_cast<double>(b.nodes()),
-             [&] { operatorStep(b); });
+             [&] { operatorStep(b.flow(), b.param(), m); });
     addBandwidth(state, kStepBytes, threads);
 }
 
-// Starts from the same flow as the operators' rows, which is then let go.
+// Starts from the same flow as the rows of the operators.
 void production(benchmark::State& state, const Grid& grid, int threads) {
     static std::unique_ptr<ProductionDomain> domain;
     static Grid made{};

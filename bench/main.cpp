@@ -1,6 +1,6 @@
-// Node updates a second of the fluid operators against the device's bandwidth. Rows add themselves
-// from the other sources; another row is another source. `--device N` chooses the device, the host's
-// threads without it; what else is given goes to Google Benchmark.
+// Node updates per second of the fluid operators, compared with the device's memory bandwidth. The other
+// sources register their rows. `--device N` chooses the device; the default is the host's threads. All
+// other arguments go to Google Benchmark.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace drelt::bench;
 
-// As the kernel names it.
+// The name that the kernel gives.
 std::string processorName() {
     std::ifstream file("/proc/cpuinfo");
     for (std::string line; std::getline(file, line);) {

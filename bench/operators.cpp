@@ -1,4 +1,4 @@
-// One row an operator: node updates a second, and memory traffic against the machine's bandwidth.
+// One row per operator: node updates per second, and memory traffic compared with the bandwidth.
 #include "cslbm/PML/PMLOperation.h"
 #include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
@@ -10,7 +10,7 @@ namespace drelt::bench {
 namespace {
 
 constexpr double kPlain = 2 * kPopulations + kState;
-// moments written and read twice less four, the state and the force at each half
+// the moments but four, the state and the force are read and written in both stages
 constexpr double kTwoStages =
     3 * kPopulations + kState + 2 * (kPopulations - 4 * 4 + kState + kForce);
 

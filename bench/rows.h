@@ -1,4 +1,4 @@
-// Rows of the benchmark that run one operator over a whole domain.
+// Benchmark rows that run one operator over a whole domain.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,8 @@
 
 namespace drelt::bench {
 
-// What to run, and the bytes of a node that it must read and write at least (an array that is only
-// written counts once; planes and the layer's own nodes are left out of the count). Without bytes
-// no bandwidth is given.
+// What to run, and the bytes per node that it must at least read and write. An array that is only written
+// counts once; open planes and the nodes of the layer are not counted. With 0 no bandwidth is reported.
 struct Row {
     const char* name;
     void (*run)(BenchFlow&);
@@ -24,17 +23,17 @@ inline constexpr double kCollisionBytes = 2 * kPopulations + kState + kForce + 2
 inline constexpr double kLayerBytes = 5 * kPopulations + kState + kPopulations + 4;
 inline constexpr double kStreamBytes = 2 * kPopulations;
 inline constexpr double kMomentBytes = kPopulations + kState + kForce;
-// Of the operators of one step; planes, samples and bodies are left out.
+// All operators of one step, without open planes, samples and bodies.
 inline constexpr double kStepBytes =
     kFrameForceBytes + kCollisionBytes + kLayerBytes + kStreamBytes + kMomentBytes;
 
-// Of the production step on a GPU: populations are read twice and written once, density and momentum
-// read and written, and the high-order parameter. What a layer reads of the last step is left out.
+// The production step on a GPU: reads the populations twice and writes them once, reads and writes
+// density, momentum and Sopt. What a layer reads of the last step is not counted.
 inline constexpr double kProductionBytes = 3 * kPopulations + 2 * kState + 2 * 4;
 
 inline constexpr const char* kNoMemory = "not enough free memory for this grid";
 
-// Adds each row on all grids, on host threads for one thread and for all. Returns true.
+// Registers each row for all grids; on host threads for one thread and for all. Returns true.
 bool registerRows(const Row* rows, std::size_t count);
 template <std::size_t N>
 bool registerRows(const Row (&rows)[N]) {

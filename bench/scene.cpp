@@ -1,5 +1,5 @@
-// The whole coupled step of a falling sphere, the memory that a scene takes, and the time to sample a
-// surface. Assets are found from the repository's root.
+// The whole coupled step of a falling sphere, the memory of a scene, and the time to sample a surface. Run
+// it from the repository's root, which holds the assets.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ double residentBytes() {
     return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// The sphere of 16 nodes a diameter in a box of a grid.
+// A sphere of 16 nodes per diameter in a box of the given grid.
 std::unique_ptr<coupledLBM_sim3D> scene(const Grid& grid, int samples, Schedule schedule) {
     auto p = std::make_shared<simParams>();
     p->setup_mode = simParams::MANUAL;
@@ -91,8 +91,8 @@ void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule 
     state.SkipWithError(error.what());
 }
 
-// What samples cost a step: bodies without, with few and with many, some steps each in turn, so that all
-// see the same machine. Counters are medians [ms] and their ratio.
+// The cost of samples per step: bodies with none, few and many samples take some steps in turn, so that all
+// run under the same load. Counters are medians [ms] and their ratio.
 void samplesCost(benchmark::State& state, const Grid& grid, int threads) {
     constexpr std::array<int, 3> kSamples{0, 800, 20000};
     constexpr int kStepsInTurn = 5;

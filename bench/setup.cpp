@@ -31,7 +31,7 @@ int deviceOf(const char* text) {
     return static_cast<int>(id);
 }
 
-// The value of --device, which is taken out of the arguments; the host without one.
+// Removes --device from the arguments and returns its value, or the host without it.
 int takeDevice(int* argc, char** argv) {
     const char* const option = "--device";
     const std::size_t length = std::strlen(option);

@@ -1,5 +1,5 @@
-// What main was asked for, and the rows' way to hear of it: sources register a function each at the
-// program's start, which main calls when device and threads are known.
+// The command line's choices, and how rows learn of them: each source registers a function when the program
+// starts, and main calls it once device and threads are known.
 #pragma once
 
 #include <functional>
@@ -14,12 +14,12 @@ struct Grid {
 };
 
 struct Setup {
-    int device;                // id as everywhere; host threads by default
-    bool onHost;               // whether that is host threads
-    std::vector<int> threads;  // numbers of host threads that rows are run for
+    int device;                // device id; host threads by default
+    bool onHost;               // whether the device is the host's threads
+    std::vector<int> threads;  // each row runs once for each of these numbers of host threads
 };
 
-// The setup in force; valid once main has read its arguments.
+// Valid once main has read its arguments.
 const Setup& setup();
 
 // Reads and removes `--device N` or `--device=N` from the arguments, and selects the device. Throws
@@ -30,8 +30,8 @@ void readSetup(int* argc, char** argv);
 bool onSetup(std::function<void()> addRows);
 void addAllRows();
 
-// The grids of an operator's row: on host threads two of 2.4 million nodes, of sizes that do and do
-// not collide in caches; on a GPU of 1, 4 and 16 million.
+// The grids of an operator's row. On host threads two of 2.4 million nodes: one whose sizes cause cache
+// conflicts and one whose sizes do not. On a GPU 1, 4 and 16 million nodes.
 std::vector<Grid> grids(int pml_width);
 std::string nameOf(const Grid& grid);
 

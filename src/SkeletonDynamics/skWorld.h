@@ -27,8 +27,10 @@ public:
     // Raises std::out_of_range for an index without a body.
     std::shared_ptr<skSystem> getSkeleton(int index) const;
     int getNumSkeletons() const { return static_cast<int>(systems_.size()); }
-    // No body can be added from here on: a simulator has taken the list over.
+    // A simulator that is committed locks its world: no body can be added, and no other simulator can
+    // commit the world, until it is unlocked.
     void lock() { locked_ = true; }
+    void unlock() { locked_ = false; }
     bool locked() const { return locked_; }
 
     double getTimestep() const;

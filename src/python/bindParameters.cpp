@@ -13,8 +13,9 @@ namespace drelt {
 void bindEnumerations(py::module_& module) {
     py::enum_<simParams::SETUP_MODE>(
         module, "SETUP_MODE", py::arithmetic(),
-        "How the scales of a simulation are found: MANUAL from N, l0p and u0p of the parameters;\n"
-        "GRAVITY from a fall through the box, which needs a node spacing that scripts cannot set.")
+        "Where the scales of a simulation come from: MANUAL takes N, l0p and u0p of the "
+        "parameters;\n"
+        "GRAVITY a fall through the box, which needs a node spacing that scripts cannot set.")
         .value("GRAVITY", simParams::GRAVITY)
         .value("MANUAL", simParams::MANUAL);
     py::enum_<couplingMode>(
@@ -38,9 +39,11 @@ void bindParameters(py::module_& module) {
         "Parameters of a simulation, in SI units unless said otherwise. Set setup_mode to MANUAL,\n"
         "then N, l0p, u0k, u0p, visp, the box and pml_width, before the simulator is made: it "
         "takes\n"
-        "its grid from here once. A float of -1 is not set; it is filled in at the first use, "
-        "with\n"
-        "a printed line where a default is taken.");
+        "grid and viscosity from here once. A float of -1 is not set: the first use fills it in "
+        "and\n"
+        "prints a line if it takes a default. A later change of N, l0p, u0k or setup_mode derives "
+        "the\n"
+        "filled-in values anew.");
 
     module.def(
         "make_simParams", [] { return std::make_shared<simParams>(); },
@@ -53,21 +56,29 @@ void bindParameters(py::module_& module) {
         .def_readwrite("width", &simParams::width, "Size of the box along x [m].")
         .def_readwrite("height", &simParams::height, "Size of the box along y [m].")
         .def_readwrite("depth", &simParams::depth, "Size of the box along z [m].")
-        .def_readwrite("N", &simParams::N,
-                       "Nodes per reference length; the node spacing is l0p / N.")
-        .def_readwrite("l0p", &simParams::l0p, "Reference length [m].")
-        .def_readwrite("u0k", &simParams::u0k,
-                       "Reference velocity in lattice units; keep it well below 0.3.")
-        .def_readwrite("u0p", &simParams::u0p, "Reference velocity [m/s].")
+        .def_property(
+            "N", [](const simParams& p) { return p.N; }, &simParams::setN,
+            "Nodes per reference length; the node spacing is l0p / N.")
+        .def_property(
+            "l0p", [](const simParams& p) { return p.l0p; }, &simParams::setL0p,
+            "Reference length [m].")
+        .def_property(
+            "u0k", [](const simParams& p) { return p.u0k; }, &simParams::setU0k,
+            "Reference velocity in lattice units; keep it well below 0.3.")
+        .def_property(
+            "u0p", [](const simParams& p) { return p.u0p; }, &simParams::setU0p,
+            "Reference velocity [m/s].")
         .def_readwrite("rou0p", &simParams::rou0p, "Density of the fluid [kg/m^3].")
         .def_readwrite("visp", &simParams::visp, "Kinematic viscosity [m^2/s].")
         .def_readwrite("slip_ratio", &simParams::slip_ratio,
-                       "Slip at immersed surfaces: 0 none .. 1 free.")
+                       "Slip at immersed surfaces, from 0 (none) to 1 (free).")
         .def_readwrite("pml_width", &simParams::pml_width,
                        "Thickness of the absorbing layer [nodes].")
-        .def_readwrite("setup_mode", &simParams::setup_mode, "A SETUP_MODE.")
+        .def_property(
+            "setup_mode", [](const simParams& p) { return p.setup_mode; }, &simParams::setSetupMode,
+            "A SETUP_MODE.")
         .def("get_tp", &simParams::get_tp,
-             "Time step [s], l0p u0k / (N u0p). Fills what is not set; infinite for a zero N or "
+             "Time step [s], l0p u0k / (N u0p). Fills in what is not set. Infinite for a zero N or "
              "u0p.");
 }
 

@@ -14,7 +14,7 @@ namespace {
 void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
     simulator
         .def("attachWorld", &coupledLBM_sim3D::attachWorld, py::arg("world"),
-             "Sets the bodies. Raises RuntimeError after commitInit.")
+             "Sets the bodies; the world is shared. Raises RuntimeError after commitInit.")
         .def_readwrite("mainDataFolderPath", &coupledLBM_sim3D::mainDataFolderPath,
                        "Root of the output tree, with a slash at its end.")
         .def_readwrite("fluidFolderName", &coupledLBM_sim3D::fluidFolderName,
@@ -25,15 +25,22 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
         .def("commitInit", &coupledLBM_sim3D::commitInit,
              "Brings fluid and bodies to the device: call it once all is set, before the first "
              "step.\n"
-             "The grid is centred on the frame that it follows. Raises RuntimeError without a "
-             "world\n"
-             "or with an empty one, ValueError where device ids differ or u0k, u0p, rou0p and the "
-             "time\n"
-             "step are not finite and positive, or visp and slip_ratio cannot be.")
+             "Centres the grid on the frame that it follows. Raises RuntimeError without a world, "
+             "with\n"
+             "an empty one, or with one that another simulator has committed; ValueError if device "
+             "ids\n"
+             "differ, if u0k, u0p, rou0p or the time step is not finite and positive, if visp is\n"
+             "negative, if slip_ratio is not between 0 and 1, or if N or l0p no longer fit the "
+             "grid.\n"
+             "Warns of other parameters that were changed since the simulator was made, and of "
+             "bodies\n"
+             "outside the fluid box.")
         .def("step", &coupledLBM_sim3D::step, py::arg("couple_mode"),
-             "One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where "
-             "a\n"
-             "body or the force on it diverges: build the scene anew then.")
+             "One time step of get_tp() seconds. Raises ValueError for a number that is no "
+             "COUPLE_MODE,\n"
+             "RuntimeError before commitInit and if a body or the force on it diverges: build the "
+             "scene\n"
+             "anew then. Every 64 steps it warns, once per body, of samples outside the fluid box.")
         .def("getIterNum", &coupledLBM_sim3D::getIterNum,
              "Steps done since the start or the reset.")
         .def(
@@ -71,9 +78,11 @@ void bindSimulator(py::module_& module) {
         [](std::shared_ptr<simParams> param, int gpuId) {
             return std::make_shared<coupledLBM_sim3D>(std::move(param), gpuId);
         },
-        "New simulator from a simParam and a device id: builds the grid. Raises ValueError for a "
-        "box\n"
-        "or node spacing that cannot be, RuntimeError where the grid does not fit into memory.");
+        "New simulator from a simParam and a device id: builds the grid. Raises ValueError for an "
+        "id\n"
+        "that names no device and for a box or node spacing that is impossible, RuntimeError if "
+        "the\n"
+        "grid does not fit into memory.");
 
     simulator.def(py::init<std::shared_ptr<simParams>, int>(), py::arg("param"), py::arg("gpuId"),
                   "As make_simulator.");

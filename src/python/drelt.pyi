@@ -48,8 +48,8 @@ class _Enumeration(_Bound):
     def __setstate__(self, state: int, /) -> None: ...
 
 class SETUP_MODE(_Enumeration):
-    """How the scales of a simulation are found: MANUAL from N, l0p and u0p of the parameters;
-    GRAVITY from a fall through the box, which needs a node spacing that scripts cannot set."""
+    """Where the scales of a simulation come from: MANUAL takes N, l0p and u0p of the parameters;
+    GRAVITY a fall through the box, which needs a node spacing that scripts cannot set."""
 
     GRAVITY: ClassVar[SETUP_MODE]
     MANUAL: ClassVar[SETUP_MODE]
@@ -73,12 +73,13 @@ class SAVE_FLAG(_Enumeration):
 class simParam(_Bound):
     """Parameters of a simulation, in SI units unless said otherwise. Set setup_mode to MANUAL,
     then N, l0p, u0k, u0p, visp, the box and pml_width, before the simulator is made: it takes
-    its grid from here once. A float of -1 is not set; it is filled in at the first use, with
-    a printed line where a default is taken."""
+    grid and viscosity from here once. A float of -1 is not set: the first use fills it in and
+    prints a line if it takes a default. A later change of N, l0p, u0k or setup_mode derives the
+    filled-in values anew."""
     def __init__(self) -> None:
         """Default values."""
     def get_tp(self) -> float:
-        """Time step [s], l0p u0k / (N u0p). Fills what is not set; infinite for a zero N or u0p."""
+        """Time step [s], l0p u0k / (N u0p). Fills in what is not set. Infinite for a zero N or u0p."""
     @property
     def N(self) -> float:
         """Nodes per reference length; the node spacing is l0p / N."""
@@ -116,7 +117,7 @@ class simParam(_Bound):
     def setup_mode(self, value: SETUP_MODE) -> None: ...
     @property
     def slip_ratio(self) -> float:
-        """Slip at immersed surfaces: 0 none .. 1 free."""
+        """Slip at immersed surfaces, from 0 (none) to 1 (free)."""
     @slip_ratio.setter
     def slip_ratio(self, value: float) -> None: ...
     @property
@@ -315,12 +316,15 @@ class simulator3D(_Bound):
     def __init__(self, param: simParam, gpuId: int) -> None:
         """As make_simulator."""
     def attachWorld(self, world: DartWorld) -> None:
-        """Sets the bodies. Raises RuntimeError after commitInit."""
+        """Sets the bodies; the world is shared. Raises RuntimeError after commitInit."""
     def commitInit(self) -> None:
         """Brings fluid and bodies to the device: call it once all is set, before the first step.
-        The grid is centred on the frame that it follows. Raises RuntimeError without a world
-        or with an empty one, ValueError where device ids differ or u0k, u0p, rou0p and the time
-        step are not finite and positive, or visp and slip_ratio cannot be."""
+        Centres the grid on the frame that it follows. Raises RuntimeError without a world, with
+        an empty one, or with one that another simulator has committed; ValueError if device ids
+        differ, if u0k, u0p, rou0p or the time step is not finite and positive, if visp is
+        negative, if slip_ratio is not between 0 and 1, or if N or l0p no longer fit the grid.
+        Warns of other parameters that were changed since the simulator was made, and of bodies
+        outside the fluid box."""
     def getIterNum(self) -> int:
         """Steps done since the start or the reset."""
     def getIterPerSave(self, frame_rate: int) -> int:
@@ -340,8 +344,9 @@ class simulator3D(_Bound):
         folders are created. Raises RuntimeError before commitInit."""
     def step(self, couple_mode: COUPLE_MODE) -> None:
         """
-        One time step of get_tp() seconds. Raises RuntimeError before commitInit, and where a
-        body or the force on it diverges: build the scene anew then.
+        One time step of get_tp() seconds. Raises ValueError for a number that is no COUPLE_MODE,
+        RuntimeError before commitInit and if a body or the force on it diverges: build the scene
+        anew then. Every 64 steps it warns, once per body, of samples outside the fluid box.
         """
     @property
     def fluidFolderName(self) -> str:
@@ -501,8 +506,9 @@ def make_simParams() -> simParam:
     """New parameters with default values."""
 
 def make_simulator(param: simParam, gpuId: int, /) -> simulator3D:
-    """New simulator from a simParam and a device id: builds the grid. Raises ValueError for a box
-    or node spacing that cannot be, RuntimeError where the grid does not fit into memory."""
+    """New simulator from a simParam and a device id: builds the grid. Raises ValueError for an id
+    that names no device and for a box or node spacing that is impossible, RuntimeError if the
+    grid does not fit into memory."""
 
 def make_skDynamics(
     Skeleton: SkeletonSystem,

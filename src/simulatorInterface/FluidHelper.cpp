@@ -8,7 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "cslbm/PML/PMLScheme.h"
+#include "cslbm/domain/OperatorDomain.h"
+#include "cslbm/fused/ProductionDomain.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/check.h"
 #include "platform/runtime.h"
@@ -16,13 +17,11 @@
 namespace drelt::FluidHelper {
 namespace {
 
-constexpr int kMaxNodesPerAxis = 1 << 24;  // beyond, positions of nodes are not distinct floats
-// All arrays of one node on a device: eight of 27 populations, eight of 4 bytes and three of 8.
-constexpr double kBytesPerNode = 27.0 * 8 * sizeof(float) + 8 * sizeof(float) + 3 * sizeof(double);
-// Of the host's, those that are written when a simulator is made: flag, rou, PML_type and sigma;
-// and when it is read: ux, uy and uz.
+constexpr int kMaxNodesPerAxis = 1 << 24;  // with more, node positions are not distinct floats
+// Host arrays that are written when a simulator is made (flag, rou, PML_type, sigma) and when it is read
+// (ux, uy, uz).
 constexpr double kHostBytesPerNode = 4 * sizeof(float) + 3 * sizeof(float);
-// And its populations, which the operator schedule writes when it is committed.
+// Host populations, which the operator schedule writes in commitInit.
 constexpr double kHostPopulationBytesPerNode = 27.0 * 5 * sizeof(float);
 
 std::string text(double value) {
@@ -35,28 +34,13 @@ double nodesOf(const MLFluidParam& grid) {
     return static_cast<double>(grid.samples_x) * grid.samples_y * grid.samples_z;
 }
 
-// Whether the device side takes host memory: the device is the host's threads. An id that names nothing
-// is reported by the first operation on the device.
+// Whether the device is the host's threads, so that the device side takes host memory.
 bool onHost(int gpuId) { return cudaSetDevice(gpuId) != cudaSuccess || platform::onHostDevice(); }
 
-// What a simulator takes from its making to its first steps under the default schedule.
+// Host bytes from the creation of a simulator to its first steps, under the default schedule.
 double bytesToStart(const MLFluidParam& grid, int gpuId) {
     return nodesOf(grid) * kHostBytesPerNode + deviceSideBytes(grid, gpuId, Schedule::Production) +
            (ProductionDomain::tooThin(grid) ? hostPopulationBytes(grid) : 0.0);
-}
-
-// Calls body(n, x, y, z) for every node, rows in parallel.
-template <class Body>
-void forEachNode(const MLFluidParam& param, Body&& body) {
-    const int nx = param.samples_x;
-    const int ny = param.samples_y;
-    const std::int64_t rows = static_cast<std::int64_t>(ny) * param.samples_z;
-#pragma omp parallel for schedule(static)
-    for (std::int64_t row = 0; row < rows; ++row) {
-        const int y = static_cast<int>(row % ny);
-        const int z = static_cast<int>(row / ny);
-        for (int x = 0; x < nx; ++x) body(row * nx + x, x, y, z);
-    }
 }
 
 template <class T>
@@ -90,13 +74,6 @@ void checkPlanes(const char* size, int nodes, int pml_width) {
         "); make the box larger or the layer thinner");
 }
 
-// Clears an array without taking memory for what was never written.
-void clear(float* array, std::int64_t count) {
-    for (std::int64_t n = 0; n < count; ++n) {
-        if (array[n] != 0.0f || std::signbit(array[n])) array[n] = 0.0f;
-    }
-}
-
 void allocateArrays(mlFlow& flow) {
     const std::int64_t count = flow.count;
     const std::int64_t populations = kDirections * count;
@@ -120,24 +97,6 @@ void allocateArrays(mlFlow& flow) {
     allocateHostArray(flow.momentMatrixInv, matrix);
 }
 
-// The outer faces of the array that a node lies on, as one type.
-PML_TYPE outerType(const MLFluidParam& param, int x, int y, int z) {
-    int faces = 0;
-    PML_TYPE type = PML_INTERIOR;
-    const auto test = [&](bool on, PML_TYPE face) {
-        if (!on) return;
-        ++faces;
-        type = face;
-    };
-    test(x == 0, PML_FACE_LEFT);
-    test(x == param.samples_x - 1, PML_FACE_RIGHT);
-    test(y == 0, PML_FACE_DOWN);
-    test(y == param.samples_y - 1, PML_FACE_UP);
-    test(z == 0, PML_FACE_FORWARD);
-    test(z == param.samples_z - 1, PML_FACE_BACK);
-    return faces > 1 ? PML_EDGE : type;
-}
-
 MLLATTICENODE_FLAG faceFlag(const MLFluidParam& param, int x, int y, int z) {
     if (y == 0) return ML_NODE_DOWN;
     if (y == param.samples_y - 1) return ML_NODE_UP;
@@ -149,10 +108,6 @@ MLLATTICENODE_FLAG faceFlag(const MLFluidParam& param, int x, int y, int z) {
 }
 
 }  // namespace
-
-bool keepsItsState(MLLATTICENODE_FLAG flag) {
-    return flag == ML_NODE_NONE || flag == ML_NODE_SOLID;
-}
 
 MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
     const MLFluidParam& param = *flow.param;
@@ -170,8 +125,9 @@ MLLATTICENODE_FLAG positionFlag(const mlFlow& flow, int x, int y, int z) {
 
 double deviceSideBytes(const MLFluidParam& grid, int gpuId, Schedule schedule) {
     if (!onHost(gpuId)) return 0;
-    const bool fused = schedule == Schedule::Production && !ProductionDomain::tooThin(grid);
-    return nodesOf(grid) * (fused ? ProductionDomain::bytesPerNode(grid) : kBytesPerNode);
+    const bool production = schedule == Schedule::Production && !ProductionDomain::tooThin(grid);
+    return nodesOf(grid) *
+           (production ? ProductionDomain::bytesPerNode(grid) : OperatorDomain::bytesPerNode());
 }
 
 double hostPopulationBytes(const MLFluidParam& grid) {
@@ -283,24 +239,12 @@ void destroyFlow(mlFlow* flow) {
 }
 
 void layOutAbsorbingLayer(mlFlow& flow, float sigma_max) {
-    const MLFluidParam& param = *flow.param;
-    const int w = param.pml_width;
-    const int nx = param.samples_x, ny = param.samples_y, nz = param.samples_z;
-    const float scale = dampingScale(sigma_max, w);
-    forEachNode(param, [&](std::int64_t n, int x, int y, int z) {
-        flow.PML_type[n] = PML_NONE;
-        if (x >= w && x < nx - w && y >= w && y < ny - w && z >= w && z < nz - w) return;
-        const int margin = std::min({x, nx - 1 - x, y, ny - 1 - y, z, nz - 1 - z});
-        const auto depth = static_cast<float>(w - margin);
-        flow.sigma[n] = layerDamping(depth, scale);
-        flow.PML_type[n] = outerType(param, x, y, z);
+    forEachNode(*flow.param, [&](std::int64_t n, int x, int y, int z) {
+        const LayerNode node = layerNode(*flow.param, sigma_max, x, y, z);
+        flow.PML_type[n] = node.type;
+        // pages without damping take no memory
+        if (node.sigma != flow.sigma[n]) flow.sigma[n] = node.sigma;
     });
-    for (const int z : {0, nz - 1}) {
-        for (const int y : {0, ny - 1}) {
-            const std::int64_t row = nx * (y + static_cast<std::int64_t>(ny) * z);
-            flow.PML_type[row] = flow.PML_type[row + nx - 1] = PML_CORNER;
-        }
-    }
 }
 
 void initialiseFields(mlFlow& flow) {
@@ -311,18 +255,7 @@ void initialiseFields(mlFlow& flow) {
         }
         flow.rou[n].value = 1;
     });
-    for (float* const momentum : {flow.ux, flow.uy, flow.uz}) clear(momentum, flow.count);
-}
-
-void initialisePopulations(mlFlow& flow) {
-    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
-        for (int i = 0; i < kDirections; ++i) {
-            const std::int64_t at = i * flow.count + n;
-            const float equilibrium = hostEquilibrium(i, 1, 0, 0, 0);
-            flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = equilibrium;
-            flow.fEqTilde[at] = flow.fEqTildeOld[at] = 0;
-        }
-    });
+    for (float* const momentum : {flow.ux, flow.uy, flow.uz}) clearWritten(momentum, flow.count);
 }
 
 void resetFields(mlFlow& flow) {
@@ -330,26 +263,6 @@ void resetFields(mlFlow& flow) {
         if (keepsItsState(flow.flag[n])) return;
         flow.flag[n] = positionFlag(flow, x, y, z);
         flow.ux[n] = flow.uy[n] = flow.uz[n] = 0;
-    });
-}
-
-void restPopulations(mlFlow& flow) {
-    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
-        for (int i = 0; i < kDirections; ++i) {
-            const std::int64_t at = i * flow.count + n;
-            flow.f[at] = flow.fPost[at] = w_cas1[i] * flow.rou[n].value;
-        }
-    });
-}
-
-void resetPopulations(mlFlow& flow) {
-    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
-        if (keepsItsState(flow.flag[n])) return;
-        for (int i = 0; i < kDirections; ++i) {
-            const std::int64_t at = i * flow.count + n;
-            flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = w_cas1[i] * flow.rou[n].value;
-            flow.fEqTilde[at] = flow.fEqTildeOld[at] = flow.Q[at] = flow.cNQ[at] = 0;
-        }
     });
 }
 

@@ -1,7 +1,5 @@
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <dart/dynamics/Frame.hpp>
 #include <stdexcept>
@@ -10,8 +8,8 @@
 
 #include "Markers/Markers.h"
 #include "SkeletonDynamics/skSystem.h"
-#include "cslbm/fused/FusedDomain.h"
-#include "output/mlVTKWrtier.h"
+#include "platform/check.h"
+#include "platform/messages.h"
 #include "simulatorInterface/FluidHelper.h"
 
 namespace drelt {
@@ -23,7 +21,7 @@ float timeStep(const mlUnitScale& scale) {
     return (scale.u0k * scale.l0p) / (scale.u0px * scale.N);
 }
 
-// The environment's choice comes before the scene's: a way to the operators from any script.
+// The environment overrides the scene, so that any script can run the operators.
 Schedule wishedSchedule(Schedule given) {
     const char* const asked = std::getenv("DRELT_SCHEDULE");
     const std::string name = asked != nullptr ? asked : "";
@@ -40,6 +38,7 @@ coupledLBM_sim3D::coupledLBM_sim3D(std::shared_ptr<simParams> param, int device)
     if (!param) {
         throw std::invalid_argument("simulator: the parameters are None; give a simParam");
     }
+    platform::requireDevice(gpuId, "make_simulator");
     params.push_back(std::move(param));
     createFlows();
 }
@@ -50,6 +49,7 @@ coupledLBM_sim3D::coupledLBM_sim3D(const coupledLBM_sim3D& other)
 }
 
 coupledLBM_sim3D::~coupledLBM_sim3D() {
+    releaseWorld();
     for (mlFlow* const flow : lbmvec) FluidHelper::destroyFlow(flow);
     lbmvec.clear();
 }
@@ -85,99 +85,49 @@ void coupledLBM_sim3D::attachWorld(std::shared_ptr<skWorld> bodies) {
     world = std::move(bodies);
 }
 
-void coupledLBM_sim3D::checkBodies() const {
-    if (!world) {
-        throw std::runtime_error("commitInit: no world is attached; call attachWorld first");
-    }
-    if (world->getNumSkeletons() == 0) {
-        throw std::runtime_error(
-            "commitInit: the attached world has no skeleton; call its addSkeleton first");
-    }
-    for (int s = 0; s < world->getNumSkeletons(); ++s) {
-        const auto body = world->getSkeleton(s);
-        if (body->gpuId == gpuId) continue;
-        throw std::invalid_argument("commitInit: the simulator is on device " +
-                                    std::to_string(gpuId) + ", a skeleton of its world on device " +
-                                    std::to_string(body->gpuId) + "; give both the same device id");
-    }
-}
-
-void coupledLBM_sim3D::checkTimeStep() const {
-    const mlUnitScale scale = params.front()->computeUnitScale();
-    const float dt = timeStep(scale);
-    const bool possible = scale.u0k > 0 && scale.u0px > 0 && dt > 0 && std::isfinite(dt);
-    if (possible) return;
-    char text[256];
-    std::snprintf(
-        text, sizeof text,
-        "commitInit: the time step is %g s; it is l0p u0k / (N u0p), with l0p %g m, u0k %g, "
-        "N %g and u0p %g m/s: set finite positive ones",
-        dt, scale.l0p, scale.u0k, scale.N, scale.u0px);
-    throw std::invalid_argument(text);
-}
-
-void coupledLBM_sim3D::checkFluid() const {
-    const simParams& p = *params.front();
-    const bool possible = p.visp >= 0 && std::isfinite(p.visp) && p.rou0p > 0 &&
-                          std::isfinite(p.rou0p) && std::isfinite(p.slip_ratio);
-    if (possible) return;
-    char text[256];
-    std::snprintf(text, sizeof text,
-                  "commitInit: the fluid has visp %g m^2/s, rou0p %g kg/m^3 and slip_ratio %g: set "
-                  "finite ones, the density positive and the viscosity not negative",
-                  p.visp, p.rou0p, p.slip_ratio);
-    throw std::invalid_argument(text);
-}
-
 void coupledLBM_sim3D::commitInit() {
-    checkBodies();
+    checkWorld();
     checkTimeStep();
+    checkSpacing();
     checkFluid();
     const auto next = createSolver();
     checkMemory(*next);
-    if (next->schedule == Schedule::Production)
-        fusedSweeps();  // an instruction set that is none is refused
+    warnOfEdits();
     world->lock();
-    solver = next;  // the device side of the old one is freed
+    locksWorld_ = true;
+    solver = next;  // frees the device side of the old one
     try {
         initialise();
-        solver->mlImmersedSolver::gpuDeviceId = gpuId;
-        world->setTimestep(solver->scale.dt);
-        solver->world = world;
-        solver->boundaries = world->getBoundaries();
-        if (!world->isFixed()) centreOnBody();
-        solver->allocateDevice();
     } catch (...) {
-        solver.reset();  // half a solver serves no step
+        solver.reset();  // no step can use an unfinished solver
+        releaseWorld();
         throw;
     }
-}
-
-// What the next solver takes beyond what the present one gives back.
-void coupledLBM_sim3D::checkMemory(const mlSinglePhaseSolverNew& next) const {
-    double needed = 0;
-    for (const mlFlow* const flow : lbmvec) {
-        const MLFluidParam& grid = *flow->param;
-        needed += FluidHelper::deviceSideBytes(grid, gpuId, next.schedule);
-        if (next.schedule == Schedule::Operators && !populationsWritten_)
-            needed += FluidHelper::hostPopulationBytes(grid);
-        if (solver)
-            needed -= FluidHelper::deviceSideBytes(grid, solver->gpuDeviceId, solver->schedule);
-    }
-    FluidHelper::checkMemory(*lbmvec.front()->param, needed);
+    watch_.start();
+    watch_.look(*world, *lbmvec.front(), 0);
 }
 
 void coupledLBM_sim3D::initialise() {
-    for (mlFlow* const flow : lbmvec) FluidHelper::initialiseFields(*flow);
-    const bool fused = solver->schedule == Schedule::Production;
-    solver->hostPopulations.assign(lbmvec.size(),
-                                   fused ? HostPopulations::AtRest : HostPopulations::Current);
-    if (fused) return;
-    for (mlFlow* const flow : lbmvec) FluidHelper::initialisePopulations(*flow);
-    populationsWritten_ = true;
+    const bool production = solver->schedule == Schedule::Production;
+    for (mlFlow* const flow : lbmvec) {
+        FluidHelper::initialiseFields(*flow);
+        if (!production) FluidHelper::initialisePopulations(*flow);
+    }
+    populationsWritten_ = populationsWritten_ || !production;
+    solver->mlImmersedSolver::gpuDeviceId = gpuId;
+    world->setTimestep(solver->scale.dt);
+    solver->world = world;
+    solver->boundaries = world->getBoundaries();
+    if (!world->isFixed()) centreOnBody();
+    solver->allocateDevice(production ? HostPopulations::AtRest : HostPopulations::Current);
 }
 
-// Without device side.
+void coupledLBM_sim3D::releaseWorld() {
+    if (locksWorld_) world->unlock();
+    locksWorld_ = false;
+}
+
+// A solver with the simulator's choices, still without its device side.
 std::shared_ptr<mlSinglePhaseSolverNew> coupledLBM_sim3D::createSolver() const {
     auto next = std::make_shared<mlSinglePhaseSolverNew>(gpuId);
     next->lbmvec = lbmvec;
@@ -189,8 +139,13 @@ std::shared_ptr<mlSinglePhaseSolverNew> coupledLBM_sim3D::createSolver() const {
     next->sigmaMax = params.front()->sigma_max;
     for (const auto& param : params) next->unitScales.push_back(param->computeUnitScale());
     next->schedule = wishedSchedule(schedule);
-    for (const mlFlow* const flow : lbmvec)
-        next->schedule = next->possibleSchedule(next->schedule, *flow);
+    for (const mlFlow* const flow : lbmvec) {
+        if (next->schedule == Schedule::Operators) break;
+        const std::string obstacle = next->productionObstacle(*flow);
+        if (obstacle.empty()) continue;
+        next->schedule = Schedule::Operators;
+        inform("[Info] commitInit: steps run by the operators: %s\n", obstacle.c_str());
+    }
     return next;
 }
 
@@ -203,6 +158,7 @@ void coupledLBM_sim3D::centreOnBody() {
 }
 
 void coupledLBM_sim3D::step(couplingMode couple_mode) {
+    requireCouplingMode(couple_mode, "step");
     requireSolver("step");
     world->requireBoundedMotion(couple_mode, solver->scale.dt, solver->scale.l0p / solver->scale.N);
     if (params.front()->use_gpu == 1 && advancesFluid(couple_mode)) {
@@ -216,16 +172,19 @@ void coupledLBM_sim3D::step(couplingMode couple_mode) {
     solver->step(couple_mode);
     sampleMarkers();
     ++iterNum;
+    if (iterNum % BodyWatch::kSteps == 0 && advancesFluid(couple_mode)) {
+        watch_.look(*world, *lbmvec.front(), iterNum);
+    }
 }
 
 void coupledLBM_sim3D::sampleMarkers() {
-    mlFlow* const flow = solver->lbm_dev_gpu.front();
+    FluidDomain& domain = solver->domain(0);
+    mlFlow* const flow = domain.record();
     for (int s = 0; s < world->getNumSkeletons(); ++s) {
         Markers& markers = *world->getSkeleton(s)->getMarkers();
-        ProductionDomain* const domain = solver->fused(0);
-        if (domain != nullptr && !domain->holdsMoments()) {
+        if (!domain.holdsMoments()) {
             const std::vector<NodeBox> cells = markers.cells(*flow);
-            domain->prepareMoments(cells.data(), static_cast<int>(cells.size()));
+            domain.prepareMoments(cells.data(), static_cast<int>(cells.size()));
         }
         markers.sample(flow);
     }
@@ -233,14 +192,11 @@ void coupledLBM_sim3D::sampleMarkers() {
 
 void coupledLBM_sim3D::reset() {
     requireSolver("reset");
-    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
+    const int domains = static_cast<int>(lbmvec.size());
+    for (int i = 0; i < domains; ++i) solver->domain(i).requireResettable(*lbmvec[i]);
+    for (int i = 0; i < domains; ++i) {
         FluidHelper::resetFields(*lbmvec[i]);
-        if (solver->fused(static_cast<int>(i)) != nullptr) {
-            solver->hostPopulations[i] = HostPopulations::AtRest;
-        } else {
-            FluidHelper::resetPopulations(*lbmvec[i]);
-        }
-        solver->uploadForcesAndPml(static_cast<int>(i));
+        solver->domain(i).reset(*lbmvec[i]);
     }
     world->reset();
     iterNum = 0;
@@ -277,26 +233,6 @@ int coupledLBM_sim3D::getIterPerSave(int frame_rate) {
     return params.front()->getIterPerSave(frame_rate);
 }
 
-void coupledLBM_sim3D::log() {
-    std::puts("##System Info##");
-    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
-        simParams& param = *params[i];
-        const mlUnitScale scale = param.computeUnitScale();
-        const MLFluidParam& grid = *lbmvec[i]->param;
-        std::printf("time step: %fs   space resolution:%f m \n", param.get_tp(), param.dx);
-        std::printf("PML Width: %d \n", param.pml_width);
-        std::printf("|  u0k:       %f    |  u0p:     %f m/s    |   l0p: %f m   | rou0p  %f |\n",
-                    scale.u0k, scale.u0px, scale.l0p, scale.rou0p);
-        std::printf("|  v0k:       %f    |  v0p:     %f m/s    |\n", scale.v0k, scale.v0p);
-        std::printf("Reynolds number :  %f \n", scale.Re);
-        std::puts("##Fluid Info##");
-        std::printf("start (%f,%f,%f)   width %.4f height %.4f depth %.4f \n", grid.startx,
-                    grid.starty, grid.startz, grid.width, grid.height, grid.depth);
-        std::printf("samples  %d %d %d \n", grid.samples_x, grid.samples_y, grid.samples_z);
-    }
-    std::fflush(stdout);
-}
-
 void coupledLBM_sim3D::bringToHost() {
     if (syncState != DeviceNewer || params.front()->use_gpu != 1) return;
     for (std::size_t i = 0; i < lbmvec.size(); ++i) {
@@ -305,55 +241,11 @@ void coupledLBM_sim3D::bringToHost() {
     syncState = HostCurrent;
 }
 
-// The device's origins move in steps without fluid too, after which the rest of the host is current.
+// Steps without fluid move the origin on the device too, while the rest of the host stays current.
 void coupledLBM_sim3D::bringOriginsToHost() {
     if (params.front()->use_gpu != 1) return;
     for (std::size_t i = 0; i < lbmvec.size(); ++i) {
         FluidHelper::originToHost(*solver, static_cast<int>(i));
-    }
-}
-
-void coupledLBM_sim3D::saveScene(int frame, int save_flags) {
-    requireSolver("saveScene");
-    bringToHost();
-    char stem[256];
-    if ((save_flags & BODY) != 0) {
-        std::snprintf(stem, sizeof stem, "vis_object_%05d", frame);
-        saveObjectsData(stem);
-    }
-    if ((save_flags & FLUID) != 0) {
-        std::snprintf(stem, sizeof stem, "vis_fluid%05d", frame);
-        saveFluidData(stem);
-    }
-}
-
-void coupledLBM_sim3D::saveFluidData(const std::string& fluid_name) {
-    requireSolver("saveFluidData");
-    bringOriginsToHost();
-    bringToHost();
-    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
-        const std::string path = mainDataFolderPath + fluidFolderName + "/" + std::to_string(i) +
-                                 "_" + fluid_name + ".vtk";
-        mlVTKWrtier::writeFluid(*lbmvec[i], params[i]->computeUnitScale(), path, world->getFrame());
-    }
-}
-
-void coupledLBM_sim3D::saveObjectsData(const std::string& object_name) {
-    requireSolver("saveObjectsData");
-    bringToHost();
-    const std::string folder = mainDataFolderPath + objectsFolderName + "/";
-    for (int s = 0; s < world->getNumSkeletons(); ++s) {
-        const std::shared_ptr<skSystem> body = world->getSkeleton(s);
-        SkeletalMesh& mesh = *body->description()->mesh;
-        const std::string stem = std::to_string(s) + "_" + object_name;
-        const auto path = [&](const std::string& prefix) {
-            return std::string(folder).append(prefix).append(stem).append(".vtk");
-        };
-        if (body->useGpuPath()) mesh.update(true, true);
-        for (std::size_t j = 0; j < mesh.meshes.size(); ++j) {
-            mlVTKWrtier::writeObject(mesh.meshes[j]->data_cpu, path(std::to_string(j)));
-        }
-        mlVTKWrtier::writeMarkers(body->getMarkers()->data_cpu, path("markers_"));
     }
 }
 

@@ -1,5 +1,5 @@
-// The simulator that a script drives: owns the host side of the fluid and the solver, keeps host and
-// device copies in step with what is asked, counts steps and writes frames.
+// The simulator that a script drives: owns the host records of the fluid and the solver, synchronises host
+// and device copies, counts steps and writes frames.
 #pragma once
 
 #include <array>
@@ -12,6 +12,7 @@
 #include "cslbm/mlsolver/couplingMode.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
+#include "simulatorInterface/BodyWatch.h"
 #include "simulatorInterface/simParams.h"
 
 namespace drelt {
@@ -22,7 +23,7 @@ enum SCENE_SAVE_FLAG : int {
     FLUID = 2,
 };
 
-// Order of use: construct, attachWorld, commitInit, then step and save. Calls out of order raise
+// Order of use: construct, attachWorld, commitInit, then step and save. Calls out of order throw
 // std::runtime_error and change nothing.
 class coupledLBM_sim3D {
 public:
@@ -30,12 +31,12 @@ public:
     enum SyncState : std::int32_t {
         HostCurrent = 0,  // the host arrays are as new as the device's
         DeviceNewer = 1,  // a fluid step has run, or nothing was read yet
-        HostNewer = 2,    // reset: the next fluid step uploads
+        HostNewer = 2,    // a reset or a host edit: the next fluid step uploads
     };
 
     // Builds the flow record of the box that `param` describes and normalises `param`, which stays
-    // shared with the caller. Raises std::invalid_argument for null and for a box that cannot be,
-    // std::runtime_error where its arrays do not fit into memory.
+    // shared with the caller. Throws std::invalid_argument for null, for a device id that names no
+    // device and for a box that is impossible, std::runtime_error if its arrays do not fit into memory.
     coupledLBM_sim3D(std::shared_ptr<simParams> param, int gpuId);
     // The same parameters and device with a flow record of its own; flow data are not copied.
     coupledLBM_sim3D(const coupledLBM_sim3D& other);
@@ -45,30 +46,35 @@ public:
     // Sets the bodies, shared with the caller; before commitInit only.
     void attachWorld(std::shared_ptr<skWorld> bodies);
     // Creates the solver, writes the initial equilibrium, centres the grid on the moving frame and
-    // brings everything to the device. Needs a world with at least one body, on the same device; bodies
-    // cannot be added to the world after it. A second call starts the fluid anew. Raises, and changes
-    // nothing, std::invalid_argument unless reference velocities, time step and the fluid's numbers can be,
-    // std::runtime_error where memory does not suffice for what the choices below ask for.
+    // uploads everything. Needs a world with at least one body, on the same device. Locks the world until
+    // this simulator is destroyed or a commit fails. A second call starts the fluid anew.
+    //
+    // Throws std::invalid_argument and leaves the simulator unchanged if a reference velocity, the time
+    // step, the node spacing or a fluid property is out of range, in the parameters or in the flow record
+    // that was made from them. Throws std::runtime_error, also without a change, if the world belongs to
+    // another simulator, or if memory does not suffice for the choices below. Warns of parameters that
+    // were edited after the flow record was made: the record keeps the old ones.
     void commitInit();
-    // One time step of fluid and bodies, after which the markers are read. Raises std::runtime_error
-    // where a body or the force on it diverges; see skWorld.
+    // One time step of fluid and bodies, after which the markers are read. Throws std::invalid_argument
+    // for a number that is no mode, and std::runtime_error if a body or the force on it diverges; see
+    // skWorld. Warns of bodies outside the fluid box; see BodyWatch.
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();
 
-    // Three further operations on the flow; they need commitInit. Where they change it they first bring
-    // the flow to the host if a fluid step has run since, and the next fluid step takes the change up.
+    // Three more operations on the flow; they need commitInit. Those that change it work on the latest
+    // flow, brought to the host, and the next fluid step uploads the change.
     //
     // A velocity in units of the reference velocity: each component divided by u0k.
     std::array<double, 3> toReferenceVelocity(float x, float y, float z);
-    // Makes the node of a domain at `position` [m] an inlet with `velocity` times u0k. Raises
+    // Makes the node of a domain at `position` [m] an inlet with `velocity` times u0k. Throws
     // std::out_of_range for a position outside the box or a domain that does not exist, and
-    // std::invalid_argument for a velocity that is not finite; nothing is changed then.
+    // std::invalid_argument for a velocity that is not finite; nothing changes then.
     void markInlet(int domain, const mlVelocity3D<float>& position,
                    const mlVelocity3D<float>& velocity);
-    // Brings the inlets of a domain to rest as plain fluid and sets all node classes anew from the
-    // physical positions, nodes of a face's class at rest too. Raises std::out_of_range for a domain
-    // that does not exist.
+    // Makes the inlets of a domain plain fluid at rest and sets all node classes anew from the physical
+    // positions; nodes that get the class of a face come to rest too. Throws std::out_of_range for a
+    // domain that does not exist.
     void clearInlets(int domain);
 
     int getIterNum() const { return iterNum; }
@@ -86,40 +92,45 @@ public:
 
     int gpuId = 0;
     // How steps are computed, as of the next commitInit; the environment variable DRELT_SCHEDULE
-    // (operators or production) comes first. Where the production schedule cannot serve a
-    // domain (excluded or solid nodes, a box with no node between its open planes) or one of the choices
-    // below is not the default, commitInit takes the operators.
+    // (operators or production) overrides it. commitInit takes the operators, and says why, if the
+    // production schedule cannot compute a domain (see ProductionDomain::obstacle) or if one of the
+    // choices below is not the default.
     Schedule schedule = Schedule::Production;
     // The collision and the boundaries of a step, as of the next commitInit.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
-    // Root of the output tree, with a separator at its end, and its folders.
+    // Root of the output tree, which ends in a separator, and its folders.
     std::string mainDataFolderPath = "./data/vis_data/";
     std::string objectsFolderName = "Objects";
     std::string fluidFolderName = "Fluid";
     std::shared_ptr<mlSinglePhaseSolverNew> solver;  // null until commitInit
     std::int32_t iterNum = 0;                        // completed steps, of every mode
-    std::vector<mlFlow*> lbmvec;                     // host records, owned
+    std::vector<mlFlow*> lbmvec;                     // host records, owned here
     std::vector<std::shared_ptr<simParams>> params;  // shared with the script
     std::int32_t syncState = DeviceNewer;
     std::shared_ptr<skWorld> world;
 
 private:
     void createFlows();
-    void checkBodies() const;
+    void checkWorld() const;
     void checkTimeStep() const;
+    void checkSpacing() const;
     void checkFluid() const;
+    void warnOfEdits() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;
     std::shared_ptr<mlSinglePhaseSolverNew> createSolver() const;
     void checkMemory(const mlSinglePhaseSolverNew& next) const;
     void initialise();
+    void releaseWorld();
     void sampleMarkers();
     void centreOnBody();
     void bringToHost();
     void bringOriginsToHost();
 
-    bool populationsWritten_ = false;  // the host's, by a commit
+    bool populationsWritten_ = false;  // in the host records, by a commit
+    bool locksWorld_ = false;
+    BodyWatch watch_;
 };
 
 }  // namespace drelt

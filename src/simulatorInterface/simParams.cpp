@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/messages.h"
+
 namespace drelt {
 namespace {
 
@@ -16,30 +18,80 @@ float timeStep(const simParams& p) { return (p.l0p * p.u0k) / (p.N * p.u0p); }
 
 }  // namespace
 
+void simParams::derive(float simParams::*field, float value) {
+    assign(field, value);
+    derived_.push_back({field, value});
+}
+
+void simParams::assign(float simParams::*field, float value) {
+    const auto own = [&](const Derived& entry) { return entry.field == field; };
+    derived_.erase(std::remove_if(derived_.begin(), derived_.end(), own), derived_.end());
+    this->*field = value;
+}
+
+// Makes the field unset again if it holds a derived value.
+void simParams::forget(float simParams::*field) {
+    for (const Derived& entry : derived_) {
+        if (entry.field != field) continue;
+        const float value = this->*field;
+        const bool same = value == entry.value || (std::isnan(value) && std::isnan(entry.value));
+        return assign(field, same ? kUnset : value);
+    }
+}
+
+void simParams::setN(float value) {
+    assign(&simParams::N, value);
+    forget(&simParams::dx);
+    forget(&simParams::u0p);
+}
+
+void simParams::setL0p(float value) {
+    assign(&simParams::l0p, value);
+    forget(&simParams::dx);
+    forget(&simParams::u0p);
+}
+
+void simParams::setU0p(float value) { assign(&simParams::u0p, value); }
+
+void simParams::setU0k(float value) {
+    u0k = value;
+    forget(&simParams::u0p);
+}
+
+void simParams::setSetupMode(SETUP_MODE value) {
+    if (value == setup_mode) return;
+    setup_mode = value;
+    for (auto field : {&simParams::dx, &simParams::N, &simParams::l0p, &simParams::u0p}) {
+        forget(field);
+    }
+}
+
 void simParams::normaliseGravity() {
-    l0p = std::max(height, width);
-    N = l0p / dx;
+    derive(&simParams::l0p, std::max(height, width));
+    derive(&simParams::N, l0p / dx);
     const double length = l0p;
-    u0p = static_cast<float>(std::max(std::sqrt(2 * std::fabs(gravity[1]) * length),
-                                      std::sqrt(2 * std::fabs(gravity[0]) * length)));
+    derive(&simParams::u0p,
+           static_cast<float>(std::max(std::sqrt(2 * std::fabs(gravity[1]) * length),
+                                       std::sqrt(2 * std::fabs(gravity[0]) * length))));
 }
 
 void simParams::normaliseManual() {
     if (l0p == kUnset || N == kUnset) {
+        // sic: prescribed text
         std::puts(" [warning] N or l0p not setted!!! set N= 256 ,l0p =4 as default ");
         N = 256;
         l0p = 4;
     }
-    if (dx == kUnset) dx = l0p / N;
+    if (dx == kUnset) derive(&simParams::dx, l0p / N);
     if (u0p == kUnset) {
-        std::printf("[Info] u0p not setted, try generating use dx %f u0k %f dtp %f \n", dx, u0k,
-                    dtp);
+        // sic: prescribed text
+        inform("[Info] u0p not setted, try generating use dx %f u0k %f dtp %f \n", dx, u0k, dtp);
         if (dtp == kUnset) {
             std::puts("[Warning] dtp not setted , default to be 0.0003");
             dtp = 0.0003f;
         }
-        u0p = u0k * dx * dtk / dtp;
-        std::printf("[Info] u0p auto calculated!  u0p = %f \n", u0p);
+        derive(&simParams::u0p, u0k * dx * dtk / dtp);
+        inform("[Info] u0p auto calculated!  u0p = %f \n", u0p);
     }
 }
 

@@ -5,10 +5,10 @@
 
 namespace drelt {
 
-// Owns the device record of a boundary with its sixteen arrays and moves them between the sides. In
-// a step nothing crosses: the device side is the live one, and its readers take mllaboundary_gpu
-// and the host record's count. Order of calls: bindHostRecord, allocate, upload; then any number of
-// uploads and downloads. Calls of the device are checked: a failure ends the process.
+// Owns the device record of a boundary with its sixteen arrays and copies them between host and device.
+// A step copies nothing: it works on the device record mllaboundary_gpu, with the count of the host
+// record. Order of calls: bindHostRecord, allocate, upload; then any number of uploads and downloads.
+// A failing device call ends the process.
 class IBBoundaryMemMgr {
 public:
     explicit IBBoundaryMemMgr(int device = 0) : gpuDeviceId(device) {}
@@ -17,19 +17,19 @@ public:
     IBBoundaryMemMgr(const IBBoundaryMemMgr&) = delete;
     IBBoundaryMemMgr& operator=(const IBBoundaryMemMgr&) = delete;
 
-    // Takes the host record that the mirror follows; it must outlive the mirror or be replaced here.
+    // Sets the host record that is mirrored; it must outlive the mirror or be replaced by another.
     void bindHostRecord(mlLagrangeBoundary* record) { mllaboundary = record; }
-    // Makes the device record and arrays for the bound record's count, in place of earlier ones.
+    // Allocates the device record and its arrays for the count of the host record; frees earlier ones.
     void allocate();
-    // Host to device: all arrays and the record, whose array pointers are device addresses after it.
+    // Host to device: all arrays and the record. Its array pointers become device addresses.
     void upload();
-    // Keeps the scales, writes nodes per length and length [m] into the bound record, and uploads.
+    // Keeps the scales, writes nodes per length and length [m] into the host record, and uploads.
     // `velocity` is the reference velocity [m/s], `latticeVelocity` the same in lattice units.
     void setScale(float nodesPerLength, float length, float velocity, float latticeVelocity);
-    // Device to host: ux.., coordx.., normalx.. and forcex..; the device record goes to mllagbndHost.
-    // Initial positions and densities of the host stay as they are.
+    // Device to host: ux.., coordx.., normalx.. and forcex.., and the device record into mllagbndHost.
+    // Initial positions and densities are not copied.
     void download();
-    // Frees the mirror; nothing happens without one.
+    // Frees the mirror, if there is one.
     void free();
 
     int gpuDeviceId;
@@ -51,7 +51,7 @@ public:
     double* forcez_dev = nullptr;
     mlLagrangeBoundary* mllaboundary = nullptr;      // host record, not owned
     mlLagrangeBoundary* mllaboundary_gpu = nullptr;  // device record; null without a mirror
-    mlLagrangeBoundary* mllagbndHost = nullptr;  // image of the device record at the last download
+    mlLagrangeBoundary* mllagbndHost = nullptr;  // copy of the device record at the last download
     float N = 0.0f;
     float l0p = 0.0f;
     float u0p = 0.0f;

@@ -5,13 +5,14 @@
 #include "cslbm/fused/FusedDeviceKernels.h"
 #include "cslbm/fused/FusedDeviceTransfer.h"
 #include "platform/check.h"
+#include "supplement/MLCuMemcpy.h"
 
 namespace drelt {
 namespace {
 
-constexpr int kSector = 8;  // floats that a GPU's memory moves together
+constexpr int kSector = 8;  // floats that a GPU loads or stores together
 
-// A row's floats, with a place beyond each of its ends.
+// Floats of a row, with one place beyond each end.
 int pitchOf(int nx) { return (nx + 2 + kSector - 1) / kSector * kSector; }
 
 std::size_t populationFloats(const MLFluidParam& p) {
@@ -25,7 +26,7 @@ void check() {
     checkCudaErrors(cudaDeviceSynchronize());
 }
 
-// A device array for the time of a transfer.
+// A device array that lives for one transfer.
 class Staging {
 public:
     explicit Staging(std::size_t count) : bytes_(count * sizeof(float)) {
@@ -36,12 +37,8 @@ public:
     Staging& operator=(const Staging&) = delete;
 
     float* data() const { return data_; }
-    void fill(const void* host) const {
-        checkCudaErrors(cudaMemcpy(data_, host, bytes_, cudaMemcpyHostToDevice));
-    }
-    void read(float* host) const {
-        checkCudaErrors(cudaMemcpy(host, data_, bytes_, cudaMemcpyDeviceToHost));
-    }
+    void fill(const void* host) const { _MLCuMemcpy(data_, host, bytes_, cudaMemcpyHostToDevice); }
+    void read(float* host) const { _MLCuMemcpy(host, data_, bytes_, cudaMemcpyDeviceToHost); }
 
 private:
     std::size_t bytes_;
@@ -100,7 +97,7 @@ FusedDeviceDomain::FusedDeviceDomain(const MLFluidParam& param, float nu, float 
 void FusedDeviceDomain::makeRecord(const MLFluidParam& param, float nu) {
     mlFlow image{};
     image.param = allocate<MLFluidParam>(1);
-    checkCudaErrors(cudaMemcpy(image.param, &param, sizeof(param), cudaMemcpyHostToDevice));
+    _MLCuMemcpy(image.param, &param, sizeof(param), cudaMemcpyHostToDevice);
     image.count = static_cast<std::int64_t>(nodes_);
     image.v0k = nu;
     image.rou = reinterpret_cast<mlDensity<float>*>(state_.now.rho);
@@ -111,14 +108,14 @@ void FusedDeviceDomain::makeRecord(const MLFluidParam& param, float nu) {
     image.forcey = state_.base.force[1];
     image.forcez = state_.base.force[2];
     record_ = allocate<mlFlow>(1);
-    checkCudaErrors(cudaMemcpy(record_, &image, sizeof(image), cudaMemcpyHostToDevice));
+    _MLCuMemcpy(record_, &image, sizeof(image), cudaMemcpyHostToDevice);
 }
 
 FusedDeviceDomain::~FusedDeviceDomain() {
     for (void* array : arrays_) checkCudaErrors(cudaFree(array));
 }
 
-// One thread a node, consecutive threads along x; 128 a block, which is the bound of the layer's kernels.
+// One thread per node, consecutive threads along x, 128 per block: the layer's kernels allow no more.
 template <auto Op, class... Args>
 void FusedDeviceDomain::launchNodes(Args... args) const {
     const LaunchExtent nodes = extentOf(state_.base);
@@ -138,6 +135,7 @@ void FusedDeviceDomain::step(const FrameMotion& motion) {
     fused_device::findOffsets(s);
     s.planesPending = true;
     s.momentsGiven = false;
+    forcesGiven_ = false;
     if (s.width > 0) std::swap(state_.now, state_.before);
     launchNodes<&fused_device::momentsKernel>(state_, state_.now);
     if (s.width == 0) return;
@@ -159,7 +157,8 @@ void FusedDeviceDomain::collide() {
     }
 }
 
-// A frame that turns has a force of its own on every node: the operator adds it to what was spread.
+// In a frame that turns, the inertial force differs from node to node: the operator adds it to the spread
+// forces.
 void FusedDeviceDomain::turnFrame(const FrameMotion& motion) {
     const FusedState& s = state_.base;
     MLFluidParam grid{};
@@ -175,6 +174,7 @@ void FusedDeviceDomain::turnFrame(const FrameMotion& motion) {
 }
 
 void FusedDeviceDomain::announceForces(const NodeBox* boxes, int count) {
+    forcesGiven_ = true;
     const FusedState& s = state_.base;
     for (int i = 0; i < count; ++i) {
         const NodeBox box = intersection(boxes[i], {0, 0, 0, s.nx, s.ny, s.nz});
@@ -188,6 +188,7 @@ void FusedDeviceDomain::announceForces(const NodeBox* boxes, int count) {
 void FusedDeviceDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
                                         const mlUnitScale& scale) {
     if (count <= 0) return;
+    forcesGiven_ = true;
     const LaunchExtent items{count, 1, 1};
     const mlFlow* const record = record_;
     launchLinear<&fused_device::markSampleKernel>(coveringShape(items, 128, 1, 1), count, state_,
@@ -197,16 +198,16 @@ void FusedDeviceDomain::prepareCoupling(const mlLagrangeBoundary* samples, int c
 
 void FusedDeviceDomain::load(const mlFlow& host) {
     const std::size_t bytes = nodes_ * sizeof(float);
-    checkCudaErrors(cudaMemcpy(state_.now.rho, host.rou, bytes, cudaMemcpyHostToDevice));
-    checkCudaErrors(cudaMemcpy(state_.base.sopt, host.Sopt, bytes, cudaMemcpyHostToDevice));
+    _MLCuMemcpy(state_.now.rho, host.rou, bytes, cudaMemcpyHostToDevice);
+    _MLCuMemcpy(state_.base.sopt, host.Sopt, bytes, cudaMemcpyHostToDevice);
     upload(host);
 }
 
 void FusedDeviceDomain::upload(const mlFlow& host) {
     const float* const from[3] = {host.ux, host.uy, host.uz};
     for (int a = 0; a < 3; ++a) {
-        checkCudaErrors(cudaMemcpy(state_.now.momentum[a], from[a], nodes_ * sizeof(float),
-                                   cudaMemcpyHostToDevice));
+        _MLCuMemcpy(state_.now.momentum[a], from[a], nodes_ * sizeof(float),
+                    cudaMemcpyHostToDevice);
     }
     storePopulations(host);
     state_.base.momentsGiven = true;
@@ -228,6 +229,7 @@ void FusedDeviceDomain::storePopulations(const mlFlow& host) {
 }
 
 void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
+    forcesGiven_ = false;
     const FusedState& s = state_.base;
     const LaunchExtent words{s.chunkWords, s.ny, s.nz};
     launchRange<&fused_device::dropForcesKernel>(coveringShape(words, 1, 32, 4), words, state_);
@@ -239,10 +241,10 @@ void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
     state_.base.reference = reference_;
     const std::size_t bytes = nodes_ * sizeof(float);
     if (reference_ != nullptr) {
-        checkCudaErrors(cudaMemcpy(reference_, rou, bytes, cudaMemcpyHostToDevice));
+        _MLCuMemcpy(reference_, rou, bytes, cudaMemcpyHostToDevice);
     }
     DeviceMoments& before = state_.before;
-    checkCudaErrors(cudaMemcpy(before.rho, rou, bytes, cudaMemcpyHostToDevice));
+    _MLCuMemcpy(before.rho, rou, bytes, cudaMemcpyHostToDevice);
     launchNodes<&fused_device::clearKernel>(before.momentum[0], before.momentum[1],
                                             before.momentum[2]);
     std::fill_n(before.halfAcceleration, 3, 0.0f);
@@ -250,7 +252,7 @@ void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
 
 void FusedDeviceDomain::materialise(mlFlow& host) const {
     const auto fetch = [&](float* to, const float* from) {
-        checkCudaErrors(cudaMemcpy(to, from, nodes_ * sizeof(float), cudaMemcpyDeviceToHost));
+        _MLCuMemcpy(to, from, nodes_ * sizeof(float), cudaMemcpyDeviceToHost);
     };
     if (host.rou != nullptr && host.ux != nullptr) {
         fetch(&host.rou->value, state_.now.rho);
@@ -268,8 +270,13 @@ void FusedDeviceDomain::materialise(mlFlow& host) const {
             staging.read(host.f + i * nodes_);
         }
         if (host.fPost != nullptr) {
-            launchNodes<&fused_device::fetchPostKernel>(state_, fused_device::codeOfDirection(i),
+            if (stepped()) {
+                launchNodes<&fused_device::fetchPostKernel>(
+                    state_, fused_device::codeOfDirection(i), staging.data());
+            } else {
+                launchNodes<&fused_device::fetchKernel>(state_, fused_device::codeOfDirection(i),
                                                         staging.data());
+            }
             staging.read(host.fPost + i * nodes_);
         }
     }

@@ -1,5 +1,5 @@
-// A fluid domain under the production schedule on a device, by the launch functions: on a GPU, or on
-// host threads one node after the other. Host code touches none of its memory.
+// A fluid domain under the production schedule on a device, computed by launches: on a GPU or, one node
+// after the other, on host threads. Host code touches none of its memory.
 #pragma once
 
 #include <vector>
@@ -9,15 +9,13 @@
 
 namespace drelt {
 
-// A step is three launches, four with a layer, and waits for none where platform::DeferredWaits is in
-// force; nothing is allocated or copied in it.
+// A step is three launches, four with a layer. Under platform::DeferredWaits it waits for none of them.
+// It allocates and copies nothing.
 class FusedDeviceDomain : public ProductionDomain {
 public:
-    // As makeProductionDomain, on the device that is selected now and at every later call.
+    // As makeProductionDomain, on the device that is selected here and at every later call.
     FusedDeviceDomain(const MLFluidParam& param, float nu, float sigmaMax);
     ~FusedDeviceDomain() override;
-    FusedDeviceDomain(const FusedDeviceDomain&) = delete;
-    FusedDeviceDomain& operator=(const FusedDeviceDomain&) = delete;
 
     static double bytesPerNode(const MLFluidParam& param);
 
@@ -28,7 +26,7 @@ public:
     mlFlow* record() override { return record_; }
     bool holdsMoments() const override { return true; }
     void prepareMoments(const NodeBox*, int) override {}
-    // One launch a box.
+    // One launch per box.
     void announceForces(const NodeBox* boxes, int count) override;
     void prepareCoupling(const mlLagrangeBoundary* samples, int count,
                          const mlUnitScale& scale) override;
@@ -36,10 +34,11 @@ public:
     std::size_t residentBytes() const override;
     const char* instructionSet() const override { return "device"; }
 
-    // What the kernels work on, for tests of them.
+    // What the kernels work on, for their tests.
     const FusedDeviceState& state() const { return state_; }
 
 private:
+    bool stepped() const override { return state_.base.planesPending; }
     template <class T>
     T* allocate(std::size_t count);
     void allocateMoments(DeviceMoments& moments);
@@ -52,7 +51,7 @@ private:
 
     FusedDeviceState state_{};
     mlFlow* record_ = nullptr;
-    float* reference_ = nullptr;  // null until a reset at another density than 1
+    float* reference_ = nullptr;  // null until a reset at a density other than 1
     std::size_t nodes_ = 0;
     std::vector<void*> arrays_;
 };

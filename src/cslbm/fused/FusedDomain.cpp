@@ -19,16 +19,16 @@ namespace drelt {
 namespace {
 
 constexpr int kLine = 16;           // floats of a cache line
-constexpr int kWorthThreads = 256;  // boxes or nodes
-constexpr int kRowsAtOnce = 4;      // that a thread prepares in turn with the others
+constexpr int kWorthThreads = 256;  // boxes or nodes from which threads pay off
+constexpr int kRowsAtOnce = 4;      // rows that a thread takes at a time
 
-// Rows an odd number of lines apart, so that the fields of a node spread over the cache's sets.
+// Rows stand an odd number of cache lines apart, so that the fields of a node spread over the cache sets.
 int pitchFor(int nx) {
     const int lines = (nx + kLine - 1) / kLine + 1;
     return kLine * (lines % 2 == 0 ? lines + 1 : lines);
 }
 
-// Sets a bit that other threads may be setting as well; most are set already.
+// Sets a bit that other threads may set at the same time. Most bits are set already.
 void markBit(unsigned& word, unsigned bit) {
     if ((__atomic_load_n(&word, __ATOMIC_RELAXED) & bit) != 0) return;
     __atomic_fetch_or(&word, bit, __ATOMIC_RELAXED);
@@ -46,7 +46,7 @@ Slab slabOf(int thread, int threads, int nz) {
 }  // namespace
 
 double FusedDomain::bytesPerNode(const MLFluidParam& param) {
-    // populations, density and velocity (of two steps where there is a layer), the high-order parameter
+    // populations, density and velocity (twice with a layer), Sopt
     const int fields = 27 + (param.pml_width > 0 ? 2 : 1) * 4 + 1;
     const double ghosts = (1.0 + 1.0 / param.samples_y) * (1.0 + 1.0 / param.samples_z);
     const double rows = static_cast<double>(param.samples_y) * param.samples_z;
@@ -56,11 +56,12 @@ double FusedDomain::bytesPerNode(const MLFluidParam& param) {
            static_cast<double>(pitchFor(param.samples_x)) / param.samples_x;
 }
 
-// Device memory of the host: pages appear when touched. Arrays that are touched here and there only
-// must not be backed by huge pages.
+// Memory of the host device: a page takes memory when it is first touched. Sparse arrays are touched in a
+// few places only, so they must not get huge pages.
 template <class T>
 T* FusedDomain::allocate(std::size_t count, bool sparse) {
-    constexpr std::size_t pad = 64;  // a pack before the first and after the last row may be read
+    constexpr std::size_t pad =
+        64;  // sweeps may read one pack before the first and after the last row
     T* array = nullptr;
     const std::size_t bytes = (count + 2 * pad) * sizeof(T);
     checkCudaErrors(cudaMalloc(&array, bytes));
@@ -119,7 +120,7 @@ FusedDomain::FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
     startAtRest();
 }
 
-// Damping grows with the square of the depth in the layer, as sigma of the flow record does.
+// The damping grows with the square of the depth in the layer, like sigma of the flow record.
 void FusedDomain::layOutLayer(float sigmaMax) {
     FusedState& s = state_;
     if (s.width <= 0) return;
@@ -162,14 +163,15 @@ void FusedDomain::step(const FrameMotion& motion) {
     fused_domain::findOffsets(s);
     s.planesPending = true;
     s.momentsGiven = false;
+    forcesGiven_ = false;
     if (momentsBefore_ != nullptr) {
         std::swap(momentsBefore_, s.moments);
         s.before = momentsBefore_;
     }
 }
 
-// A frame that turns has a force of its own on every node: the operator forms it in the dense arrays,
-// and the sweep takes it from there with what was spread.
+// In a frame that turns, the inertial force differs from node to node. The operator adds it to the dense
+// force arrays, and the sweep takes it from there together with the spread forces.
 void FusedDomain::turnFrame(const FrameMotion& motion) {
     const NodeBox all{0, 0, 0, state_.nx, state_.ny, state_.nz};
     prepareMoments(&all, 1);
@@ -183,9 +185,12 @@ NodeBox FusedDomain::clipped(const NodeBox& box) const {
     return intersection(box, {0, 0, 0, state_.nx, state_.ny, state_.nz});
 }
 
-void FusedDomain::announceForces(const NodeBox* boxes, int count) { mark(boxes, count, spread_); }
+void FusedDomain::announceForces(const NodeBox* boxes, int count) {
+    forcesGiven_ = true;
+    mark(boxes, count, spread_);
+}
 
-// Marks the chunks of nodes that the boxes touch, and returns a box of the rows that have any.
+// Marks the chunks of nodes that the boxes touch. Returns a box around all rows with marks.
 NodeBox FusedDomain::mark(const NodeBox* boxes, int count, std::vector<unsigned>& chunks) const {
     int y0 = state_.ny, y1 = 0, z0 = state_.nz, z1 = 0;
 #pragma omp parallel for schedule(static) reduction(min       \
@@ -233,7 +238,8 @@ void FusedDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
     sampleNodes_.resize(static_cast<std::size_t>(count));
 #pragma omp parallel if (count >= platform::kWorthThreads)
     {
-        FlushDenormals flush;  // as the operators do: a sample is inside for both or for none
+        FlushDenormals
+            flush;  // as in the operators, so that both agree on which samples are inside
 #pragma omp for schedule(static)
         for (int i = 0; i < count; ++i) {
             const GridPosition p = gridPosition(samples, &record_, i, scale.N, scale.l0p);
@@ -250,9 +256,10 @@ void FusedDomain::prepareCoupling(const mlLagrangeBoundary* samples, int count,
         {-kSampleBelow, -kSampleBelow, -kSampleBelow, kSampleAbove, kSampleAbove, kSampleAbove});
 }
 
-// Many samples stand in few rows: chunks are marked in the rows of the samples first, and spread from
-// row to row after.
+// Many samples stand in few rows. So chunks are first marked in the rows of the samples; then each row
+// takes over the marks of the rows around it.
 void FusedDomain::prepareAround(const NodeIndex* nodes, int count, const NodeBox& around) {
+    forcesGiven_ = true;
     const NodeBox own = markColumns(nodes, count, around);
     if (own.empty()) return;
     const NodeBox all = clipped({0, own.y0 + around.y0, own.z0 + around.z0, state_.nx,
@@ -272,7 +279,7 @@ void FusedDomain::prepareAround(const NodeIndex* nodes, int count, const NodeBox
     }
 }
 
-// Marks the chunks around the nodes along x only. Returns a box of the nodes' own rows.
+// Marks the chunks around the nodes, along x only. Returns a box around the nodes' own rows.
 NodeBox FusedDomain::markColumns(const NodeIndex* nodes, int count, const NodeBox& around) {
     int y0 = state_.ny, y1 = 0, z0 = state_.nz, z1 = 0;
 #pragma omp parallel for schedule(static) reduction(min       \
@@ -294,7 +301,7 @@ NodeBox FusedDomain::markColumns(const NodeIndex* nodes, int count, const NodeBo
     return {0, y0, z0, state_.nx, y1, z1};
 }
 
-// Takes over the marks of the rows whose surroundings hold this one.
+// Takes over the marks of all rows that have this row in their surroundings.
 void FusedDomain::coupleRow(int y, int z, const NodeBox& around) {
     unsigned* const wanted = &wanted_[wordOf(y, z)];
     const int yEnd = std::min(y - around.y0 + 1, state_.ny);
@@ -311,7 +318,7 @@ void FusedDomain::coupleRow(int y, int z, const NodeBox& around) {
     fillWanted(y, z);
 }
 
-// The chunks of a row that are marked, and no longer are.
+// Computes the moments of the marked chunks of a row and clears the marks.
 void FusedDomain::fillWanted(int y, int z) {
     const int nx = state_.nx;
     const std::size_t start = (static_cast<std::size_t>(state_.ny) * z + y) * nx;

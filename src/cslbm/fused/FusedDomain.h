@@ -1,6 +1,4 @@
-// A fluid domain on host threads under the production schedule: one array of populations, updated in
-// place, instead of the operators' arrays. What it holds and returns is what the operator schedule
-// holds: a step is frame forcing, collision, absorbing layer, streaming, moments and open planes.
+// A fluid domain on host threads under the production schedule: a step is one sweep over the rows.
 #pragma once
 
 #include <cstddef>
@@ -12,23 +10,21 @@
 
 namespace drelt {
 
-// Instruction set of the sweeps: the widest that machine and build have, or fewer by the environment
-// variable DRELT_INSTRUCTIONS (baseline, avx2 or avx512), or by name. Throws std::invalid_argument for a
-// name that the build or the machine does not have.
+// The sweeps of an instruction set: of the widest that machine and build have, of the one that the
+// environment variable DRELT_INSTRUCTIONS names (baseline, avx2 or avx512), or of the one named. Throws
+// std::invalid_argument for a name that the build or the machine does not have.
 const FusedSweeps& fusedSweeps();
 const FusedSweeps& fusedSweeps(const char* name);
-// The names that can be asked for here, narrowest first.
+// The names that build and machine have, narrowest first.
 std::vector<const char*> fusedInstructionSets();
 
 class FusedDomain : public ProductionDomain {
 public:
-    // As makeProductionDomain. The device selected must be the host's threads, now and when a step is
-    // taken, and host code must reach its memory.
+    // As makeProductionDomain. The selected device must be the host's threads, here and in every step, and
+    // host code must reach its memory.
     FusedDomain(const MLFluidParam& param, float nu, float sigmaMax,
                 const FusedSweeps& sweeps = fusedSweeps());
     ~FusedDomain() override;
-    FusedDomain(const FusedDomain&) = delete;
-    FusedDomain& operator=(const FusedDomain&) = delete;
 
     static double bytesPerNode(const MLFluidParam& param);
 
@@ -42,16 +38,15 @@ public:
     void announceForces(const NodeBox* boxes, int count) override;
     void prepareCoupling(const mlLagrangeBoundary* samples, int count,
                          const mlUnitScale& scale) override;
-    // The same for the nodes around each of the given ones, where `around` is the box around node
-    // 0, 0, 0. Nodes with a negative x are none.
+    // Prepares moments and announces forces around each of the given nodes; `around` is the box for node
+    // (0, 0, 0). Entries with a negative x are skipped.
     void prepareAround(const NodeIndex* nodes, int count, const NodeBox& around);
     void materialise(mlFlow& host) const override;
     std::size_t residentBytes() const override { return bytes_; }
     const char* instructionSet() const override { return sweeps_->name; }
 
-    std::size_t nodes() const { return nodes_; }
-
 private:
+    bool stepped() const override { return state_.planesPending; }
     template <class T>
     T* allocate(std::size_t count, bool sparse = false);
     void startAtRest();
@@ -73,16 +68,18 @@ private:
     MLFluidParam param_;
     mlFlow record_{};
     FusedState state_{};
-    float* momentsBefore_ = nullptr;  // the buffer that is not state_.moments; null without a layer
-    float* reference_ = nullptr;      // null until a reset at another density than 1
+    float* momentsBefore_ =
+        nullptr;                  // the other buffer beside state_.moments; null without a layer
+    float* reference_ = nullptr;  // null until a reset at a density other than 1
     std::vector<float> depth_;
-    std::vector<float*> scratch_;  // one a thread, with a layer
+    std::vector<float*> scratch_;  // one per thread; none without a layer
     std::size_t nodes_;
     std::size_t bytes_ = 0;
     std::vector<void*> arrays_;
-    std::vector<unsigned> spread_;   // chunks of nodes under a force, bits of words by row
-    std::vector<unsigned> wanted_;   // and those asked for
-    std::vector<unsigned> columns_;  // and those around samples, in the samples' own rows
+    std::vector<unsigned>
+        spread_;  // one bit per chunk of nodes, rows of words: forces are spread there
+    std::vector<unsigned> wanted_;   // moments are wanted there
+    std::vector<unsigned> columns_;  // samples are near along x, in the samples' own rows
     std::vector<NodeIndex> sampleNodes_;
 };
 

@@ -1,4 +1,4 @@
-// Between a domain's own arrays and the records of the operators.
+// Copies between a domain's own arrays and the flow records of the operators.
 #define DRELT_FUSED_ISA fused_transfer
 #include <algorithm>
 #include <cstring>
@@ -25,7 +25,7 @@ void copyRow(float* to, const float* from, int count) {
 
 }  // namespace
 
-// Rows in parallel, by the threads that sweep them: so pages first appear where they are used.
+// Rows in parallel, each by the thread that will sweep it, so that its pages lie near that thread.
 template <class Visit>
 void FusedDomain::forEachRow(Visit&& visit) const {
 #pragma omp parallel
@@ -48,7 +48,7 @@ void FusedDomain::startAtRest() {
         }
         for (float* const buffer : {s.moments, momentsBefore_}) {
             if (buffer == nullptr) continue;
-            // density 1 in the padding too: no lane may fail to be a number
+            // density 1 in the padding too: all lanes must compute with finite numbers
             std::fill_n(buffer + rowStart(s, y, z, 4), s.pitch, 1.0f);
         }
     });
@@ -69,7 +69,7 @@ void FusedDomain::load(const mlFlow& host) {
 void FusedDomain::upload(const mlFlow& host) {
     FusedState& s = state_;
     if (!s.momentsGiven) {
-        // the density in force is that of the populations about to be overwritten
+        // the density that stays is that of the populations that are overwritten now
         forEachRow([&](int y, int z) {
             const MomentRows to = momentRows(s, s.moments, y, z);
             float* const rows[4] = {to.rho, to.ux, to.uy, to.uz};
@@ -100,6 +100,7 @@ void FusedDomain::upload(const mlFlow& host) {
 
 void FusedDomain::resetLayer(const mlDensity<float>* rou) {
     FusedState& s = state_;
+    forcesGiven_ = false;
     dropForces();
     if (momentsBefore_ == nullptr) return;
     if (reference_ == nullptr) {
@@ -118,7 +119,7 @@ void FusedDomain::resetLayer(const mlDensity<float>* rou) {
     s.reference = reference_;
 }
 
-// Clears what was spread and not yet consumed.
+// Clears the spread forces that no step has consumed.
 void FusedDomain::dropForces() {
     FusedState& s = state_;
     forEachRow([&](int y, int z) {
@@ -157,9 +158,13 @@ void FusedDomain::materialise(mlFlow& host) const {
             }
         }
         if (host.fPost != nullptr) {
-            // the population that left along a direction stands where the neighbour there finds it,
-            // also beyond the grid's faces
             for (int i = 0; i < kDirections; ++i) {
+                if (!stepped()) {
+                    copyRow(host.fPost + i * count + n, own.at[codeOfDirection(i)], s.nx);
+                    continue;
+                }
+                // the neighbour in that direction finds the population at its own place, also beyond
+                // the faces of the grid
                 Places there;
                 findPlaces(s, y + static_cast<int>(ey_cas1[i]), z + static_cast<int>(ez_cas1[i]),
                            there);

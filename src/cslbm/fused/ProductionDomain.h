@@ -1,91 +1,89 @@
-// A fluid domain under the production schedule, as solver and driver see it: what it holds and returns
-// is what the operator schedule holds. A step is frame forcing, collision, absorbing layer, streaming,
-// moments and open planes.
+// A fluid domain under the production schedule: one array of populations, updated in place, and no arrays
+// for the layer. This class keeps the host record and the domain's own state together; its two forms
+// compute the steps.
 #pragma once
 
-#include <Eigen/Geometry>
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
-#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
-#include "cslbm/mlsolver/NodeBox.h"
-#include "cslbm/mlsolver/mlFlow.h"
-#include "cslbm/mlsolver/mlUnitScale.h"
+#include "cslbm/domain/FluidDomain.h"
 
 namespace drelt {
 
 struct FusedState;
 
-// Motion of the frame that the grid follows; the arguments of mlAddForcetoUOpt.
-struct FrameMotion {
-    float velocityScale = 1.0f;
-    Eigen::Vector3d lengthScale = Eigen::Vector3d::Ones();
-    Eigen::Vector3d linearAcceleration = Eigen::Vector3d::Zero();
-    Eigen::Vector3d angularVelocity = Eigen::Vector3d::Zero();
-    Eigen::Vector3d angularAcceleration = Eigen::Vector3d::Zero();
-    FrameTransform inverse = FrameTransform::Identity();
-
-    bool turns() const { return !angularVelocity.isZero(0) || !angularAcceleration.isZero(0); }
-};
-
 // Where numbers are not finite, the layer's part of a step may spread them one node further than the
 // operators do.
-class ProductionDomain {
+class ProductionDomain : public FluidDomain {
 public:
-    virtual ~ProductionDomain() = default;
-
-    // Nodes that the open planes need along each axis to have an inner neighbour, and whether a box has
-    // fewer.
+    // Nodes that a box needs along each axis so that every open plane has an inner neighbour.
     static int leastNodes(const MLFluidParam& param) { return 2 * param.pml_width + 3; }
     static bool tooThin(const MLFluidParam& param);
-    // Throws std::invalid_argument for such a box.
+    // Throws std::invalid_argument for a box with fewer nodes.
     static void requireInnerNodes(const MLFluidParam& param);
-    // Device bytes that makeProductionDomain would take for each node.
+    // Throws std::invalid_argument if DRELT_INSTRUCTIONS names an instruction set that is not there.
+    static void requireInstructions();
+    // Why the schedule cannot compute the domain of a host record; empty if it can. It needs a box that
+    // is not too thin, no excluded or solid nodes, the layer that pml_width and sigmaMax describe, and
+    // Sopt 0.
+    static std::string obstacle(const mlFlow& host, float sigmaMax);
+    // Device bytes per node of the domain that makeProductionDomain makes.
     static double bytesPerNode(const MLFluidParam& param);
 
-    // Takes the state of a host record between two steps: f, rou, ux uy uz (raw momentum), Sopt. For a
-    // domain just made, as the solver's always is: its layer stays at rest.
+    Schedule schedule() const override { return Schedule::Production; }
+    void choose(const StepChoices& choices) override;
+    bool defersWaits() const override { return true; }
+
+    // Takes over a host record, for a domain just made. With AtRest the record's density must be 1.
+    void begin(const mlFlow& host, HostPopulations held);
+    void syncToDevice(mlFlow& host) override;
+    void syncToHost(mlFlow& host) override;
+    void populationsToHost(mlFlow& host) override;
+    void requireResettable(const mlFlow& host) const override;
+    void reset(mlFlow& host) override;
+    void uploadForcesAndPml(const mlFlow& host) override;
+
+    // Takes f, rou, ux uy uz (raw momentum) and Sopt of a host record as they are between two steps. For a
+    // domain just made: its layer stays at rest.
     virtual void load(const mlFlow& host) = 0;
-    // Takes f and ux, uy, uz; the density stays what it is, and rules the next step. Where f is null,
-    // the populations are those of a fluid at rest at the record's rou.
+    // Takes f and ux, uy, uz. The density stays, and the next step uses it. If f is null, the populations
+    // become those of a fluid at rest at the record's rou.
     virtual void upload(const mlFlow& host) = 0;
-    // Layer at rest at the given density, which becomes that of the reference equilibrium; spread forces
-    // are dropped.
+    // Sets the layer to rest at the given density, which becomes the density of its reference
+    // equilibrium, and drops the spread forces.
     virtual void resetLayer(const mlDensity<float>* rou) = 0;
-
-    // One step. Consumes the spread forces.
-    virtual void step(const FrameMotion& motion) = 0;
-
-    // A device record for the operators that couple bodies and read markers: ux, uy, uz and rou hold raw
-    // momentum and density, forcex, forcey, forcez take spread forces. startx, starty, startz are the
-    // caller's to move.
-    virtual mlFlow* record() = 0;
-    // Whether the record holds density and momentum of all nodes at any time between steps. Where not,
-    // it holds those that prepareMoments was asked for.
-    virtual bool holdsMoments() const = 0;
-    // Brings density and raw momentum of the nodes of the boxes into the record's arrays.
-    virtual void prepareMoments(const NodeBox* boxes, int count) = 0;
-    // Tells where the force arrays have been or will be written before the next step.
+    // Call it for all nodes whose force arrays are written before the next step.
     virtual void announceForces(const NodeBox* boxes, int count) = 0;
-    // Both for the nodes that the samples of a device record gather from and spread to.
-    virtual void prepareCoupling(const mlLagrangeBoundary* samples, int count,
-                                 const mlUnitScale& scale) = 0;
-
-    // Fills f, rou, ux uy uz and Sopt of a host record, where not null, as the operators leave them after
-    // a step, and fPost as the collision and the layer left it.
-    virtual void materialise(mlFlow& host) const = 0;
+    // Besides what FluidDomain says: fPost, if not null, as the last step left it; before the first step
+    // and after an upload, as f.
+    void materialise(mlFlow& host) const override = 0;
 
     // Bytes of the arrays that every step touches.
     virtual std::size_t residentBytes() const = 0;
-    // How the step is computed, in a word.
+    // How the step is computed, in one word.
     virtual const char* instructionSet() const = 0;
 
 protected:
-    // Sets what a state tells the collision of a step: the frame's inertial acceleration, 0 where the
-    // frame turns and each node has a force of its own, and whether populations, density and momentum
-    // belong together.
+    // Sets what a state tells the collision of a step: the frame's inertial acceleration (0 if the frame
+    // turns, because each node has a force of its own then), and whether populations, density and
+    // momentum belong together.
     static void takeMotion(FusedState& s, const FrameMotion& motion);
+    // Whether a step was taken since the populations were made or uploaded.
+    virtual bool stepped() const = 0;
+
+    bool forcesGiven_ = false;  // forces were spread or announced and no step has consumed them
+
+private:
+    mlFlow image();
+    void takeForces(const mlFlow& host);
+    void forcesToHost(mlFlow& host);
+    void referenceToHost(mlFlow& host) const;
+
+    HostPopulations held_ = HostPopulations::Stale;
+    bool fPostGiven_ = false;  // the last upload came with an fPost, which only the host keeps
+    std::vector<float> referenceDensity_;  // of the layer's equilibrium; empty for 1
 };
 
 // A domain at rest on the selected device: density 1, Sopt 0. Sizes, layer width, dx and body

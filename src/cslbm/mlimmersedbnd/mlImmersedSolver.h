@@ -11,13 +11,13 @@ namespace drelt {
 
 class IBBoundaryMemMgr;
 
-// The boundaries of a solver and what their coupling to the fluid takes.
+// The immersed boundaries of a solver, and their coupling to the fluid.
 class mlImmersedSolver {
 public:
-    // Couples every boundary to one domain, in list order: gathers the fluid's momentum at the
-    // samples, forms their force densities and adds the forces to the domain's force arrays, where
-    // those of all boundaries add up. Needs raw momentum in ux.., the current origin, and current
-    // positions, normals and velocities of the samples. A device failure ends the process.
+    // Couples every boundary to one domain, in list order: interpolates the fluid's momentum to the
+    // samples, forms their force densities, and spreads the forces to the domain's force arrays, where
+    // they add up. Needs raw momentum in ux, uy, uz, the current origin, and current positions, normals
+    // and velocities of the samples. A device failure ends the process.
     void spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param);
 
     int gpuDeviceId = 0;

@@ -1,5 +1,5 @@
-// The samples of a body's surface: one plain record of parallel arrays, on the host and, with the
-// same layout, on the device.
+// The samples of a body's surface: a plain record of parallel arrays, with the same layout on host and
+// device.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,9 @@
 // How one step couples fluid and bodies.
 #pragma once
 
+#include <stdexcept>
+#include <string>
+
 namespace drelt {
 
 enum couplingMode : int {
@@ -9,6 +12,13 @@ enum couplingMode : int {
     NO_FLUID = 2,   // bodies alone
     EMPIRICAL = 3,  // bodies alone, under an empirical force model
 };
+
+// Throws std::invalid_argument for a number that is no couplingMode; `what` begins the message ("step").
+inline void requireCouplingMode(int mode, const char* what) {
+    if (mode >= TWO_WAY && mode <= EMPIRICAL) return;
+    throw std::invalid_argument(std::string(what) + ": the mode " + std::to_string(mode) +
+                                " is none; give a member of COUPLE_MODE");
+}
 
 // Whether a mode advances the fluid.
 constexpr bool advancesFluid(int mode) { return mode != NO_FLUID && mode != EMPIRICAL; }

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "cslbm/mlsolver/FlowArrays.h"
+
 namespace drelt {
 
 void* detail::zeroedPages(std::size_t count, std::size_t size) {
@@ -22,29 +24,10 @@ void release(T*& array) {
 }  // namespace
 
 void freeHostArrays(mlFlow& flow) {
-    release(flow.f);
-    release(flow.fPost);
-    release(flow.fStore);
-    release(flow.flag);
-    release(flow.ux);
-    release(flow.uy);
-    release(flow.uz);
-    release(flow.rou);
-    release(flow.param);
-    release(flow.forcex);
-    release(flow.forcey);
-    release(flow.forcez);
+    forEachDeviceArray([&](auto field, const char*, int) { release(flow.*field); });
     release(flow.planeBuffer);
-    release(flow.Sopt);
     release(flow.momentMatrix);
     release(flow.momentMatrixInv);
-    release(flow.sigma);
-    release(flow.Q);
-    release(flow.cNQ);
-    release(flow.fEqBar);
-    release(flow.fEqTilde);
-    release(flow.fEqTildeOld);
-    release(flow.PML_type);
 }
 
 }  // namespace drelt

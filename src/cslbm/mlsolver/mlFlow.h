@@ -51,8 +51,8 @@ struct mlVelocity3D {
     T x, y, z;
 };
 
-// Parameters of a domain. Copied once to the device; it never
-// changes after that. The flow's own start follows the body, this one stays where the box was made.
+// Parameters of a domain. Copied to the device once and constant from then on. This start stays where the
+// box was created; the start of the flow record follows the body.
 struct MLFluidParam {
     float startx, starty, startz;                  // centre minus half the box [m]
     float endx, endy, endz;                        // position of the last node [m]
@@ -67,9 +67,9 @@ struct MLFluidParam {
     float bodyAccelx, bodyAccely, bodyAccelz;  // constant body acceleration, 0
 };
 
-// The state record. One on the host (arrays by allocateHostArray, owned by the record's owner, freed by
-// freeHostArrays) and one on the device (same layout; arrays owned by the solver). It travels
-// to the device as one block, after which the array pointers are patched one at a time.
+// The state record. One stands on the host, with arrays from allocateHostArray that freeHostArrays frees.
+// One stands on the device, with the same layout and with arrays that the domain owns. It is copied to
+// the device as one block; then the array pointers are replaced one by one.
 struct mlFlow {
     float* f;                  // populations after streaming (27 x count)
     float* fPost;              // populations after collision (27 x count)
@@ -105,7 +105,7 @@ namespace detail {
 void* zeroedPages(std::size_t count, std::size_t size);
 }
 
-// A host array of a record, all zero. A large one takes memory only where it is written.
+// A host array of a record, all zero. A page of a large one takes memory when it is first written.
 // Throws std::bad_alloc.
 template <class T>
 void allocateHostArray(T*& array, std::int64_t count) {
@@ -113,7 +113,7 @@ void allocateHostArray(T*& array, std::int64_t count) {
         detail::zeroedPages(static_cast<std::size_t>(count > 0 ? count : 1), sizeof(T)));
 }
 
-// Frees the host arrays of a record and nulls their pointers; null pointers are no error.
+// Frees the host arrays of a record and sets their pointers to null. Null pointers are skipped.
 void freeHostArrays(mlFlow& flow);
 
 }  // namespace drelt

@@ -1,16 +1,12 @@
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
 
 #include <Eigen/Geometry>
-#include <algorithm>
 #include <cstddef>
 #include <dart/dynamics/Frame.hpp>
-#include <stdexcept>
 
-#include "cslbm/PML/PMLOperation.h"
-#include "cslbm/gpu_inc/gpu/mlBoundaryFamily.h"
+#include "cslbm/domain/OperatorDomain.h"
+#include "cslbm/fused/ProductionDomain.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollisionOperator.h"
-#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "cslbm/mlsolver/couplingMode.h"
 #include "platform/check.h"
 #include "supplement/IBBoundaryMemMgr.h"
@@ -21,25 +17,31 @@ mlSinglePhaseSolverNew::mlSinglePhaseSolverNew(int device) : gpuDeviceId(device)
 
 mlSinglePhaseSolverNew::~mlSinglePhaseSolverNew() { freeDevice(); }
 
-Schedule mlSinglePhaseSolverNew::possibleSchedule(Schedule wish, const mlFlow& domain) const {
-    const bool excluded = std::any_of(
-        domain.flag, domain.flag + domain.count,
-        [](MLLATTICENODE_FLAG flag) { return flag == ML_NODE_NONE || flag == ML_NODE_SOLID; });
-    return !hasProduction(collisionOperator, boundaryFamily) || excluded ||
-                   ProductionDomain::tooThin(*domain.param)
-               ? Schedule::Operators
-               : wish;
+std::string mlSinglePhaseSolverNew::productionObstacle(const mlFlow& host) const {
+    if (!choices().areDefault()) return "another collision or boundary than the default is chosen";
+    ProductionDomain::requireInstructions();
+    return ProductionDomain::obstacle(host, sigmaMax);
+}
+
+FluidDomain& mlSinglePhaseSolverNew::domain(int i) const {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    return *domains_.at(i);
 }
 
 void mlSinglePhaseSolverNew::step(int mode) {
+    requireCouplingMode(mode, "step");
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    if (fused_.empty()) {
+    bool deferred = !domains_.empty();
+    for (const auto& domain : domains_) {
+        domain->choose(choices());
+        deferred = deferred && domain->defersWaits();
+    }
+    if (!deferred) {
         advance(mode);
         return;
     }
-    requireDefaults();
     {
-        const platform::DeferredWaits deferred;
+        const platform::DeferredWaits noWaits;
         advance(mode);
     }
     checkCudaErrors(cudaGetLastError());
@@ -47,19 +49,12 @@ void mlSinglePhaseSolverNew::step(int mode) {
 }
 
 void mlSinglePhaseSolverNew::advance(int mode) {
-    for (int i = 0; i < static_cast<int>(lbmvec.size()); ++i) {
+    for (int i = 0; i < static_cast<int>(domains_.size()); ++i) {
         followBody(i);
         if (advancesFluid(mode)) couple(i);
         world->step(mode, scale.dt, scale.l0p / scale.N);
-        if (advancesFluid(mode)) advanceFluid(i);
+        if (advancesFluid(mode)) domains_[i]->step(frameMotion());
     }
-}
-
-void mlSinglePhaseSolverNew::requireDefaults() const {
-    if (hasProduction(collisionOperator, boundaryFamily)) return;
-    throw std::logic_error(
-        "step: the production schedule has no other collision or boundary than the default; choose "
-        "them, or Schedule::Operators, before commitInit");
 }
 
 void mlSinglePhaseSolverNew::followBody(int i) {
@@ -70,36 +65,14 @@ void mlSinglePhaseSolverNew::followBody(int i) {
 }
 
 void mlSinglePhaseSolverNew::couple(int i) {
-    const MLFluidParam* const param = lbmvec[i]->param;
-    if (ProductionDomain* const domain = fused(i)) {
-        for (const IBBoundaryMemMgr* boundary : boundaries) {
-            domain->prepareCoupling(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
-                                    scale);
-        }
+    for (const IBBoundaryMemMgr* boundary : boundaries) {
+        domains_[i]->prepareCoupling(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
+                                     scale);
     }
-    spreadBoundaries(lbm_dev_gpu[i], param);
+    spreadBoundaries(lbm_dev_gpu[i], lbmvec[i]->param);
 }
 
-void mlSinglePhaseSolverNew::advanceFluid(int i) {
-    const FrameMotion motion = frameMotion();
-    if (ProductionDomain* const domain = fused(i)) {
-        domain->step(motion);
-        return;
-    }
-    mlFlow* const flow = lbm_dev_gpu[i];
-    const MLFluidParam* const param = lbmvec[i]->param;
-    mlAddForcetoUOpt(flow, param, motion.velocityScale, motion.lengthScale,
-                     motion.linearAcceleration, motion.angularVelocity, motion.angularAcceleration,
-                     motion.inverse);
-    collide(collisionOperator, flow, param);
-    PML_Operation(flow, param);
-    applyBoundary(boundaryFamily, BoundaryStage::AfterLayer, flow, param);
-    mlCuStream3dOpt(flow, param);
-    mlCalOneOrderMomentOpt(flow, param);
-    applyBoundary(boundaryFamily, BoundaryStage::AfterMoments, flow, param);
-}
-
-// The grid's own motion, with the frame that it follows without turning.
+// The motion of the frame that the grid follows. The grid itself never turns.
 FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     const float kx = scale.u0k / scale.u0px;
     const float ky = scale.u0k / scale.u0py;
@@ -124,105 +97,60 @@ FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     return motion;
 }
 
-// All arrays of a domain in the order of their allocation, with their sizes in bytes.
-// clang-format off
-#define DRELT_DEVICE_ARRAYS(APPLY)                                       \
-    APPLY(f, 27 * mllbm_host->count * sizeof(float))                     \
-    APPLY(fPost, 27 * mllbm_host->count * sizeof(float))                 \
-    APPLY(fStore, 27 * mllbm_host->count * sizeof(float))                \
-    APPLY(rou, mllbm_host->count * sizeof(mlDensity<float>))             \
-    APPLY(ux, mllbm_host->count * sizeof(float))                         \
-    APPLY(uy, mllbm_host->count * sizeof(float))                         \
-    APPLY(uz, mllbm_host->count * sizeof(float))                         \
-    APPLY(flag, mllbm_host->count * sizeof(MLLATTICENODE_FLAG))          \
-    APPLY(param, 1 * sizeof(MLFluidParam))                               \
-    APPLY(forcex, mllbm_host->count * sizeof(double))                    \
-    APPLY(forcey, mllbm_host->count * sizeof(double))                    \
-    APPLY(forcez, mllbm_host->count * sizeof(double))                    \
-    APPLY(Sopt, mllbm_host->count * sizeof(float))                       \
-    APPLY(PML_type, mllbm_host->count * sizeof(PML_TYPE))                \
-    APPLY(fEqBar, 27 * mllbm_host->count * sizeof(float))                \
-    APPLY(fEqTilde, 27 * mllbm_host->count * sizeof(float))              \
-    APPLY(fEqTildeOld, 27 * mllbm_host->count * sizeof(float))           \
-    APPLY(Q, 27 * mllbm_host->count * sizeof(float))                     \
-    APPLY(cNQ, 27 * mllbm_host->count * sizeof(float))                   \
-    APPLY(sigma, mllbm_host->count * sizeof(float))
-// clang-format on
-
-#define DRELT_ALLOCATE(field, bytes)                  \
-    decltype(mlFlow::field) field##_dev = nullptr;    \
-    checkCudaErrors(cudaMalloc(&field##_dev, bytes)); \
-    field##_dev_vec.push_back(field##_dev);
-#define DRELT_UPLOAD(field, bytes) \
-    checkCudaErrors(cudaMemcpy(field##_dev, mllbm_host->field, bytes, cudaMemcpyHostToDevice));
-#define DRELT_PATCH(field, bytes)                                                      \
-    checkCudaErrors(cudaMemcpy(&(mllbm_gpu->field), &field##_dev, sizeof(field##_dev), \
-                               cudaMemcpyHostToDevice));
-#define DRELT_FREE(field, bytes)                                                            \
-    for (auto* const field##_dev : field##_dev_vec) checkCudaErrors(cudaFree(field##_dev)); \
-    field##_dev_vec.clear();
-
-void mlSinglePhaseSolverNew::allocateDomain(const mlFlow* mllbm_host, mlFlow* mllbm_gpu) {
-    DRELT_DEVICE_ARRAYS(DRELT_ALLOCATE)
-    DRELT_DEVICE_ARRAYS(DRELT_UPLOAD)
-    checkCudaErrors(cudaMemcpy(mllbm_gpu, mllbm_host, sizeof(mlFlow), cudaMemcpyHostToDevice));
-    DRELT_DEVICE_ARRAYS(DRELT_PATCH)  // NOLINT(bugprone-sizeof-expression): pointers are meant
+// Visits each list of device arrays with the field of the device record that it belongs to.
+template <class Visit>
+void mlSinglePhaseSolverNew::forEachArrayList(Visit&& visit) {
+    visit(f_dev_vec, &mlFlow::f);
+    visit(fPost_dev_vec, &mlFlow::fPost);
+    visit(fStore_dev_vec, &mlFlow::fStore);
+    visit(rou_dev_vec, &mlFlow::rou);
+    visit(ux_dev_vec, &mlFlow::ux);
+    visit(uy_dev_vec, &mlFlow::uy);
+    visit(uz_dev_vec, &mlFlow::uz);
+    visit(flag_dev_vec, &mlFlow::flag);
+    visit(param_dev_vec, &mlFlow::param);
+    visit(forcex_dev_vec, &mlFlow::forcex);
+    visit(forcey_dev_vec, &mlFlow::forcey);
+    visit(forcez_dev_vec, &mlFlow::forcez);
+    visit(Sopt_dev_vec, &mlFlow::Sopt);
+    visit(sigma_dev_vec, &mlFlow::sigma);
+    visit(Q_dev_vec, &mlFlow::Q);
+    visit(cNQ_dev_vec, &mlFlow::cNQ);
+    visit(fEqTilde_dev_vec, &mlFlow::fEqTilde);
+    visit(fEqBar_dev_vec, &mlFlow::fEqBar);
+    visit(fEqTildeOld_dev_vec, &mlFlow::fEqTildeOld);
+    visit(PML_type_dev_vec, &mlFlow::PML_type);
 }
 
-void mlSinglePhaseSolverNew::allocateDevice() {
+void mlSinglePhaseSolverNew::allocateDevice(HostPopulations held) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     freeDevice();
-    lbm_dev_gpu.assign(lbmvec.size(), nullptr);
-    hostPopulations.resize(lbmvec.size(), HostPopulations::Current);
-    for (std::size_t i = 0; i < lbmvec.size(); ++i) {
-        if (schedule == Schedule::Production) {
-            allocateFused(static_cast<int>(i));
-            continue;
-        }
-        // Not checked here: without a record, the copy into it reports.
-        static_cast<void>(cudaMalloc(&lbm_dev_gpu[i], sizeof(mlFlow)));
-        allocateDomain(lbmvec[i], lbm_dev_gpu[i]);
+    for (const mlFlow* const host : lbmvec) {
+        domains_.push_back(makeDomain(*host, held));
+        lbm_dev_gpu[domains_.size() - 1] = domains_.back()->record();
     }
 }
 
-void mlSinglePhaseSolverNew::allocateFused(int i) {
-    const mlFlow& host = *lbmvec[i];
-    fused_.push_back(makeProductionDomain(*host.param, host.v0k, sigmaMax));
-    if (hostPopulations[i] == HostPopulations::Current) fused_.back()->load(host);
-    mlFlow* const record = fused_.back()->record();
-    checkCudaErrors(
-        cudaMemcpy(&record->startx, &host.startx, 3 * sizeof(float), cudaMemcpyHostToDevice));
-    lbm_dev_gpu[i] = record;
+std::unique_ptr<FluidDomain> mlSinglePhaseSolverNew::makeDomain(const mlFlow& host,
+                                                                HostPopulations held) {
+    if (schedule == Schedule::Production) {
+        auto made = makeProductionDomain(*host.param, host.v0k, sigmaMax);
+        made->begin(host, held);
+        made->originToDevice(host);
+        return made;
+    }
+    auto made = std::make_unique<OperatorDomain>(host);
+    const mlFlow& device = made->image();
+    forEachArrayList([&](auto& list, auto field) { list.push_back(device.*field); });
+    return made;
 }
 
 void mlSinglePhaseSolverNew::freeDevice() {
-    DRELT_DEVICE_ARRAYS(DRELT_FREE)
-    if (fused_.empty()) {
-        for (mlFlow* const record : lbm_dev_gpu) checkCudaErrors(cudaFree(record));
-    }
-    fused_.clear();
-    lbm_dev_gpu.assign(lbm_dev_gpu.size(), nullptr);
+    domains_.clear();
+    lbm_dev_gpu.assign(lbmvec.size(), nullptr);
+    forEachArrayList([](auto& list, auto) { list.clear(); });
 }
 
-void mlSinglePhaseSolverNew::uploadForcesAndPml(int i) {
-    checkCudaErrors(cudaSetDevice(gpuDeviceId));
-    const mlFlow* const mllbm_host = lbmvec[i];
-    if (ProductionDomain* const domain = fused(i)) {
-        domain->resetLayer(mllbm_host->rou);
-        return;
-    }
-    const auto upload = [&](auto* device, const auto* host, std::int64_t count) {
-        checkCudaErrors(cudaMemcpy(device, host, count * sizeof(*host), cudaMemcpyHostToDevice));
-    };
-    const std::int64_t count = mllbm_host->count;
-    upload(forcex_dev_vec[i], mllbm_host->forcex, count);
-    upload(forcey_dev_vec[i], mllbm_host->forcey, count);
-    upload(forcez_dev_vec[i], mllbm_host->forcez, count);
-    upload(fEqBar_dev_vec[i], mllbm_host->fEqBar, 27 * count);
-    upload(fEqTilde_dev_vec[i], mllbm_host->fEqTilde, 27 * count);
-    upload(fEqTildeOld_dev_vec[i], mllbm_host->fEqTildeOld, 27 * count);
-    upload(Q_dev_vec[i], mllbm_host->Q, 27 * count);
-    upload(cNQ_dev_vec[i], mllbm_host->cNQ, 27 * count);
-}
+void mlSinglePhaseSolverNew::uploadForcesAndPml(int i) { domain(i).uploadForcesAndPml(*lbmvec[i]); }
 
 }  // namespace drelt

@@ -1,4 +1,4 @@
-// Relations between lattice and physical units, derived from the script's parameters.
+// Relations between lattice and physical units, derived from the parameters.
 #pragma once
 
 namespace drelt {

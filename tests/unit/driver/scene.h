@@ -33,7 +33,7 @@ inline std::shared_ptr<simParams> boxOf(int nx, int ny, int nz, int layer = 0, f
     return p;
 }
 
-// The body of a bundled description, its links that many times as heavy; what it prints is kept back.
+// The body of a bundled description, with its links `heavier` times as heavy. Its output is swallowed.
 inline std::shared_ptr<skSystem> bodyOf(
     const std::string& asset, int samples,
     const Eigen::Vector3d& rotation = Eigen::Vector3d::Zero(),
@@ -61,8 +61,8 @@ inline std::unique_ptr<coupledLBM_sim3D> simulatorOf(const std::shared_ptr<simPa
     return simulator;
 }
 
-// A simulator and its world, not yet committed, that write into a folder of the test's own: CTest runs
-// each case as a process, several at once.
+// A simulator and its world, not yet committed, that write into a folder of their own: CTest runs several
+// cases at once, each as a process.
 class InFolder : public testing::Test {
 protected:
     InFolder(const std::shared_ptr<simParams>& box, const Eigen::Vector3d& gravity)

@@ -1,4 +1,4 @@
-// What fluid and body exchange: the samples' forces on the grid and on the links.
+// The samples' forces on the grid and on the links are equal and opposite.
 #include <gtest/gtest.h>
 
 #include <cmath>

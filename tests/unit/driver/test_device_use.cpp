@@ -1,5 +1,4 @@
-// What a simulator asks of its device: memory that comes back, steps without allocations and without
-// copies of fields.
+// How a simulator uses its device: memory is freed, and steps neither allocate nor copy fields.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -10,7 +9,7 @@
 namespace drelt {
 namespace {
 
-// A sphere of 8 nodes a diameter in a box of `side` nodes.
+// A sphere of 8 nodes per diameter in a cube of `side` nodes.
 std::unique_ptr<coupledLBM_sim3D> scene(int side, int samples = 300) {
     return test::simulatorOf(test::boxOf(side, side, side), test::bodyOf("sphere", samples),
                              Eigen::Vector3d(0.5, 0, 0));
@@ -58,7 +57,7 @@ TEST(DeviceUse, ImpossibleDevicesAndAllocationsEndTheProcessWithTheirLine) {
         solver.lbmvec = {&domain};
         solver.allocateDevice();
     };
-    const std::string head = "^CUDA error at cslbm/mlsolver/mlSinglePhaseSolverNew:[0-9]+ code=";
+    const std::string head = "^CUDA error at cslbm/[a-zA-Z/]+:[0-9]+ code=";
     EXPECT_EXIT(allocateOn(4711, 1), testing::ExitedWithCode(1),
                 head + "101\\(cudaErrorInvalidDevice\\) \"cudaSetDevice\\(gpuDeviceId\\)\" \n");
     EXPECT_EXIT(allocateOn(test::device(), std::int64_t{1} << 40), testing::ExitedWithCode(1),

@@ -1,5 +1,5 @@
-// The same coupled run on host threads, by the operators, and on the device under test, by both schedules.
-// DRELT_COMPARE_STEPS=N runs N steps, and then also where both are the host's threads.
+// One coupled run by the operators on host threads, and by both schedules on the device under test.
+// DRELT_COMPARE_STEPS=N sets the number of steps and also runs the comparison without a GPU.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,14 +19,14 @@ namespace {
 
 using Eigen::Vector3d;
 
-// What a run leaves: fields, force and torque of each link, the joints' state.
+// The result of a run: fields, force and torque of each link, joint positions.
 struct Outcome {
     test::Fields fields;
     std::vector<Vector3d> forces, torques;
     Eigen::VectorXd positions;
 };
 
-// A swimmer of 48 nodes a length beats its tail: a wave runs down the joints, which are servos.
+// A swimmer of 48 nodes per length: a wave of velocity commands runs down its joints.
 Outcome swim(int device, Schedule schedule, int steps) {
     const auto p = test::boxOf(96, 43, 53, 4, 2e-5f);
     p->N = 48;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "cslbm/fused/ProductionDomain.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "driver/scene.h"
 #include "platform/runtime.h"
@@ -97,13 +98,13 @@ TEST_F(Simulator, EveryCommitAsksWhetherItsScheduleFitsIntoMemory) {
     commit();
     sim->step(TWO_WAY);
     const std::size_t inUse = platform::deviceBytesInUse();
-    // bytes a node, on the device and of the populations on the host
+    // bytes per node, on the device and for the populations on the host
     const double production = ProductionDomain::bytesPerNode(*sim->lbmvec[0]->param);
     const double operators = 920, host = 540;
     leave(operators + host - production - 10);
     const std::string refused = commitUnder(Schedule::Operators);
     EXPECT_NE(refused.find("47 x 14 x 14 nodes need "), std::string::npos) << refused;
-    EXPECT_NE(sim->solver->fused(0), nullptr) << "as it was";
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Production) << "as it was";
     EXPECT_EQ(platform::deviceBytesInUse(), inUse);
     sim->step(TWO_WAY);
     sim->saveScene(0, 0);
@@ -128,10 +129,10 @@ TEST_F(Simulator, TheEnvironmentChoosesTheSchedule) {
               std::string::npos);
     setenv("DRELT_SCHEDULE", "operators", 1);
     sim->commitInit();
-    EXPECT_EQ(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Operators);
     unsetenv("DRELT_SCHEDULE");
     sim->commitInit();
-    EXPECT_NE(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Production);
 }
 
 TEST_F(Simulator, DeviceIdsMustAgree) {
@@ -141,8 +142,8 @@ TEST_F(Simulator, DeviceIdsMustAgree) {
     other->attachWorld(world);
     EXPECT_EQ(messageOf<std::invalid_argument>([&] { other->commitInit(); }),
               "commitInit: the simulator is on device " + std::to_string(elsewhere) +
-                  ", a skeleton of its world on device " + std::to_string(test::device()) +
-                  "; give both the same device id");
+                  ", skeleton 0 of its world ('assets/sphere.glb') on device " +
+                  std::to_string(test::device()) + "; give both the same device id");
     EXPECT_EQ(messageOf<std::invalid_argument>([] { coupledLBM_sim3D(nullptr, test::device()); }),
               "simulator: the parameters are None; give a simParam");
 }
@@ -280,7 +281,7 @@ TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
         sim = std::make_unique<coupledLBM_sim3D>(smallBox(), test::device());
         sim->schedule = schedule;
         commit();
-        EXPECT_EQ(sim->solver->fused(0) != nullptr, schedule == Schedule::Production);
+        EXPECT_EQ(sim->solver->domain(0).schedule(), schedule);
         sim->step(ONE_WAY);
         const auto place = placeOf(*sim->lbmvec[0], 4, 4, 4);
         if (marks != None) sim->markInlet(0, place, {0.2f, 0.4f, -0.6f});
@@ -302,7 +303,7 @@ TEST_F(Simulator, MarkedPopulationsReachTheDeviceUnderBothSchedules) {
     }
 }
 
-// Steps without fluid move the origin too, and leave what was read before current.
+// Steps without fluid move the origin too, but leave earlier read-outs current.
 TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
     for (const Schedule schedule : {Schedule::Operators, Schedule::Production}) {
         world = std::make_shared<skWorld>(Vector3d(500, 0, 0));
@@ -332,21 +333,21 @@ TEST_F(Simulator, PositionsCountFromTheOriginOfTheLatestStep) {
 
 TEST_F(Simulator, AnotherChoiceThanTheDefaultTakesTheOperators) {
     commit();
-    EXPECT_NE(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Production);
     sim->collisionOperator = CollisionOperator::Plain;
     sim->commitInit();
-    EXPECT_EQ(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Operators);
     EXPECT_EQ(sim->solver->collisionOperator, CollisionOperator::Plain);
     sim->step(TWO_WAY);
     sim->collisionOperator = CollisionOperator::HighorderFitted;
     sim->boundaryFamily = BoundaryFamily::None;
     sim->commitInit();
-    EXPECT_EQ(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Operators);
     EXPECT_EQ(sim->solver->boundaryFamily, BoundaryFamily::None);
     sim->step(TWO_WAY);
     sim->boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
     sim->commitInit();
-    EXPECT_NE(sim->solver->fused(0), nullptr);
+    EXPECT_EQ(sim->solver->domain(0).schedule(), Schedule::Production);
 }
 
 TEST_F(Simulator, FramesGoToTheFoldersByName) {

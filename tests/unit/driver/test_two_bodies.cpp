@@ -1,4 +1,4 @@
-// Two bodies in one world: who moves the grid, what is called when, what is written, what a reset leaves.
+// Two bodies in one world: which one the grid follows, the order of hooks, files, and resets.
 #include <gtest/gtest.h>
 
 #include <algorithm>

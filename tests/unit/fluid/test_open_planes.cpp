@@ -1,14 +1,9 @@
 // Sound at the open planes: how much of a plane pulse they reflect.
 #include <gtest/gtest.h>
 
-#include <Eigen/Geometry>
 #include <cmath>
 
-#include "cslbm/PML/PMLOperation.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
-#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
-#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
+#include "cslbm/domain/operatorStep.h"
 #include "support/device.h"
 #include "support/flow_fixture.h"
 
@@ -35,16 +30,7 @@ public:
     }
 
     void run(int steps) {
-        const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
-        for (int i = 0; i < steps; ++i) {
-            mlAddForcetoUOpt(flow_.device(), flow_.param(), 1.0f, Eigen::Vector3d::Ones(), zero,
-                             zero, zero, FrameTransform::Identity());
-            mlCollideAddForceHighorderFiiting(flow_.device(), flow_.param());
-            PML_Operation(flow_.device(), flow_.param());
-            mlCuStream3dOpt(flow_.device(), flow_.param());
-            mlCalOneOrderMomentOpt(flow_.device(), flow_.param());
-            mlBoundaryConditionNEE(flow_.device(), flow_.param());
-        }
+        for (int i = 0; i < steps; ++i) operatorStep(flow_.device(), flow_.param());
     }
 
     // The largest deviation from density 1 between the low-x plane and the middle, with its sign.

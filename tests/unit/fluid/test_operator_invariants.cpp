@@ -11,7 +11,7 @@
 #include <random>
 
 #include "cslbm/PML/PMLOperation.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
+#include "cslbm/domain/operatorStep.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
 #include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
@@ -221,33 +221,9 @@ TEST(Streaming, MovesAPopulationByOneNodeAndKeepsWhatHasNoSource) {
     }
 }
 
-// One step of all operators, in the order of the solver.
-void runStep(HostFlow& flow) {
-    mlFlow* const device = flow.device();
-    const MLFluidParam* const param = flow.param();
-    const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
-    mlSetFlowCenter(device, 0.1f, 0.2f, 0.3f);
-    mlAddForcetoUOpt(device, param, 1.0f, Eigen::Vector3d::Constant(1e-3),
-                     Eigen::Vector3d(0.1, -0.2, 0.3), zero, zero, FrameTransform::Identity());
-    mlCollideAddForceHighorderFiiting(device, param);
-    PML_Operation(device, param);
-    mlCuStream3dOpt(device, param);
-    mlCalOneOrderMomentOpt(device, param);
-    mlBoundaryConditionNEE(device, param);
-}
-
 TEST(Step, FluidAtRestStaysAtRest) {
     HostFlow flow(12, 10, 11, 2);
-    const Eigen::Vector3d zero = Eigen::Vector3d::Zero();
-    for (int step = 0; step < 10; ++step) {
-        mlAddForcetoUOpt(flow.device(), flow.param(), 1.0f, Eigen::Vector3d::Ones(), zero, zero,
-                         zero, FrameTransform::Identity());
-        mlCollideAddForceHighorderFiiting(flow.device(), flow.param());
-        PML_Operation(flow.device(), flow.param());
-        mlCuStream3dOpt(flow.device(), flow.param());
-        mlCalOneOrderMomentOpt(flow.device(), flow.param());
-        mlBoundaryConditionNEE(flow.device(), flow.param());
-    }
+    for (int step = 0; step < 10; ++step) operatorStep(flow.device(), flow.param());
     flow.download();
     const mlFlow& h = flow.host();
     const std::vector<float> ones(flow.nodes(), 1.0f), zeros(flow.nodes(), 0.0f);
@@ -265,7 +241,13 @@ TEST(Step, SameBitsForAnyNumberOfThreads) {
         omp_set_num_threads(threads);
         auto flow = std::make_unique<HostFlow>(37, 14, 13, 3);
         fillRandom(*flow, 7);
-        for (int step = 0; step < 20; ++step) runStep(*flow);
+        FrameMotion motion;
+        motion.lengthScale = Eigen::Vector3d::Constant(1e-3);
+        motion.linearAcceleration = {0.1, -0.2, 0.3};
+        for (int step = 0; step < 20; ++step) {
+            mlSetFlowCenter(flow->device(), 0.1f, 0.2f, 0.3f);
+            operatorStep(flow->device(), flow->param(), motion);
+        }
         flow->download();
         return flow;
     };

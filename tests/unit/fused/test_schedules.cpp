@@ -11,13 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "cslbm/PML/PMLOperation.h"
+#include "cslbm/domain/operatorStep.h"
 #include "cslbm/fused/FusedDeviceDomain.h"
 #include "cslbm/fused/FusedDomain.h"
-#include "cslbm/gpu_inc/gpu/mlBndConditionGpuNEE.h"
-#include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/gpu_inc/gpu/mlCollideGpu.h"
-#include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 #include "support/flow_fixture.h"
 
 namespace drelt::test {
@@ -106,16 +102,6 @@ FrameMotion motionAt(int step, bool turns) {
     return motion;
 }
 
-void stepOperators(HostFlow& flow, const FrameMotion& m) {
-    mlAddForcetoUOpt(flow.device(), flow.param(), m.velocityScale, m.lengthScale,
-                     m.linearAcceleration, m.angularVelocity, m.angularAcceleration, m.inverse);
-    mlCollideAddForceHighorderFiiting(flow.device(), flow.param());
-    PML_Operation(flow.device(), flow.param());
-    mlCuStream3dOpt(flow.device(), flow.param());
-    mlCalOneOrderMomentOpt(flow.device(), flow.param());
-    mlBoundaryConditionNEE(flow.device(), flow.param());
-}
-
 using Domain = std::unique_ptr<ProductionDomain>;
 using Make = std::function<Domain(const MLFluidParam&, float nu)>;
 
@@ -154,7 +140,7 @@ struct Pair {
         fused->step(motion);
         if (operators) {
             spreadBlobs(flow.deviceImage(), *flow.param(), now);
-            stepOperators(flow, motion);
+            operatorStep(flow.device(), flow.param(), motion);
         }
         ++now;
     }

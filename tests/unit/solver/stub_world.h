@@ -1,4 +1,4 @@
-// Bodies as a test prescribes them: a frame and one boundary, moved by hand between steps.
+// Bodies that a test moves by hand between steps: a frame and one boundary.
 #pragma once
 
 #include <dart/dynamics/SimpleFrame.hpp>

@@ -1,6 +1,6 @@
-// The device that tests run on: DRELT_TEST_DEVICE, a GPU's id, or the host's threads for -1 and if unset.
-// Where there is no such GPU the tests fail: none shall pass in its stead.
-// DRELT_GUARD_DEVICE=1 guards the memory of these, so that what would fail on a GPU fails there too.
+// The device that tests run on: the GPU that DRELT_TEST_DEVICE names, or the host's threads if it is -1 or
+// not set. Tests fail if there is no such GPU. DRELT_GUARD_DEVICE=1 guards the memory of the host's threads,
+// so that code that would fail on a GPU fails there too.
 #pragma once
 
 #include <Eigen/Core>
@@ -11,13 +11,13 @@
 #include "platform/check.h"
 #include "platform/runtime.h"
 
-// Skips a test of what runs on host threads and in plain memory only.
+// Skips a test of code that needs host threads and memory that host code can reach.
 #define DRELT_HOST_ONLY(reason) \
     if (!::drelt::test::plainMemory()) GTEST_SKIP() << (reason)
 
 namespace drelt::test {
 
-// Guards from the program's start, before any allocation.
+// Set when the program starts, before any allocation.
 inline const bool guarded = [] {
     const char* const given = std::getenv("DRELT_GUARD_DEVICE");
     const bool on = given != nullptr && std::atoi(given) != 0;
@@ -41,10 +41,10 @@ inline int device() {
 
 inline bool selectDevice() { return cudaSetDevice(device()) == cudaSuccess; }
 
-// Whether that is a GPU. Selects the device.
+// Whether the tests run on a GPU. Selects the device.
 inline bool onGpu() { return selectDevice() && !platform::onHostDevice(); }
 
-// Whether the test may read and write device memory as its own. Selects the device.
+// Whether host code may read and write device memory. Selects the device.
 inline bool plainMemory() { return selectDevice() && platform::hostReachesDevice(); }
 
 template <class T>

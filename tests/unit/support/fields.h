@@ -1,4 +1,4 @@
-// The fields of a running solver as its device holds them, whatever the schedule.
+// The fields of a running solver as its device holds them, under any schedule.
 #pragma once
 
 #include <vector>
@@ -10,7 +10,7 @@
 
 namespace drelt::test {
 
-// One entry a node; ux, uy, uz are raw momentum between steps.
+// One entry per node; ux, uy, uz are raw momentum between steps.
 struct Fields {
     std::vector<float> rou, ux, uy, uz, Sopt;
 };
@@ -19,25 +19,14 @@ inline Fields fieldsOf(const mlSinglePhaseSolverNew& solver, int domain = 0) {
     const std::int64_t count = solver.lbmvec[domain]->count;
     Fields out;
     for (auto* field : {&out.rou, &out.ux, &out.uy, &out.uz, &out.Sopt}) field->resize(count);
-    if (const ProductionDomain* const fused = solver.fused(domain)) {
-        mlFlow into{};
-        into.count = count;
-        into.rou = reinterpret_cast<mlDensity<float>*>(out.rou.data());
-        into.ux = out.ux.data();
-        into.uy = out.uy.data();
-        into.uz = out.uz.data();
-        into.Sopt = out.Sopt.data();
-        fused->materialise(into);
-        return out;
-    }
-    const auto fetch = [&](std::vector<float>& to, const void* from) {
-        checkCudaErrors(cudaMemcpy(to.data(), from, count * sizeof(float), cudaMemcpyDeviceToHost));
-    };
-    fetch(out.rou, solver.rou_dev_vec[domain]);
-    fetch(out.ux, solver.ux_dev_vec[domain]);
-    fetch(out.uy, solver.uy_dev_vec[domain]);
-    fetch(out.uz, solver.uz_dev_vec[domain]);
-    fetch(out.Sopt, solver.Sopt_dev_vec[domain]);
+    mlFlow into{};
+    into.count = count;
+    into.rou = reinterpret_cast<mlDensity<float>*>(out.rou.data());
+    into.ux = out.ux.data();
+    into.uy = out.uy.data();
+    into.uz = out.uz.data();
+    into.Sopt = out.Sopt.data();
+    solver.domain(domain).materialise(into);
     return out;
 }
 

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "cslbm/mlsolver/FlowArrays.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/check.h"
@@ -16,7 +17,7 @@
 
 namespace drelt::test {
 
-// Owns both sides. Starts at rest: rou 1, f, fPost and fEqBar the weights, v0k 0.01, the rest zero,
+// Owns both records. Starts at rest: rou 1, f, fPost and fEqBar the weights, v0k 0.01, the rest zero,
 // all nodes ML_NODE_FLUID, the layer laid out with sigma_max 0.01. Change host(), upload(), launch
 // with device() and param(), download(), read host().
 class HostFlow {
@@ -33,7 +34,7 @@ public:
         });
         upload();
     }
-    // A domain as a case gives it: its scalars, and every "in_" array that bears a field's name.
+    // The domain of a case: its scalars, and every "in_" array named after a field.
     explicit HostFlow(const VectorCase& given, int device = test::device())
         : HostFlow(given.integer("nx"), given.integer("ny"), given.integer("nz"),
                    given.integer("pml_width"), device) {
@@ -85,26 +86,7 @@ public:
             cudaMemcpy(image_.param, host_.param, sizeof(MLFluidParam), cudaMemcpyHostToDevice));
         const mlFlow pointers = image_;
         image_ = host_;
-        image_.param = pointers.param;
-        image_.f = pointers.f;
-        image_.fPost = pointers.fPost;
-        image_.fStore = pointers.fStore;
-        image_.flag = pointers.flag;
-        image_.ux = pointers.ux;
-        image_.uy = pointers.uy;
-        image_.uz = pointers.uz;
-        image_.rou = pointers.rou;
-        image_.forcex = pointers.forcex;
-        image_.forcey = pointers.forcey;
-        image_.forcez = pointers.forcez;
-        image_.Sopt = pointers.Sopt;
-        image_.PML_type = pointers.PML_type;
-        image_.Q = pointers.Q;
-        image_.cNQ = pointers.cNQ;
-        image_.fEqBar = pointers.fEqBar;
-        image_.fEqTilde = pointers.fEqTilde;
-        image_.fEqTildeOld = pointers.fEqTildeOld;
-        image_.sigma = pointers.sigma;
+        forEachDeviceArray([&](auto field, const char*, int) { image_.*field = pointers.*field; });
         checkCudaErrors(cudaMemcpy(device_, &image_, sizeof(mlFlow), cudaMemcpyHostToDevice));
     }
 
@@ -120,7 +102,7 @@ public:
         });
     }
 
-    // Bring one array across; `there` is of deviceImage(), perNode is 27 for populations.
+    // Copy one array; `there` is of deviceImage(), perNode is 27 for populations.
     template <class T>
     void copyUp(T* there, const T* here, std::size_t perNode = 1) const {
         checkCudaErrors(
@@ -143,7 +125,7 @@ public:
         return out;
     }
 
-    // Overwrites host arrays with the "in_" arrays of a case that bear a field's name.
+    // Overwrites host arrays with the "in_" arrays of a case that are named after a field.
     void load(const VectorCase& given) {
         loadArray(given, "in_f", host_.f);
         loadArray(given, "in_fPost", host_.fPost);
@@ -193,22 +175,12 @@ public:
     }
 
 private:
+    // All arrays but the parameters.
     template <class Visit>
     void forEachArray(Visit&& visit) {
-        const std::size_t populations = kDirections * nodes_;
-        for (auto array : {&mlFlow::f, &mlFlow::fPost, &mlFlow::fStore, &mlFlow::Q, &mlFlow::cNQ,
-                           &mlFlow::fEqBar, &mlFlow::fEqTilde, &mlFlow::fEqTildeOld}) {
-            visit(host_.*array, image_.*array, populations);
-        }
-        for (auto array : {&mlFlow::ux, &mlFlow::uy, &mlFlow::uz, &mlFlow::Sopt, &mlFlow::sigma}) {
-            visit(host_.*array, image_.*array, nodes_);
-        }
-        for (auto array : {&mlFlow::forcex, &mlFlow::forcey, &mlFlow::forcez}) {
-            visit(host_.*array, image_.*array, nodes_);
-        }
-        visit(host_.rou, image_.rou, nodes_);
-        visit(host_.flag, image_.flag, nodes_);
-        visit(host_.PML_type, image_.PML_type, nodes_);
+        forEachDeviceArray([&](auto field, const char*, int perNode) {
+            if (perNode > 0) visit(host_.*field, image_.*field, perNode * nodes_);
+        });
     }
 
     void allocateHost(int nx, int ny, int nz, int pml_width) {

@@ -1,4 +1,4 @@
-// Content for a fluid domain that no symmetry hides a fault in.
+// A flow without symmetry, so that no symmetry hides a fault.
 #pragma once
 
 #include <random>
