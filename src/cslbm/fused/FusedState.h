@@ -33,14 +33,13 @@
 //
 // Pending open planes
 //
-// A step ends before the open planes: their nodes should take the streamed populations of their inner
-// neighbours. `planesPending` says that this is still due. The next step does it when it forms the moments
-// of a row. Until then fPost can still be read, and whoever reads populations or moments takes those of the
-// inner neighbour. Seen along x, with a layer of w nodes:
+// A step ends before the open planes: `planesPending` says that their nodes still have to take the streamed
+// populations of their inner neighbours. The next step does this when it forms the moments of a row. Until
+// then the post-collision populations can be read, and whoever reads streamed populations or moments takes
+// those of the inner neighbour. Along x, with a layer of w nodes:
 //
-//     x      0 .. w-1      w        w+1 ..... nx-2-w     nx-1-w     nx-w .. nx-1
-//             layer     open plane                     open plane      layer
-//                           ^------- w+1   nx-2-w -------^
+//     x   0 .. w-1       w        w+1   .....   nx-2-w      nx-1-w     nx-w .. nx-1
+//          layer    open plane <- inner nodes, inner -> open plane      layer
 //
 // The ring of the absorbing layer is drawn in FusedLayer.h.
 #pragma once
