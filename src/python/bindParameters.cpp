@@ -65,7 +65,10 @@ void bindParameters(py::module_& module) {
                        "Slip at immersed surfaces: 0 none .. 1 free.")
         .def_readwrite("pml_width", &simParams::pml_width,
                        "Thickness of the absorbing layer [nodes].")
-        .def_readwrite("setup_mode", &simParams::setup_mode, "A SETUP_MODE.")
+        .def_property(
+            "setup_mode", [](const simParams& self) { return self.setup_mode; },
+            [](simParams& self, simParams::SETUP_MODE mode) { self.setup_mode = mode; },
+            "A SETUP_MODE. Reading gives a copy.")
         .def("get_tp", &simParams::get_tp,
              "Time step [s], l0p u0k / (N u0p). Fills what is not set; infinite for a zero N or "
              "u0p.");

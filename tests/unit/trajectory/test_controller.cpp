@@ -36,12 +36,15 @@ TEST(Controller, GainsSetPointAndReset) {
     EXPECT_EQ(derivative.feedback(1, 0.1), -10.0);
     EXPECT_EQ(derivative.feedback(1, 0.1), 0.0);
     EXPECT_EQ(derivative.feedback(2, 0.5), -2.0);  // the time step of the call counts
+    EXPECT_EQ(derivative.dvalue, 2.0);
+    EXPECT_EQ(derivative.value, 2.0);
     EXPECT_EQ(derivative.feedback(1, 0.0), INFINITY);
 
     mlSimplePDControl_1D control(2, 1, 0.1);
     control.set_value(4);
     control.feedback(3, 0.1);
     control.reset();
+    EXPECT_EQ(control.timestep + control.dvalue + control.value + control.desired_value, 0.0);
     EXPECT_EQ(control.feedback(0, 1), 0.0);     // set point and measurement are gone
     EXPECT_EQ(control.feedback(1, 0.5), -4.0);  // the gains are not
 }

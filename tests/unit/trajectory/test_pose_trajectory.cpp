@@ -35,7 +35,7 @@ TEST(PoseTrajectory, PosesAgreeWithReference) {
     const VectorCase given("poses");
     const mlTPTrajectory path = referencePath(given);
     std::vector<double> positions, orientations, posePositions, poseOrientations, curvatures;
-    for (const mlTPTrajectoryPData& pose : path.samples()) {
+    for (const mlTPTrajectoryPData& pose : path.samples) {
         append(positions, pose.getPosition());
         append(orientations, pose.getOrientation());
         EXPECT_EQ(pose.data, pose.getPosition());
@@ -66,7 +66,7 @@ TEST(PoseTrajectory, QueriesAgreeWithReference) {
         const mlTPTrajectoryPData pose = path.getTargetPose(queries[i], index, lookForward[i]);
         EXPECT_EQ(index, target[i] - 1) << "query " << i;
         EXPECT_EQ(path.getLastIdx(), index) << "query " << i;
-        EXPECT_EQ(pose.data, path.samples()[target[i]].data) << "query " << i;
+        EXPECT_EQ(pose.data, path.samples[target[i]].data) << "query " << i;
         reference.push_back(path.getReferencePose(queries[i], previous[i], lookForward[i]));
         EXPECT_EQ(path.getLastIdx(), index) << "query " << i;
         scan.push_back(path.getReferencePose(queries[i]));
@@ -79,8 +79,8 @@ TEST(PoseTrajectory, SamplesLeaveOutTheEnd) {
     mlTPTrajectory path = straightPath(5, 4);
     ASSERT_EQ(path.getSampleNum(), 4);
     for (int i = 0; i < 4; ++i) {
-        EXPECT_NEAR(path.samples()[i].getPosition().x(), 1.0 + 0.5 * i, 1e-6);
-        EXPECT_TRUE(path.samples()[i].getOrientation().isApprox(Vec3::UnitX(), 1e-6));
+        EXPECT_NEAR(path.samples[i].getPosition().x(), 1.0 + 0.5 * i, 1e-6);
+        EXPECT_TRUE(path.samples[i].getOrientation().isApprox(Vec3::UnitX(), 1e-6));
     }
     path.sample(0);
     EXPECT_EQ(path.getSampleNum(), 0);
@@ -132,7 +132,7 @@ TEST(PoseTrajectory, SearchStaysInItsRange) {
 
 TEST(PoseTrajectory, BodyOnASampleBelongsToBothSegments) {
     mlTPTrajectory path = straightPath(7, 10);
-    const Vec3 onSample = path.samples()[3].data;
+    const Vec3 onSample = path.samples[3].data;
     int index = 0;
     path.getTargetPose(onSample, index, 9);
     EXPECT_EQ(index, 2);  // the first of the two in the range
@@ -153,7 +153,7 @@ TEST(PoseTrajectory, CrossingPathIsFollowedInOrder) {
     // A body that runs on the curve is never carried to the other branch of the crossing.
     int index = 0;
     for (int i = 1; i < 398; ++i) {
-        const Vec3 body = 0.5 * (path.samples()[i].data + path.samples()[i + 1].data);
+        const Vec3 body = 0.5 * (path.samples[i].data + path.samples[i + 1].data);
         path.getTargetPose(body, index, 10);
         EXPECT_EQ(index, i);
     }

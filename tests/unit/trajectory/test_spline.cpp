@@ -122,7 +122,7 @@ TEST(Trajectory, NewPointsCountFromTheNextFitOn) {
     trajectory.fit();
     const Vec3 before = trajectory.curve().getPosition(0.5F);
     give(trajectory, pointsAlong(8, [](double i) { return Vec3(0, 0, i); }));
-    EXPECT_EQ(trajectory.points().size(), 8U);
+    EXPECT_EQ(trajectory.points.size(), 8U);
     EXPECT_EQ(trajectory.curve().getPosition(0.5F), before);
     trajectory.fit();
     EXPECT_EQ(trajectory.curve().getMaxT(), 5.0F);
