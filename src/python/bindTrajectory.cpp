@@ -84,17 +84,6 @@ void bindPoseQueries(PoseTrajectoryClass& trajectory) {
         .def("getCurvature", &mlTPTrajectory::getCurvature, py::arg("t"),
              "The second derivative of the curve at its parameter t [m], shape (3,). Clamps t to\n"
              "0 .. 1, so it covers the first segment only. Raises the errors of getPose.")
-        .def(
-            "getTargetPose",
-            [](mlTPTrajectory& self, const Eigen::Vector3d& position, int preSampleIdx,
-               int look_forward) {
-                return self.getTargetPose(position, preSampleIdx, look_forward);
-            },
-            py::arg("position"), py::arg("preSampleIdx"), py::arg("look_forward"),
-            "Finds the sample that a body at position (3) [m] has reached, and returns the sample\n"
-            "after it. Searches look_forward samples from preSampleIdx on and never goes back.\n"
-            "getLastIdx gives the index found. Raises IndexError without samples, and when the\n"
-            "body has reached the last one.")
         .def("getReferencePose",
              py::overload_cast<const Eigen::Vector3d&>(&mlTPTrajectory::getReferencePose,
                                                        py::const_),
@@ -111,10 +100,21 @@ void bindPoses(PoseTrajectoryClass& trajectory) {
              "Replaces the samples by sample_num poses at even steps of the curve's parameter,\n"
              "without its end. Raises RuntimeError before fit, ValueError for a negative number\n"
              "and for a curve of fewer than four points.")
-        .def("getSampleNum", &mlTPTrajectory::getSampleNum, "Number of samples.")
         .def("getLastIdx", &mlTPTrajectory::getLastIdx,
              "Index of the sample that the latest getTargetPose, or getReferencePose with posIdx,\n"
-             "found. Pass it to the next call.");
+             "found. Pass it to the next call.")
+        .def(
+            "getTargetPose",
+            [](mlTPTrajectory& self, const Eigen::Vector3d& position, int preSampleIdx,
+               int look_forward) {
+                return self.getTargetPose(position, preSampleIdx, look_forward);
+            },
+            py::arg("position"), py::arg("preSampleIdx"), py::arg("look_forward"),
+            "Finds the sample that a body at position (3) [m] has reached, and returns the sample\n"
+            "after it. Searches look_forward samples from preSampleIdx on and never goes back.\n"
+            "getLastIdx gives the index found. Raises IndexError without samples, and when the\n"
+            "body has reached the last one.")
+        .def("getSampleNum", &mlTPTrajectory::getSampleNum, "Number of samples.");
     bindPoseQueries(trajectory);
 }
 

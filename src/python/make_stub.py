@@ -29,7 +29,7 @@ import typing
 class _BoundClass(type): ...
 """
 NO_CONSTRUCTOR = """\
-    def __init__(self, *args: typing.Any, **kwargs: typing.Any) -> typing.NoReturn:
+    def __init__(self, none: typing.NoReturn, /, *args: typing.Any, **kwargs: typing.Any) -> None:
         \"\"\"
         Only the module makes these objects: the constructor raises TypeError.
         \"\"\"
@@ -50,6 +50,8 @@ def signature(line):
         given = given.replace("typing.Any", "int")
     if any(f"def {name}(" in taken for name in NONE_RETURNED):
         given = given.replace(":", " | None:")
+    if taken.startswith("def make_") and not taken.endswith("()"):
+        taken = taken[:-1] + ", /)"  # pybind11-stubgen drops a slash at the end
     return substituted(taken, TAKEN) + arrow + given
 
 

@@ -1,6 +1,7 @@
 """pybind11 example plugin"""  # sic: prescribed text
 
 import os as _os
+from importlib import import_module as _import_module
 
 
 def _load_with_short_spin():
@@ -10,16 +11,15 @@ def _load_with_short_spin():
     they wait for from running. So they spin for a short time only, unless the environment says how to
     wait. Processes that the script starts do not inherit the setting.
     """
-    choices = ("OMP_WAIT_POLICY", "GOMP_SPINCOUNT", "KMP_BLOCKTIME")
-    if any(name in _os.environ for name in choices):
-        from . import drelt
-
-        return
-    _os.environ["GOMP_SPINCOUNT"] = "10000"
+    settings = ("OMP_WAIT_POLICY", "GOMP_SPINCOUNT", "KMP_BLOCKTIME")
+    chosen = any(name in _os.environ for name in settings)
+    if not chosen:
+        _os.environ["GOMP_SPINCOUNT"] = "10000"
     try:
-        from . import drelt
+        _import_module(__name__ + ".drelt")
     finally:
-        _os.environ.pop("GOMP_SPINCOUNT", None)
+        if not chosen:
+            del _os.environ["GOMP_SPINCOUNT"]
 
 
 _load_with_short_spin()
