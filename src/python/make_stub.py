@@ -57,7 +57,7 @@ def signature(line):
 
 def with_refused_constructor(text, name):
     """The class's block with an __init__ before its first member."""
-    at = text.index(f"\nclass {name}")
+    at = text.index(f"\nclass {name}(")
     first = re.compile(r"^    (?:def|@)", re.MULTILINE).search(text, at).start()
     return text[:first] + NO_CONSTRUCTOR + text[first:]
 
