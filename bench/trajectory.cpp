@@ -28,7 +28,7 @@ mlTPTrajectory wavyPath(int samples) {
 void getTargetPose(benchmark::State& state) {
     mlTPTrajectory path = wavyPath(static_cast<int>(state.range(0)));
     const int range = static_cast<int>(state.range(1));
-    const Eigen::Vector3d position = path.samples().back().position + Eigen::Vector3d(100, 0, 0);
+    const Eigen::Vector3d position = path.samples.back().position + Eigen::Vector3d(100, 0, 0);
     for (auto _ : state) {
         int index = 0;
         benchmark::DoNotOptimize(path.getTargetPose(position, index, range));

@@ -11,7 +11,7 @@ namespace drelt {
 
 namespace {
 
-// The vertex that a marker is put on; -1 for none within reach.
+// The vertex that a marker sits on; the ids are -1 if none is within reach.
 struct NearestVertex {
     int meshId = -1;
     int vId = -1;
@@ -19,7 +19,7 @@ struct NearestVertex {
     Eigen::Vector3d normal = Eigen::Vector3d::Zero();
 };
 
-// Distances are compared in single precision; of several nearest vertices the first wins.
+// Compares distances in single precision. Of several nearest vertices the first wins.
 NearestVertex nearestVertex(const Eigen::Vector3d& place, const SkeletalMesh& mesh) {
     NearestVertex nearest;
     float best = 1e8f;
@@ -36,7 +36,7 @@ NearestVertex nearestVertex(const Eigen::Vector3d& place, const SkeletalMesh& me
     return nearest;
 }
 
-// On the device a marker takes the vertex of its index in the first mesh.
+// On the device a marker follows the vertex with its index in the first mesh.
 void checkFollowsFirstMesh(std::size_t marker, const NearestVertex& vertex,
                            const SkeletalMesh& mesh) {
     if (vertex.meshId <= 0) return;
@@ -94,6 +94,7 @@ void Markers::updatePosNormal(const SkeletalMesh& mesh, bool onDevice) {
         data_cpu.pos[i] = followed.curr_positions[data_cpu.vId[i]];
         data_cpu.normal[i] = followed.curr_normals[data_cpu.vId[i]];
     }
+    copyToDevice();  // sample reads the positions there and copies them back
 }
 
 std::vector<NodeBox> Markers::cells(const mlFlow& flow) const {

@@ -11,7 +11,7 @@
 
 namespace drelt {
 
-// One entry a marker in each list.
+// Each list has one entry per marker.
 struct Markers_CPU {
     std::vector<int> vId;                   // vertex within its mesh, -1 without one
     std::vector<int> meshId;                // mesh within the SkeletalMesh, -1 without one
@@ -37,21 +37,22 @@ public:
     int count() const { return static_cast<int>(data_cpu.vId.size()); }
     void addMarker(int meshId, int vId, const Eigen::Vector3d& pos, const Eigen::Vector3d& normal);
 
-    // Adds a marker at the vertex nearest to each place [m] and brings all markers to the device.
-    // On the device markers follow the first mesh only: a marker of another mesh is reported on
-    // standard output, and std::invalid_argument is raised, before anything changes, where the
-    // first mesh has no vertex of its index.
+    // Adds a marker at the vertex nearest to each place [m] and copies all markers to the device.
+    // On the device markers follow the first mesh only, so a marker on another mesh gets a warning
+    // on standard output. If the first mesh has no vertex with that index, it throws
+    // std::invalid_argument before anything changes.
     void place(const std::vector<Eigen::Vector3d>& placements, const SkeletalMesh& mesh);
 
-    // Moves the markers with the skin. On the device the positions come back to the host.
+    // Moves the markers with the skin, on the device or on the host. Both sides then hold the new
+    // positions and normals.
     void updatePosNormal(const SkeletalMesh& mesh, bool onDevice);
 
-    // The cells that sample reads, of two nodes along each axis, for a record in host memory.
+    // The cells that sample reads, each two nodes wide along each axis. `flow` is in host memory.
     std::vector<NodeBox> cells(const mlFlow& flow) const;
 
-    // Reads the fluid at the markers from a device record and brings the values to the host.
-    // Lattice units; call it where ux, uy, uz hold momentum. Outside the grid the nearest cell is
-    // read.
+    // Reads the fluid at the markers and copies the values to the host, in lattice units. `flow` is in
+    // device memory, and its ux, uy, uz must hold momentum. A marker outside the grid reads the
+    // nearest point of the grid.
     void sample(mlFlow* flow);
 
     void allocateDevice() override;

@@ -31,14 +31,18 @@ struct MarkerCell {
     float part;  // 0 at the lower node of the cell, 1 at its upper node
 };
 
-// The cell follows from the box's length and number of nodes, the position in it from the node spacing. Where
-// the two disagree, and outside the grid, the position may lie outside 0..1.
+// The cell follows from the box's length and node count, the part from the node spacing. If the two
+// disagree, the part may leave 0..1 between nodes. A coordinate outside the grid takes the value of the
+// nearest node: the part is held in the first and the last cell.
 DRELT_HOST_DEVICE MarkerCell markerCell(float x, float start, float length, int samples, float dx) {
     const float cell = std::floor((x - start) / length * static_cast<float>(samples));
     const float last = static_cast<float>(samples - 2);
     const float held = cell > 0.0f ? (cell < last ? cell : last) : 0.0f;
     const int index = static_cast<int>(held);
-    return {index, (x - (static_cast<float>(index) * dx + start)) / dx};
+    const float part = (x - (static_cast<float>(index) * dx + start)) / dx;
+    if (index == 0 && part < 0.0f) return {index, 0.0f};
+    if (held == last && part > 1.0f) return {index, 1.0f};
+    return {index, part};
 }
 
 // Interpolates a node field trilinearly between the eight nodes of a cell, along x, then y, then z. `node` is

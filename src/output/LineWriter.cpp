@@ -48,7 +48,7 @@ bool writeLines(const std::vector<mlVTKLine>& lines, const std::string& path) {
 
 bool writeTrajectory(const mlTrajectory<double, 3>& trajectory, const std::string& path) {
     const Spline<Eigen::Vector3d, float>& curve = trajectory.curve();
-    const std::size_t points = trajectory.points().size();
+    const std::size_t points = trajectory.points.size();
     if (points < mlTrajectory<double, 3>::kMinPoints) {
         throw std::invalid_argument("writeTrajectory: the trajectory now holds " +
                                     std::to_string(points) +

@@ -76,7 +76,7 @@ void bindParameters(py::module_& module) {
                        "Thickness of the absorbing layer [nodes].")
         .def_property(
             "setup_mode", [](const simParams& p) { return p.setup_mode; }, &simParams::setSetupMode,
-            "A SETUP_MODE.")
+            "A SETUP_MODE. Reading gives a copy.")
         .def("get_tp", &simParams::get_tp,
              "Time step [s], l0p u0k / (N u0p). Fills in what is not set. Infinite for a zero N or "
              "u0p.");

@@ -28,7 +28,7 @@ void bindRenderer(py::module_& module) {
         "Draws a scene, a frame a call, and saves frames as images: in a window where there is a\n"
         "display, without one elsewhere. Only what lies 0.1 to 100 m ahead of the camera is seen.");
 
-    module.def("make_renderer", &makeRenderer,
+    module.def("make_renderer", &makeRenderer, py::arg("width"), py::arg("height"), py::pos_only(),
                "New renderer of images of this width and height [pixels]. Raises ValueError for a\n"
                "side that is not positive or above 16384.");
 

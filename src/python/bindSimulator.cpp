@@ -78,6 +78,7 @@ void bindSimulator(py::module_& module) {
         [](std::shared_ptr<simParams> param, int gpuId) {
             return std::make_shared<coupledLBM_sim3D>(std::move(param), gpuId);
         },
+        py::arg("param"), py::arg("gpuId"), py::pos_only(),
         "New simulator from a simParam and a device id: builds the grid. Raises ValueError for an "
         "id\n"
         "that names no device and for a box or node spacing that is impossible, RuntimeError if "

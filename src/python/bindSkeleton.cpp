@@ -42,13 +42,16 @@ void bindFactories(py::module_& module) {
         [](const std::string& modelFile, int gpuId) {
             return std::make_shared<SkeletonSystem>(modelFile, gpuId);
         },
+        py::arg("model_file"), py::arg("gpuId"), py::pos_only(),
         "New description from a model file and a device id.");
-    module.def("make_skDynamics", &makeSystem,
+    module.def("make_skDynamics", &makeSystem, py::arg("Skeleton"), py::arg("sampleNum"),
+               py::arg("gpuId"), py::arg("translation"), py::arg("rotation"), py::arg("scaling"),
+               py::pos_only(),
                "New body from a description, number of samples, device id, translation [m],\n"
                "rotation [degrees] and scaling (without effect).");
     module.def(
         "make_skWorld", [](const Vector3d& gravity) { return std::make_shared<skWorld>(gravity); },
-        "New world with this gravity [m/s^2].");
+        py::arg("Gravity"), py::pos_only(), "New world with this gravity [m/s^2].");
 }
 
 void bindJoint(Class<skJoint>& joint) {

@@ -1,16 +1,20 @@
-// The Python module `drelt`.
+// The Python module `drelt`: the extension inside the package of the same name, which shows all its
+// names as its own.
 #include <cstddef>
+#include <exception>
 #include <initializer_list>
+#include <string>
 
+#include "platform/messages.h"
 #include "python/bindings.h"
 
 namespace py = pybind11;
 
 namespace {
 
-// Binds what belongs together and lists its functions before its classes. A signature names only
-// classes that are bound already, so the binders go the other way round, classes first: these move
-// behind the functions, each in the order of the binders.
+// Binds one group: its functions come before its classes, each in the order of the binders. The
+// binders make classes first, because a signature can name only classes that exist. So this moves
+// the classes behind the functions.
 void bindGroup(py::module_& module, std::initializer_list<void (*)(py::module_&)> binders) {
     const py::dict names = module.attr("__dict__");
     const std::size_t before = names.size();
@@ -25,13 +29,57 @@ void bindGroup(py::module_& module, std::initializer_list<void (*)(py::module_&)
     }
 }
 
+void bindMessages(py::module_& module) {
+    module.def(
+        "setVerbosity", &drelt::setVerbosity, py::arg("level"),
+        "Sets what the program prints. 1, the default, prints everything. 0 silences the log\n"
+        "and the texts of the loaders on standard output; warnings and errors still appear.\n"
+        "The environment variable DRELT_VERBOSITY gives the level at the start. Raises\n"
+        "ValueError for another level.");
+}
+
+constexpr const char* kNotConstructed =
+    "this object was made without its constructor, so it holds nothing; call its class to make "
+    "one, "
+    "and in a subclass call super().__init__() before anything else";
+
+// Objects that __new__ made alone hold no C++ object. Where a function takes one as a reference,
+// pybind11 allocates memory for it, and would hand it over without a constructor call. Where it takes
+// one as a shared pointer, it throws a cast_error that does not name the cause.
+void refuseUnconstructed(const py::module_& module) {
+    const py::dict names = module.attr("__dict__");
+    for (const auto& entry : names) {
+        if (!py::isinstance<py::type>(entry.second)) continue;
+        auto* const type = reinterpret_cast<PyTypeObject*>(entry.second.ptr());
+        if (auto* const info = py::detail::get_type_info(type)) {
+            info->operator_new = [](std::size_t) -> void* {
+                throw py::type_error(kNotConstructed);
+            };
+        }
+    }
+    py::register_local_exception_translator([](std::exception_ptr thrown) {
+        try {
+            std::rethrow_exception(thrown);
+        } catch (const py::cast_error& error) {
+            if (std::string(error.what()).find("non-held") == std::string::npos) throw;
+            py::set_error(PyExc_TypeError, kNotConstructed);
+        }
+    });
+}
+
 }  // namespace
 
 PYBIND11_MODULE(drelt, module) {
-    module.doc() = "pybind11 example plugin";
+    module.doc() = "pybind11 example plugin";  // sic: prescribed text
+    // Classes, and pickles of their members, name the module that they come from: the package.
+    const py::object loadedAs = module.attr("__name__");
+    module.attr("__name__") = "drelt";
     bindGroup(module, {drelt::bindEnumerations});
     bindGroup(module, {drelt::bindParameters});
     bindGroup(module, {drelt::bindSkeleton});
     bindGroup(module, {drelt::bindSimulator});
     bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});
+    bindGroup(module, {bindMessages});
+    refuseUnconstructed(module);
+    module.attr("__name__") = loadedAs;
 }

@@ -10,7 +10,7 @@ glTrajectory::glTrajectory(std::shared_ptr<const mlTrajectory<double, 3>> trajec
     : glObject(true), trajectory_(std::move(trajectory)) {}
 
 void glTrajectory::setup() {
-    const auto& points = trajectory_->points();
+    const auto& points = trajectory_->points;
     pointCount_ = static_cast<int>(points.size());
     glGenVertexArrays(1, &vertexArray_);
     glGenBuffers(1, &vertexBuffer_);

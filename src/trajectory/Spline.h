@@ -6,7 +6,7 @@
 
 namespace drelt {
 
-// What the curve is at one parameter. Derivatives are taken by the parameter.
+// The curve at one parameter. Derivatives are with respect to the parameter.
 template <class Point>
 struct SplineTangent {
     Point position;
@@ -28,8 +28,8 @@ struct SplineWiggle {
     Point wiggle;  // third derivative
 };
 
-// A curve of polynomial segments over the parameters 0 to maxT, of type Real; lengths are in the
-// units of the points. Outside this range the first or last polynomial goes on.
+// A curve of polynomial segments over the parameters 0 to maxT. Parameters and lengths are of type
+// Real; lengths have the units of the points. Outside the range the first or last polynomial goes on.
 template <class Point, class Real>
 class Spline {
 public:

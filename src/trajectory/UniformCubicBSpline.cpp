@@ -7,7 +7,7 @@
 namespace drelt {
 namespace {
 
-// One abscissa of the Gauss-Legendre rule of 13 points on -1 .. 1, which is exact for polynomials
+// One point of the Gauss-Legendre rule with 13 points on -1 .. 1. The rule is exact for polynomials
 // up to degree 25 (M. Abramowitz, I. Stegun, Handbook of Mathematical Functions, 25.4.29).
 struct GaussPoint {
     float node;
@@ -41,7 +41,7 @@ int UniformCubicBSplineCommon<Point, Real>::segmentForT(Real T) const {
     assert(points_.size() >= 4);
     const int last = segmentCount() - 1;
     if (!(T >= Real(0))) return 0;
-    // Compared before it is truncated: a large T does not fit into an int.
+    // Compare before truncating: a large T does not fit into an int.
     return T >= static_cast<Real>(last) ? last : static_cast<int>(T);
 }
 

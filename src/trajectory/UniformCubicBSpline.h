@@ -1,7 +1,7 @@
 // The uniform cubic B-spline: four consecutive control points make one segment.
 //
-// The curve follows its control polygon without passing through the points, and ends are not
-// repeated: n points give n - 3 segments and the parameter range maxT = n - 3. See L. Piegl and
+// The curve follows its control polygon but does not pass through the points. The end points are not
+// repeated, so n points give n - 3 segments and the parameter range maxT = n - 3. See L. Piegl and
 // W. Tiller, The NURBS Book, 2nd ed., Springer 1997, chapter 2.
 #pragma once
 
@@ -12,16 +12,15 @@
 
 namespace drelt {
 
-// The evaluation on one segment and the choice of the segment. Weights are formed in Real, their
-// products with the points in the scalar of the points. At least four points are needed for all but
-// segmentCount.
+// Chooses the segment and evaluates the curve on it. Weights have the type Real; their products with
+// the points have the scalar type of the points. All but segmentCount need at least four points.
 template <class Point, class Real>
 class UniformCubicBSplineCommon {
 public:
     explicit UniformCubicBSplineCommon(std::vector<Point> controlPoints);
 
     int segmentCount() const { return static_cast<int>(points_.size()) - 3; }
-    // The segment that T lies in: the first below the range, the last above it.
+    // The segment that holds T. Below the range it is the first one, above the range the last one.
     int segmentForT(Real T) const;
 
     Point getPosition(Real T) const;
@@ -29,11 +28,11 @@ public:
     SplineCurvature<Point> getCurvature(Real T) const;
     SplineWiggle<Point> getWiggle(Real T) const;
 
-    // Length of a segment between two of its own parameters (0 to 1), by quadrature in Real.
+    // Length of a segment between two of its local parameters (0 to 1), by quadrature in Real.
     Real segmentLength(int segment, Real a, Real b) const;
 
 private:
-    // The four control points of the segment that T lies in, and the parameter within it.
+    // The four control points of a segment and the local parameter.
     struct Local {
         const Point* p;
         Real t;
@@ -48,7 +47,7 @@ private:
     std::vector<Point> points_;
 };
 
-// A spline that leaves evaluation to an object of type Common.
+// A spline whose evaluation is done by an object of type Common.
 template <template <class, class> class Common, class Point, class Real>
 class SplineImpl : public Spline<Point, Real> {
 public:
@@ -76,8 +75,8 @@ private:
     Common<Point, Real> common_;
 };
 
-// Compiled for Eigen::Vector3d and float. Any number of points makes a spline; one of fewer than
-// four has no segment, the length 0, and must not be evaluated.
+// Compiled for Eigen::Vector3d and float. It can be made from any number of points. With fewer than
+// four it has no segment and the length 0, and must not be evaluated.
 template <class Point, class Real>
 class UniformCubicBSpline final : public SplineImpl<UniformCubicBSplineCommon, Point, Real> {
 public:

@@ -2,22 +2,22 @@
 
 namespace drelt {
 
-mlSimplePDControl_1D::mlSimplePDControl_1D(double Kp, double Kd, double timestep)
-    : timestep_(timestep), Kp_(Kp), Kd_(Kd) {}
+mlSimplePDControl_1D::mlSimplePDControl_1D(double proportional, double derivative, double step)
+    : timestep(step), Kp(proportional), Kd(derivative) {}
 
-double mlSimplePDControl_1D::feedback(double value, double timestep) {
-    timestep_ = timestep;
-    dvalue_ = (value - value_) / timestep;
-    value_ = value;
-    return (desired_value_ - value) * Kp_ + (desired_dvalue_ - dvalue_) * Kd_;
+double mlSimplePDControl_1D::feedback(double measured, double elapsed) {
+    timestep = elapsed;
+    dvalue = (measured - value) / elapsed;
+    value = measured;
+    return (desired_value - measured) * Kp + (desired_dvalue - dvalue) * Kd;
 }
 
-void mlSimplePDControl_1D::set_value(double desired_value) { desired_value_ = desired_value; }
+void mlSimplePDControl_1D::set_value(double desired) { desired_value = desired; }
 
-void mlSimplePDControl_1D::set_dvalue(double desired_dvalue) { set_value(desired_dvalue); }
+void mlSimplePDControl_1D::set_dvalue(double desired) { set_value(desired); }
 
 void mlSimplePDControl_1D::reset() {
-    dvalue_ = value_ = desired_value_ = desired_dvalue_ = timestep_ = 0;
+    dvalue = value = desired_value = desired_dvalue = timestep = 0;
 }
 
 }  // namespace drelt

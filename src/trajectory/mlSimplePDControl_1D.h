@@ -3,29 +3,28 @@
 
 namespace drelt {
 
-// output = Kp (desired_value - value) + Kd (desired_dvalue - rate of value), the rate being the
-// backward difference of the measured values. The desired rate stays 0. Units are the caller's.
-class mlSimplePDControl_1D {
-public:
-    mlSimplePDControl_1D(double Kp, double Kd, double timestep);
+// Output: Kp (desired_value - value) + Kd (desired_dvalue - dvalue). The rate dvalue is the backward
+// difference of the measured values. Nothing sets desired_dvalue: the desired rate stays 0. The
+// caller chooses the units.
+struct mlSimplePDControl_1D {
+    mlSimplePDControl_1D(double proportional, double derivative, double step);
 
-    // The output for a value measured `timestep` after the one before. The first call takes its
-    // difference from 0, unfiltered; a time step of 0 gives an infinity or not a number.
-    double feedback(double value, double timestep);
-    void set_value(double desired_value);
-    // Sets the desired value as set_value does, not the desired rate.
-    void set_dvalue(double desired_dvalue = 0);
-    // Forgets the measurements and the desired value; the gains stay.
+    // Takes the value measured `elapsed` after the one before and returns the output. The first call
+    // forms its difference with 0, without a filter. A time of 0 gives infinity or not a number.
+    double feedback(double measured, double elapsed);
+    void set_value(double desired);
+    // Sets desired_value like set_value; it does not set the desired rate.
+    void set_dvalue(double desired = 0);
+    // Forgets the measurements and the desired value; keeps the gains.
     void reset();
 
-private:
-    double timestep_;
-    double Kp_;
-    double Kd_;
-    double dvalue_ = 0;  // latest rate
-    double value_ = 0;   // latest measurement
-    double desired_value_ = 0;
-    double desired_dvalue_ = 0;
+    double timestep;  // of the latest call
+    double Kp;
+    double Kd;
+    double dvalue = 0;  // latest rate
+    double value = 0;   // latest measurement
+    double desired_value = 0;
+    double desired_dvalue = 0;
 };
 
 }  // namespace drelt

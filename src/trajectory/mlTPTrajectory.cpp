@@ -9,7 +9,7 @@
 namespace drelt {
 namespace {
 
-// 0 for what is not a number, too.
+// Gives 0 for not a number, too.
 double clampUnit(double t) {
     if (t > 1.0) return 1.0;
     return t > 0.0 ? t : 0.0;
@@ -39,7 +39,7 @@ void mlTPTrajectory::sample(int sample_num) {
         const double u = step * i;
         table.push_back(poseAt(static_cast<float>(maxT * u)));
     }
-    samples_ = std::move(table);
+    samples = std::move(table);
 }
 
 mlTPTrajectoryPData mlTPTrajectory::getPose(double t) const {
@@ -57,20 +57,20 @@ auto mlTPTrajectory::searchRange(const Eigen::Vector3d& position, int previous,
     const int end =
         static_cast<int>(std::clamp<std::int64_t>(std::int64_t{previous} + lookForward, 0, last));
     for (int i = start; i < end; ++i) {
-        const Eigen::Vector3d& a = samples_[i].position;
-        const Eigen::Vector3d& b = samples_[i + 1].position;
+        const Eigen::Vector3d& a = samples[i].position;
+        const Eigen::Vector3d& b = samples[i + 1].position;
         const Eigen::Vector3d back = a - b;
         if ((position - a).dot(back) * (position - b).dot(back) <= 0.0) {
             return {std::max(previous, i), true};
         }
     }
-    const double toStart = (position - samples_[start].position).norm();
-    const double toEnd = (position - samples_[end].position).norm();
+    const double toStart = (position - samples[start].position).norm();
+    const double toEnd = (position - samples[end].position).norm();
     return {std::max(previous, toEnd > toStart ? start : end), false};
 }
 
 void mlTPTrajectory::requireSamples(const char* operation) const {
-    if (samples_.empty()) {
+    if (samples.empty()) {
         throw std::out_of_range(std::string(operation) +
                                 ": the trajectory has no samples; call fit, then sample with a "
                                 "positive number");
@@ -89,14 +89,14 @@ mlTPTrajectoryPData mlTPTrajectory::getTargetPose(const Eigen::Vector3d& positio
             ", and there is no target after it; stop following the path before");
     }
     preSampleIdx = lastIdx_ = index;
-    return samples_[index + 1];
+    return samples[index + 1];
 }
 
 double mlTPTrajectory::getReferencePose(const Eigen::Vector3d& position) const {
     double shortest = 9999999999.0;
     int best = 0;
     for (int i = 0; i < getSampleNum(); ++i) {
-        const double distance = (position - samples_[i].position).norm();
+        const double distance = (position - samples[i].position).norm();
         if (distance < shortest) {
             shortest = distance;
             best = i;
@@ -118,8 +118,8 @@ double mlTPTrajectory::getReferencePose(const Eigen::Vector3d& position, int pos
     lastIdx_ = index;
     const double progress = static_cast<double>(index) / getSampleNum();
     if (!onSegment) return progress;
-    const Eigen::Vector3d& a = samples_[index].position;
-    const Eigen::Vector3d back = a - samples_[index + 1].position;
+    const Eigen::Vector3d& a = samples[index].position;
+    const Eigen::Vector3d back = a - samples[index + 1].position;
     return progress + std::abs((position - a).dot(back)) / back.norm();
 }
 

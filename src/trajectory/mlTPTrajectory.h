@@ -20,47 +20,50 @@ struct mlTPTrajectoryPData : mlTrajectoryPointData<double, 3> {
 
 // Order of use: setPoints, fit, sample, then the queries.
 //
-// The indexed queries look for the body only between the sample of the call before and a number of
-// samples after it, so that a path that crosses itself is followed in its order, at a cost that does
-// not depend on the number of samples. In that range the body belongs to the first segment between
-// two samples onto which its position projects; if there is none, to the nearer end of the range. The
-// index never goes back.
+// The queries with an index search a range: it starts at the sample that the previous call found and
+// covers look_forward samples. So a body follows a path that crosses itself in the right order, and
+// the cost does not depend on the number of samples. A segment joins two neighbouring samples. The
+// search finds the first segment of the range onto which the position projects. If there is none,
+// it takes the nearer end of the range. The index never goes back.
 //
-// Progress is 0 at the start of the path and 1 at its end, which no sample reaches.
+// Progress is 0 at the start of the path and 1 at its end. No sample lies at the end.
 class mlTPTrajectory : public mlTrajectory<double, 3> {
 public:
-    // Takes sample_num poses at even steps of the curve's parameter: sample i is at i / sample_num of
-    // the range. Raises std::invalid_argument for a negative number, and as curve does.
+    // Fills the table with sample_num poses at even steps of the curve's parameter: sample i lies at
+    // i / sample_num of the parameter's range. Throws std::invalid_argument for a negative number,
+    // and what curve throws.
     void sample(int sample_num);
-    int getSampleNum() const { return static_cast<int>(samples_.size()); }
-    const std::vector<mlTPTrajectoryPData>& samples() const { return samples_; }
+    int getSampleNum() const { return static_cast<int>(samples.size()); }
 
-    // The index that the latest indexed query found; 0 before the first one. A new table keeps it.
+    // The index that the latest query with an index found; 0 before the first one. A new table does
+    // not change it.
     int getLastIdx() const { return lastIdx_; }
 
-    // The pose at progress t of the curve, t being clamped to 0 .. 1. Raises as curve does.
+    // The pose at progress t of the curve. Clamps t to 0 .. 1. Throws what curve throws.
     mlTPTrajectoryPData getPose(double t) const;
-    // The second derivative [m] at parameter t of the curve, t being clamped to 0 .. 1: within the
-    // first segment, unlike in getPose. Raises as curve does.
+    // The second derivative [m] at parameter t of the curve. Clamps t to 0 .. 1, so unlike getPose
+    // it covers the first segment only. Throws what curve throws.
     Eigen::Vector3d getCurvature(double t) const;
 
-    // The sample after the one that the body at `position` [m] has reached, searched from
-    // preSampleIdx over look_forward samples. The index reached goes to preSampleIdx and getLastIdx.
-    // Raises std::out_of_range where there is no such sample, and changes nothing then.
+    // Searches look_forward samples from preSampleIdx for the sample that the body at `position` [m]
+    // has reached, and returns the sample after it. Writes the index found to preSampleIdx and
+    // getLastIdx. Throws std::out_of_range if there is no sample after it, and then changes nothing.
     mlTPTrajectoryPData getTargetPose(const Eigen::Vector3d& position, int& preSampleIdx,
                                       int look_forward);
 
-    // Progress of the sample nearest to `position`, the first of equals; not a number for an empty
-    // table. Scans the whole table, and leaves getLastIdx.
+    // Progress of the sample nearest to `position`; of equally near samples the first. Not a number
+    // for an empty table. Scans the whole table and does not change getLastIdx.
     double getReferencePose(const Eigen::Vector3d& position) const;
-    // Progress of the sample that the body at `position` has reached, searched as in getTargetPose,
-    // plus the distance [m] from there to the body's projection, as a plain number. Not a number where
-    // the two samples of the segment coincide. Raises std::out_of_range for an empty table or an
-    // index past its end, and changes nothing then.
+    // Searches as getTargetPose does. Returns the progress of the sample that the body has reached,
+    // plus the distance [m] from this sample to the body's projection, added as a plain number. Not a
+    // number if the two samples of the segment coincide. Throws std::out_of_range for an empty table
+    // or an index past its end, and then changes nothing.
     double getReferencePose(const Eigen::Vector3d& position, int posIdx, int look_forward = 10);
 
+    std::vector<mlTPTrajectoryPData> samples;
+
 private:
-    // Where a search ended: the index reached, and whether a segment that starts there was found.
+    // Result of a search: the index, and whether the position projects onto the segment from there.
     struct Reached {
         int index;
         bool onSegment;
@@ -70,7 +73,6 @@ private:
     void requireSamples(const char* operation) const;
     mlTPTrajectoryPData poseAt(float T) const;
 
-    std::vector<mlTPTrajectoryPData> samples_;
     int lastIdx_ = 0;
 };
 

@@ -8,16 +8,15 @@
 namespace drelt {
 
 template <class Scalar, int Dim>
-void mlTrajectory<Scalar, Dim>::setPoints(const std::vector<PointData>& points) {
-    std::vector<Point> copy;
-    copy.reserve(points.size());
-    for (const PointData& point : points) copy.push_back(point.data);
-    points_ = std::move(copy);
+void mlTrajectory<Scalar, Dim>::setPoints(const std::vector<PointData>& given) {
+    points.clear();
+    points.reserve(given.size());
+    for (const PointData& point : given) points.push_back(point.data);
 }
 
 template <class Scalar, int Dim>
 void mlTrajectory<Scalar, Dim>::fit() {
-    spline_ = std::make_unique<UniformCubicBSpline<Point, float>>(points_);
+    spline_ = std::make_unique<UniformCubicBSpline<Point, float>>(points);
 }
 
 template <class Scalar, int Dim>
@@ -25,8 +24,7 @@ const Spline<Eigen::Matrix<Scalar, Dim, 1>, float>& mlTrajectory<Scalar, Dim>::c
     if (!spline_) {
         throw std::logic_error(
             "the trajectory has no curve yet; give it at least 4 control points with setPoints, "
-            "then "
-            "call fit");
+            "then call fit");
     }
     const std::size_t count = spline_->getInputPoints().size();
     if (count < kMinPoints) {

@@ -15,7 +15,7 @@ struct mlTrajectoryPointData {
     Eigen::Matrix<Scalar, Dim, 1> data = Eigen::Matrix<Scalar, Dim, 1>::Zero();  // [m]
 };
 
-// Compiled for double and 3. Order of use: setPoints, fit, then the curve; new points change the
+// Compiled for double and 3. Order of use: setPoints, fit, then the curve. New points change the
 // curve only at the next fit.
 template <class Scalar, int Dim>
 class mlTrajectory {
@@ -23,21 +23,21 @@ public:
     using Point = Eigen::Matrix<Scalar, Dim, 1>;
     using PointData = mlTrajectoryPointData<Scalar, Dim>;
 
-    // Control points of a curve at the least.
+    // A curve needs at least this number of control points.
     static constexpr int kMinPoints = 4;
 
-    void setPoints(const std::vector<PointData>& points);
-    // Lays a uniform cubic B-spline along the control points. Fewer than four are accepted, but leave
-    // a curve that cannot be evaluated.
+    void setPoints(const std::vector<PointData>& given);
+    // Fits a uniform cubic B-spline to the control points. It accepts fewer than four points, but
+    // then the curve cannot be evaluated.
     void fit();
 
-    const std::vector<Point>& points() const { return points_; }
-    // The fitted curve; the next fit ends its life. Raises std::logic_error before fit and
-    // std::invalid_argument where it has been fitted to fewer than four points.
+    // The fitted curve, valid until the next fit. Throws std::logic_error before fit, and
+    // std::invalid_argument if the fit had fewer than four points.
     const Spline<Point, float>& curve() const;
 
+    std::vector<Point> points;  // control points [m]
+
 private:
-    std::vector<Point> points_;
     std::unique_ptr<const Spline<Point, float>> spline_;
 };
 

@@ -1,4 +1,4 @@
-"""Shared by the Python tests: the repository root as working folder, and the example scenes."""
+"""Runs the Python tests in the repository's root, and lets them import the examples' modules."""
 
 import sys
 from pathlib import Path
@@ -11,5 +11,5 @@ sys.path.insert(0, str(ROOT / "examples"))
 
 @pytest.fixture(autouse=True)
 def _in_repository_root(monkeypatch):
-    # descriptions name their meshes relative to the working directory
+    # paths of meshes in the descriptions count from the working directory
     monkeypatch.chdir(ROOT)

@@ -1,4 +1,4 @@
-"""Draws the scenes of test_renderer.py into a folder: a process of its own for each kind of context."""
+"""Draws the scenes of test_renderer.py into a folder. Each kind of context takes its own process."""
 
 import dataclasses
 import sys
@@ -9,7 +9,7 @@ import drelt
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "examples"))
 
-WIDTH, HEIGHT = 321, 241  # rows of 963 bytes: no multiple of 4
+WIDTH, HEIGHT = 321, 241  # a row has 963 bytes, which is no multiple of 4
 LIGHT = (0.6, 0.4, 2.5)
 DIFFUSE, SPECULAR = (0.5, 0.6, 0.7), (0.4, 1, 1)
 TOP, BEHIND, AHEAD = 0.7, 0.2, -0.2  # heights of lines
@@ -32,7 +32,7 @@ def control_points(*points):
 
 
 def level_line(height, z, half=2.0):
-    """From left to right; a third point marks a segment that is not to be drawn."""
+    """A line from left to right. Its third point makes a segment that must not be drawn."""
     return trajectory((-half, height, z), (half, height, z), (0, -3, z))
 
 
@@ -43,19 +43,19 @@ def cube_scenes(out):
     cube.addTrajectory(trajectory((0, 0, 1)))
     cube.setLight(LIGHT, DIFFUSE, SPECULAR)
     file = out / "cube.ppm"
-    file.write_bytes(bytes(10**6))  # a longer file is cut
+    file.write_bytes(bytes(10**6))  # the frame must replace a longer file
     cube.render()
     cube.savePPM(str(file))
     cube.savePPM(str(out / "no folder" / "cube.ppm"))
 
-    other = drelt.tinyRenderer(width=64, height=48)  # of another size, drawn in turn
+    other = drelt.tinyRenderer(width=64, height=48)  # has another size; the two draw in turns
     other.addCube()
     for step in range(3):
         other.setCamera((0, 0, 3 + step), (0, 0, 0), UP)
         other.render()
         cube.render()
     other.savePPM(str(out / "other.ppm"))
-    cube.setLight((0, 0, 20), (0, 0, 0), (0, 0, 0))  # of these only the position still counts
+    cube.setLight((0, 0, 20), (0, 0, 0), (0, 0, 0))  # only the position still counts
     cube.render()
     cube.savePPM(str(out / "cube_relit.ppm"))
     del other
@@ -91,7 +91,7 @@ def swimmer_scenes(out):
     renderer = drelt.make_renderer(WIDTH, HEIGHT)
     renderer.addDynamics(body)
     renderer.setCamera(*SWIMMER_CAMERA)
-    renderer.setLight(SWIMMER_CAMERA[0])  # what the eye sees is lit
+    renderer.setLight(SWIMMER_CAMERA[0])  # a light at the eye: it lights all that the eye sees
     for pose in ("rest", "bent"):
         if pose == "bent":
             list(swim(simulator, body, swimmer, drelt.COUPLE_MODE.NO_FLUID, round(1.3 / dt), dt))
@@ -99,7 +99,7 @@ def swimmer_scenes(out):
         renderer.savePPM(str(out / f"swimmer_{pose}.ppm"))
         simulator.saveObjectsData(pose)
     del body, simulator
-    renderer.render()  # the skin lives on
+    renderer.render()  # the renderer keeps the skin alive
     renderer.savePPM(str(out / "swimmer_kept.ppm"))
 
 

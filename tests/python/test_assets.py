@@ -28,7 +28,7 @@ DX = 0.02 / 16  # node spacing of the committed files, m
 RIGID = ["plate.glb", "sphere.glb", "sphere_retracted.glb"]
 SWIMMERS = ["eel.glb", "swimmer.glb"]
 
-# volume (m^3) and area (m^2) of the smooth bodies, and how near the triangles come
+# volume (m^3) and area (m^2) of the smooth bodies, and the relative error of the triangles
 SHRUNK = 0.01 - 0.85 * 0.02 / 12
 LENGTH, THICKNESS, WIDTH = 56 * DX, DX, 24 * DX
 BODIES = {
@@ -41,7 +41,7 @@ BODIES = {
     ),
     # published: Kern and Koumoutsakos, 2006
     "eel.glb": (0.005933 * 0.2**3, 0.3039 * 0.2**2, 0.015, 3e-3),
-    # by quadrature of its sections; the fin's area as its silhouette, twice
+    # by quadrature over the sections; the fin counts as twice the area of its silhouette
     "swimmer.glb": (0.004744 * 0.2**3, 0.2530 * 0.2**2, 0.02, 0.02),
 }
 
@@ -87,7 +87,7 @@ class Model:
         return [self.gltf.nodes[k].name for k in self.skin.joints]
 
     def derived(self):
-        """Joints and links that the simulator derives; the files' nodes are breadth-first."""
+        """Joints and links that the simulator derives. The files list their nodes breadth first."""
         nodes = self.gltf.nodes
         parents = [self.parents.get(k, -1) for k in range(len(nodes))]
         assert parents == sorted(parents)
@@ -125,7 +125,7 @@ def test_regenerating_gives_the_committed_bytes(tmp_path):
 @pytest.mark.parametrize("name", MODELS)
 def test_surface_is_closed_with_the_size_of_the_body(name):
     model = Model(ASSETS / name)
-    # parts of different material repeat the vertices of the seam
+    # two parts of different material each have their own copy of the vertices on their seam
     places, joined = np.unique(model.vertices, axis=0, return_inverse=True)
     edges = Counter()
     for a, b, c in joined.ravel()[model.faces].tolist():
@@ -172,13 +172,13 @@ def test_bones_are_as_the_loader_needs_them(name):
 def test_each_vertex_goes_rigidly_with_the_nearest_link(name):
     model = Model(ASSETS / name)
     np.testing.assert_array_equal(model.weights.sum(axis=1), 1.0)
-    # links of the sphere meet in its middle, those of the plate at a quarter from its end
+    # the sphere's links meet in its middle, the plate's at a quarter of its length from the end
     half = model.vertices[:, 0].max()
     border = (half + 0.02 / 16) / 2 if name == "plate.glb" else 0.0
-    # the vertices on the border go with the first link
+    # vertices on the border belong to the first link
     assert set(model.joints[model.vertices[:, 0] <= border, 0]) == {0}
     assert set(model.joints[model.vertices[:, 0] > border, 0]) == {1}
-    # no face centre on the border of the links, where rounding would choose
+    # no face centre lies on the border of two links, where rounding would decide
     centres = model.vertices[model.faces].mean(axis=1)
     assert abs(centres[:, 0] - border).min() > 0.001 * half
 
@@ -187,11 +187,11 @@ def test_each_vertex_goes_rigidly_with_the_nearest_link(name):
 def test_swimmers_are_blended_and_mirrored(name):
     model = Model(ASSETS / name)
     assert 3000 <= len(model.faces) <= 10000
-    # every place is in the mirror image too, left and right, and above and below
+    # the mirror images, left to right and top to bottom, have the same vertices
     places = {tuple(place) for place in model.vertices.tolist()}
     for mirror in ((1, 1, -1), (1, -1, 1)):
         assert {tuple(p * s for p, s in zip(place, mirror)) for place in places} == places
-    # a small bend of each bone must not tear the skin: weights change little along an edge
+    # weights change little along an edge, so that a small bend of a bone does not tear the skin
     dense = np.zeros((len(model.vertices), len(model.bones())))
     np.put_along_axis(dense, model.joints.astype(int), model.weights, axis=1)
     dense[:, 0] = 1 - dense[:, 1:].sum(axis=1)  # unused slots name bone 0
@@ -239,7 +239,7 @@ def test_markers_lie_on_the_first_mesh(name):
     assert 3 <= len(markers) <= 6
     for marker in markers:
         assert np.linalg.norm(first - marker, axis=1).min() < 1e-8
-    # the nose, and pairs of flanks
+    # the nose, and pairs of markers on the flanks
     assert markers[0] == [0.1, 0.0, 0.0]
     assert markers[2] == [markers[1][0], 0.0, -markers[1][2]]
 
@@ -257,7 +257,7 @@ TWICE = (
     ("scene", "joints", "links"),
     [
         (CHAIN, ["a", "b", "end"], ["[link]a", "[link]b"]),
-        # p's and q's names occur in their ends' names, and x in those of its intermediate nodes
+        # the end nodes' names contain p and q, and the names of x's intermediate nodes contain x
         (
             FORK,
             ["x", "x_intermediate_0", "x_intermediate_1", "p", "q", "p_end", "q_end"],
@@ -266,7 +266,7 @@ TWICE = (
                 *("[link]p", "[link]q"),
             ],
         ),
-        # f is no bone: it is a joint as child of an intermediate node whose name holds r's
+        # f is no bone. It is a joint because its parent is an intermediate node, whose name contains r
         (
             TWICE,
             [
@@ -318,7 +318,7 @@ def test_sphere_has_the_excess_mass_and_inertia_of_a_ball():
     mass = sum(link["mass"] for link in links)
     assert mass == pytest.approx(1000 * math.pi / 6 * 0.02**3, rel=1e-8)
     ball = 0.4 * mass * 0.01**2
-    offset = 0.02 / 8  # of the link centres from the sphere's
+    offset = 0.02 / 8  # distance of the link centres from the sphere's centre
     along = across = 0.0
     for link in links:
         a, b, c = (0.5 * d for d in link["size"])
@@ -347,7 +347,7 @@ def test_unusable_assets_are_refused_before_anything_is_written(tmp_path, argume
 def test_a_link_too_easy_to_turn_is_refused():
     asset = swimmer_assets()[0]
     check(asset)
-    # as compact as a solid body: the mass is enough, but rolling would overshoot
+    # compact like a solid body: it has enough mass, but too little moment of inertia in roll
     link = asset.tree.links["[link]spine_04"]
     link.size = (link.size[0], 0.7 * link.size[1], 0.7 * link.size[2])
     with pytest.raises(AssetError, match=r"spine_04 has 0\.6.* times the moment of inertia"):

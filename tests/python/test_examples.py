@@ -1,4 +1,4 @@
-"""The example scripts at a small size, as a user runs them."""
+"""Runs the example scripts at a small size, as a user does."""
 
 import os
 import re
@@ -13,7 +13,7 @@ from vtk_files import read_polydata
 
 
 def run_example(name, out, *arguments):
-    """What the script prints; its files go to the folder out."""
+    """What the script prints. Its files go to the folder out."""
     environment = {**os.environ, "MPLBACKEND": "Agg"}
     command = [sys.executable, str(ROOT / "examples" / f"{name}.py"), "--out", str(out), *arguments]
     done = subprocess.run(
@@ -30,12 +30,12 @@ def test_settling_sphere_leaves_frames_and_a_picture(tmp_path):
     assert 0.2 < speed < 0.5, "a third of the way to its terminal speed"
     assert reference == pytest.approx(0.907)
     assert (tmp_path / "settling_sphere.png").stat().st_size > 10000
-    # every 13th of the 80 steps, and the last
+    # a frame for every 13th of the 80 steps, and for the last
     assert len(list(tmp_path.glob("vis_data/Fluid/0_vis_fluid*.vtk"))) == 8
     assert len(list(tmp_path.glob("vis_data/Objects/00_vis_object_*.vtk"))) == 8
 
 
-# too coarse for the coupling both ways; the joints and the modes do the same work
+# the grid is too coarse for TWO_WAY; the other modes use the joints in the same way
 @pytest.mark.parametrize("mode", ["one_way", "no_fluid", "empirical"])
 def test_swimmer_runs_in_every_mode(tmp_path, mode):
     printed = run_example("swimming", tmp_path, "--mode", mode, "--nodes", "16", "--cycles", "2")
@@ -45,7 +45,7 @@ def test_swimmer_runs_in_every_mode(tmp_path, mode):
     else:
         assert abs(speed) < 0.05, "nothing pushes the body"
     assert (tmp_path / f"swimmer_{mode}.png").stat().st_size > 10000
-    # two meshes share the bones; markers have a file of their own
+    # each frame has a file for each of the two meshes and one for the markers
     assert len(list(tmp_path.glob("vis_data/Objects/00_*.vtk"))) == 32
     assert len(list(tmp_path.glob("vis_data/Objects/10_*.vtk"))) == 32
     assert len(list(tmp_path.glob("vis_data/Objects/markers_0_*.vtk"))) == 32
@@ -69,7 +69,7 @@ def test_no_cycles_are_refused(name):
 
 
 def steered(out, cycles, *arguments):
-    """Progress along the path, and the mean distance from it, of a run without fluid."""
+    """Progress along the path, and the mean distance from it, in a run without fluid."""
     size = ("--mode", "empirical", "--nodes", "16", "--cycles", cycles)
     printed = run_example("steering", out, *size, *arguments)
     along = re.search(r"progress along the path: (\S+) L", printed)[1]
@@ -93,7 +93,7 @@ def test_steering_keeps_to_the_path_and_pictures_it(tmp_path):
     assert read_polydata(frames / "to_targets.vtk").GetNumberOfLines() == 13
     assert (tmp_path / "steered" / "steering.png").stat().st_size > 10000
 
-    # a path to the left of the body, which starts to the right, rises in a picture right way up
+    # the body heads to the right and the path bends to its left, so the path rises in the picture
     with Image.open(tmp_path / "steered" / "steering.gif") as film:
         assert film.n_frames == len(list(tmp_path.glob("steered/pictures/*.ppm"))) == 25
         film.seek(24)

@@ -33,7 +33,7 @@ def test_amplitude_and_direction_of_the_wave(midline, tail):
     t = np.linspace(1.0, 2.0, 2001)
     y = np.array([midline(ENDS, instant)[0] for instant in t])
     assert abs(y[:, -1]).max() == pytest.approx(tail, rel=1e-5)
-    # the crest passes a later station later
+    # the crest passes the stations in their order
     crests = np.unwrap(TURN * t[np.argmax(y[:-1], axis=0)]) / TURN
     assert (np.diff(crests) > 0).all()
     assert crests[-1] - crests[0] == pytest.approx(1.0, abs=0.06)
@@ -58,7 +58,7 @@ def test_joints_bend_the_chain_onto_the_midline(midline, tail):
     steps = np.diff(ENDS) / np.cos(headings)
     z = midline(ENDS[0], t)[0] + np.concatenate([[0.0], np.cumsum(steps * np.sin(headings))])
     np.testing.assert_allclose(z, midline(ENDS, t)[0], atol=1e-12)
-    # the same from the tail
+    # the same, starting from the tail
     backwards, _ = joint_angles(midline, ENDS[::-1], t)
     np.testing.assert_allclose(backwards, -joints[::-1], atol=1e-12)
 
@@ -66,8 +66,10 @@ def test_joints_bend_the_chain_onto_the_midline(midline, tail):
 @GAITS
 def test_servo_commands_track_the_gait(midline, tail):
     dt = 1 / 400
-    actual = np.full(len(ENDS) - 2, 0.05)  # starts off the gait
+    actual = np.full(len(ENDS) - 2, 0.05)  # starts away from the gait
     for step in range(800):
         actual = actual + dt * servo_command(midline, ENDS, step * dt, dt, actual, bend=0.26)
     wanted, _ = joint_angles(midline, ENDS, 2.0)
-    np.testing.assert_allclose(actual, wanted + 0.02, atol=1e-4)  # 13 joints share the bend
+    np.testing.assert_allclose(
+        actual, wanted + 0.02, atol=1e-4
+    )  # the bend is divided among 13 joints

@@ -1,4 +1,4 @@
-"""Markers against the written fluid file: an independent reader, an independent interpolation."""
+"""Compares markers with the written fluid file, by another reader and another interpolation."""
 
 import drelt
 import numpy as np
@@ -8,7 +8,7 @@ from vtk_files import read_fluid
 
 
 def trilinear(field, origin, spacing, sizes, place):
-    """The field (nz, ny, nx, k) at a place, from the eight nodes around it."""
+    """Interpolates the field (nz, ny, nx, k) at a place between the eight nodes around it."""
     at = (np.asarray(place) - origin) / spacing
     low = np.clip(np.floor(at).astype(int), 0, np.array(sizes) - 2)
     t = at - low
@@ -23,14 +23,14 @@ def trilinear(field, origin, spacing, sizes, place):
 
 @pytest.mark.parametrize("follow", [False, True])
 def test_markers_read_what_the_fluid_file_holds(tmp_path, follow):
-    nodes = 24  # a body length
+    nodes = 24  # per body length
     param = drelt.make_simParams()
     param.setup_mode = drelt.SETUP_MODE.MANUAL
     param.l0p, param.N = 0.2, nodes
     param.u0p, param.u0k = 0.25, 0.1
     param.visp, param.rou0p = 4e-4, 1000.0
     counts = np.array((48, 20, 28))
-    # a marker finds its cell by size over count, so the size is all but a whole number of spacings
+    # a marker finds its cell from size / count, so make the size nearly a whole number of spacings
     param.width, param.height, param.depth = ((n - 1e-4) * 0.2 / nodes for n in counts)
     simulator = drelt.make_simulator(param, 0)
     name = "swimmer_follow" if follow else "swimmer"
@@ -53,9 +53,9 @@ def test_markers_read_what_the_fluid_file_holds(tmp_path, follow):
     assert 3 <= len(places) <= 6
     densities = [trilinear(arrays["density"], origin, spacing, sizes, p)[0] for p in places]
     assert np.ptp(densities) > 1e-5, "the moving body must leave its mark on the fluid"
-    # the file's origin and spacing are printed to six digits
+    # the file gives origin and spacing to six digits
     assert markers.getMarkersPressure() == pytest.approx(densities, abs=1e-5)
-    # markers give the momentum in the grid's frame, the file the velocity in the inertial one
+    # markers give the momentum in the grid's frame, the file gives the velocity in the inertial frame
     if not follow:
         momenta = [trilinear(arrays["cell_velocity"], origin, spacing, sizes, p) for p in places]
         found = np.array([np.ravel(v) for v in markers.getMarkersVel()])

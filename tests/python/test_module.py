@@ -9,39 +9,9 @@ import signal
 import drelt
 import numpy as np
 import pytest
+from scenes import HOST, make_body, make_params, make_scene
 
-HOST = -1  # the device of host threads
 FLUID_MODES = (drelt.COUPLE_MODE.TWO_WAY, drelt.COUPLE_MODE.ONE_WAY)
-
-
-def make_params(**changes):
-    """A box of 16 x 14 x 14 nodes, two diameters of the sphere long."""
-    params = drelt.make_simParams()
-    params.setup_mode = drelt.SETUP_MODE.MANUAL
-    params.N, params.l0p = 8, 0.02
-    params.u0k, params.u0p = 0.05, 0.1
-    params.visp, params.rou0p = 4e-5, 1000.0
-    params.width, params.height, params.depth = 0.039, 0.034, 0.034
-    params.pml_width = 2
-    for name, value in changes.items():
-        setattr(params, name, value)
-    return params
-
-
-def make_body(samples=2000, device=HOST, asset="sphere_follow"):
-    description = drelt.skeletonFromJson(f"assets/{asset}.json", device)
-    zero = np.zeros(3)
-    return drelt.make_skDynamics(description, samples, device, zero, zero, np.ones(3))
-
-
-def make_scene(**changes):
-    simulator = drelt.make_simulator(make_params(**changes), HOST)
-    world = drelt.make_skWorld([0.5, 0, 0])
-    body = make_body()
-    world.addSkeleton(body)
-    simulator.attachWorld(world)
-    simulator.commitInit()
-    return simulator, world, body
 
 
 def test_flags_join():
@@ -236,7 +206,7 @@ def test_numbers_that_cannot_be_are_refused_before_anything_changes(call, text):
 
 
 def moved(scene):
-    """Where a scene's body is after two steps."""
+    """Positions of a scene's body after two steps."""
     simulator, _, body = scene
     for mode in (drelt.COUPLE_MODE.NO_FLUID, drelt.COUPLE_MODE.TWO_WAY):
         simulator.step(mode)
@@ -271,7 +241,7 @@ def test_a_forked_process_goes_on():
     simulator.step(drelt.COUPLE_MODE.NO_FLUID)
     child = os.fork()
     if child == 0:
-        signal.alarm(20)  # ends a child that waits for ever
+        signal.alarm(20)  # ends a child that hangs
         simulator.step(drelt.COUPLE_MODE.TWO_WAY)
         os._exit(simulator.getIterNum())
     _, status = os.waitpid(child, 0)
@@ -285,7 +255,7 @@ def place(**vectors):
 
 
 def commit(**changes):
-    """A commitInit with parameters changed after the grid was made."""
+    """Calls commitInit with parameters that changed after the grid was made."""
     params = make_params()
     simulator = drelt.make_simulator(params, HOST)
     world = drelt.DartWorld()
@@ -297,7 +267,7 @@ def commit(**changes):
 
 
 def joint_name(body):
-    """The name of the joint that carries the base link, which is named after it."""
+    """Name of the joint of the base link: the link's name without its prefix."""
     return body.getBaseLink().getName().replace("[link]", "")
 
 

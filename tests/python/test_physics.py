@@ -1,4 +1,4 @@
-"""Short flows with known answers, driven through the module as a script drives it."""
+"""Short flows with known answers, run as a script runs them."""
 
 import math
 
@@ -12,7 +12,7 @@ ONE_WAY, TWO_WAY = drelt.COUPLE_MODE.ONE_WAY, drelt.COUPLE_MODE.TWO_WAY
 
 
 def simulator_around(description, param, samples, gravity=ZERO, out=None):
-    """Simulator and body of one description, committed; files go to the folder out."""
+    """Simulator and body of one description, after commitInit. Files go to the folder out."""
     simulator = drelt.make_simulator(param, 0)
     body = drelt.make_skDynamics(
         drelt.skeletonFromJson(f"assets/{description}.json", 0), samples, 0, ZERO, ZERO, np.ones(3)
@@ -27,18 +27,18 @@ def simulator_around(description, param, samples, gravity=ZERO, out=None):
 
 
 def parameters(nodes, spacing_count, l0p, u0p, u0k, visp):
-    """Parameters of a box of the given numbers of nodes at spacing l0p / spacing_count."""
+    """Parameters of a box with these numbers of nodes and the node spacing l0p / spacing_count."""
     param = drelt.make_simParams()
     param.setup_mode = drelt.SETUP_MODE.MANUAL
     param.l0p, param.N, param.u0p, param.u0k = l0p, spacing_count, u0p, u0k
     param.visp, param.rou0p = visp, 1000.0
-    # half a node less than the count keeps the accumulated length away from a tie
+    # half a spacing less than the count: rounding then cannot change the number of nodes
     param.width, param.height, param.depth = ((n - 0.5) * l0p / spacing_count for n in nodes)
     return param
 
 
 def test_settling_sphere_on_fixed_and_following_grid():
-    # 8 nodes a diameter: the body acts larger than its mesh, so it settles below the reference
+    # at 8 nodes per diameter the body acts larger than its mesh, so it settles more slowly
     scene = SettlingSphere("assets/sphere.json", 8, 50.0, (14, 6, 6), samples=400)
     early, late = scene.steps_for(4.0), scene.steps_for(12.0)
     for step in range(1, late + 1):
@@ -48,7 +48,7 @@ def test_settling_sphere_on_fixed_and_following_grid():
     assert scene.speed() == pytest.approx(0.74, abs=0.03)
     assert scene.speed() < schiller_naumann_speed(50.0)
 
-    # for as long as the open planes have not told on it, the travelling grid makes no difference
+    # early on, before the open planes have an effect, both grids give the same speed
     scene = SettlingSphere("assets/sphere_follow.json", 8, 50.0, (14, 6, 6), samples=400)
     for _ in range(early):
         scene.simulator.step(TWO_WAY)
@@ -56,14 +56,14 @@ def test_settling_sphere_on_fixed_and_following_grid():
 
 
 PERIOD = 1000  # steps
-PLATE_SPEED = 0.1  # m/s; 0.01 in lattice units, so that the plate travels 1.6 nodes either way
+PLATE_SPEED = 0.1  # m/s; 0.01 in lattice units, so the plate moves 1.6 nodes to each side
 VISCOSITY = 0.1  # lattice units
 
 
 def oscillating_plate_vorticity(description, out):
-    """Heights over the plate in nodes, and the complex amplitude of the vorticity there."""
-    # The plate is 56 nodes long: its ends stay a node or more inside the box. Samples next to an
-    # open plane would find part of their stencil missing and overdrive the fluid there.
+    """Heights above the plate [nodes], and the complex amplitude of the vorticity there."""
+    # The plate is 56 nodes long, so its ends stay at least one node inside the box. The stencil of a
+    # sample next to an open plane is incomplete, and its force would be too strong.
     param = parameters((60, 80, 12), 16, 0.02, PLATE_SPEED, 0.01, VISCOSITY / 80)
     simulator, body = simulator_around(description, param, 4000, out=out)
     joint = body.getJoint("bone_00")
@@ -89,8 +89,9 @@ def oscillating_plate_vorticity(description, out):
 
 
 def test_oscillating_plate_on_fixed_and_following_grid(tmp_path):
-    # Stokes' second problem: u = U exp(-y/d) cos(wt - y/d), d = sqrt(2 nu / w). Nothing holds the far
-    # field of the open box, so irrotational motion comes on top of it; the vorticity knows only d.
+    # Stokes' second problem: u = U exp(-y/d) cos(wt - y/d), d = sqrt(2 nu / w). The open
+    # box does not hold the far field at rest, which adds an irrotational motion. The vorticity is free
+    # of it.
     depth = math.sqrt(2 * VISCOSITY * PERIOD / (2 * math.pi))
     profiles = {}
     for name in ("plate", "plate_follow"):
@@ -106,7 +107,7 @@ def test_oscillating_plate_on_fixed_and_following_grid(tmp_path):
 
 
 def test_evenly_accelerated_frame_leaves_the_fluid_at_rest(tmp_path):
-    # the grid follows a freely falling body without samples: the fluid must lag exactly behind
+    # the grid follows a falling body without samples, and the fluid must stay at rest in the world
     param = parameters((24, 20, 22), 16, 0.02, 0.1, 0.1, 4e-5)
     dt = param.get_tp()
     simulator, body = simulator_around("sphere_follow", param, 0, (0.5, 0.0, 0.0), tmp_path)
@@ -119,7 +120,7 @@ def test_evenly_accelerated_frame_leaves_the_fluid_at_rest(tmp_path):
     speed = 0.5 * steps * dt
     assert body.getVelocities()[0] == pytest.approx(speed, rel=1e-6)
     inner = (slice(2, -2),) * 3
-    # the file holds the velocity in the inertial sense: zero, whatever the frame does
+    # the file holds the velocity in the inertial frame: zero for any motion of the grid
     assert np.abs(arrays["cell_velocity"][inner]).max() < 1e-6
     assert np.abs(arrays["density"][inner] - 1).max() < 1e-6
     assert origin[0] + param.width / 2 == pytest.approx(centre, abs=1e-6)
@@ -139,7 +140,7 @@ def test_jerked_sphere_sends_sound_at_the_lattice_speed(tmp_path):
             sizes, _, _, arrays = read_fluid(tmp_path / "Fluid" / "0_sound.vtk")
             middle = sizes[0] // 2
             ahead = np.abs(arrays["density"][middle, middle, middle:, 0] - 1)
-            # the pulse runs out from the surface, 6 nodes from the centre; what is slower lies behind
+            # the pulse starts at the surface, 6 nodes from the centre; slower motion stays behind it
             behind = 6 + int(0.7 * step / math.sqrt(3))
             peak = behind + np.argmax(ahead[behind:])
             assert peak == pytest.approx(6 + step / math.sqrt(3), abs=1.5), step

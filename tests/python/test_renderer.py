@@ -1,4 +1,4 @@
-"""Frames, by their content, drawn in a window and without one by Mesa's software rasteriser."""
+"""Checks what frames show. Mesa's software rasteriser draws them, in a window and without one."""
 
 import os
 import shutil
@@ -32,9 +32,9 @@ FOCAL = 1 / np.tan(np.radians(22.5))  # half the image's height at a distance of
 
 
 def draw(command, cwd=ROOT, **variables):
-    """What a Python process prints that has these environment variables and no display but theirs."""
+    """What a Python process prints. It sees these environment variables, and no other display."""
     environment = {k: v for k, v in os.environ.items() if "DISPLAY" not in k and k[:4] != "LOGL"}
-    environment["PYTHONPATH"] = f"{Path(drelt.__file__).parent}:{SCENES.parent}"
+    environment["PYTHONPATH"] = f"{Path(drelt.__file__).parents[1]}:{SCENES.parent}"
     environment.update(LIBGL_ALWAYS_SOFTWARE="1", OMP_WAIT_POLICY="passive", **variables)
     done = subprocess.run(
         [sys.executable, *map(str, command)],
@@ -64,7 +64,7 @@ def display():
         pytest.skip("no Xvfb: install the Debian package xvfb")
     reading, writing = os.pipe()
     server = subprocess.Popen(
-        # -noreset: else it starts anew, deaf for a moment, when the last window of a scene closes
+        # without -noreset the server restarts when the last window closes, and misses connections
         ["Xvfb", "-displayfd", str(writing), "-noreset", "-nolisten", "tcp"],
         pass_fds=(writing,),
         stderr=subprocess.DEVNULL,
@@ -77,7 +77,7 @@ def display():
 
 
 def read_ppm(path):
-    """(height, width, 3), from the top row to the bottom: rows in the file run upwards."""
+    """The image (height, width, 3) with its top row first. The file has its bottom row first."""
     magic, sizes, largest, pixels = path.read_bytes().split(b"\n", 3)
     width, height = map(int, sizes.split())
     assert (magic, largest, len(pixels)) == (b"P6", b"255", 3 * width * height)
@@ -90,7 +90,7 @@ def image(surfaceless):
 
 
 def project(points, eye, target, up):
-    """Columns and rows, from the top left corner of the image, of world positions (n, 3)."""
+    """Columns and rows of world positions (n, 3), counted from the top left corner of the image."""
     front = np.subtract(target, eye) / np.linalg.norm(np.subtract(target, eye))
     right = np.cross(front, up) / np.linalg.norm(np.cross(front, up))
     seen = (points - np.array(eye)) @ np.array([right, np.cross(right, front), front]).T
@@ -99,7 +99,7 @@ def project(points, eye, target, up):
 
 
 def height_of(row, distance):
-    """Height [m] of a row's centre at a distance from an eye at height 0."""
+    """Height [m] that the centre of a row shows at this distance, for an eye at height 0."""
     return (HEIGHT / 2 - row - 0.5) / (FOCAL * HEIGHT / 2) * distance
 
 
@@ -109,7 +109,7 @@ def bounds(mask):
 
 
 def front_of_cube():
-    """World positions on z = 0.5 that the pixels of an image taken from (0, 0, 3) show."""
+    """World positions in the plane z = 0.5 that the pixels show, for an eye at (0, 0, 3)."""
     columns, rows = np.meshgrid(np.arange(WIDTH), np.arange(HEIGHT))
     scale = FOCAL * HEIGHT / 2 / 2.5
     x, y = (columns + 0.5 - WIDTH / 2) / scale, (HEIGHT / 2 - rows - 0.5) / scale
@@ -154,7 +154,7 @@ def test_cube_is_in_its_place_and_lit(image):
         shown = image(name)
         assert np.all(shown[inside > 0.5 + half_pixel] == BACKGROUND)
         face = inside < 0.5 - half_pixel
-        # a level for rounding, one for the interpolation across the triangles
+        # one level for rounding, one for the interpolation across the triangles
         assert np.abs(shown - phong(points, light))[face].max() <= 2
     brightest = np.unravel_index(image("cube")[..., 0].argmax(), (HEIGHT, WIDTH))
     assert points[brightest][0] > 0.2, "right of the middle"
@@ -166,7 +166,7 @@ def test_renderers_take_turns(image, surfaceless):
     assert read[0] == read[1], "the other renderer has come and gone"
     lit = image("other").max(axis=-1) != BACKGROUND
     left, right, top, bottom = bounds(lit)
-    edge = FOCAL * 24 / 4.5  # of the front face from (0, 0, 5), in pixels
+    edge = FOCAL * 24 / 4.5  # half the width of the front face, seen from (0, 0, 5), in pixels
     assert lit.shape == (48, 64)
     assert (right - left, bottom - top) == (pytest.approx(edge, abs=1), pytest.approx(edge, abs=1))
     assert (left + right, top + bottom) == (64, 48)

@@ -1,8 +1,8 @@
 """The whole public surface of the module, in its order, against a table written by hand.
 
-A parameter is written `name: type` where scripts may use the keyword, as the bare type where there
-is none, and `_: type` where any name does. vec3, vecm and fvec3 are float64 and float32 arrays of
-three or any number of rows. A description stands in the table where its words are settled.
+The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
+may not, and as `_: type` if the keyword may have any name. vec3, vecm and fvec3 are arrays of float64
+and float32 with three or any number of rows. The table gives a description if its words are fixed.
 """
 
 import re
@@ -164,6 +164,8 @@ class tinyRenderer
     addCube() -> None
     addDynamics(dynamics: SkeletonDynamics) -> None
     addTrajectory(trajectory: trajectory3d) -> None
+
+setVerbosity(level: int) -> None
 '''  # fmt: skip
 
 
@@ -171,6 +173,8 @@ def plain(signature):
     """One of pybind11's signature lines in the table's words, without self."""
     text = signature.replace("drelt.", "")
     text = re.sub(r"\(self: \w+(, )?", "(", text)
+    if ", /)" in text:
+        text = re.sub(r"\w+: ", "", text.replace(", /)", ")"))
     text = re.sub(r"\barg\d+: ", "", text)
     text = re.sub(r"numpy\.ndarray\[numpy\.float64\[(3|m), 1\]\]", r"vec\1", text)
     text = text.replace("numpy.ndarray[numpy.float32[3, 1]]", "fvec3")
@@ -196,7 +200,7 @@ def attribute(name, member):
     kind = plain(member.fget.__doc__).partition(" -> ")[2].strip()
     if member.fset is None:
         return f"{name}: {kind}, read only"
-    assert plain(member.fset.__doc__.strip()) == f"({kind}) -> None", name
+    assert re.fullmatch(rf"\((\w+, )?{kind}\) -> None", plain(member.fset.__doc__.strip())), name
     return f"{name}: {kind}"
 
 

@@ -28,10 +28,10 @@ def test_joints_follow_the_gait_and_nothing_moves_on_without_fluid(name):
     wanted, _ = joint_angles(swimmer.midline, swimmer.ends, steps * dt)
     np.testing.assert_allclose(np.ravel(body.getPositions(False)), wanted, atol=2e-3)
     assert abs(wanted).max() > 0.05
-    # momentum stays zero: the centre of mass rests, up to the error of the first-order integration
-    # (0.005 lengths at these large steps; it halves with the step)
+    # the momentum stays zero, so the centre of mass rests up to the error of the first-order
+    # integration: 0.005 lengths at these large steps, half of it at half the step
     assert np.linalg.norm(np.ravel(body.getCOM()) - start) < 0.01 * LENGTH
-    assert states[-1][3] @ (1, 0, 0) > 0.9  # the head still points ahead
+    assert states[-1][3] @ (1, 0, 0) > 0.9  # the head still points forward
 
 
 def test_a_grid_too_coarse_for_its_links_raises():
@@ -50,7 +50,7 @@ def test_fork_has_a_weightless_link_and_its_branches():
     assert fork.getMass() == pytest.approx(1e-6)
     upper, lower = (body.getLink(f"[link]caudal_intermediate_{k}") for k in range(2))
     assert upper.getMass() == lower.getMass() > 1e-3
-    # link centres half-way from the fork, at 0.36 L behind the middle, to the lobes' joints
+    # each link centre lies half-way between the fork, 0.36 L behind the middle, and its lobe's joint
     assert np.ravel(upper.getPosition()) == pytest.approx((-0.079, 0.004, 0.0), abs=1e-6)
     assert np.ravel(lower.getPosition()) == pytest.approx((-0.079, -0.004, 0.0), abs=1e-6)
     assert body.getLink("[link]caudal_intermediate_2") is None

@@ -1,9 +1,9 @@
-"""Written files, read back by the VTK library."""
+"""Reads written files back with the VTK library."""
 
 import drelt
 import numpy as np
 import pytest
-from test_module import make_scene
+from scenes import make_scene
 from vtk_files import read_fluid, read_polydata
 from vtkmodules.util.numpy_support import vtk_to_numpy
 
@@ -20,7 +20,7 @@ def test_fluid_file_holds_the_fluid(tmp_path):
     np.testing.assert_allclose(spacing, 0.0025)
     assert set(arrays) == {"cell_velocity", "density", "PML_type", "sigma"}
 
-    # the layer as its definition has it
+    # the absorbing layer by its definition
     z, y, x = np.indices((nz, ny, nx))
     margin = np.min([x, nx - 1 - x, y, ny - 1 - y, z, nz - 1 - z], axis=0)
     depth = np.clip(2 - margin, 0, None).astype(np.float32)
@@ -35,12 +35,12 @@ def test_fluid_file_holds_the_fluid(tmp_path):
     assert types[5, 5, 0] == 4
     assert types[5, 5, -1] == 5
 
-    # the body has set the fluid in motion, which starts at rest with density 1
+    # the fluid started at rest with density 1, and the body has set it in motion
     density = arrays["density"][..., 0]
     assert 0 < np.abs(density - 1).max() < 0.1
     assert np.abs(arrays["cell_velocity"]).max() > 1e-5
 
-    # the data start where the text ends, and nothing stands between the blocks
+    # the data follow the text at once, and nothing lies between the blocks
     raw = path.read_bytes()
     start = raw.index(b"VECTORS cell_velocity float\n") + len(b"VECTORS cell_velocity float\n")
     size = 12 * nx * ny * nz
@@ -60,7 +60,7 @@ def test_object_file_holds_the_skin(tmp_path):
     assert mesh.GetNumberOfPolys() > 100
     assert len(positions) == len(normals)
     assert mesh.GetPointData().GetTCoords().GetNumberOfTuples() == len(positions)
-    # a sphere about the centre of mass; text has 4 decimals
+    # a sphere around the centre of mass; the file has 4 decimals
     offset = positions - body.getCOM()
     radius = np.linalg.norm(offset, axis=1)
     np.testing.assert_allclose(radius, radius.mean(), rtol=0.02)
@@ -142,7 +142,7 @@ def test_trajectory_file_holds_the_curve(tmp_path, make):
     read = read_polydata(path)
     count = 200 * len(control)
     places, tangents = uniform_b_spline(control, 3 * np.arange(count) / count)
-    # four decimals of a curve whose parameter is a float
+    # the file has 4 decimals, and the parameter of the curve is a float
     np.testing.assert_allclose(points_of(read), places, rtol=0, atol=6e-5)
     written = vtk_to_numpy(read.GetPointData().GetVectors("tagents"))
     np.testing.assert_allclose(written, tangents, rtol=0, atol=6e-5)

@@ -6,7 +6,7 @@ from vtkmodules.vtkIOLegacy import vtkPolyDataReader, vtkStructuredPointsReader
 
 
 def read_fluid(path):
-    """Grid sizes (nx, ny, nz), origin, spacing, and the arrays by name, each (nz, ny, nx, 3)."""
+    """Grid sizes (nx, ny, nz), origin, spacing, and a dictionary of arrays (nz, ny, nx, 3)."""
     reader = vtkStructuredPointsReader()
     reader.SetFileName(str(path))
     reader.ReadAllVectorsOn()

@@ -1,4 +1,4 @@
-// Paths for the tests of curves and of the poses on them.
+// Paths for the tests of curves and poses.
 #pragma once
 
 #include <Eigen/Core>
@@ -14,7 +14,7 @@ namespace drelt::test {
 
 using Vec3 = Eigen::Vector3d;
 
-// Rows of three, as the reference cases store points.
+// Makes points from the rows of three numbers of a reference case.
 inline std::vector<Vec3> toPoints(const std::vector<double>& flat) {
     std::vector<Vec3> points;
     for (std::size_t i = 0; i + 2 < flat.size(); i += 3) points.emplace_back(&flat[i]);

@@ -1,4 +1,4 @@
-// The controller, against the reference case and by hand numbers.
+// Compares the controller with the reference case and with values computed by hand.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -35,15 +35,18 @@ TEST(Controller, GainsSetPointAndReset) {
     mlSimplePDControl_1D derivative(0, 1, 0.1);
     EXPECT_EQ(derivative.feedback(1, 0.1), -10.0);
     EXPECT_EQ(derivative.feedback(1, 0.1), 0.0);
-    EXPECT_EQ(derivative.feedback(2, 0.5), -2.0);  // the time step of the call counts
+    EXPECT_EQ(derivative.feedback(2, 0.5), -2.0);  // uses the time step of this call
+    EXPECT_EQ(derivative.dvalue, 2.0);
+    EXPECT_EQ(derivative.value, 2.0);
     EXPECT_EQ(derivative.feedback(1, 0.0), INFINITY);
 
     mlSimplePDControl_1D control(2, 1, 0.1);
     control.set_value(4);
     control.feedback(3, 0.1);
     control.reset();
-    EXPECT_EQ(control.feedback(0, 1), 0.0);     // set point and measurement are gone
-    EXPECT_EQ(control.feedback(1, 0.5), -4.0);  // the gains are not
+    EXPECT_EQ(control.timestep + control.dvalue + control.value + control.desired_value, 0.0);
+    EXPECT_EQ(control.feedback(0, 1), 0.0);     // no set point, no measurement
+    EXPECT_EQ(control.feedback(1, 0.5), -4.0);  // but still the gains
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 namespace drelt::test {
 namespace {
 
-// A fitted path along x: the curve runs from x = 1 to x = count - 2. Ten samples of seven points
-// stand at x = 1, 1.4, ..., 4.6.
+// A fitted path along x. The curve runs from x = 1 to x = count - 2. With seven points and ten
+// samples, the samples lie at x = 1, 1.4, ..., 4.6.
 mlTPTrajectory straightPath(int count, int samples) {
     mlTPTrajectory path;
     give(path, pointsAlong(count, [](double i) { return Vec3(i, 0, 0); }));
@@ -35,7 +35,7 @@ TEST(PoseTrajectory, PosesAgreeWithReference) {
     const VectorCase given("poses");
     const mlTPTrajectory path = referencePath(given);
     std::vector<double> positions, orientations, posePositions, poseOrientations, curvatures;
-    for (const mlTPTrajectoryPData& pose : path.samples()) {
+    for (const mlTPTrajectoryPData& pose : path.samples) {
         append(positions, pose.getPosition());
         append(orientations, pose.getOrientation());
         EXPECT_EQ(pose.data, pose.getPosition());
@@ -66,7 +66,7 @@ TEST(PoseTrajectory, QueriesAgreeWithReference) {
         const mlTPTrajectoryPData pose = path.getTargetPose(queries[i], index, lookForward[i]);
         EXPECT_EQ(index, target[i] - 1) << "query " << i;
         EXPECT_EQ(path.getLastIdx(), index) << "query " << i;
-        EXPECT_EQ(pose.data, path.samples()[target[i]].data) << "query " << i;
+        EXPECT_EQ(pose.data, path.samples[target[i]].data) << "query " << i;
         reference.push_back(path.getReferencePose(queries[i], previous[i], lookForward[i]));
         EXPECT_EQ(path.getLastIdx(), index) << "query " << i;
         scan.push_back(path.getReferencePose(queries[i]));
@@ -79,8 +79,8 @@ TEST(PoseTrajectory, SamplesLeaveOutTheEnd) {
     mlTPTrajectory path = straightPath(5, 4);
     ASSERT_EQ(path.getSampleNum(), 4);
     for (int i = 0; i < 4; ++i) {
-        EXPECT_NEAR(path.samples()[i].getPosition().x(), 1.0 + 0.5 * i, 1e-6);
-        EXPECT_TRUE(path.samples()[i].getOrientation().isApprox(Vec3::UnitX(), 1e-6));
+        EXPECT_NEAR(path.samples[i].getPosition().x(), 1.0 + 0.5 * i, 1e-6);
+        EXPECT_TRUE(path.samples[i].getOrientation().isApprox(Vec3::UnitX(), 1e-6));
     }
     path.sample(0);
     EXPECT_EQ(path.getSampleNum(), 0);
@@ -88,7 +88,7 @@ TEST(PoseTrajectory, SamplesLeaveOutTheEnd) {
     EXPECT_EQ(messageOf<std::invalid_argument>([&] { path.sample(-3); }),
               "sample: the number of samples must not be negative, got -3");
 
-    // A path that stands still has a place and no direction.
+    // A path whose points coincide has a position but no direction.
     give(path, std::vector<Vec3>(4, Vec3(1, 2, 3)));
     path.fit();
     EXPECT_EQ(path.getPose(0.5).getOrientation(), Vec3::Zero());
@@ -120,29 +120,29 @@ TEST(PoseTrajectory, SearchStaysInItsRange) {
     };
     EXPECT_EQ(reached(2.5, 0, 9), 3);           // between 2.2 and 2.6
     EXPECT_EQ(reached(2.5, 3, 1), 3);           // in the only segment of the range
-    EXPECT_EQ(reached(2.5, 1, 2), 3);           // just ahead of the range: its end
-    EXPECT_EQ(reached(4.4, 1, 2), 3);           // far ahead: advances by no more than the range
+    EXPECT_EQ(reached(2.5, 1, 2), 3);           // just ahead of the range: takes its end
+    EXPECT_EQ(reached(4.4, 1, 2), 3);           // far ahead: advances to the end of the range
     EXPECT_EQ(reached(1.1, 4, 3), 4);           // behind: stays
     EXPECT_EQ(reached(1.1, 4, -3), 4);          // the end of the range is before its start
     EXPECT_EQ(reached(1.5, -2, 4), 1);          // a range from -2 to 2 starts at 0
-    EXPECT_EQ(reached(1.5, -9, 4), 0);          // a range before the table is its first sample
+    EXPECT_EQ(reached(1.5, -9, 4), 0);          // a range before the table holds its first sample
     EXPECT_EQ(reached(3.5, 2, 1000000000), 6);  // the range ends with the table
     EXPECT_EQ(reached(3.5, 2, std::numeric_limits<int>::max()), 6);
 }
 
 TEST(PoseTrajectory, BodyOnASampleBelongsToBothSegments) {
     mlTPTrajectory path = straightPath(7, 10);
-    const Vec3 onSample = path.samples()[3].data;
+    const Vec3 onSample = path.samples[3].data;
     int index = 0;
     path.getTargetPose(onSample, index, 9);
-    EXPECT_EQ(index, 2);  // the first of the two in the range
+    EXPECT_EQ(index, 2);  // the range holds both segments: takes the first
     index = 3;
     path.getTargetPose(onSample, index, 6);
     EXPECT_EQ(index, 3);
 }
 
 TEST(PoseTrajectory, CrossingPathIsFollowedInOrder) {
-    // A loop: x goes forth and back over the same place, y tells the two branches apart at the ends.
+    // A figure of eight: the path crosses itself in the middle.
     mlTPTrajectory path;
     give(path, pointsAlong(40, [](double i) {
              const double angle = 0.3 * i;
@@ -150,10 +150,10 @@ TEST(PoseTrajectory, CrossingPathIsFollowedInOrder) {
          }));
     path.fit();
     path.sample(400);
-    // A body that runs on the curve is never carried to the other branch of the crossing.
+    // A body on the curve keeps to its branch at the crossing.
     int index = 0;
     for (int i = 1; i < 398; ++i) {
-        const Vec3 body = 0.5 * (path.samples()[i].data + path.samples()[i + 1].data);
+        const Vec3 body = 0.5 * (path.samples[i].data + path.samples[i + 1].data);
         path.getTargetPose(body, index, 10);
         EXPECT_EQ(index, i);
     }
@@ -164,21 +164,21 @@ TEST(PoseTrajectory, ReferenceAddsThePlainDistance) {
     // Between samples 3 at 2.2 and 4 at 2.6; the distance is not divided by the number of samples.
     EXPECT_NEAR(path.getReferencePose(Vec3(2.5, 7, 0), 2), 0.3 + 0.3, 1e-5);
     EXPECT_EQ(path.getLastIdx(), 3);
-    EXPECT_EQ(path.getReferencePose(Vec3(2.5, 7, 0), 1, 0), 0.1);  // no range at all
-    EXPECT_EQ(path.getReferencePose(Vec3(4.4, 0, 0), 1, 3), 0.4);  // the end of the range
+    EXPECT_EQ(path.getReferencePose(Vec3(2.5, 7, 0), 1, 0), 0.1);  // empty range
+    EXPECT_EQ(path.getReferencePose(Vec3(4.4, 0, 0), 1, 3), 0.4);  // takes the end of the range
     EXPECT_EQ(path.getReferencePose(Vec3(9, 0, 0), 9), 0.9);       // the last sample
     EXPECT_EQ(path.getLastIdx(), 9);
-    // The range of ten is the default: from 0 on, sample 9 is the last one looked at.
+    // The default range is ten samples: from 5 it ends at sample 15.
     mlTPTrajectory fine = straightPath(7, 40);
     EXPECT_EQ(fine.getReferencePose(Vec3(4.4, 0, 0), 5), 15.0 / 40.0);
 
-    // The scan takes the first of equals and leaves the index.
+    // The scan takes the first of equally near samples and does not change the index.
     EXPECT_EQ(path.getReferencePose(Vec3(2.3, 0, 0)), 0.3);
     give(path, std::vector<Vec3>(5, Vec3(1, 1, 1)));
     path.fit();
     path.sample(8);
     EXPECT_EQ(path.getReferencePose(Vec3::Zero()), 0.0);
-    EXPECT_EQ(path.getLastIdx(), 9);  // nor does a new table
+    EXPECT_EQ(path.getLastIdx(), 9);  // a new table does not change it either
 }
 
 TEST(PoseTrajectory, QueriesPastTheTableRaiseAndChangeNothing) {
@@ -223,7 +223,7 @@ TEST(PoseTrajectory, NothingWorksBeforeItsStep) {
     EXPECT_THROW(path.sample(4), std::invalid_argument);
     EXPECT_THROW(path.getPose(0.5), std::invalid_argument);
     EXPECT_THROW(path.getCurvature(0.5), std::invalid_argument);
-    EXPECT_EQ(path.getSampleNum(), 10);  // the table of the curve before
+    EXPECT_EQ(path.getSampleNum(), 10);  // the table of the previous curve
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The spline, against the reference case and against curves whose values are known in closed form.
+// Compares the spline with the reference case and with curves of known closed form.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,8 +15,8 @@ namespace {
 
 using Curve = UniformCubicBSpline<Vec3, float>;
 
-// A B-spline keeps parabolas up to a constant: control points (i, i^2) give (x, x^2 + 1/3) at
-// x = T + 1, so that the length is known.
+// The B-spline of a parabola is the parabola plus a constant: control points (i, i^2) give
+// (x, x^2 + 1/3) at x = T + 1, whose length is known.
 Vec3 parabola(double i) { return {i, i * i, 0.0}; }
 double parabolaLength(double x0, double x1) {
     const auto integral = [](double x) {
@@ -62,12 +62,12 @@ TEST(Spline, OneSegmentWeighsItsFourPoints) {
     EXPECT_FALSE(curve.isLooping());
     EXPECT_EQ(curve.getPosition(0.0F), Vec3(3, 4, -4.0 / 6.0));
     EXPECT_EQ(curve.getPosition(1.0F), Vec3(8, 1, 40.0 / 6.0));
-    // The first cubic goes on below the range: weights 8, -5, 4, -1 of sixths at t = -1.
+    // Below the range the first cubic continues; its weights at t = -1 are 8, -5, 4, -1 over 6.
     EXPECT_TRUE(curve.getPosition(-1.0F).isApprox((8 * a - 5 * b + 4 * c - d) / 6.0, 1e-14));
 }
 
 TEST(Spline, DerivativesOfACubic) {
-    // Control points i^3 give x^3 + x at x = T + 1, in every segment and past both ends.
+    // Control points i^3 give x^3 + x at x = T + 1, in every segment and beyond both ends.
     const Curve curve(pointsAlong(7, [](double i) { return Vec3(i * i * i, i, 0.0); }));
     for (const float T : {-0.5F, 0.0F, 0.25F, 1.0F, 2.75F, 3.5F, 4.0F, 4.5F}) {
         const double x = T + 1.0;
@@ -122,7 +122,7 @@ TEST(Trajectory, NewPointsCountFromTheNextFitOn) {
     trajectory.fit();
     const Vec3 before = trajectory.curve().getPosition(0.5F);
     give(trajectory, pointsAlong(8, [](double i) { return Vec3(0, 0, i); }));
-    EXPECT_EQ(trajectory.points().size(), 8U);
+    EXPECT_EQ(trajectory.points.size(), 8U);
     EXPECT_EQ(trajectory.curve().getPosition(0.5F), before);
     trajectory.fit();
     EXPECT_EQ(trajectory.curve().getMaxT(), 5.0F);

@@ -1,0 +1,90 @@
+"""make_stub.py FOLDER: writes the type stub of the package drelt in FOLDER, from the module itself.
+
+pybind11-stubgen writes what the module's own signatures say. This adds what they cannot say: which
+conversions the arguments go through, what may be None, and which classes scripts cannot make.
+"""
+
+import re
+import sys
+import tempfile
+from pathlib import Path
+from types import WrapperDescriptorType
+
+from pybind11_stubgen import main as write_stub
+
+ARRAY = re.compile(r"numpy\.ndarray\[tuple\[.*?\]\], numpy\.dtype\[numpy\.float(?:32|64)\]\]")
+# anything that numpy makes an array of, a list of any kind, what converts to an integer
+TAKEN = (
+    (ARRAY, "numpy.typing.ArrayLike"),
+    (re.compile(r"\blist\["), "typing.Sequence["),
+    (re.compile(r": int\b"), ": typing.SupportsIndex"),
+)
+GIVEN = ((ARRAY, "numpy.typing.NDArray[numpy.float64]"),)
+JOINED_FLAGS = re.compile(r"def __(?:r?and|r?or|r?xor|invert)__\(")
+NONE_RETURNED = ("getBaseLink", "getLink", "getJoint")
+HEADER = """\
+import numpy
+import numpy.typing
+import typing
+class _BoundClass(type): ...
+"""
+NO_CONSTRUCTOR = """\
+    def __init__(self, none: typing.NoReturn, /, *args: typing.Any, **kwargs: typing.Any) -> None:
+        \"\"\"
+        Only the module makes these objects: the constructor raises TypeError.
+        \"\"\"
+"""
+
+
+def substituted(text, rules):
+    for pattern, by in rules:
+        text = pattern.sub(by, text)
+    return text
+
+
+def signature(line):
+    """A line "def name(parameters) -> result:" with the types that users need."""
+    taken, arrow, given = line.rpartition(" -> ")
+    given = substituted(given, GIVEN)
+    if JOINED_FLAGS.search(taken):
+        given = given.replace("typing.Any", "int")
+    if any(f"def {name}(" in taken for name in NONE_RETURNED):
+        given = given.replace(":", " | None:")
+    if taken.startswith("def make_") and not taken.endswith("()"):
+        taken = taken[:-1] + ", /)"  # pybind11-stubgen drops a slash at the end
+    return substituted(taken, TAKEN) + arrow + given
+
+
+def with_refused_constructor(text, name):
+    """The class's block with an __init__ before its first member."""
+    at = text.index(f"\nclass {name}(")
+    first = re.compile(r"^    (?:def|@)", re.MULTILINE).search(text, at).start()
+    return text[:first] + NO_CONSTRUCTOR + text[first:]
+
+
+def stub(module, folder):
+    options = ["--numpy-array-use-type-var", "--exit-code", "--stub-extension", "pyi"]
+    write_stub([module.__name__, "-o", str(folder), *options])
+    (written,) = Path(folder).rglob("*.pyi")
+    lines = written.read_text(encoding="utf-8").splitlines(keepends=True)
+    lines = [line for line in lines if not line.startswith(("import ", "__all__", "M = "))]
+    lines = [re.sub(r"^class (\w+):", r"class \1(metaclass=_BoundClass):", line) for line in lines]
+    lines = [signature(line) if line.lstrip().startswith("def ") else line for line in lines]
+    text = "".join(lines).replace("annotations\n", "annotations\n" + HEADER, 1)
+    for name, member in vars(module).items():
+        if isinstance(member, type) and isinstance(member.__init__, WrapperDescriptorType):
+            text = with_refused_constructor(text, name)
+    return text
+
+
+def main(package_folder):
+    sys.path.insert(0, package_folder)
+    import drelt
+
+    with tempfile.TemporaryDirectory() as folder:
+        text = stub(drelt, folder)
+    Path(drelt.__file__).with_suffix(".pyi").write_text(text, encoding="utf-8")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])
