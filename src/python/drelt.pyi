@@ -161,36 +161,38 @@ class SkeletonSystem(_Bound):
         """As make_skeletonSystem."""
 
 class SkeletonJoint(_Handed):
-    """A joint of a body. Keeps what it needs of the body alive."""
+    """A joint of a body. Stays usable after the body is deleted."""
     def getAccelerations(self) -> NDArray[np.float64]:
-        """[m/s^2] or [rad/s^2], one a DOF."""
+        """[m/s^2] or [rad/s^2], one per DOF."""
     def getJointType(self) -> str:
-        """Word of the description: 'revolute', ..."""
+        """Type in the description: 'revolute', ..."""
     def getName(self) -> str:
         """Name of the joint's node."""
     def getNumDofs(self) -> int:
         """Number of degrees of freedom (DOFs)."""
     def getPositions(self) -> NDArray[np.float64]:
-        """[m] or [rad], one a DOF."""
+        """[m] or [rad], one per DOF."""
     def getVelocities(self) -> NDArray[np.float64]:
-        """[m/s] or [rad/s], one a DOF."""
+        """[m/s] or [rad/s], one per DOF."""
     def setAcceleration(self, dof: int, acceleration: float) -> None:
         """One DOF."""
     def setCommand(self, command: ArrayLike) -> None:
-        """Commands of all DOFs for the next step; their meaning follows from the actuator.
-        Raises ValueError for a vector of another length, as do the other vectors here, and all
-        setters for a number that is not finite."""
+        """Commands of all DOFs for the next step. The actuator says what they mean
+        (forces, velocities). Like all setters with a vector, raises ValueError for
+        another length; like all setters, for a number that is not finite."""
     def setForce(self, force: ArrayLike) -> None:
-        """Forces [N] or moments [N m]."""
+        """Forces [N] or moments [N m] for the next step. They act only if the actuator
+        is 'force'; otherwise a warning is printed once."""
     def setPosition(self, dof: int, position: float) -> None:
-        """One DOF. Raises IndexError for a DOF that is not there, as do the other setters of one."""
+        """One DOF. Like all setters of one DOF, raises IndexError for a DOF that does
+        not exist."""
     def setPositions(self, positions: ArrayLike) -> None:
         """[m] or [rad]."""
     def setVelocity(self, dof: int, velocity: float) -> None:
         """One DOF."""
 
 class SkeletonLink(_Handed):
-    """A link of a body. Keeps what it needs of the body alive."""
+    """A link of a body. Stays usable after the body is deleted."""
     def getAngularAcceleration(self) -> NDArray[np.float64]:
         """World axes [rad/s^2], shape (3,)."""
     def getAngularVelocity(self) -> NDArray[np.float64]:
@@ -209,15 +211,15 @@ class SkeletonLink(_Handed):
         """Euler angles about x, y, z [rad], shape (3,)."""
 
 class Markers(_Handed):
-    """Probes on a body's skin, read after each step."""
+    """Probes on a body's skin. They read the fluid after each step."""
     def getMarkersNormal(self) -> list[NDArray[np.float64]]:
         """Vertex normals, world axes, a list of shape (3,)."""
     def getMarkersPos(self) -> list[NDArray[np.float64]]:
         """World positions [m], a list of shape (3,)."""
     def getMarkersPressure(self) -> list[float]:
-        """Densities of the fluid at the markers, lattice units; 1 is the fluid at rest."""
+        """Fluid densities at the markers, lattice units; 1 is the fluid at rest."""
     def getMarkersVel(self) -> list[NDArray[np.float64]]:
-        """Momenta of the fluid at the markers, lattice units, a list of shape (3,)."""
+        """Fluid momenta at the markers, lattice units, a list of shape (3,)."""
 
 class SkeletonDynamics(_Bound):
     """A live articulated body. Vectors over degrees of freedom (DOFs) are in
@@ -232,14 +234,16 @@ class SkeletonDynamics(_Bound):
         scaling: ArrayLike = ...,
     ) -> None:
         """Builds the body of a description and places it: translation [m] and rotation
-        [degrees; note its default] are added to the root joint's pose; scaling has no effect.
-        Raises RuntimeError for a mesh without joints, ValueError for a base link, base frame
-        or mimic master that does not exist, another device than the description's, a negative
+        [degrees; note the default] are added to the root joint's pose; scaling has no
+        effect. Raises RuntimeError for a mesh without joints and for a joint that
+        DART cannot solve for. Raises ValueError for a base link, base frame or mimic
+        master that does not exist, a device that does not exist or is not the
+        description's, numbers in the description that no body can have, a negative
         number of samples, and a vector that is not finite."""
     def getAccelerations(self) -> NDArray[np.float64]:
         """Of all DOFs [m/s^2, rad/s^2]."""
     def getBaseLink(self) -> SkeletonLink | None:
-        """The link that defines the heading; None where the description names none."""
+        """The link that defines the heading; None if the description names none."""
     def getBaseLinkFwd(self) -> NDArray[np.float64]:
         """Forward axis, world, shape (3,)."""
     def getBaseLinkRight(self) -> NDArray[np.float64]:
@@ -247,10 +251,11 @@ class SkeletonDynamics(_Bound):
     def getBaseLinkUp(self) -> NDArray[np.float64]:
         """Up axis, world, shape (3,)."""
     def getCOM(self) -> NDArray[np.float64]:
-        """Centre of mass, world [m], shape (3,)."""
+        """Centre of mass, world [m], shape (3,). Raises RuntimeError for a body without
+        mass, as do the velocities of the centre of mass."""
     def getCOMAngularVelocity(self) -> NDArray[np.float64]:
-        """Lower half of the spatial velocity of the centre of mass, world, shape (3,): its
-        linear part [m/s], whatever the name says."""
+        """Lower half of the spatial velocity of the centre of mass, world, shape (3,).
+        In spite of the name this is the linear part [m/s]."""
     def getCOMLinearVelocity(self) -> NDArray[np.float64]:
         """Velocity of the centre of mass, world [m/s], shape (3,)."""
     def getCommands(self) -> NDArray[np.float64]:
@@ -266,45 +271,52 @@ class SkeletonDynamics(_Bound):
     def getNumDofs(self) -> int:
         """Number of actuated DOFs."""
     def getPositions(self, includeBase: bool = True) -> NDArray[np.float64]:
-        """[m, rad], shape (m,); without the first joint's DOFs if includeBase is False."""
+        """[m, rad], shape (m,); without the DOFs of the first joint if includeBase is
+        False."""
     def getVelocities(self, includeBase: bool = True) -> NDArray[np.float64]:
-        """[m/s, rad/s], shape (m,); without the first joint's DOFs if includeBase is False."""
+        """[m/s, rad/s], shape (m,); without the DOFs of the first joint if includeBase
+        is False."""
     def sample(self, sampleNum: int) -> None:
-        """Places about sampleNum samples anew, at rest and on the rest pose until the next
-        update(). The surface counts once more at each call: a second one places half.
-        Raises ValueError for a number that is negative or does not fit into memory."""
+        """Places about sampleNum new samples. They stay in the rest pose until the next
+        update(). Each call counts the surface again, so a second call places half as
+        many. Raises ValueError for a number that is negative or does not fit into
+        memory."""
     def setCommands(self, commands: ArrayLike) -> None:
         """Commands of the actuated DOFs for the next step. Raises ValueError for another length
         and for a number that is not finite."""
     def setForces(self, forces: ArrayLike) -> None:
-        """Generalised forces of all DOFs for the next step. Raises ValueError for another length
-        and for a number that is not finite."""
+        """Generalised forces of all DOFs for the next step. They act on joints with the
+        actuator 'force' only; for other joints, a force that is not zero prints a
+        warning once per body. Raises ValueError for another length and for a number
+        that is not finite."""
     def setHead(self, position: ArrayLike, target_orientation: ArrayLike) -> None:
-        """Turns the body so that its forward axis points along target_orientation and moves its
-        root to position [m]. That pose becomes the zero of the joints: positions that they
-        have already come on top of it, and reset() goes back to it. Raises ValueError for a
-        number that is not finite."""
+        """Turns the body so that its forward axis points along target_orientation, and
+        moves its root to position [m]. This pose becomes the zero of the joints;
+        joint positions other than zero are added to it, and reset() returns to it.
+        Raises ValueError for a number that is not finite."""
     def update(self) -> None:
-        """Brings frame, mesh, markers and samples up to the joints' state."""
+        """Updates frame, mesh, markers and samples from the joint state."""
 
 class DartWorld(_Bound):
     """The bodies of a simulation."""
     def __init__(self, Gravity: ArrayLike = ...) -> None:
         """[m/s^2]"""
     def addSkeleton(self, SkeletonDynamics: SkeletonDynamics | None) -> None:
-        """Adds a body; the first one drives the fluid grid. Raises RuntimeError once a simulator
-        has committed this world."""
+        """Adds a body. The fluid grid follows the first one. Raises ValueError for a
+        body that is in a world already, RuntimeError after a simulator has committed
+        this world."""
     def getSkeleton(self, index: int) -> SkeletonDynamics:
         """Raises IndexError for an index without a body."""
     def getTimestep(self) -> float:
         """[s]"""
     def reset(self) -> None:
-        """All joints to their first positions and velocities, time to zero; a pose given by
-        setHead stays."""
+        """Sets all joints to their first positions and velocities, and the time to zero.
+        A pose given by setHead stays."""
     def setGravity(self, gravity: ArrayLike) -> None:
         """[m/s^2], shape (3,). Raises ValueError for a number that is not finite."""
     def setTimestep(self, timestep: float) -> None:
-        """[s]; each step of a simulator sets its own. Raises ValueError unless positive and finite."""
+        """[s]. Each step of a simulator sets its own. Raises ValueError unless positive
+        and finite."""
     @property
     def time(self) -> float:
         """Simulated time [s]."""
@@ -514,13 +526,16 @@ def make_skDynamics(
     /,
 ) -> SkeletonDynamics:
     """New body from a description, number of samples, device id, translation [m],
-    rotation [degrees] and scaling (without effect)."""
+    rotation [degrees] and scaling (without effect). Raises what SkeletonDynamics
+    raises."""
 
 def make_skWorld(gravity: ArrayLike, /) -> DartWorld:
     """New world with this gravity [m/s^2]."""
 
 def make_skeletonSystem(model_file: str, gpuId: int, /) -> SkeletonSystem:
-    """New description from a model file and a device id."""
+    """New description from a model file and a device id. Raises ValueError for a
+    device that does not exist, RuntimeError for a damaged model. An unreadable
+    file gives an empty description."""
 
 def make_tpPoint() -> trajectoryPosePoint3d:
     """New pose point, all zero."""
@@ -529,6 +544,8 @@ def make_trajectory() -> poseTrajectory:
     """New poseTrajectory without points."""
 
 def skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem:
-    """Reads a skeleton description file (JSON) and the mesh that it names; a relative path of
-    the mesh counts from the working directory. Raises RuntimeError with the JSON
-    library's text for a file that cannot be read or lacks values."""
+    """Reads a skeleton description file (JSON) and the mesh that it names. A
+    relative path of the mesh starts at the working directory. Raises RuntimeError
+    for a file that cannot be read, for values that are missing or of the wrong
+    type (with the JSON library's text, the file and the key) and for a damaged
+    model, ValueError for a device that does not exist."""
