@@ -44,6 +44,15 @@ std::string jsonText(const std::string& path) {
     return bytes.substr(kHeader + kChunkHeader, length);
 }
 
+// The importer's parser accepts text that is not valid UTF-8, ours does not. Names are not needed here.
+std::string asAscii(std::string text) {
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
+    for (char& c : text) {
+        if (static_cast<unsigned char>(c) > 127) c = '?';
+    }
+    return text;
+}
+
 int nestingOf(const std::string& text) {
     int depth = 0, deepest = 0;
     bool inString = false;
@@ -144,7 +153,7 @@ void checkGltf(const std::string& path) {
         refuse(path, "nests its JSON text more than " + std::to_string(kDeepestText) +
                          " deep; export the model again");
     }
-    const json model = json::parse(text, nullptr, false);
+    const json model = json::parse(asAscii(text), nullptr, false);
     if (model.is_discarded()) return;
     checkSkins(model, path);
     checkTrees(model, path);
