@@ -3,10 +3,12 @@
 #include <assimp/mesh.h>
 
 #include <cstdio>
+#include <string>
 
 #include "MeshLoad/MeshDatatGPUKernel.h"
 #include "MeshLoad/hierachyNode.h"
 #include "MeshLoad/importedTransform.h"
+#include "platform/messages.h"
 
 namespace drelt {
 
@@ -50,6 +52,7 @@ void takeBones(const aiMesh& mesh, const nodeMgr& nodes, double unitScaleFactor,
         const aiBone& bone = *mesh.mBones[b];
         const int node = nodes.find(bone.mName.C_Str());
         if (node < 0) {
+            // sic: prescribed text
             std::printf("add bone [%s] but not find in node hierachy\n", bone.mName.C_Str());
         }
         data.bone_nodeIdx.push_back(node);
@@ -99,15 +102,17 @@ void MeshData::computeAreas() {
 void MeshData::normaliseWeights() {
     data_cpu.bone_affected.clear();
     data_cpu.bone_weights_arr.clear();
+    std::string unaffected;
     for (Eigen::VectorXd& weights : data_cpu.weights) {
         const double sum = sumOf(weights);
         if (sum != 0) weights /= sum;
         const bool affected = sumOf(weights) != 0;
         data_cpu.bone_affected.push_back(affected ? 1 : 0);
-        if (!affected) std::printf("Exists!");
+        if (!affected) unaffected += "Exists!";  // sic: prescribed text
         data_cpu.bone_weights_arr.insert(data_cpu.bone_weights_arr.end(), weights.data(),
                                          weights.data() + weights.size());
     }
+    inform("%s", unaffected.c_str());
 }
 
 void MeshData::skin(bool onDevice, bool readBack) {

@@ -3,66 +3,15 @@
 #include <assimp/config.h>
 #include <assimp/postprocess.h>
 
-#include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <iostream>
 #include <stdexcept>
 
+#include "MeshLoad/GltfCheck.h"
+#include "MeshLoad/SceneCheck.h"
 #include "MeshLoad/importedTransform.h"
+#include "platform/messages.h"
 
 namespace drelt {
-
-namespace {
-
-constexpr const char* kUnitScaleKey = "UnitScaleFactor";
-constexpr std::size_t kLongestKey = 1023;
-
-// File units in a metre from the scene's metadata, 1 where the entry is absent. Importers deliver
-// the entry as a float or as a double.
-double unitScaleOf(const aiScene& scene) {
-    const aiMetadata* const metadata = scene.mMetaData;
-    if (metadata == nullptr) return 1.0;
-    for (unsigned i = 0; i < metadata->mNumProperties; ++i) {
-        if (std::strncmp(metadata->mKeys[i].C_Str(), kUnitScaleKey, kLongestKey) != 0) continue;
-        const aiMetadataEntry& entry = metadata->mValues[i];
-        if (entry.mType == AI_DOUBLE) return *static_cast<const double*>(entry.mData);
-        if (entry.mType == AI_FLOAT) return *static_cast<const float*>(entry.mData);
-    }
-    return 1.0;
-}
-
-[[noreturn]] void refuse(const std::string& path, const aiMesh& mesh, const std::string& why) {
-    throw std::runtime_error("the model '" + path + "' is damaged: in its mesh '" +
-                             mesh.mName.C_Str() + "' " + why + "; export the model again");
-}
-
-// Importers hand over what a file says, whether vertices are numbers and those that faces and bones
-// name exist or not.
-void checkVertices(const aiMesh& mesh, const std::string& path) {
-    const auto require = [&](unsigned vertex, const char* what) {
-        if (vertex < mesh.mNumVertices) return;
-        refuse(path, mesh,
-               std::string(what) + " names vertex " + std::to_string(vertex) + " of " +
-                   std::to_string(mesh.mNumVertices));
-    };
-    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-        const aiFace& face = mesh.mFaces[f];
-        for (unsigned i = 0; i < face.mNumIndices; ++i) require(face.mIndices[i], "a face");
-    }
-    for (unsigned b = 0; b < mesh.mNumBones; ++b) {
-        const aiBone& bone = *mesh.mBones[b];
-        for (unsigned i = 0; i < bone.mNumWeights; ++i)
-            require(bone.mWeights[i].mVertexId, "a bone");
-    }
-    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        const aiVector3D& at = mesh.mVertices[v];
-        if (std::isfinite(at.x) && std::isfinite(at.y) && std::isfinite(at.z)) continue;
-        refuse(path, mesh, "the position of vertex " + std::to_string(v) + " is not finite");
-    }
-}
-
-}  // namespace
 
 SkeletalMesh::SkeletalMesh() : nodes(std::make_shared<nodeMgr>()) {}
 
@@ -73,10 +22,10 @@ bool SkeletalMesh::load(const std::string& path, int device) {
     meshes.clear();
     nodes = std::make_shared<nodeMgr>();
     importer.SetPropertyInteger(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, 0);
+    checkGltf(path);
     const aiScene* imported = importer.ReadFile(path, 0);
     if (imported != nullptr) {
-        for (unsigned m = 0; m < imported->mNumMeshes; ++m)
-            checkVertices(*imported->mMeshes[m], path);  // the steps below rely on them
+        checkScene(*imported, path);  // the steps below rely on it
         imported = importer.ApplyPostProcessing(aiProcess_FlipUVs | aiProcess_GenSmoothNormals |
                                                 aiProcess_Triangulate);
     }
@@ -93,8 +42,8 @@ void SkeletalMesh::loadScene(const aiScene& importedScene, int device) {
     scene = &importedScene;
     meshes.clear();
     nodes = std::make_shared<nodeMgr>();
-    UnitScaleFactor = unitScaleOf(importedScene);
-    std::cout << "factor " << UnitScaleFactor << std::endl;
+    UnitScaleFactor = unitScaleOf(importedScene, filePath);
+    inform("factor %g\n", UnitScaleFactor);
     buildNodes();
     buildMeshes(*importedScene.mRootNode);
     checkBones();

@@ -7,6 +7,8 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/SkeletalMesh.h"
+#include "platform/check.h"
+#include "platform/messages.h"
 
 namespace drelt {
 
@@ -32,8 +34,8 @@ std::string deriveLinkName(const SkeletonJoint& parent, const SkeletonJoint& fir
     return "[link]" + stem + "::" + firstChild.name;
 }
 
-// The rotation that lays the x axis along a bone; half a turn about y for a bone along -x. A bone
-// without length (zero vector) gets a quarter turn about y.
+// The rotation that turns the x axis into the direction of a bone: half a turn about y for a bone along
+// -x, a quarter turn about y for a bone without length.
 Eigen::Matrix3d rotationAlong(const Eigen::Vector3d& bone, double length) {
     const Eigen::Vector3d direction = length > 0 ? Eigen::Vector3d(bone / length) : bone;
     const Eigen::Vector3d x = Eigen::Vector3d::UnitX();
@@ -70,6 +72,7 @@ SkeletonLink::SkeletonLink(std::shared_ptr<SkeletonJoint> parent,
 
 SkeletonSystem::SkeletonSystem(const std::string& modelFile, int device)
     : GpuCopyable(device), mesh(std::make_shared<SkeletalMesh>()) {
+    platform::requireDevice(device, "SkeletonSystem");
     if (mesh->load(modelFile, device)) derive();
 }
 
@@ -82,11 +85,12 @@ void SkeletonSystem::derive() {
     splitForks();
     deriveJoints();
     connectJoints();
+    warnOfOtherRoots();
     if (rootJoint) mesh->warnOfTransformsAbove(rootJoint->nodeIndex);
     deriveLinks();
 }
 
-// Gives every branch of a fork a chain of its own. A bone that several meshes name is split once.
+// Gives every branch of a fork a chain of its own. A fork that several meshes name is split once.
 void SkeletonSystem::splitForks() {
     std::set<int> split;
     for (const auto& part : mesh->meshes) {
@@ -98,8 +102,8 @@ void SkeletonSystem::splitForks() {
     }
 }
 
-// A node is a joint if a bone's name occurs in its name or in its parent's: so children of bones
-// are joints too.
+// A node is a joint if its name or its parent's name contains a bone's name. Children of bones are
+// therefore joints too.
 void SkeletonSystem::deriveJoints() {
     const nodeMgr& nodes = *mesh->nodes;
     for (const auto& part : mesh->meshes) {
@@ -134,6 +138,24 @@ void SkeletonSystem::connectJoints() {
             parent->second->children.push_back(joint);
         }
     }
+}
+
+// Bodies are built from the root joint alone.
+void SkeletonSystem::warnOfOtherRoots() const {
+    constexpr int kMostNames = 20;
+    std::string names;
+    int others = 0;
+    for (const auto& joint : joints) {
+        if (joint == rootJoint || !joint->parent.expired()) continue;
+        if (++others <= kMostNames) names += (others == 1 ? "'" : ", '") + joint->name + "'";
+    }
+    if (others == 0) return;
+    if (others > kMostNames) names += " and " + std::to_string(others - kMostNames) + " more";
+    warn("the model '" + mesh->filePath + "' has " + std::to_string(others + 1) +
+         " root joints. The body is built from '" + rootJoint->name + "' alone; left out are " +
+         names +
+         " and the bones below them. Give all bones one common root bone, and names that "
+         "are not part of other nodes' names");
 }
 
 void SkeletonSystem::deriveLinks() {

@@ -1,4 +1,4 @@
-// Places in a world's step where callers may run code of their own for a body.
+// Hooks: places in a world's step where callers can run their own code for a body.
 #pragma once
 
 #include <functional>
@@ -7,20 +7,20 @@
 
 namespace drelt {
 
-// Three lists of hooks, called by the world in the order in which they were added. dx is the node
-// spacing [m], dt the time step [s]. Calling an empty function raises std::bad_function_call.
+// Three lists of hooks. The world calls them in the order in which they were added. dx is the node
+// spacing [m], dt the time step [s]. An empty function throws std::bad_function_call when it is called.
 template <class Object>
 class mlLifeCycle {
 public:
     using SpacedHook = std::function<void(Object&, float dx, float dt)>;
     using TimedHook = std::function<void(Object&, float dt)>;
 
-    // After external forces were applied and before the dynamics step: the place for controllers
-    // that set joint commands.
+    // Called after external forces are applied and before the dynamics step. Controllers set joint
+    // commands here.
     void addBeforeStep(SpacedHook hook) { beforeStep.push_back(std::move(hook)); }
-    // Right after the dynamics step.
+    // Called right after the dynamics step.
     void addAfterStep(TimedHook hook) { afterStep.push_back(std::move(hook)); }
-    // After all afterStep hooks of all bodies and before meshes and samples follow the bodies.
+    // Called after the afterStep hooks of all bodies, before meshes and samples follow the bodies.
     void addBeforeUpdate(SpacedHook hook) { beforeUpdate.push_back(std::move(hook)); }
 
     std::vector<SpacedHook> beforeStep;

@@ -1,4 +1,4 @@
-// A rigid object in the world: what can be asked of it and how it can be pushed.
+// A rigid object in the world: its state, and the forces that can be put on it.
 #pragma once
 
 #include <Eigen/Core>
@@ -13,13 +13,13 @@ public:
     virtual double getMass() const = 0;
     virtual Eigen::Vector3d getLinearVelocity() const = 0;
     virtual Eigen::Vector3d getAngularVelocity() const = 0;
-    // Velocity of the object's material point that is now at `point`.
+    // Velocity of the object's material point at the world position `point`.
     virtual Eigen::Vector3d getVelocityAt(const Eigen::Vector3d& point) const = 0;
     // Angles (x, y, z) [rad] with rotation = Rx * Ry * Rz.
     virtual Eigen::Vector3d getRotation() const = 0;
     virtual Eigen::Vector3d getPosition() const = 0;
     virtual Eigen::Vector3d getScale() const = 0;
-    // Adds a force that acts at a world point; it lasts until the next dynamics step.
+    // Adds a force at a world point. It acts in the next dynamics step only.
     virtual void addForceAt(const Eigen::Vector3d& force, const Eigen::Vector3d& point) = 0;
     // Adds a force at the object's origin.
     virtual void addForce(const Eigen::Vector3d& force) = 0;

@@ -1,4 +1,4 @@
-// A check on what scripts hand over: DART ends the process on numbers that are not finite.
+// A check of numbers that scripts pass: DART ends the process on numbers that are not finite.
 #pragma once
 
 #include <Eigen/Core>
@@ -8,7 +8,7 @@
 
 namespace drelt {
 
-// Largest number, in SI units: products of several stay finite.
+// Largest number that is accepted, in SI units: products of several stay finite.
 inline constexpr double kLargestNumber = 1e50;
 
 inline bool usable(const Eigen::Ref<const Eigen::VectorXd>& values) {
@@ -21,8 +21,7 @@ inline std::string listed(const Eigen::Ref<const Eigen::VectorXd>& values) {
     return text.str();
 }
 
-// Raises std::invalid_argument that names `what` unless all of its values are finite, and none is above
-// 1e50.
+// Throws std::invalid_argument, which names `what`, unless all values are finite and at most 1e50 in size.
 inline void requireFinite(const Eigen::Ref<const Eigen::VectorXd>& values,
                           const std::string& what) {
     if (usable(values)) return;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "SkeletonDynamics/requireFinite.h"
+#include "platform/messages.h"
 
 namespace drelt {
 
@@ -13,26 +14,26 @@ skJoint::skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics
                  std::shared_ptr<dart::dynamics::Skeleton> skeleton)
     : description_(std::move(jointDescription)),
       joint_(dartJoint),
-      name_(description_->name),
+      name(description_->name),
       skeleton_(std::move(skeleton)) {}
 
 void skJoint::requireValues(const Eigen::VectorXd& values, const char* what) const {
     if (values.size() != getNumDofs()) {
-        throw std::invalid_argument(std::string(what) + " of joint '" + name_ + "': got " +
+        throw std::invalid_argument(std::string(what) + " of joint '" + name + "': got " +
                                     std::to_string(values.size()) + " values, needed " +
-                                    std::to_string(getNumDofs()) + ", one a degree of freedom");
+                                    std::to_string(getNumDofs()) + ", one per degree of freedom");
     }
-    requireFinite(values, std::string(what) + " of joint '" + name_ + "'");
+    requireFinite(values, std::string(what) + " of joint '" + name + "'");
 }
 
 void skJoint::requireValue(int dof, double value, const char* what) const {
     if (dof < 0 || dof >= getNumDofs()) {
-        throw std::out_of_range("joint '" + name_ + "' has " + std::to_string(getNumDofs()) +
+        throw std::out_of_range("joint '" + name + "' has " + std::to_string(getNumDofs()) +
                                 " degrees of freedom, counted from 0: there is none with index " +
                                 std::to_string(dof));
     }
     requireFinite(Eigen::Matrix<double, 1, 1>(value),
-                  std::string(what) + " of joint '" + name_ + "'");
+                  std::string(what) + " of joint '" + name + "'");
 }
 
 std::string skJoint::getJointType() const { return kJointTypeWords[description_->type]; }
@@ -46,6 +47,12 @@ void skJoint::setCommand(const Eigen::VectorXd& commands) {
 
 void skJoint::setForce(const Eigen::VectorXd& forces) {
     requireValues(forces, "forces");
+    if (!forces.isZero(0) && joint_->getActuatorType() != dart::dynamics::Joint::FORCE) {
+        warnOnce("setForce " + skeleton_->getName() + " " + name,
+                 "setForce: the joint '" + name + "' has the actuator '" +
+                     kActuatorWords[description_->actuator] +
+                     "' and ignores forces; give it the actuator 'force', or use setCommand");
+    }
     joint_->setForces(forces);
 }
 

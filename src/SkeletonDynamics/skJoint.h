@@ -14,10 +14,10 @@ class Skeleton;
 
 namespace drelt {
 
-// Wraps a DART joint and keeps its skeleton alive. Vectors have one entry a degree of freedom
-// (DOF) of the joint: radians or metres and their rates, N m or N. A vector of another length and
-// a number that is not finite raise std::invalid_argument, a DOF index outside the joint
-// std::out_of_range.
+// Wraps a DART joint and keeps its skeleton alive. Vectors have one entry per degree of freedom (DOF) of
+// the joint: positions in rad or m, their rates, moments in N m or forces in N. Setters throw
+// std::invalid_argument for a vector of another length and for a number that is not finite,
+// std::out_of_range for a DOF index outside the joint.
 class skJoint {
 public:
     skJoint(std::shared_ptr<SkeletonJoint> jointDescription, dart::dynamics::Joint* dartJoint,
@@ -25,12 +25,13 @@ public:
 
     // The word of the description: "revolute", "floating", ...
     std::string getJointType() const;
-    const std::string& getName() const { return name_; }
+    const std::string& getName() const { return name; }
     int getNumDofs() const;
 
-    // What a command means follows from the actuator: a force, a velocity, ... It is cleared by each
-    // step of the world, as the forces are.
+    // The actuator says what a command means: a force, a velocity, ... Each step of the world clears it.
     void setCommand(const Eigen::VectorXd& commands);
+    // Forces for the next step. They act only if the actuator is "force"; otherwise a force that is not
+    // zero prints a warning, once per joint.
     void setForce(const Eigen::VectorXd& forces);
     void setPositions(const Eigen::VectorXd& positions);
     void setPosition(int dof, double position);
@@ -49,7 +50,7 @@ private:
 
     std::shared_ptr<SkeletonJoint> description_;
     dart::dynamics::Joint* joint_;
-    std::string name_;
+    std::string name;
     std::shared_ptr<dart::dynamics::Skeleton> skeleton_;
 };
 

@@ -10,7 +10,7 @@ namespace drelt {
 
 namespace {
 
-// A body's own joint, seen from the body.
+// Frame of the joint that a body hangs on, relative to the body.
 const Eigen::Isometry3d& jointInBody(const dart::dynamics::BodyNode& body) {
     return body.getParentJoint()->getTransformFromChildBodyNode();
 }

@@ -18,12 +18,12 @@ public:
     // Null for an unknown name.
     std::shared_ptr<skJoint> find(const std::string& name) const;
 
-    // Ties each joint that has a master to it. Raises std::invalid_argument, naming both, where the
-    // master does not exist or has fewer degrees of freedom.
+    // Ties each mimic joint to its master. Throws std::invalid_argument, which names both, if the master
+    // does not exist or their degrees of freedom do not fit.
     void connectMimics();
-    // Makes the current pose of the nodes the joints' zero.
+    // Makes the current pose of the nodes the zero of the joints.
     void anchor();
-    // Sets the nodes to the joints' current frames.
+    // Moves the nodes to the current frames of the joints.
     void updateNodes(nodeMgr& nodes) const;
 
     std::vector<std::shared_ptr<skJoint>> joints;

@@ -9,7 +9,7 @@ namespace drelt {
 using dart::dynamics::Frame;
 
 Eigen::Matrix3d polarRotation(const Eigen::Isometry3d& transform) {
-    // an affine transform: of an isometry Eigen returns the block as it is
+    // as an affine transform: for an isometry, Eigen would return the block unchanged
     return Eigen::AffineCompact3d(transform.matrix().topRows<3>()).rotation();
 }
 
@@ -18,18 +18,18 @@ skLink::skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink>
     : body_(bodyNode),
       frame_(bodyNode),
       description_(std::move(linkDescription)),
-      name_(bodyNode->getName()),
+      name(bodyNode->getName()),
       owner_(std::move(frameOwner)) {}
 
 skLink::skLink(Frame* plainFrame, std::shared_ptr<const void> frameOwner)
     : body_(nullptr),
       frame_(plainFrame),
-      name_(plainFrame->getName()),
+      name(plainFrame->getName()),
       owner_(std::move(frameOwner)) {}
 
 dart::dynamics::BodyNode& skLink::requireBody(const char* what) const {
     if (!body_) {
-        throw std::logic_error("link '" + name_ + "' is a frame without a body: it has no " + what +
+        throw std::logic_error("link '" + name + "' is a frame without a body: it has no " + what +
                                "; ask for a link of the skeleton by its name");
     }
     return *body_;

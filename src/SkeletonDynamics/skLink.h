@@ -15,21 +15,21 @@ class Frame;
 
 namespace drelt {
 
-// Wraps a DART frame and keeps it alive: a link that was handed out stays usable after its system.
+// Wraps a DART frame and keeps it alive: a script may keep a link longer than its body.
 // All quantities are relative to the world, in world axes, SI units.
 class skLink : public mlObject {
 public:
-    // A body; `owner` is what the body lives in.
+    // A body; frameOwner keeps it alive.
     skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink> linkDescription,
            std::shared_ptr<const void> frameOwner);
     // A frame without a body.
     skLink(dart::dynamics::Frame* plainFrame, std::shared_ptr<const void> frameOwner);
 
-    const std::string& getName() const { return name_; }
+    const std::string& getName() const { return name; }
     Eigen::Vector3d getLinearAcceleration() const;
     Eigen::Vector3d getAngularAcceleration() const;
 
-    // Those that need a body raise std::logic_error for the world and the moving frame.
+    // Operations that need a body throw std::logic_error for the world and the moving frame.
     double getMass() const override;
     Eigen::Vector3d getLinearVelocity() const override;
     Eigen::Vector3d getAngularVelocity() const override;
@@ -56,7 +56,7 @@ private:
     dart::dynamics::BodyNode* body_;
     dart::dynamics::Frame* frame_;
     std::shared_ptr<SkeletonLink> description_;
-    std::string name_;
+    std::string name;
     std::shared_ptr<const void> owner_;
 };
 

@@ -15,7 +15,7 @@ struct skLinkData {
     double isWorld;          // 1 for the world frame, else 0
 };
 
-// Host compilers and nvcc must lay the record out alike: it crosses as a block.
+// The record is copied as one block, so host compilers and nvcc must agree on its layout.
 static_assert(sizeof(skLinkData) == 368 && alignof(skLinkData) == 16);
 
 }  // namespace drelt

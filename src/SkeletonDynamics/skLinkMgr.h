@@ -12,8 +12,8 @@
 
 namespace drelt {
 
-// Order of the links: the world, one link a body in the order of a depth-first walk of the joints,
-// the moving frame.
+// Order of the links: first the world, then one link per body in the order of a depth-first walk over the
+// joints, last the moving frame.
 class skLinkMgr : public GpuCopyable {
 public:
     explicit skLinkMgr(int device) : GpuCopyable(device) {}
@@ -28,9 +28,9 @@ public:
     // The names of all links in quotes, for messages.
     std::string listNames() const;
 
-    // Makes one record a link on both sides, with zero wrenches; call it once the list is complete.
+    // Allocates one record per link on both sides, with zero wrenches. Call it when the list is complete.
     void allocateRecords();
-    // Takes poses and velocities from DART into the host records; wrenches stay.
+    // Copies poses and velocities from DART into the host records. Wrenches keep their values.
     void refreshRecords();
     void copyToDevice();
     void copyToHost();

@@ -10,12 +10,14 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/ServoCheck.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystemBuild.h"
 #include "SkeletonDynamics/skSystem_GPU.h"
 #include "platform/check.h"
+#include "platform/messages.h"
 
 namespace drelt {
 
@@ -42,10 +44,10 @@ void requireDescription(const std::shared_ptr<SkeletonSystem>& description, int 
     IBSamplerMesh::requireSampleCount(sampleNum);
 }
 
-// The root node's pose with a placement added: position [m] and Euler angles [degrees] elementwise.
+// The root node's pose plus a placement: position [m] and Euler angles [degrees] are added elementwise.
 Eigen::Isometry3d placedPose(const hierachyNode& node, const Eigen::Vector3d& translation,
                              const Eigen::Vector3d& rotation) {
-    constexpr double kFourDigitPi = 3.1415;  // placement angles have always been converted with it
+    constexpr double kFourDigitPi = 3.1415;  // sic: prescribed value
     const Eigen::Vector3d angles = (node.eulerAngles + rotation) / 180 * kFourDigitPi;
     const Eigen::Quaterniond turn = Eigen::AngleAxisd(angles.x(), Eigen::Vector3d::UnitX()) *
                                     Eigen::AngleAxisd(angles.y(), Eigen::Vector3d::UnitY()) *
@@ -67,11 +69,13 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     : GpuCopyable(device),
       description_(std::move(skeletonDescription)),
       useGpuPath_(path == Path::Device) {
+    platform::requireDevice(device, "make_skDynamics");
     requireDescription(description_, sampleNum, device);
     requireFinite(translation, "the skeleton's translation");
     requireFinite(rotation, "the skeleton's rotation");
     buildBodies();
 
+    warnIfWithoutLinks();
     if (description_->markers) {
         std::printf(
             "[warning] a second skeleton on the description of '%s': both move the same "
@@ -87,8 +91,9 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
 
     placeRoot(placedPose(*description_->rootJoint->node, translation, rotation));
     collectControlledDofs();
-    initialPositions_ = skeleton_->getPositions();
-    initialVelocities_ = skeleton_->getVelocities();
+    initialPositions = skeleton_->getPositions();
+    initialVelocities = skeleton_->getVelocities();
+    requireSolvable();
     update();
     description_->markers = markers_;
 }
@@ -118,12 +123,37 @@ void skSystem::requireLink(const std::string& name, const char* role) const {
                                 mesh().filePath + "' is no link; there are " + links_->listNames());
 }
 
-std::string skSystem::nameOf(const skLink& link) const {
-    return "link '" + link.getName() + "' of '" + mesh().filePath + "'";
+void skSystem::warnIfWithoutLinks() const {
+    if (!joints_->joints.empty()) return;
+    warn("the body of '" + mesh().filePath +
+         "' has no links, so it has no mass and does not move: its "
+         "root joint '" +
+         description_->rootJoint->name +
+         "' has no child joint. A link spans a bone "
+         "and its child; add an end bone");
 }
 
-// Gives every face the index of the nearest link, by the face's centre and the link's origin.
+bool skSystem::joinWorld(const std::shared_ptr<const void>& joined) {
+    if (world_.lock()) return false;
+    world_ = joined;
+    return true;
+}
+
+void skSystem::requireSolvable() const {
+    const dart::dynamics::Joint* const joint = findUnsolvableServo(*skeleton_);
+    if (joint == nullptr) return;
+    const SkeletonJoint& description = *joints_->find(joint->getName())->description();
+    throw std::runtime_error("the joint '" + description.name + "' of '" + mesh().filePath +
+                             "', of type '" + kJointTypeWords[description.type] +
+                             "' with the actuator '" + kActuatorWords[description.actuator] +
+                             "', moves links so light that DART cannot solve for its motion; give "
+                             "them more mass or size, "
+                             "or give the joint the actuator 'velocity'");
+}
+
+// Gives every face the index of the link whose origin is nearest to the face's centre.
 void skSystem::labelFaces() {
+    std::string withoutLink;
     for (const auto& part : mesh().meshes) {
         host_MeshData& data = part->data_cpu;
         for (MeshFace& face : data.faces) {
@@ -142,13 +172,14 @@ void skSystem::labelFaces() {
                     face.linkId = k;
                 }
             }
-            if (face.linkId == 0) std::puts("s");
+            if (face.linkId == 0) withoutLink += "s\n";  // sic: prescribed text
         }
         part->hostDirty = true;
     }
+    inform("%s", withoutLink.c_str());
 }
 
-// Poses the root joint's node and takes the pose of all nodes as the joints' zero.
+// Sets the pose of the root joint's node and makes the pose of all nodes the zero of the joints.
 void skSystem::placeRoot(const Eigen::Isometry3d& pose) {
     mesh().nodes->setTransform(description_->rootJoint->nodeIndex, pose);
     mesh().update(true, true);
@@ -162,7 +193,7 @@ void skSystem::collectControlledDofs() {
         const auto actuator = joint->getActuatorType();
         if (actuator == Joint::PASSIVE || actuator == Joint::MIMIC) continue;
         for (std::size_t i = 0; i < joint->getNumDofs(); ++i) {
-            controlledDofs_.push_back(joint->getDof(i)->getIndexInSkeleton());
+            controlledDofs.push_back(joint->getDof(i)->getIndexInSkeleton());
         }
     }
 }
@@ -190,7 +221,7 @@ void skSystem::updateBaseAxes() {
     baseLinkUp_ = turn * Eigen::Vector3d(0, 1, 0);
 }
 
-// The frame translates with its link and never turns.
+// The frame translates with its link and never rotates.
 void skSystem::updateMovingFrame() {
     const skLink& source =
         baseFrameName_.empty() ? *links_->links[worldLinkIndex_] : *links_->find(baseFrameName_);
@@ -218,9 +249,9 @@ void skSystem::updateOnDevice() {
     checkCudaErrors(cudaSetDevice(gpuId));
     updateLinkRecords();
     links_->copyToDevice();
-    mesh().update(true, readBack_);
+    mesh().update(true, readBack);
     markers_->updatePosNormal(mesh(), true);
-    sampler_->update(true, readBack_);
+    sampler_->update(true, readBack);
     updateSampleVel(sampler_->boundaryMgr().mllaboundary_gpu, sampler_->sampleLinks_dev,
                     links_->link_data_device, frameLinkIndex_, worldLinkIndex_,
                     sampler_->sampleCount());
@@ -242,11 +273,11 @@ void skSystem::updateWithoutSamples() {
 }
 
 void skSystem::reset() {
-    skeleton_->setPositions(initialPositions_);
+    skeleton_->setPositions(initialPositions);
     skeleton_->resetCommands();
-    skeleton_->setVelocities(initialVelocities_);
+    skeleton_->setVelocities(initialVelocities);
     skeleton_->resetGeneralizedForces();
-    skeleton_->clearExternalForces();  // of a step that was not completed
+    skeleton_->clearExternalForces();  // left by a step that was not completed
     skeleton_->resetAccelerations();
     update();
 }

@@ -24,73 +24,81 @@ class skJointMgr;
 class skLink;
 class skLinkMgr;
 
-// Vectors over degrees of freedom (DOFs) are in the order of DART's skeleton; SI units and radians.
-// A vector of the wrong length and a number that is not finite raise std::invalid_argument.
+// Vectors have one entry per degree of freedom (DOF), in the order of DART's skeleton, in SI units and
+// radians. Setters throw std::invalid_argument for a vector of the wrong length and for a number that is
+// not finite.
 class skSystem : public mlLifeCycle<skSystem>, public GpuCopyable {
 public:
-    // Where meshes and samples are computed in an update.
+    // Where an update computes meshes and samples.
     enum class Path { Device, Host };
 
     // Builds the body and places it: translation [m] and rotation [degrees, x y z] are added to the
-    // pose of the root joint's node. About sampleNum samples are put on its surface.
-    // Raises std::runtime_error for a mesh without joints; std::invalid_argument for a base link or
-    // base frame that does not exist, a mimic joint without master, a device other than the
-    // description's, a negative sample count, a placement that is not finite.
+    // pose of the root joint's node. Places about sampleNum samples on its surface.
+    // Throws std::runtime_error for a mesh without joints. Throws std::invalid_argument for a base link,
+    // base frame or mimic master that does not exist, numbers in the description that no body can have,
+    // a device other than the description's, a negative sample count and a placement that is not finite.
+    // Warns of a body without links.
     skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int sampleNum, int device,
              const Eigen::Vector3d& translation, const Eigen::Vector3d& rotation,
              Path path = Path::Device);
     ~skSystem();
 
     // Turns the body so that its forward axis points along target_orientation, and moves the root
-    // joint's node to `position`. That pose is the joints' new zero: positions which the joints
-    // already have come on top of it.
+    // joint's node to `position`. This pose becomes the new zero of the joints; joint positions other
+    // than zero are added to it.
     void setHead(const Eigen::Vector3d& position, const Eigen::Vector3d& target_orientation);
-    // Samples the surface at rest anew. The host's copy of samples and skin is that of the rest pose
-    // until the next update.
+    // Places new samples on the surface at rest. The host's samples and skin stay in the rest pose until
+    // the next update.
     void sample(int sampleNum);
 
     // The base link's axes, world.
     const Eigen::Vector3d& getBaseLinkFwd() const { return baseLinkFwd_; }
     const Eigen::Vector3d& getBaseLinkRight() const { return baseLinkRight_; }
     const Eigen::Vector3d& getBaseLinkUp() const { return baseLinkUp_; }
-    // Null where the description names no base link.
+    // Null if the description names no base link.
     std::shared_ptr<skLink> getBaseLink() const;
     // Null for an unknown name.
     std::shared_ptr<skLink> getLink(const std::string& name) const;
     std::shared_ptr<skJoint> getJoint(const std::string& name) const;
 
-    // Brings the moving frame, the mesh, markers, samples and their velocities up to the joints' state.
+    // Updates the moving frame, the mesh, markers, samples and sample velocities from the joint state.
     void update();
-    // The same without samples, and with the skin on the host: what the empirical model needs.
+    // The same without samples and with the skin on the host, as the empirical model needs it.
     void updateWithoutSamples();
 
-    // "link '...' of '...'", for messages.
-    std::string nameOf(const skLink& link) const;
+    // Takes the body into a world: false if it is in one that still exists.
+    bool joinWorld(const std::shared_ptr<const void>& joined);
+    // Throws std::runtime_error if DART cannot solve for a servo or mimic joint in the present pose
+    // (ServoCheck.h).
+    void requireSolvable() const;
 
-    // Number of actuated DOFs: those of joints that are neither passive nor mimic.
-    int getNumDofs() const { return static_cast<int>(controlledDofs_.size()); }
+    // Number of actuated DOFs: all DOFs of joints that are neither passive nor mimic.
+    int getNumDofs() const { return static_cast<int>(controlledDofs.size()); }
     Eigen::VectorXd getForces() const;
+    // Forces of all DOFs for the next step. They act on joints with the actuator "force" only; a force that
+    // is not zero on another joint prints a warning, once per body.
     void setForces(const Eigen::VectorXd& forces);
-    // Without includeBase the first joint's DOFs are left out.
+    // Without includeBase, the DOFs of the first joint are left out.
     Eigen::VectorXd getVelocities(bool includeBase = true) const;
     Eigen::VectorXd getPositions(bool includeBase = true) const;
     Eigen::VectorXd getAccelerations() const;
+    // These three throw std::logic_error for a body without mass.
     Eigen::Vector3d getCOM() const;
     Eigen::VectorXd getCOMLinearVelocity() const;
-    // Lower half of the centre of mass's spatial velocity, in world axes: its linear part.
+    // Lower half of the spatial velocity of the centre of mass, in world axes: the linear part.
     Eigen::VectorXd getCOMAngularVelocity() const;
     // Commands of the actuated DOFs.
     Eigen::VectorXd getCommands() const;
     void setCommands(const Eigen::VectorXd& commands);
     const std::shared_ptr<Markers>& getMarkers() const { return markers_; }
 
-    // Turns the samples' forces into wrenches of their links, and applies these. `scale` is the node
-    // spacing [m].
+    // Sums the sample forces to one wrench per link and applies the wrenches. `scale` is the node spacing
+    // [m].
     void applyFluidForce(float scale);
-    // Applies the wrenches of a flat-plate model: a face that moves against its normal feels
-    // a pressure linear in its normal speed, in a medium of density 1000.
+    // Applies the wrenches of a flat-plate model. A face that moves against its normal gets a pressure
+    // proportional to its normal speed, in a medium of density 1000.
     void applyEmpiricalForce();
-    // Back to positions and velocities at the end of construction.
+    // Restores the positions and velocities at the end of construction.
     void reset();
 
     const std::shared_ptr<dart::dynamics::Skeleton>& skeleton() const { return skeleton_; }
@@ -99,7 +107,7 @@ public:
     IBSamplerMesh& sampler() const { return *sampler_; }
     skLinkMgr& links() const { return *links_; }
     skJointMgr& joints() const { return *joints_; }
-    // Whether meshes and samples live on the device.
+    // Whether updates compute meshes and samples on the device.
     bool useGpuPath() const { return useGpuPath_; }
     const std::string& baseFrameName() const { return baseFrameName_; }
     const std::string& baseLinkName() const { return baseLinkName_; }
@@ -113,6 +121,9 @@ private:
     void labelFaces();
     void placeRoot(const Eigen::Isometry3d& pose);
     void collectControlledDofs();
+    void warnIfWithoutLinks() const;
+    void warnOfIdleForces(const Eigen::VectorXd& forces) const;
+    void requireMass(const char* what) const;
     void requireValues(const Eigen::VectorXd& values, int needed, const char* what) const;
     void updateBaseAxes();
     void updateMovingFrame();
@@ -122,7 +133,7 @@ private:
     void sumWrenchesOnHost(float scale);
     void updateSampleVelocitiesOnHost();
 
-    // the description owns the mesh that the sampler and the markers read, so it goes last
+    // the sampler and the markers read the description's mesh, so the description is destroyed last
     std::shared_ptr<SkeletonSystem> description_;
     std::shared_ptr<dart::dynamics::Skeleton> skeleton_;
     std::shared_ptr<IBSamplerMesh> sampler_;
@@ -138,9 +149,10 @@ private:
     Eigen::Vector3d baseLinkRight_{0, 0, 1};
     Eigen::Vector3d baseLinkUp_{0, 1, 0};
     bool useGpuPath_;
-    bool readBack_ = false;
-    Eigen::VectorXd initialPositions_, initialVelocities_;
-    std::vector<std::size_t> controlledDofs_;
+    bool readBack = false;
+    Eigen::VectorXd initialPositions, initialVelocities;  // at the end of construction
+    std::vector<std::size_t> controlledDofs;              // skeleton indices of the actuated DOFs
+    std::weak_ptr<const void> world_;                     // DART's world that the body is in
 };
 
 }  // namespace drelt

@@ -1,6 +1,5 @@
 #include "SkeletonDynamics/skSystemBuild.h"
 
-#include <cmath>
 #include <dart/common/Console.hpp>
 #include <dart/dynamics/BodyNode.hpp>
 #include <dart/dynamics/EllipsoidShape.hpp>
@@ -16,7 +15,7 @@
 #include <utility>
 
 #include "MeshLoad/hierachyNode.h"
-#include "SkeletonDynamics/requireFinite.h"
+#include "SkeletonDynamics/DescriptionCheck.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 
@@ -28,23 +27,7 @@ namespace dd = dart::dynamics;
 using SingleDof = dd::GenericJoint<dart::math::R1Space>::UniqueProperties;
 using JointAndBody = std::pair<dd::Joint*, dd::BodyNode*>;
 
-// Of SkeletonJoint::type: revolute, continuous and prismatic joints come first.
-constexpr int kLastSingleDof = 3;
-constexpr int kWeld = 4;
-
-// Of masses [kg], lengths [m] and axes: moments of inertia stay numbers.
-constexpr double kLargest = 1e30;
-
-// Where a joint with limits rests: at zero, or where they exclude it, in their middle.
-double restWithin(const SkeletonJoint& joint) {
-    const double lower = joint.lower, upper = joint.upper;
-    if (lower <= 0 && upper >= 0) return 0.0;
-    if (std::isfinite(lower) && std::isfinite(upper)) return (lower + upper) / 2;
-    if (std::isfinite(lower)) return lower;
-    return std::isfinite(upper) ? upper : 0.0;
-}
-
-// Properties of a revolute or prismatic joint's DOF; without limits DART's are infinite.
+// Sets the properties of the DOF of a revolute or prismatic joint. DART's own limits are infinite.
 void setDofProperties(const SkeletonJoint& joint, SingleDof& dof) {
     if (joint.useLimits) {
         dof.mPositionLowerLimits[0] = joint.lower;
@@ -62,8 +45,8 @@ void setDofProperties(const SkeletonJoint& joint, SingleDof& dof) {
     }
 }
 
-// Where a new joint goes: the body it hangs on (null for the world), its frame seen from both of its
-// bodies, and the properties of its own body.
+// Where a new joint goes: its parent body (null for the world), its frame relative to both bodies, and the
+// properties of its own body.
 struct JointPlace {
     dd::SkeletonPtr skeleton;
     dd::BodyNode* parentBody;
@@ -87,13 +70,13 @@ JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& pla
             setDofProperties(joint, properties);
             return createPair<dd::RevoluteJoint>(place, properties);
         }
-        case kLastSingleDof: {
+        case 3: {
             dd::PrismaticJoint::Properties properties;
             properties.mAxis = joint.axis;
             setDofProperties(joint, properties);
             return createPair<dd::PrismaticJoint>(place, properties);
         }
-        case kWeld: return createPair<dd::WeldJoint>(place, {});
+        case 4: return createPair<dd::WeldJoint>(place, {});
         case 5: return createPair<dd::FreeJoint>(place, {});
         case 6: {
             dd::PlanarJoint::Properties properties;
@@ -101,66 +84,6 @@ JointAndBody createJointOfType(const SkeletonJoint& joint, const JointPlace& pla
             return createPair<dd::PlanarJoint>(place, properties);
         }
         default: return {nullptr, nullptr};
-    }
-}
-
-[[noreturn]] void refuse(const char* kind, const std::string& name, const std::string& what,
-                         const Eigen::VectorXd& given, const char* need) {
-    throw std::invalid_argument("the description's " + what + " of the " + kind + " '" + name +
-                                "': got " + listed(given) + "; " + need);
-}
-
-using Vector1 = Eigen::Matrix<double, 1, 1>;
-
-// Of a link and all that hangs on it.
-double massFrom(const SkeletonSystem& description, const SkeletonJoint& joint) {
-    if (joint.children.empty()) return 0;
-    const SkeletonLink& link = *description.linksByJoint.at(joint.name);
-    double mass = link.mass;
-    if (!(mass >= 0 && mass <= kLargest))
-        refuse("link", link.name, "mass", Vector1(mass), "give zero or more, up to 1e30");
-    for (const auto& child : joint.children) mass += massFrom(description, *child);
-    return mass;
-}
-
-// Whether forces move the joint, and not prescribed motion alone.
-bool dynamic(const SkeletonJoint& joint) {
-    const auto actuator = static_cast<dd::Joint::ActuatorType>(joint.actuator);
-    return joint.type != kWeld && actuator != dd::Joint::ACCELERATION &&
-           actuator != dd::Joint::VELOCITY && actuator != dd::Joint::LOCKED;
-}
-
-// Numbers that mean nothing, and those on which DART would end the process when it builds the joint and
-// its link or in a step.
-void requireBuildable(const SkeletonSystem& description, const SkeletonJoint& joint,
-                      const SkeletonLink& link) {
-    const auto atLeastZero = [&](const char* kind, const std::string& name, const char* what,
-                                 double value) {
-        if (!(value >= 0)) refuse(kind, name, what, Vector1(value), "give zero or more");
-    };
-    const auto positive = [&](const char* what, const Eigen::VectorXd& values) {
-        if ((values.array() >= 1 / kLargest).all() && (values.array() <= kLargest).all()) return;
-        refuse("link", link.name, what, values, "give positive numbers, from 1e-30 to 1e30");
-    };
-    const double mass = massFrom(description, joint);
-    if (dynamic(joint)) positive("mass with all that hangs on it", Vector1(mass));
-    positive("radius", Vector1(link.radius));
-    if (!link.isIntermediate) positive("size", link.size);
-    if (joint.type < 1 || joint.type > kLastSingleDof) return;
-    const double length = joint.axis.cwiseAbs().maxCoeff();
-    if (!(length >= 1 / kLargest && length <= kLargest))
-        refuse("joint", joint.name, "axis", joint.axis, "give a direction");
-    atLeastZero("joint", joint.name, "springStiffness", joint.springStiffness);
-    if (joint.useDynamcis) {
-        atLeastZero("joint", joint.name, "damping", joint.damping);
-        atLeastZero("joint", joint.name, "friction", joint.friction);
-    }
-    if (!joint.useLimits) return;
-    atLeastZero("joint", joint.name, "velocity limit", joint.velocity);
-    atLeastZero("joint", joint.name, "effort limit", joint.effort);
-    if (!(joint.lower <= joint.upper) || std::abs(restWithin(joint)) > kLargest) {
-        refuse("joint", joint.name, "limits", Eigen::Vector2d(joint.lower, joint.upper),
-               "give lower <= upper, with a rest position between them");
     }
 }
 
@@ -175,7 +98,7 @@ void reportUnsupported(const SkeletonJoint& joint) {
         << "Conver to default joint Type" << joint.name << "\n";
 }
 
-// Shapes are for display only: DART finds no contacts. The first one gives the moment of inertia.
+// The first shape gives the moment of inertia. Otherwise shapes are for display: DART looks for no contacts.
 void addShapesAndInertia(const SkeletonLink& link, const dd::Joint& joint, dd::BodyNode& body) {
     const Eigen::Vector3d diameters =
         link.isIntermediate ? Eigen::Vector3d::Constant(link.radius) : link.size;
@@ -203,7 +126,7 @@ public:
           links_(links),
           joints_(joints) {}
 
-    // Creates the joint's body and those below it; parentLink is null at the root.
+    // Creates the joint's body and the bodies below it. parentLink is null at the root.
     void build(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink) {
         if (joint->children.empty()) return;
         const auto& link = description_.linksByJoint.at(joint->name);
@@ -242,7 +165,7 @@ private:
         joints_.add(std::make_shared<skJoint>(joint, dartJoint, skeleton_));
     }
 
-    // DART would rename a second body of one name, and look-ups by name find the first.
+    // DART would rename a second body of the same name, and a search by name would find the first.
     void requireOwnName(const std::string& name) const {
         if (!name.empty() && name != kMovingFrameName && !links_.find(name)) return;
         throw std::invalid_argument(

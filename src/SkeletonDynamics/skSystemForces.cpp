@@ -1,5 +1,4 @@
-// The forces of a medium on a body's links, and the velocities of its samples: on the device or on
-// the host.
+// Forces of a medium on a body's links, and velocities of its samples, on the device or on the host.
 #include <algorithm>
 #include <vector>
 
@@ -22,7 +21,7 @@ void storeWrenches(const std::vector<LinkWrench>& wrenches, std::vector<skLinkDa
     }
 }
 
-// Force of the flat-plate model on one face, in world axes; `centre` is where it acts.
+// Force of the flat-plate model on one face, in world axes. It acts at `centre`.
 Eigen::Vector3d plateForce(const host_MeshData& data, const MeshFace& face, const skLink& link,
                            const Eigen::Vector3d& centre) {
     const Eigen::Vector3d& a = data.curr_positions[face.vertexIds[0]];
@@ -74,11 +73,11 @@ void skSystem::updateSampleVelocitiesOnHost() {
     sampler_->copyToDevice();
 }
 
-// Poses and link records are those of the last update, so the force lags the dynamics by one step.
+// Uses the poses and link records of the last update, so the force lags the dynamics by one step.
 void skSystem::applyEmpiricalForce() {
     std::vector<LinkWrench> sums(links_->links.size(), LinkWrench::Zero());
     for (const auto& part : mesh().meshes) {
-        // an update with samples leaves the skin on the device only
+        // after an update with samples, only the device has the current skin
         if (part->deviceDirty) part->copyToHost();
         const host_MeshData& data = part->data_cpu;
         for (const MeshFace& face : data.faces) {

@@ -1,4 +1,5 @@
-// What a script reads from a body and sets on it.
+// The state of a body that scripts read and set.
+#include <dart/dynamics/Joint.hpp>
 #include <dart/dynamics/Skeleton.hpp>
 #include <stdexcept>
 
@@ -6,6 +7,7 @@
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystem.h"
+#include "platform/messages.h"
 
 namespace drelt {
 
@@ -13,7 +15,7 @@ using dart::dynamics::Frame;
 
 namespace {
 
-// The values without those of the skeleton's first joint.
+// The values of all joints but the first.
 Eigen::VectorXd withoutBase(const dart::dynamics::Skeleton& skeleton,
                             const Eigen::VectorXd& values) {
     if (skeleton.getNumJoints() == 0) return values;
@@ -48,7 +50,30 @@ Eigen::VectorXd skSystem::getForces() const { return skeleton_->getForces(); }
 
 void skSystem::setForces(const Eigen::VectorXd& forces) {
     requireValues(forces, static_cast<int>(skeleton_->getNumDofs()), "forces of all DOFs");
+    warnOfIdleForces(forces);
     skeleton_->setForces(forces);
+}
+
+// DART drops the forces of all other actuators at the beginning of a step.
+void skSystem::warnOfIdleForces(const Eigen::VectorXd& forces) const {
+    std::string idle;
+    for (const auto& live : joints_->joints) {
+        const dart::dynamics::Joint& joint = *live->joint();
+        if (joint.getActuatorType() == dart::dynamics::Joint::FORCE) continue;
+        bool forced = false;
+        for (std::size_t i = 0; i < joint.getNumDofs(); ++i) {
+            forced |= forces[static_cast<Eigen::Index>(joint.getIndexInSkeleton(i))] != 0;
+        }
+        if (!forced) continue;
+        idle += (idle.empty() ? "'" : ", '") + live->getName() + "' (" +
+                kActuatorWords[live->description()->actuator] + ")";
+    }
+    if (idle.empty()) return;
+    warnOnce("setForces " + skeleton_->getName(),
+             "setForces of '" + skeleton_->getName() +
+                 "': forces act on joints with the actuator "
+                 "'force' only. These joints ignore them: " +
+                 idle + ". Change their actuator, or use setCommands");
 }
 
 Eigen::VectorXd skSystem::getVelocities(bool includeBase) const {
@@ -63,21 +88,34 @@ Eigen::VectorXd skSystem::getPositions(bool includeBase) const {
 
 Eigen::VectorXd skSystem::getAccelerations() const { return skeleton_->getAccelerations(); }
 
-Eigen::Vector3d skSystem::getCOM() const { return skeleton_->getCOM(); }
+// DART ends the process when it divides by a mass of zero.
+void skSystem::requireMass(const char* what) const {
+    if (skeleton_->getMass() > 0) return;
+    throw std::logic_error(std::string(what) + ": the body of '" + skeleton_->getName() +
+                           "' has no mass, so it has no centre of mass; give one of its links a "
+                           "mass, or the root joint a child bone if there are no links");
+}
+
+Eigen::Vector3d skSystem::getCOM() const {
+    requireMass("getCOM");
+    return skeleton_->getCOM();
+}
 
 Eigen::VectorXd skSystem::getCOMLinearVelocity() const {
+    requireMass("getCOMLinearVelocity");
     return skeleton_->getCOMLinearVelocity(Frame::World(), Frame::World());
 }
 
 Eigen::VectorXd skSystem::getCOMAngularVelocity() const {
+    requireMass("getCOMAngularVelocity");
     return skeleton_->getCOMSpatialVelocity(Frame::World(), Frame::World()).tail<3>();
 }
 
-Eigen::VectorXd skSystem::getCommands() const { return skeleton_->getCommands(controlledDofs_); }
+Eigen::VectorXd skSystem::getCommands() const { return skeleton_->getCommands(controlledDofs); }
 
 void skSystem::setCommands(const Eigen::VectorXd& commands) {
     requireValues(commands, getNumDofs(), "commands of the actuated DOFs");
-    skeleton_->setCommands(controlledDofs_, commands);
+    skeleton_->setCommands(controlledDofs, commands);
 }
 
 }  // namespace drelt

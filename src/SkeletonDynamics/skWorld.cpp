@@ -1,7 +1,11 @@
 #include "SkeletonDynamics/skWorld.h"
 
+#include <dart/external/odelcpsolver/error.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
+#include <cstdio>
 #include <dart/dynamics/SimpleFrame.hpp>
 #include <dart/dynamics/Skeleton.hpp>
 #include <dart/simulation/World.hpp>
@@ -16,8 +20,24 @@
 
 namespace drelt {
 
+namespace {
+
+struct SolverFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// DART's solver calls this for a matrix that it cannot factorise, and would end the process if it returned.
+void throwSolverFailure(int, const char* text, std::va_list arguments) {
+    char message[500];
+    std::vsnprintf(message, sizeof(message), text, arguments);
+    throw SolverFailure(message);
+}
+
+}  // namespace
+
 skWorld::skWorld(const Eigen::Vector3d& gravity)
     : world_(dart::simulation::World::create("world")) {
+    dart::external::ode::dSetDebugHandler(&throwSolverFailure);
     skWorld::setGravity(gravity);
 }
 
@@ -31,6 +51,12 @@ void skWorld::addSkeleton(const std::shared_ptr<skSystem>& system) {
     }
     if (std::find(systems_.begin(), systems_.end(), system) != systems_.end()) {
         throw std::invalid_argument("the body is in this world already; add each body once");
+    }
+    if (!system->joinWorld(world_)) {
+        throw std::invalid_argument(
+            "the body of '" + system->skeleton()->getName() +
+            "' is in another world, whose gravity and time step it follows; "
+            "make a second body, or delete the other world first");
     }
     systems_.push_back(system);
     world_->addSkeleton(system->skeleton());
@@ -73,7 +99,7 @@ std::vector<IBBoundaryMemMgr*> skWorld::getBoundaries() {
 const skSystem& skWorld::firstSystem() const {
     if (systems_.empty()) {
         throw std::logic_error(
-            "the world has no bodies; add a skeleton, the grid follows the first");
+            "the world has no bodies; add a skeleton: the grid follows the first one");
     }
     return *systems_.front();
 }
@@ -93,56 +119,79 @@ void skWorld::applyForces(int mode, float dx) {
     }
     const std::string unusable = unusableForce();
     if (unusable.empty()) return;
-    for (const auto& system : systems_) system->skeleton()->clearExternalForces();
-    throw std::runtime_error(stepToCome() + unusable);
+    clearForces();
+    throw std::runtime_error(nextStep() + unusable);
 }
 
-std::string skWorld::stepToCome() const {
+void skWorld::clearForces() {
+    for (const auto& system : systems_) system->skeleton()->clearExternalForces();
+}
+
+// For the beginning of a message.
+std::string skWorld::nextStep() const {
     return "step " + std::to_string(world_->getSimFrames() + 1) + " (" +
            std::to_string(world_->getTime()) + " s): ";
 }
 
-// What to say of a force that the dynamics must not meet; empty where there is none.
+std::string skWorld::nameOf(std::size_t body, int link) const {
+    return "link '" + systems_[body]->links().links[link]->getName() + "' of skeleton " +
+           std::to_string(body) + " of the world, '" + systems_[body]->skeleton()->getName() + "',";
+}
+
+// Names the first force that is too large for the dynamics step; empty if there is none.
 std::string skWorld::unusableForce() const {
-    for (const auto& system : systems_) {
-        const skLinkMgr& links = system->links();
+    for (std::size_t body = 0; body < systems_.size(); ++body) {
+        const skLinkMgr& links = systems_[body]->links();
         for (int i = 1; i < links.count() - 1; ++i) {
             const skLinkData& record = links.link_data_host[i];
             if (usable(record.force) && usable(record.torque)) continue;
-            return "the force on " + system->nameOf(*links.links[i]) + " is " +
-                   listed(record.force) + ", the torque " + listed(record.torque) +
-                   ", for the fluid diverged; lower the highest speeds (u0k, commands), raise the "
-                   "viscosity (visp), or take more nodes a length (N), and build the scene anew";
+            return "the force on " + nameOf(body, i) + " is " + listed(record.force) +
+                   ", the torque " + listed(record.torque) +
+                   ": the fluid has diverged. Lower the highest speeds (u0k, commands), raise the "
+                   "viscosity (visp) or use more nodes per length (N), and rebuild the scene.";
         }
     }
     return {};
 }
 
-// Where the coupling is unstable speeds grow without bound, and DART ends the process once its terms
-// overflow. No fluid carries a link that moves so far, or turns by so much, within one step.
+// Speeds grow without bound when the coupling is unstable, and DART ends the process when its terms
+// overflow. The bounds are far above any motion that the fluid can follow.
 void skWorld::requireBoundedMotion(int mode, double dt, double dx) const {
     const double bound = mode == TWO_WAY ? 100 : 1e30;  // node spacings, radians
     double largest = 0;
     std::ostringstream fastest;
-    for (const auto& system : systems_) {
-        const skLinkMgr& links = system->links();
+    for (std::size_t body = 0; body < systems_.size(); ++body) {
+        const skLinkMgr& links = systems_[body]->links();
         for (int i = 1; i < links.count() - 1; ++i) {
             const Eigen::Vector6d& velocity = links.links[i]->frame()->getSpatialVelocity();
             const double turn = velocity.head<3>().norm() * dt;
             const double way = velocity.tail<3>().norm() * dt / dx;
-            const double most = turn > way ? turn : way;  // and the way, where that is no number
+            const double most = turn > way ? turn : way;  // `way` also if that is not a number
             if (most <= std::max(largest, bound)) continue;
             largest = most;
             fastest.str({});
-            fastest << system->nameOf(*links.links[i]) << " moves " << way
-                    << " node spacings and turns " << turn << " rad";
+            fastest << nameOf(body, i) << " moves " << way << " node spacings and turns " << turn
+                    << " rad";
         }
     }
-    if (largest == 0) return;
-    throw std::runtime_error(
-        stepToCome() + fastest.str() +
-        " in one step, for the motion diverged; take more nodes a length (N), heavier links, or "
-        "slower commands, and build the scene anew");
+    if (largest != 0) {
+        throw std::runtime_error(nextStep() + fastest.str() +
+                                 " in one step: the motion has diverged. Use more nodes per length "
+                                 "(N), heavier links or slower commands, and rebuild the scene.");
+    }
+    for (const auto& system : systems_) system->requireSolvable();
+}
+
+void skWorld::stepDynamics() {
+    try {
+        world_->step(true);
+    } catch (const SolverFailure& failure) {
+        clearForces();
+        throw std::runtime_error(nextStep() + "DART cannot solve the constraints of the joints (" +
+                                 failure.what() +
+                                 "). Give links more mass, or change limits and "
+                                 "actuators of the joints, and rebuild the scene.");
+    }
 }
 
 void skWorld::step(int mode, float dt, float dx) {
@@ -151,7 +200,7 @@ void skWorld::step(int mode, float dt, float dx) {
     for (const auto& system : systems_) {
         for (const auto& hook : system->beforeStep) hook(*system, dx, dt);
     }
-    world_->step(true);
+    stepDynamics();
     for (const auto& system : systems_) {
         for (const auto& hook : system->afterStep) hook(*system, dt);
     }

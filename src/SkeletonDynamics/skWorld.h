@@ -1,4 +1,4 @@
-// The world of bodies: what the fluid solver sees of them.
+// The world of bodies: the interface through which the fluid solver moves them.
 #pragma once
 
 #include <Eigen/Core>
@@ -21,10 +21,10 @@ public:
     explicit skWorld(const Eigen::Vector3d& gravity = Eigen::Vector3d::Zero());
     ~skWorld() override;
 
-    // Appends a body; null is ignored. The first one drives the fluid grid. Raises
-    // std::invalid_argument for a body that is in the world already, std::logic_error after lock().
+    // Appends a body; null is ignored. The fluid grid follows the first one. Throws std::invalid_argument
+    // for a body that is in this world or in another one that still exists, std::logic_error after lock().
     void addSkeleton(const std::shared_ptr<skSystem>& system);
-    // Raises std::out_of_range for an index without a body.
+    // Throws std::out_of_range for an index without a body.
     std::shared_ptr<skSystem> getSkeleton(int index) const;
     int getNumSkeletons() const { return static_cast<int>(systems_.size()); }
     // A simulator that is committed locks its world: no body can be added, and no other simulator can
@@ -38,28 +38,33 @@ public:
     // Simulated time [s].
     double getTime() const;
 
-    // Raises std::runtime_error for a body that diverges: a link that moves, or turns, farther in a time
-    // step dt [s] than a coupling both ways can hold at a node spacing dx [m], or in other modes than
-    // numbers go. To be asked before a step. Build the scene anew then: a reset keeps the fluid's density.
+    // Call before each step. Throws std::runtime_error if a link would move or turn too far in a time step
+    // dt [s] at a node spacing dx [m]: 100 spacings or radians in TWO_WAY, 1e30 otherwise. The scene must
+    // then be rebuilt, because a reset keeps the fluid's density. Also throws for a servo that DART cannot
+    // solve for (skSystem::requireSolvable).
     void requireBoundedMotion(int mode, double dt, double dx) const;
-    // One dynamics step of all bodies under the forces that the mode names, then their update. Raises
-    // std::runtime_error, before the dynamics run, for a force that is not finite.
+    // Steps the dynamics of all bodies under the forces of this coupling mode, then updates the bodies.
+    // Throws std::runtime_error for a force that is not finite, before the dynamics step, and for joint
+    // constraints that DART cannot solve.
     void step(int mode, float dt, float dx) override;
     std::vector<IBBoundaryMemMgr*> getBoundaries() override;
-    // These two raise std::invalid_argument for numbers that are not finite, and for a time step [s] of
+    // These two throw std::invalid_argument for numbers that are not finite and for a time step [s] of
     // zero or less.
     void setGravity(const Eigen::Vector3d& gravity) override;
     void setTimestep(float dt) override;
-    // All bodies to their state at the end of construction, time to zero.
+    // Sets all bodies to their state at the end of construction and the time to zero.
     void reset() override;
-    // These two raise std::logic_error in a world without bodies.
+    // These two throw std::logic_error in a world without bodies.
     dart::dynamics::Frame* getFrame() override;
     bool isFixed() override;
 
 private:
     void applyForces(int mode, float dx);
     std::string unusableForce() const;
-    std::string stepToCome() const;
+    void stepDynamics();
+    void clearForces();
+    std::string nextStep() const;
+    std::string nameOf(std::size_t body, int link) const;
     const skSystem& firstSystem() const;
 
     std::shared_ptr<dart::simulation::World> world_;

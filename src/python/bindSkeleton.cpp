@@ -32,46 +32,51 @@ std::shared_ptr<skSystem> makeSystem(const std::shared_ptr<SkeletonSystem>& skel
 }
 
 void bindFactories(py::module_& module) {
-    module.def(
-        "skeletonFromJson", &skeletonFromJson, py::arg("json_name"), py::arg("gpuId"),
-        "Reads a skeleton description file (JSON) and the mesh that it names; a relative path of\n"
-        "the mesh counts from the working directory. Raises RuntimeError with the JSON\n"
-        "library's text for a file that cannot be read or lacks values.");
+    module.def("skeletonFromJson", &skeletonFromJson, py::arg("json_name"), py::arg("gpuId"),
+               "Reads a skeleton description file (JSON) and the mesh that it names. A\n"
+               "relative path of the mesh starts at the working directory. Raises RuntimeError\n"
+               "for a file that cannot be read, for values that are missing or of the wrong\n"
+               "type (with the JSON library's text, the file and the key) and for a damaged\n"
+               "model, ValueError for a device that does not exist.");
     module.def(
         "make_skeletonSystem",
         [](const std::string& modelFile, int gpuId) {
             return std::make_shared<SkeletonSystem>(modelFile, gpuId);
         },
         py::arg("model_file"), py::arg("gpuId"), py::pos_only(),
-        "New description from a model file and a device id.");
+        "New description from a model file and a device id. Raises ValueError for a\n"
+        "device that does not exist, RuntimeError for a damaged model. An unreadable\n"
+        "file gives an empty description.");
     module.def("make_skDynamics", &makeSystem, py::arg("Skeleton"), py::arg("sampleNum"),
                py::arg("gpuId"), py::arg("translation"), py::arg("rotation"), py::arg("scaling"),
                py::pos_only(),
                "New body from a description, number of samples, device id, translation [m],\n"
-               "rotation [degrees] and scaling (without effect).");
+               "rotation [degrees] and scaling (without effect). Raises what SkeletonDynamics\n"
+               "raises.");
     module.def(
         "make_skWorld", [](const Vector3d& gravity) { return std::make_shared<skWorld>(gravity); },
         py::arg("Gravity"), py::pos_only(), "New world with this gravity [m/s^2].");
 }
 
 void bindJoint(Class<skJoint>& joint) {
-    joint.def("getJointType", &skJoint::getJointType, "Word of the description: 'revolute', ...")
+    joint.def("getJointType", &skJoint::getJointType, "Type in the description: 'revolute', ...")
         .def("getName", &skJoint::getName, "Name of the joint's node.")
         .def("getNumDofs", &skJoint::getNumDofs, "Number of degrees of freedom (DOFs).")
         .def("setCommand", &skJoint::setCommand, py::arg("command"),
-             "Commands of all DOFs for the next step; their meaning follows from the actuator.\n"
-             "Raises ValueError for a vector of another length, as do the other vectors here, and "
-             "all\n"
-             "setters for a number that is not finite.")
-        .def("setForce", &skJoint::setForce, py::arg("force"), "Forces [N] or moments [N m].")
+             "Commands of all DOFs for the next step. The actuator says what they mean\n"
+             "(forces, velocities). Like all setters with a vector, raises ValueError for\n"
+             "another length; like all setters, for a number that is not finite.")
+        .def("setForce", &skJoint::setForce, py::arg("force"),
+             "Forces [N] or moments [N m] for the next step. They act only if the actuator\n"
+             "is 'force'; otherwise a warning is printed once.")
         .def("setPositions", &skJoint::setPositions, py::arg("positions"), "[m] or [rad].")
         .def("setPosition", &skJoint::setPosition, py::arg("dof"), py::arg("position"),
-             "One DOF. Raises IndexError for a DOF that is not there, as do the other setters of "
-             "one.")
-        .def("getPositions", &skJoint::getPositions, "[m] or [rad], one a DOF.")
-        .def("getVelocities", &skJoint::getVelocities, "[m/s] or [rad/s], one a DOF.")
+             "One DOF. Like all setters of one DOF, raises IndexError for a DOF that does\n"
+             "not exist.")
+        .def("getPositions", &skJoint::getPositions, "[m] or [rad], one per DOF.")
+        .def("getVelocities", &skJoint::getVelocities, "[m/s] or [rad/s], one per DOF.")
         .def("setVelocity", &skJoint::setVelocity, py::arg("dof"), py::arg("velocity"), "One DOF.")
-        .def("getAccelerations", &skJoint::getAccelerations, "[m/s^2] or [rad/s^2], one a DOF.")
+        .def("getAccelerations", &skJoint::getAccelerations, "[m/s^2] or [rad/s^2], one per DOF.")
         .def("setAcceleration", &skJoint::setAcceleration, py::arg("dof"), py::arg("acceleration"),
              "One DOF.");
 }
@@ -98,53 +103,57 @@ void bindMarkers(Class<Markers>& markers) {
         .def("getMarkersNormal", list(&Markers_CPU::normal),
              "Vertex normals, world axes, a list of shape (3,).")
         .def("getMarkersPressure", list(&Markers_CPU::pressure),
-             "Densities of the fluid at the markers, lattice units; 1 is the fluid at rest.")
+             "Fluid densities at the markers, lattice units; 1 is the fluid at rest.")
         .def("getMarkersVel", list(&Markers_CPU::velocity),
-             "Momenta of the fluid at the markers, lattice units, a list of shape (3,).");
+             "Fluid momenta at the markers, lattice units, a list of shape (3,).");
 }
 
 void bindPose(Class<skSystem>& system) {
     system
-        .def(
-            "setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
-            "Turns the body so that its forward axis points along target_orientation and moves "
-            "its\n"
-            "root to position [m]. That pose becomes the zero of the joints: positions that they\n"
-            "have already come on top of it, and reset() goes back to it. Raises ValueError for a\n"
-            "number that is not finite.")
+        .def("setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
+             "Turns the body so that its forward axis points along target_orientation, and\n"
+             "moves its root to position [m]. This pose becomes the zero of the joints;\n"
+             "joint positions other than zero are added to it, and reset() returns to it.\n"
+             "Raises ValueError for a number that is not finite.")
         .def("sample", &skSystem::sample, py::arg("sampleNum"),
-             "Places about sampleNum samples anew, at rest and on the rest pose until the next\n"
-             "update(). The surface counts once more at each call: a second one places half.\n"
-             "Raises ValueError for a number that is negative or does not fit into memory.")
+             "Places about sampleNum new samples. They stay in the rest pose until the next\n"
+             "update(). Each call counts the surface again, so a second call places half as\n"
+             "many. Raises ValueError for a number that is negative or does not fit into\n"
+             "memory.")
         .def("getBaseLinkFwd", &skSystem::getBaseLinkFwd, "Forward axis, world, shape (3,).")
         .def("getBaseLinkRight", &skSystem::getBaseLinkRight, "Right axis, world, shape (3,).")
         .def("getBaseLinkUp", &skSystem::getBaseLinkUp, "Up axis, world, shape (3,).")
         .def("getBaseLink", &skSystem::getBaseLink,
-             "The link that defines the heading; None where the description names none.")
+             "The link that defines the heading; None if the description names none.")
         .def("getLink", &skSystem::getLink, py::arg("name"), "None for an unknown name.")
         .def("getJoint", &skSystem::getJoint, py::arg("name"), "None for an unknown name.")
         .def("update", &skSystem::update,
-             "Brings frame, mesh, markers and samples up to the joints' state.");
+             "Updates frame, mesh, markers and samples from the joint state.");
 }
 
 void bindState(Class<skSystem>& system) {
     system.def("getNumDofs", &skSystem::getNumDofs, "Number of actuated DOFs.")
         .def("getForces", &skSystem::getForces, "Generalised forces of all DOFs [N, N m].")
         .def("getVelocities", &skSystem::getVelocities, py::arg("includeBase") = true,
-             "[m/s, rad/s], shape (m,); without the first joint's DOFs if includeBase is False.")
+             "[m/s, rad/s], shape (m,); without the DOFs of the first joint if includeBase\n"
+             "is False.")
         .def("getPositions", &skSystem::getPositions, py::arg("includeBase") = true,
-             "[m, rad], shape (m,); without the first joint's DOFs if includeBase is False.")
+             "[m, rad], shape (m,); without the DOFs of the first joint if includeBase is\n"
+             "False.")
         .def("getAccelerations", &skSystem::getAccelerations, "Of all DOFs [m/s^2, rad/s^2].")
-        .def("getCOM", &skSystem::getCOM, "Centre of mass, world [m], shape (3,).")
+        .def("getCOM", &skSystem::getCOM,
+             "Centre of mass, world [m], shape (3,). Raises RuntimeError for a body without\n"
+             "mass, as do the velocities of the centre of mass.")
         .def("getCOMLinearVelocity", &skSystem::getCOMLinearVelocity,
              "Velocity of the centre of mass, world [m/s], shape (3,).")
         .def("getCOMAngularVelocity", &skSystem::getCOMAngularVelocity,
-             "Lower half of the spatial velocity of the centre of mass, world, shape (3,): its\n"
-             "linear part [m/s], whatever the name says.")
+             "Lower half of the spatial velocity of the centre of mass, world, shape (3,).\n"
+             "In spite of the name this is the linear part [m/s].")
         .def("setForces", &skSystem::setForces, py::arg("forces"),
-             "Generalised forces of all DOFs for the next step. Raises ValueError for another "
-             "length\n"
-             "and for a number that is not finite.")
+             "Generalised forces of all DOFs for the next step. They act on joints with the\n"
+             "actuator 'force' only; for other joints, a force that is not zero prints a\n"
+             "warning once per body. Raises ValueError for another length and for a number\n"
+             "that is not finite.")
         .def("getCommands", &skSystem::getCommands, "Commands of the actuated DOFs.")
         .def("setCommands", &skSystem::setCommands, py::arg("commands"),
              "Commands of the actuated DOFs for the next step. Raises ValueError for another "
@@ -156,20 +165,20 @@ void bindState(Class<skSystem>& system) {
 void bindWorld(Class<skWorld>& world) {
     world.def(py::init<const Vector3d&>(), py::arg("Gravity") = Vector3d(0, 0, 0), "[m/s^2]")
         .def("addSkeleton", &skWorld::addSkeleton, py::arg("SkeletonDynamics"),
-             "Adds a body; the first one drives the fluid grid. Raises RuntimeError once a "
-             "simulator\n"
-             "has committed this world.")
+             "Adds a body. The fluid grid follows the first one. Raises ValueError for a\n"
+             "body that is in a world already, RuntimeError after a simulator has committed\n"
+             "this world.")
         .def("getSkeleton", &skWorld::getSkeleton, py::arg("index"),
              "Raises IndexError for an index without a body.")
         .def("setTimestep", &skWorld::setTimestep, py::arg("timestep"),
-             "[s]; each step of a simulator sets its own. Raises ValueError unless positive and "
-             "finite.")
+             "[s]. Each step of a simulator sets its own. Raises ValueError unless positive\n"
+             "and finite.")
         .def("getTimestep", &skWorld::getTimestep, "[s]")
         .def("setGravity", &skWorld::setGravity, py::arg("gravity"),
              "[m/s^2], shape (3,). Raises ValueError for a number that is not finite.")
         .def("reset", &skWorld::reset,
-             "All joints to their first positions and velocities, time to zero; a pose given by\n"
-             "setHead stays.")
+             "Sets all joints to their first positions and velocities, and the time to zero.\n"
+             "A pose given by setHead stays.")
         .def_property_readonly("time", &skWorld::getTime, "Simulated time [s].");
 }
 
@@ -180,10 +189,11 @@ void bindSkeleton(py::module_& module) {
     Class<SkeletonSystem> description(module, "SkeletonSystem",
                                       "A mesh with the joints and links derived from its bones.");
     Class<skJoint> joint(module, "SkeletonJoint",
-                         "A joint of a body. Keeps what it needs of the body alive.");
+                         "A joint of a body. Stays usable after the body is deleted.");
     Class<skLink> link(module, "SkeletonLink",
-                       "A link of a body. Keeps what it needs of the body alive.");
-    Class<Markers> markers(module, "Markers", "Probes on a body's skin, read after each step.");
+                       "A link of a body. Stays usable after the body is deleted.");
+    Class<Markers> markers(module, "Markers",
+                           "Probes on a body's skin. They read the fluid after each step.");
     Class<skSystem> system(
         module, "SkeletonDynamics",
         "A live articulated body. Vectors over degrees of freedom (DOFs) are in\n"
@@ -196,15 +206,16 @@ void bindSkeleton(py::module_& module) {
     bindJoint(joint);
     bindLink(link);
     bindMarkers(markers);
-    system.def(
-        py::init(&makeSystem), py::arg("Skeleton"), py::arg("sampleNum") = 5000,
-        py::arg("gpuId") = 0, py::arg("translation") = Vector3d(0, 0, 0),
-        py::arg("rotation") = Vector3d(1, 1, 1), py::arg("scaling") = Vector3d(1, 1, 1),
-        "Builds the body of a description and places it: translation [m] and rotation\n"
-        "[degrees; note its default] are added to the root joint's pose; scaling has no effect.\n"
-        "Raises RuntimeError for a mesh without joints, ValueError for a base link, base frame\n"
-        "or mimic master that does not exist, another device than the description's, a negative\n"
-        "number of samples, and a vector that is not finite.");
+    system.def(py::init(&makeSystem), py::arg("Skeleton"), py::arg("sampleNum") = 5000,
+               py::arg("gpuId") = 0, py::arg("translation") = Vector3d(0, 0, 0),
+               py::arg("rotation") = Vector3d(1, 1, 1), py::arg("scaling") = Vector3d(1, 1, 1),
+               "Builds the body of a description and places it: translation [m] and rotation\n"
+               "[degrees; note the default] are added to the root joint's pose; scaling has no\n"
+               "effect. Raises RuntimeError for a mesh without joints and for a joint that\n"
+               "DART cannot solve for. Raises ValueError for a base link, base frame or mimic\n"
+               "master that does not exist, a device that does not exist or is not the\n"
+               "description's, numbers in the description that no body can have, a negative\n"
+               "number of samples, and a vector that is not finite.");
     bindPose(system);
     bindState(system);
     bindWorld(world);

@@ -18,7 +18,9 @@ using nlohmann::json;
 using test::makeRig;
 using test::messageOf;
 using test::RigNode;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr double kPi = 3.14159265358979323846;
 
@@ -119,6 +121,25 @@ TEST(Derivation, MeshWithoutBonesOrFileGivesNoJoints) {
     EXPECT_TRUE(missing.links.empty());
 }
 
+TEST(Derivation, RootsThatAreLeftOutAreNamed) {
+    std::vector<RigNode> nodes{{"scene", -1, {0, 0, 0}}};
+    for (int i = 0; i < 3; ++i)
+        nodes.push_back({std::string(1, static_cast<char>('p' + i)), 0, {1, 0, 0}});
+    testing::internal::CaptureStderr();
+    const SkeletonSystem system(makeRig(nodes, 1, 3), test::device());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr("'rig' has 3 root joints"), HasSubstr("'p' alone"),
+                      HasSubstr("left out are 'q', 'r' and")));
+}
+
+TEST(Derivation, DevicesThatDoNotExistAreRefused) {
+    for (const auto& call :
+         std::vector<std::function<void()>>{[] { SkeletonSystem("assets/sphere.glb", 77); },
+                                            [] { skeletonFromJson("assets/sphere.json", 77); }}) {
+        EXPECT_THAT(messageOf<std::invalid_argument>(call), HasSubstr("device id 77"));
+    }
+}
+
 // Reads a changed copy of the sphere's description.
 class Reader : public testing::Test {
 protected:
@@ -196,7 +217,14 @@ TEST_F(Reader, WordsThatAreMissingOrUnknownKeepTheirDefaults) {
     joint()["actuator"] = "rocket";
     file["joints"]["bone_00"]["type"] = "invalid";
     file["joints"]["end"]["type"] = 3;
+    testing::internal::CaptureStderr();
     const auto system = read();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr(path),
+                      HasSubstr("'bone_01' has the unknown actuator \"rocket\" and "
+                                "stays passive; known are 'force', 'passive'"),
+                      HasSubstr("'end' has the unknown type 3 and stays revolute"),
+                      Not(HasSubstr("null"))));
     EXPECT_EQ(system->jointsByName.at("bone_01")->type, 1);
     EXPECT_EQ(system->jointsByName.at("bone_01")->actuator, 1);
     EXPECT_EQ(system->jointsByName.at("bone_00")->type, 0);
@@ -207,49 +235,63 @@ TEST_F(Reader, WordsThatAreMissingOrUnknownKeepTheirDefaults) {
 TEST_F(Reader, FilesThatCannotBeParsed) {
     EXPECT_THAT(
         messageOf<json::parse_error>([] { skeletonFromJson("nowhere.json", test::device()); }),
-        HasSubstr("parse_error"));
+        AllOf(HasSubstr("parse_error"), HasSubstr("in 'nowhere.json', which cannot be opened")));
     EXPECT_THAT(messageOf<json::parse_error>([this] { readText("{\"model_file\": "); }),
-                HasSubstr("parse_error"));
+                AllOf(HasSubstr("parse_error"), HasSubstr("(in '" + path + "')")));
 }
 
-TEST_F(Reader, TypeErrorsNameTheWantedType) {
+TEST_F(Reader, ErrorsNameTheWantedTypeAndTheKey) {
     struct Case {
         std::function<void()> spoil;
-        const char* text;
+        const char *text, *key;
     };
     const json whole = file;
     const Case cases[] = {
-        {[&] { file.erase("model_file"); }, "302] type must be string, but is null"},
-        {[&] { file.erase("baseLinkName"); }, "302] type must be string, but is null"},
-        {[&] { file["baseLinkUp"] = nullptr; }, "302] type must be number, but is null"},
-        {[&] { joint()["springStiffness"] = true; }, "302] type must be number, but is boolean"},
-        {[&] { joint().erase("useLimits"); }, "302] type must be boolean, but is null"},
+        {[&] { file.erase("model_file"); }, "302] type must be string, but is null", "model_file"},
+        {[&] { file.erase("baseLinkName"); }, "302] type must be string, but is null",
+         "baseLinkName"},
+        {[&] { file["baseLinkUp"] = nullptr; }, "302] type must be number, but is null",
+         "baseLinkUp"},
+        {[&] { file["baseLinkUp"][1] = "up"; }, "302] type must be number, but is string",
+         "baseLinkUp[1]"},
+        {[&] { joint()["springStiffness"] = true; }, "302] type must be number, but is boolean",
+         "joints.bone_01.springStiffness"},
+        {[&] { joint().erase("useLimits"); }, "302] type must be boolean, but is null",
+         "joints.bone_01.useLimits"},
         // a name without a member: its first required key is missing
-        {[&] { file["joints"].erase("end"); }, "302] type must be number, but is null"},
-        {[&] { file.erase("joints"); }, "302] type must be number, but is null"},
-        {[&] { file["links"].erase("[link]bone_01"); }, "302] type must be boolean, but is null"},
+        {[&] { file["joints"].erase("end"); }, "302] type must be number, but is null",
+         "joints.end.springStiffness"},
+        {[&] { file.erase("joints"); }, "302] type must be number, but is null",
+         "joints.bone_00.springStiffness"},
+        {[&] { file["links"].erase("[link]bone_01"); }, "302] type must be boolean, but is null",
+         "links.[link]bone_01.isIntermediate"},
         {[&] {
              link().erase("radius ");
              link()["radius"] = 1;
          },
-         "302] type must be number, but is null"},
+         "302] type must be number, but is null", "links.[link]bone_00.radius "},
         {[&] { file["links"] = 3; },
-         "305] cannot use operator[] with a string argument with number"},
+         "305] cannot use operator[] with a string argument with number", "links"},
         {[&] { joint()["axis"] = "y"; },
-         "305] cannot use operator[] with a numeric argument with string"},
+         "305] cannot use operator[] with a numeric argument with string", "joints.bone_01.axis"},
         {[&] { file["markers_placements"] = 0.1; },
-         "305] cannot use operator[] with a numeric argument with number"},
-        {[&] { joint()["dynamics"] = 1; }, "304] cannot use at() with number"},
-        {[&] { joint()["mimic"] = nullptr; }, "304] cannot use at() with null"},
+         "305] cannot use operator[] with a numeric argument with number", "markers_placements"},
+        {[&] { joint()["dynamics"] = 1; }, "304] cannot use at() with number",
+         "joints.bone_01.dynamics"},
+        {[&] { joint()["mimic"] = nullptr; }, "304] cannot use at() with null",
+         "joints.bone_01.mimic"},
     };
     for (const Case& c : cases) {
         file = whole;
         c.spoil();
-        EXPECT_THAT(failure<json::type_error>(), HasSubstr(c.text));
+        EXPECT_THAT(failure<json::type_error>(),
+                    AllOf(HasSubstr(c.text), HasSubstr("(in '" + path + "' at " + c.key + ")")));
     }
     file = whole;
     joint()["limit"].erase("effort");
-    EXPECT_THAT(failure<json::out_of_range>(), HasSubstr("403] key 'effort' not found"));
+    EXPECT_THAT(failure<json::out_of_range>(),
+                AllOf(HasSubstr("403] key 'effort' not found"),
+                      HasSubstr(" at joints.bone_01.limit.effort)")));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <dart/dynamics/BodyNode.hpp>
 #include <dart/dynamics/Joint.hpp>
 #include <dart/dynamics/Skeleton.hpp>
+#include <functional>
 #include <limits>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
@@ -126,6 +127,7 @@ TEST(Skeleton, UnsupportedJointIsLeftOutAndItsChildrenStartATree) {
 TEST(Skeleton, RootWithoutChildrenMakesNoBody) {
     auto description = std::make_shared<SkeletonSystem>(
         test::makeRig({{"scene", -1, kZero}, {"bone", 0, kZero}}, 1, 1), test::device());
+    testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     const auto body = std::make_shared<skSystem>(description, 3, test::device(), kZero, kZero);
     skWorld world;
@@ -133,7 +135,14 @@ TEST(Skeleton, RootWithoutChildrenMakesNoBody) {
     world.step(0, 1e-3f, 1e-2f);
     world.reset();
     EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("s\n"));  // a face without link
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("'bone' has no child joint"));
     EXPECT_EQ(body->links().count(), 2);
+    // DART would end the process
+    for (const auto& read : std::vector<std::function<void()>>{
+             [&] { body->getCOM(); }, [&] { body->getCOMLinearVelocity(); },
+             [&] { body->getCOMAngularVelocity(); }}) {
+        EXPECT_THAT(messageOf<std::logic_error>(read), HasSubstr("'rig' has no mass"));
+    }
     EXPECT_EQ(body->getVelocities(false).size(), 0);
 }
 
@@ -183,6 +192,19 @@ TEST(Skeleton, BodiesThatCannotBeAreRefused) {
         {"size", [](auto&, auto& link) { link.size.y() = 1e200; }},
         {"axis", [](auto& joint, auto&) { joint.axis.setZero(); }},
         {"springStiffness", [](auto& joint, auto&) { joint.springStiffness = -1; }},
+        {"springStiffness", [](auto& joint, auto&) { joint.springStiffness = 1e308; }},
+        {"damping", [](auto& joint, auto&) { joint.damping = 1e308; }},
+        {"friction", [](auto& joint, auto&) { joint.friction = kInfinity; }},
+        {"mimic multiplier and offset",
+         [](auto& joint, auto&) {
+             joint.mimicJoint = "bone_0";
+             joint.multiplier = 1e160;
+         }},
+        {"mimic multiplier and offset",
+         [](auto& joint, auto&) {
+             joint.mimicJoint = "bone_0";
+             joint.offset = -1e300;
+         }},
         {"damping", [](auto& joint, auto&) { joint.damping = -1; }},
         {"friction", [](auto& joint, auto&) { joint.friction = -1; }},
         {"effort limit", [](auto& joint, auto&) { joint.effort = -1; }},
@@ -205,6 +227,60 @@ TEST(Skeleton, BodiesThatCannotBeAreRefused) {
     description->jointsByName.at("bone_1")->actuator = 5;
     description->linksByJoint.at("bone_1")->mass = 0;
     EXPECT_EQ(build(description)->links().links[2]->getMass(), 0);
+}
+
+// Of a servo with several DOFs, DART wants a response that is symmetric in absolute terms.
+TEST(Skeleton, ServosThatMoveTooLightLinksAreRefused) {
+    const auto floating = [](double mass) {
+        auto description = makeChain(3);
+        for (int i = 0; i < 3; ++i) {
+            SkeletonJoint& joint = *description->jointsByName.at("bone_" + std::to_string(i));
+            joint.type = 5;
+            joint.actuator = 2;
+            description->links[i]->mass = mass;
+        }
+        return description;
+    };
+    EXPECT_THAT(messageOf<std::runtime_error>([&] { build(floating(1e-9)); }),
+                testing::AllOf(HasSubstr("the joint 'bone_"), HasSubstr("type 'floating'"),
+                               HasSubstr("actuator 'servo'")));
+    const auto body = build(floating(1));
+    skWorld world({0, -9.81, 0});
+    world.addSkeleton(body);
+    for (int n = 0; n < 20; ++n) {
+        body->setCommands(Eigen::VectorXd::Constant(18, 0.1));
+        world.requireBoundedMotion(0, 1e-3, 1e-2);
+        world.step(2, 1e-3f, 1e-2f);
+    }
+    EXPECT_TRUE(body->getVelocities().allFinite());
+}
+
+TEST(Skeleton, ForcesActOnForceActuatorsOnly) {
+    auto description = makeChain(2);
+    description->mesh->filePath = "forced rig";  // the warning comes once per name
+    description->jointsByName.at("bone_1")->actuator = 0;
+    const auto body = build(description);
+    const auto warned = [&](const Eigen::VectorXd& forces) {
+        testing::internal::CaptureStderr();
+        body->setForces(forces);
+        return testing::internal::GetCapturedStderr();
+    };
+    Eigen::VectorXd forces = Eigen::VectorXd::Zero(7);
+    forces[6] = 1e-3;
+    EXPECT_EQ(warned(forces), "");
+    forces.setConstant(1e-3);
+    EXPECT_THAT(warned(forces), HasSubstr("ignore them: 'bone_0' (passive)."));
+    EXPECT_EQ(warned(forces), "");
+    skWorld world;
+    world.addSkeleton(body);
+    forces[6] = 0;
+    body->setForces(forces);
+    world.step(2, 1e-3f, 1e-2f);
+    EXPECT_TRUE(body->getVelocities().isZero(0));
+    forces[6] = 1e-3;
+    body->setForces(forces);
+    world.step(2, 1e-3f, 1e-2f);
+    EXPECT_GT(body->getVelocities()[6], 0);
 }
 
 TEST(Skeleton, PlacementTurnsAndMovesTheWholeBody) {

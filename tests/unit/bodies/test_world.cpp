@@ -1,4 +1,5 @@
 // The world's step: modes, hooks, forces from samples to links, velocities from links to samples.
+#include <dart/external/odelcpsolver/error.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -115,9 +116,10 @@ TEST(World, StopsBeforeTheDynamicsOnWhatDiverges) {
     };
     setSampleForces(*other, {3, 5, 7});
     setSampleForces(*body, {NAN, 0, 0});
-    EXPECT_THAT(messageOf<std::runtime_error>(step),
-                AllOf(HasSubstr("step 1 "), HasSubstr("force on link '[link]bone_00' of"),
-                      HasSubstr("nan), the torque") /* of either sign */));
+    EXPECT_THAT(
+        messageOf<std::runtime_error>(step),
+        AllOf(HasSubstr("step 1 "), HasSubstr("force on link '[link]bone_00' of skeleton 1 of"),
+              HasSubstr("nan), the torque") /* of either sign */));
     EXPECT_EQ(world.getTime(), 0);
 
     // nothing of the refused step stays
@@ -128,9 +130,9 @@ TEST(World, StopsBeforeTheDynamicsOnWhatDiverges) {
 
     setSampleForces(*body, {1e12, 0, 0});
     step();
-    EXPECT_THAT(
-        messageOf<std::runtime_error>(step),
-        AllOf(HasSubstr("step 3 "), HasSubstr("link '[link]bone_0"), HasSubstr("diverged")));
+    EXPECT_THAT(messageOf<std::runtime_error>(step),
+                AllOf(HasSubstr("step 3 "), HasSubstr("link '[link]bone_0"),
+                      HasSubstr("of skeleton 1 of"), HasSubstr("diverged")));
     world.requireBoundedMotion(NO_FLUID, kDt, kDx);  // falling on its own is not divergence
 }
 
@@ -342,6 +344,30 @@ TEST(World, HooksRunInOrderAndBodiesAreKept) {
     world.lock();
     EXPECT_THAT(messageOf<std::logic_error>([&] { world.addSkeleton(build(makeChain(1))); }),
                 HasSubstr("add all bodies before"));
+}
+
+TEST(World, ABodyIsInOneWorldAtATime) {
+    const auto body = build(makeChain(1));
+    auto first = std::make_unique<skWorld>(Eigen::Vector3d(0, 0, -10));
+    skWorld second({0, 0, -1});
+    first->addSkeleton(body);
+    EXPECT_THAT(messageOf<std::invalid_argument>([&] { second.addSkeleton(body); }),
+                HasSubstr("is in another world"));
+    EXPECT_EQ(second.getNumSkeletons(), 0);
+    first.reset();
+    second.addSkeleton(body);
+    second.step(NO_FLUID, kDt, kDx);
+    EXPECT_NEAR(body->getCOMLinearVelocity()[2], -double(kDt), 1e-12);
+}
+
+// Where the solver meets a matrix that it cannot factorise, it would end the process.
+TEST(World, AFailureOfTheConstraintSolverIsAnException) {
+    skWorld world;
+    const auto handler = dart::external::ode::dGetDebugHandler();
+    ASSERT_NE(handler, nullptr);
+    EXPECT_THAT(messageOf<std::runtime_error>(
+                    [] { dart::external::ode::dDebug(1, "assertion %s failed", "a > 0"); }),
+                HasSubstr("assertion a > 0 failed"));
 }
 
 TEST(World, WithoutBodiesOnlyTimePasses) {

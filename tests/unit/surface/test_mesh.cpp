@@ -3,9 +3,15 @@
 
 #include <assimp/Exporter.hpp>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
+#include <functional>
+#include <limits>
 
+#include "MeshLoad/GltfCheck.h"
+#include "MeshLoad/SceneCheck.h"
 #include "MeshLoad/SkeletalMesh.h"
+#include "platform/messages.h"
 #include "platform/runtime.h"
 #include "support/device.h"
 #include "support/message_of.h"
@@ -149,6 +155,11 @@ TEST(ImportedScene, WeightsAreNormalisedAndLooseVerticesFollowTheNode) {
     testing::internal::CaptureStdout();
     mesh.loadScene(*scene, test::device());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "factor 1\nExists!");
+    setVerbosity(0);
+    testing::internal::CaptureStdout();
+    mesh.loadScene(*scene, test::device());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    setVerbosity(1);
     const host_MeshData& data = mesh.meshes.at(0)->data_cpu;
     EXPECT_EQ(data.bone_affected, (std::vector<std::int32_t>{1, 1, 1, 0}));
     EXPECT_EQ(data.bone_weights_arr, (std::vector<double>{1, 0, 0.25, 0.75, 0.75, 0.25, 0, 0}));
@@ -244,9 +255,75 @@ TEST(MeshFile, VerticesThatCannotBeAreRefused) {
     const std::string corners = "\x00\x00\x02\x00\x03\x00"s, weighted = "\x03\0\0\0\0\0\x80\x3e"s;
     EXPECT_EQ(loadDamaged(corners, corners), "no exception");
     expect(loadDamaged(corners, "\x00\x00\x04\x00"s), "a face names vertex 4 of 4; export");
-    expect(loadDamaged(weighted, "\xff\xff"s), "a bone names vertex 65535 of 4");
+    expect(loadDamaged(weighted, "\xff\xff"s), "bone 'bone' names vertex 65535 of 4");
     const std::string two = "\0\0\0\x40"s;  // the height
     expect(loadDamaged(two, "\0\0\x80\x7f"s), "the position of vertex 2 is not finite");
+}
+
+std::string refusalOfScene(const std::function<void(aiScene&, aiNode&, aiBone&)>& spoil) {
+    auto scene = test::emptyScene();
+    aiNode* const node = addChild(*scene->mRootNode, "joint");
+    aiMesh* const mesh = addMesh(*scene, *node, test::rectangle(1, 1));
+    addBone(*mesh, "joint", {{0, 1}});
+    spoil(*scene, *node, *mesh->mBones[0]);
+    return messageOf<std::runtime_error>([&] {
+        checkScene(*scene, "bad.fbx");
+        unitScaleOf(*scene, "bad.fbx");
+    });
+}
+
+TEST(MeshFile, NumbersThatNoBodyCanHaveAreRefusedByPlace) {
+    const auto expect = [](const std::string& part, auto spoil) {
+        const std::string text = refusalOfScene(spoil);
+        EXPECT_NE(text.find(part), std::string::npos) << text;
+        EXPECT_EQ(text != "no exception", text.find("the model 'bad.fbx'") == 0) << text;
+    };
+    expect("no exception", [](auto&, auto&, auto&) {});
+    expect("the transform of node 'joint'", [](auto&, auto& n, auto&) {
+        n.mTransformation = test::translation(std::numeric_limits<float>::infinity(), 0, 0);
+    });
+    expect("the inverse bind matrix of bone 'joint'",
+           [](auto&, auto&, auto& bone) { bone.mOffsetMatrix.b2 = std::nanf(""); });
+    expect("bone 'joint' has a weight",
+           [](auto&, auto&, auto& bone) { bone.mWeights[0].mWeight = std::nanf(""); });
+    expect("nests nodes more than 2000 deep", [](auto&, auto& n, auto&) {
+        aiNode* deepest = &n;
+        for (int i = 0; i < 2100; ++i) deepest = addChild(*deepest, "deep");
+    });
+    for (const double scale : {0.0, -1.0, 1e300, std::nan("")}) {
+        expect("UnitScaleFactor", [scale](auto& scene, auto&, auto&) {
+            scene.mMetaData = aiMetadata::Alloc(1);
+            scene.mMetaData->Set(0, "UnitScaleFactor", scale);
+        });
+    }
+}
+
+// The importer ends the process on these files, so they must not reach it.
+TEST(MeshFile, GltfFilesThatTheImporterDoesNotSurvive) {
+    const std::string path = testing::TempDir() + "drelt_check.gltf";
+    const auto refusal = [&](const std::string& text) {
+        std::ofstream(path) << text;
+        return messageOf<std::runtime_error>([&] { checkGltf(path); });
+    };
+    const std::string start = R"({"nodes": [{"mesh": 0, "skin": 0}], "accessors": [{"count": 1}],)";
+    EXPECT_NE(refusal(start + R"("skins": [{"joints": [0]}]})").find("without inverseBindMatrices"),
+              std::string::npos);
+    EXPECT_NE(refusal(start + "\"\xe9\": 1, " + R"("skins": [{"joints": [0]}]})").find("without"),
+              std::string::npos);
+    const std::string two = R"("skins": [{"joints": [0, 1], "inverseBindMatrices": 0}]})";
+    EXPECT_NE(refusal(start + two).find("2 joints and 1 inverseBindMatrices"), std::string::npos);
+    EXPECT_NE(refusal(R"({"nodes": [{"children": [1]}, {"children": [0]}]})").find("own ancestors"),
+              std::string::npos);
+    EXPECT_NE(refusal(R"({"nodes": [{"children": [1, 1]}, {}]})").find("more than once"),
+              std::string::npos);
+    EXPECT_NE(refusal(std::string(100000, '[')).find("200 deep"), std::string::npos);
+    // what the importer can read or report itself
+    const std::string one = R"("skins": [{"joints": [0], "inverseBindMatrices": 0}, {}]})";
+    for (const std::string& text : {start + one, std::string("no JSON"), std::string()}) {
+        EXPECT_EQ(refusal(text), "no exception") << text;
+    }
+    EXPECT_EQ(messageOf<std::runtime_error>([] { checkGltf("no/such/file.glb"); }), "no exception");
+    std::remove(path.c_str());
 }
 
 TEST(MeshFile, TheBundledSphereStandsAtRestAndFreesItsMemory) {
