@@ -4,7 +4,7 @@
 #include "cslbm/fused/FusedDeviceTransfer.h"
 #include "platform/launch_cuda.cuh"
 
-// In the layer a node has more at hand than 128 registers hold.
+// The collisions with a layer need more than the 128 registers per thread that larger blocks would leave.
 template <>
 inline constexpr int drelt::kBlockThreadsOf<&drelt::fused_device::collideLayerKernel> = 128;
 template <>
