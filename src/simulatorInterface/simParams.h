@@ -2,9 +2,12 @@
 // and viscosity it stands for, and how thick its absorbing layer is.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
+#include "cslbm/mlsolver/OpenPlanes.h"
+#include "cslbm/mlsolver/couplingMode.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
 
 namespace drelt {
@@ -35,6 +38,14 @@ public:
     float visp = 0.001f;                      // kinematic viscosity [m^2/s]
     std::int32_t use_gpu = 1;                 // 1: host and device copies are synchronised
     SETUP_MODE setup_mode = GRAVITY;
+
+    // Options, as of the next commitInit. With the defaults a step is the plain one.
+    Coupling coupling = Coupling::Explicit;
+    bool normalised_weights = false;  // SemiImplicit: weights for light, thin or overlapping skins
+    float retraction = 0;             // depth of the samples inside the skin [node spacings]
+    OpenPlaneKind open_planes = OpenPlaneKind::Copy;
+    float far_density = 1;            // of the far state, over the reference density
+    std::array<double, 3> current{};  // velocity of the far fluid and, at the start, of all fluid
 
     // Assignments for scripts, which may come after normalise(). They unset what normalise() derived from
     // the old value, so that it is derived anew: dx and u0p from N and l0p, u0p from u0k. A change of

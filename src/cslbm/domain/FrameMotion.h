@@ -4,6 +4,7 @@
 #include <Eigen/Geometry>
 
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
+#include "cslbm/mlsolver/OpenPlanes.h"
 
 namespace drelt {
 
@@ -16,6 +17,7 @@ struct FrameMotion {
     Eigen::Vector3d angularVelocity = Eigen::Vector3d::Zero();
     Eigen::Vector3d angularAcceleration = Eigen::Vector3d::Zero();
     FrameTransform inverse = FrameTransform::Identity();
+    FarState far;  // at the end of the step; held by characteristic planes
 
     bool turns() const { return !angularVelocity.isZero(0) || !angularAcceleration.isZero(0); }
 };

@@ -1,6 +1,7 @@
 #include "cslbm/domain/operatorStep.h"
 
 #include "cslbm/PML/PMLOperation.h"
+#include "cslbm/gpu_inc/gpu/mlCharacteristicPlanes.h"
 #include "cslbm/gpu_inc/gpu/mlStreamGpu.h"
 
 namespace drelt {
@@ -15,7 +16,12 @@ void operatorStep(mlFlow* flow, const MLFluidParam* param, const FrameMotion& mo
     applyBoundary(choices.boundaries, BoundaryStage::AfterLayer, flow, param);
     mlCuStream3dOpt(flow, param);
     mlCalOneOrderMomentOpt(flow, param);
-    applyBoundary(choices.boundaries, BoundaryStage::AfterMoments, flow, param);
+    if (choices.boundaries == BoundaryFamily::NonEquilibriumExtrapolation &&
+        choices.planes != OpenPlaneKind::Copy) {
+        mlCharacteristicPlanes(flow, param, {choices.planes, motion.far});
+    } else {
+        applyBoundary(choices.boundaries, BoundaryStage::AfterMoments, flow, param);
+    }
 }
 
 }  // namespace drelt

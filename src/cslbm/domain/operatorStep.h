@@ -8,11 +8,13 @@
 
 namespace drelt {
 
-// The collision and the boundaries of a step.
+// The collision and the boundaries of a step. `planes` says what the family of open planes does.
 struct StepChoices {
     CollisionOperator collision = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaries = BoundaryFamily::NonEquilibriumExtrapolation;
+    OpenPlaneKind planes = OpenPlaneKind::Copy;
 
+    // Whether the production schedule has them.
     bool areDefault() const {
         return collision == CollisionOperator::HighorderFitted &&
                boundaries == BoundaryFamily::NonEquilibriumExtrapolation;

@@ -23,4 +23,10 @@ inline void requireCouplingMode(int mode, const char* what) {
 // Whether a mode advances the fluid.
 constexpr bool advancesFluid(int mode) { return mode != NO_FLUID && mode != EMPIRICAL; }
 
+// How the force between a sample and the fluid is formed in TWO_WAY.
+enum class Coupling : int {
+    Explicit,      // from the velocity that the body has before the step
+    SemiImplicit,  // from the velocity after it: links carry the point masses of their samples
+};
+
 }  // namespace drelt

@@ -94,7 +94,15 @@ FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     for (int a = 0; a < 3; ++a) motion.linearAcceleration[a] = rotation.col(a).dot(acceleration);
     motion.angularVelocity = frame->getAngularVelocity();
     motion.angularAcceleration = frame->getAngularAcceleration();
+    motion.far = farState();
     return motion;
+}
+
+// The far fluid as seen from the grid.
+FarState mlSinglePhaseSolverNew::farState() const {
+    const Eigen::Vector3d seen = current - world->getFrame()->getLinearVelocity();
+    const Eigen::Vector3f u = (seen * (static_cast<double>(scale.u0k) / scale.u0px)).cast<float>();
+    return {farDensity, {u.x(), u.y(), u.z()}};
 }
 
 // Visits each list of device arrays with the field of the device record that it belongs to.

@@ -58,6 +58,11 @@ public:
     // steps. A simulator that is committed again has a new solver, with the simulator's choices.
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
+    OpenPlaneKind openPlanes = OpenPlaneKind::Copy;
+    // What characteristic planes hold far away: density in lattice units, velocity in the world [m/s].
+    // They may change between steps.
+    float farDensity = 1.0f;
+    Eigen::Vector3d current = Eigen::Vector3d::Zero();
 
     // The device array behind each field of the device record, one entry per domain; empty under the
     // production schedule, whose record changes its arrays from step to step.
@@ -73,13 +78,14 @@ public:
     std::vector<PML_TYPE*> PML_type_dev_vec;
 
 private:
-    StepChoices choices() const { return {collisionOperator, boundaryFamily}; }
+    StepChoices choices() const { return {collisionOperator, boundaryFamily, openPlanes}; }
     std::unique_ptr<FluidDomain> makeDomain(const mlFlow& host, HostPopulations held);
     template <class Visit>
     void forEachArrayList(Visit&& visit);
     void advance(int mode);
     void followBody(int i);
     FrameMotion frameMotion() const;
+    FarState farState() const;
 
     std::vector<std::unique_ptr<FluidDomain>> domains_;  // one per host record, once allocated
 };

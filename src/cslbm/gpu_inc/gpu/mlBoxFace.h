@@ -39,15 +39,15 @@ using UpFace = BoxFace<1, true>;
 using ForwardFace = BoxFace<2, false>;
 using BackFace = BoxFace<2, true>;
 
-// Launches Op(at, flow, nx, ny, nz, count) over a plane across the axis, in blocks of 8 x 8. The caller
+// Launches Op(at, flow, nx, ny, nz, count, args...) over a plane across the axis, in blocks of 8 x 8. The caller
 // checks for errors.
-template <auto Op, int Axis>
-void launchPlane(mlFlow* flow, const MLFluidParam* param) {
+template <auto Op, int Axis, class... Args>
+void launchPlane(mlFlow* flow, const MLFluidParam* param, Args... args) {
     LaunchExtent plane{param->samples_x, param->samples_y, param->samples_z};
     const LaunchExtent nodes = plane;
     (Axis == 0 ? plane.x : (Axis == 1 ? plane.y : plane.z)) = 1;
     launchRange<Op>(coveringShape(plane, Axis == 0 ? 1 : 8, Axis == 1 ? 1 : 8, Axis == 2 ? 1 : 8),
-                    plane, flow, nodes.x, nodes.y, nodes.z, nodes.x * nodes.y * nodes.z);
+                    plane, flow, nodes.x, nodes.y, nodes.z, nodes.x * nodes.y * nodes.z, args...);
 }
 
 }  // namespace drelt
