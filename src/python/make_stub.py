@@ -12,7 +12,7 @@ from types import WrapperDescriptorType
 
 from pybind11_stubgen import main as write_stub
 
-ARRAY = re.compile(r"numpy\.ndarray\[tuple\[.*?\]\], numpy\.dtype\[numpy\.float(?:32|64)\]\]")
+ARRAY = re.compile(r"numpy\.ndarray\b")
 # anything that numpy makes an array of, a list of any kind, what converts to an integer
 TAKEN = (
     (ARRAY, "numpy.typing.ArrayLike"),
@@ -63,11 +63,12 @@ def with_refused_constructor(text, name):
 
 
 def stub(module, folder):
-    options = ["--numpy-array-use-type-var", "--exit-code", "--stub-extension", "pyi"]
+    # m is the number of rows in the shapes of the module's signatures
+    options = ["--numpy-array-remove-parameters", "--ignore-unresolved-names=^m$", "--exit-code"]
     write_stub([module.__name__, "-o", str(folder), *options])
     (written,) = Path(folder).rglob("*.pyi")
     lines = written.read_text(encoding="utf-8").splitlines(keepends=True)
-    lines = [line for line in lines if not line.startswith(("import ", "__all__", "M = "))]
+    lines = [line for line in lines if not line.startswith(("import ", "__all__"))]
     lines = [re.sub(r"^class (\w+):", r"class \1(metaclass=_BoundClass):", line) for line in lines]
     lines = [signature(line) if line.lstrip().startswith("def ") else line for line in lines]
     text = "".join(lines).replace("annotations\n", "annotations\n" + HEADER, 1)

@@ -4,6 +4,7 @@
 #include <exception>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "platform/messages.h"
 #include "python/bindings.h"
@@ -12,9 +13,8 @@ namespace py = pybind11;
 
 namespace {
 
-// Binds one group: its functions come before its classes, each in the order of the binders. The
-// binders make classes first, because a signature can name only classes that exist. So this moves
-// the classes behind the functions.
+// Binds one group, in which scripts see the functions before the classes. The binders make the classes
+// first, because a signature can name only classes that exist. So this moves them behind.
 void bindGroup(py::module_& module, std::initializer_list<void (*)(py::module_&)> binders) {
     const py::dict names = module.attr("__dict__");
     const std::size_t before = names.size();
@@ -39,13 +39,12 @@ void bindMessages(py::module_& module) {
 }
 
 constexpr const char* kNotConstructed =
-    "this object was made without its constructor, so it holds nothing; call its class to make "
-    "one, "
-    "and in a subclass call super().__init__() before anything else";
+    "this object was made without its constructor, so it holds nothing; call its class to make one,"
+    " and in a subclass call super().__init__() before anything else";
 
-// Objects that __new__ made alone hold no C++ object. Where a function takes one as a reference,
-// pybind11 allocates memory for it, and would hand it over without a constructor call. Where it takes
-// one as a shared pointer, it throws a cast_error that does not name the cause.
+// An object that only __new__ made holds no C++ object. If a function takes it by reference, pybind11
+// allocates memory for it with operator_new but calls no constructor; this hook of the class refuses.
+// If a function takes it by shared pointer, pybind11 throws a cast_error, whose text does not help.
 void refuseUnconstructed(const py::module_& module) {
     const py::dict names = module.attr("__dict__");
     for (const auto& entry : names) {
@@ -59,7 +58,7 @@ void refuseUnconstructed(const py::module_& module) {
     }
     py::register_local_exception_translator([](std::exception_ptr thrown) {
         try {
-            std::rethrow_exception(thrown);
+            std::rethrow_exception(std::move(thrown));
         } catch (const py::cast_error& error) {
             if (std::string(error.what()).find("non-held") == std::string::npos) throw;
             py::set_error(PyExc_TypeError, kNotConstructed);
