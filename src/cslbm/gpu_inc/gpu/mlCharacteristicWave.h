@@ -34,7 +34,7 @@ struct PlaneNormal {
 
 // The plane that a node lies on, for a node between the planes that is not an inner node. Where planes meet,
 // z goes before x, and x before y: the copied planes are written in this order.
-DRELT_HOST_DEVICE PlaneNormal planeNormal(int x, int y, int z, int nx, int ny, int nz, int w) {
+DRELT_HOST_DEVICE PlaneNormal planeNormal(int x, int y, int z, int nx, int nz, int w) {
     if (z == w || z == nz - 1 - w) return {2, z == w ? -1 : 1};
     if (x == w || x == nx - 1 - w) return {0, x == w ? -1 : 1};
     return {1, y == w ? -1 : 1};
