@@ -1,4 +1,4 @@
-// Data that live on the host and on a device, with one dirty flag a side.
+// Data with a copy on the host and one on a device, and one dirty flag per side.
 #pragma once
 
 namespace drelt {
