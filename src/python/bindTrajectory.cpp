@@ -5,7 +5,6 @@
 #include <memory>
 #include <vector>
 
-#include "output/LineWriter.h"
 #include "output/mlVTKWrtier.h"
 #include "python/bindings.h"
 #include "trajectory/mlSimplePDControl_1D.h"
@@ -163,10 +162,11 @@ void bindTrajectory(py::module_& module) {
         .def_readwrite("vertices", &mlVTKLine::vertices,
                        "List of positions (3) [m]. Reading gives a copy: assign a whole list.");
     writer
-        .def_static("writeLines", &writeLines, py::arg("lines"), py::arg("file_path"),
+        .def_static("writeLines", &mlVTKWrtier::writeLines, py::arg("lines"), py::arg("file_path"),
                     "Writes a list of debugLine. Gives whether the file was written.")
         .def_static(
-            "writeTrajectory", &writeTrajectory, py::arg("trajectory"), py::arg("file_path"),
+            "writeTrajectory", &mlVTKWrtier::writeTrajectory, py::arg("trajectory").none(false),
+            py::arg("file_path"),
             "Writes the fitted curve with its first derivatives, 200 samples a control point.\n"
             "Gives whether the file was written. Raises RuntimeError before fit, ValueError for\n"
             "fewer than four control points; no file is touched then.");

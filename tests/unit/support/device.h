@@ -10,6 +10,7 @@
 
 #include "platform/check.h"
 #include "platform/runtime.h"
+#include "platform/testing.h"
 
 // Skips a test of what runs on host threads and in plain memory only.
 #define DRELT_HOST_ONLY(reason) \
