@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "platform/runtime.h"
+#include "platform/status.h"
 
 namespace drelt::platform::gpu {
 

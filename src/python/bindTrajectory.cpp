@@ -5,7 +5,6 @@
 #include <memory>
 #include <vector>
 
-#include "output/LineWriter.h"
 #include "output/mlVTKWrtier.h"
 #include "python/bindings.h"
 #include "trajectory/mlSimplePDControl_1D.h"
@@ -124,10 +123,11 @@ void bindLines(LineClass& line, WriterClass& writer) {
                "List of world positions [m], each of shape (3,). Reading gives a copy: assign a\n"
                "whole list.");
     writer
-        .def_static("writeLines", &writeLines, py::arg("lines"), py::arg("file_path"),
+        .def_static("writeLines", &mlVTKWrtier::writeLines, py::arg("lines"), py::arg("file_path"),
                     "Writes a list of debugLine. Returns False if the file cannot be written.")
         .def_static(
-            "writeTrajectory", &writeTrajectory, py::arg("trajectory"), py::arg("file_path"),
+            "writeTrajectory", &mlVTKWrtier::writeTrajectory, py::arg("trajectory").none(false),
+            py::arg("file_path"),
             "Writes the fitted curve with its first derivatives, 200 samples per control\n"
             "point. Returns False if the file cannot be written. Raises RuntimeError before\n"
             "fit and ValueError for fewer than four control points, before it touches the\n"

@@ -10,6 +10,7 @@
 
 #include "platform/check.h"
 #include "platform/launch.h"
+#include "platform/testing.h"
 
 namespace drelt {
 namespace {
