@@ -11,7 +11,7 @@ packages_for() {
         ;;
     test) echo xvfb ;;
     format) echo clang-format ;;
-    tidy) echo clang clang-tidy libomp-dev ;; # libomp-dev: omp.h for clang
+    tidy) echo clang clang-tidy libomp-dev ;; # clang-tidy brings run-clang-tidy, libomp-dev omp.h
     sanitize) echo clang libomp-dev ;;        # libomp-dev brings libarcher
     esac
 }
