@@ -146,9 +146,9 @@ void bindTrajectory(py::module_& module) {
                                                            "A polyline for VTKWriter.");
     py::class_<mlVTKWrtier, std::shared_ptr<mlVTKWrtier>> writer(
         module, "VTKWriter",
-        "Writes legacy VTK files as text. Missing folders are created; a file that cannot be "
+        "Writes legacy VTK files as text. Missing folders are created. A file that cannot be "
         "written\n"
-        "gives False and is passed over in silence.");
+        "gives False, and one warning per folder on standard error.");
     ControllerClass controller(
         module, "PDControl1D",
         "Proportional-derivative controller: Kp (desired - value) - Kd rate, the rate being the\n"

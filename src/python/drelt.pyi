@@ -437,8 +437,8 @@ class debugLine(_Bound):
     def vertices(self, value: Sequence[ArrayLike]) -> None: ...
 
 class VTKWriter(_Handed):
-    """Writes legacy VTK files as text. Missing folders are created; a file that cannot be written
-    gives False and is passed over in silence."""
+    """Writes legacy VTK files as text. Missing folders are created. A file that cannot be written
+    gives False, and one warning per folder on standard error."""
     @staticmethod
     def writeLines(lines: Sequence[debugLine], file_path: str) -> bool:
         """Writes a list of debugLine. Gives whether the file was written."""
@@ -464,37 +464,37 @@ class PDControl1D(_Bound):
         """Sets the desired value."""
 
 class tinyRenderer(_Bound):
-    """Draws a scene, a frame a call, and saves frames as images: in a window where there is a
-    display, without one elsewhere. Only what lies 0.1 to 100 m ahead of the camera is seen."""
+    """Draws a scene and saves frames as images. It uses a window if there is a display; without
+    one it draws the same images. It shows what lies 0.1 to 100 m ahead of the camera."""
     def __init__(self, width: int, height: int) -> None:
         """As make_renderer."""
     def addCube(self) -> None:
-        """Adds a cube with edges of 1 m along the axes around the origin."""
+        """Adds a cube with edges of 1 m along the axes, centred at the origin."""
     def addDynamics(self, dynamics: SkeletonDynamics) -> None:
         """Adds the skin of a body. Raises ValueError for None."""
     def addTrajectory(self, trajectory: trajectory3d) -> None:
-        """Adds the control points of a trajectory as a green line, the last point left out. The
-        points are those at the next frame. Raises ValueError for None."""
+        """Adds the control points of a trajectory as a green line without the last point. The points
+        are those at the next frame. Raises ValueError for None."""
     def render(self) -> None:
-        """Draws one frame. The first call says in a printed line whether it draws in a window; where
-        no OpenGL can be had it says that, and nothing is drawn then or later."""
+        """Draws one frame. The first call prints whether it uses a window. If there is no OpenGL, it
+        prints that, and no call draws anything."""
     def savePPM(self, file_name: str) -> None:
-        """Writes the frame drawn last as a binary PPM, the rows from the bottom of the image to its
-        top. A file that cannot be opened is passed over. Raises RuntimeError where no frame has
-        been drawn, with the reason."""
+        """Writes the latest frame as a binary PPM. Its rows run from the bottom of the image to the top. A
+        file that cannot be written gives one warning per folder on standard error. Raises RuntimeError
+        with the reason if no frame has been drawn."""
     def setCamera(self, position: ArrayLike, target: ArrayLike, worldup: ArrayLike) -> None:
         """Looks from position to target (3 each) [m], with the direction worldup (3) upwards."""
     def setLight(
         self, position: ArrayLike, diffuse: ArrayLike = ..., specular: ArrayLike = ...
     ) -> None:
-        """Sets the light's position (3) [m] and its colours (3 each), red, green and blue from 0 to
-        1. The colours are taken at the first frame, the position at every one."""
+        """Sets the light's position (3) [m] and its colours (3 each): red, green and blue from 0 to 1.
+        The first frame takes the colours, every frame the position."""
 
 def make_controller(Kp: float, Kd: float, timestep: float, /) -> PDControl1D:
     """New controller from Kp, Kd and a time step [s]."""
 
 def make_renderer(width: int, height: int, /) -> tinyRenderer:
-    """New renderer of images of this width and height [pixels]. Raises ValueError for a
+    """Makes a renderer of images of this width and height [pixels]. Raises ValueError for a
     side that is not positive or above 16384."""
 
 def make_simParams() -> simParam:
