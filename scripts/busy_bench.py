@@ -1,12 +1,12 @@
-"""Measures what waiting threads cost a step: alone, and beside a busy process on the same cores.
+"""Measures how the threads' waiting affects a step: alone, and beside a busy process on the same cores.
 
 usage: busy_bench.py [ROUNDS]   (default 10), from the repository's root, with drelt on PYTHONPATH
 
-Two processes run the same scene of half a million nodes in turn: one waits as drelt does by default, the
-other spins without end. Prints the median step of each case and two ratios:
-  beside / alone     default waiting, beside a busy process to alone; at most 3 is wanted
-  default / spinning alone, default waiting to endless spinning; at most 1.03 is wanted
-Other programs that run meanwhile disturb the numbers; their share of the processors is printed.
+Two processes take turns with the same scene of half a million nodes. One waits as drelt does by default,
+the other spins endlessly. Prints the median time of a step in each case and two ratios:
+  beside / alone      default waiting: time beside a busy process over time alone; should be at most 3
+  default / spinning  alone: time with default waiting over time with spinning; should be at most 1.03
+Other programs disturb the numbers; the script prints how many processors they used.
 """
 
 import os

@@ -175,9 +175,9 @@ void bindTrajectory(py::module_& module) {
         "index past the last one.");
     LineClass line(module, "debugLine", "A line through vertices, for VTKWriter.");
     WriterClass writer(module, "VTKWriter",
-                       "Writes VTK legacy files as text, and makes missing folders. It reports a "
-                       "file that\n"
-                       "it cannot write only by returning False.");
+                       "Writes VTK legacy files as text, and makes missing folders. A file that "
+                       "cannot be\n"
+                       "written gives False, and one warning per folder on standard error.");
     ControllerClass controller(
         module, "PDControl1D",
         "Proportional-derivative controller of one value. Its output is\n"

@@ -42,7 +42,7 @@ std::unique_ptr<RenderContext> openContext() {
 }
 
 int checkedSide(int size, const char* what) {
-    constexpr int kLargestSide = 16384;  // what OpenGL drivers draw at most
+    constexpr int kLargestSide = 16384;  // the largest that OpenGL drivers draw
     if (size > 0 && size <= kLargestSide) return size;
     throw std::invalid_argument(std::string("the renderer's ") + what + " is " +
                                 std::to_string(size) + " pixels; give 1 to " +
@@ -75,13 +75,13 @@ void tinyRenderer::initialise() {
     auto context = openContext();
     if (context == nullptr) {
         return fail("Failed to create GLFW window",
-                    "this machine gave render() no OpenGL 3.3 context, install libglfw3 or libegl1 "
+                    "this machine gave render() no OpenGL 3.3 context; install libglfw3 or libegl1 "
                     "and an OpenGL driver");
     }
     const CurrentContext current(*context);
     if (gladLoadGL(context->entryPoints()) == 0) {
         return fail("Failed to initialize GLAD",
-                    "the OpenGL driver lacks functions of OpenGL 3.3, install another one");
+                    "the OpenGL driver lacks functions of OpenGL 3.3; install another one");
     }
     if (!frame_.setup(width_, height_)) {
         frame_.release();

@@ -15,13 +15,15 @@ from .skeleton import BoneTree
 class Asset:
     """A body ready to be checked and written.
 
-    name and model are the file names of description and mesh, without extension. frame is the name
-    of the link with which the fluid grid translates, empty for a grid that rests. samples is the
-    number of surface samples that the mesh is made for, dx the node spacing (m) that the links must
-    be heavy enough for, and spacings are further ones whose stability limit the report shows.
-    weights (vertices x bones) bind the skin; without them each vertex goes rigidly with the bone of
-    the same index as its nearest link. base names the link whose axes are the body's, the first
-    one if empty, and markers are the places (m) of the probes on the skin.
+    name, model: file names of description and mesh, without extension.
+    frame: name of the link that the fluid grid follows; empty for a grid at rest.
+    samples: number of surface samples that the mesh is made for.
+    dx: node spacing (m) at which the links must be stable.
+    spacings: further node spacings whose stability limit the report shows.
+    weights (vertices x bones): bind the skin. Without them each vertex moves rigidly with the bone that
+    has the index of its nearest link.
+    base: name of the link whose axes are those of the body; the first link if empty.
+    markers: positions (m) of the probes on the skin.
     """
 
     name: str
@@ -37,7 +39,7 @@ class Asset:
     markers: tuple = ()
 
     def description(self, model_prefix):
-        """The description file's content; model_prefix is the folder of the meshes for scripts."""
+        """Content of the description file. model_prefix: folder of the meshes as scripts see it."""
         text = {
             "model_file": str(PurePosixPath(model_prefix, f"{self.model}.glb")),
             "baseLinkName": self.base or self.tree.link_names()[0],
@@ -52,7 +54,7 @@ class Asset:
         return text
 
     def skin(self):
-        """Dense weights of the skin, vertices x bones."""
+        """Weights of the skin, vertices x bones."""
         if self.weights is not None:
             return self.weights
         return np.eye(len(self.tree.bones()))[self.tree.nearest_link(self.mesh.vertices)]

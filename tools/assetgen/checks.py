@@ -1,4 +1,4 @@
-"""What the coupling asks of a body, and the report of it."""
+"""Checks that a body can be coupled to the fluid, and a report of its numbers."""
 
 import math
 
@@ -6,17 +6,17 @@ from .mesh import AssetError, coordinates
 
 FLUID_DENSITY = 1000.0  # kg/m^3
 
-# The fluid's force on a link comes one step late, so a light link overshoots: it is stable above
-# 0.55 rho A dx, A the link's wetted area and dx the node spacing.
+# The fluid's force on a link comes one step late, so a light link overshoots. A link is stable if its
+# mass is above 0.55 rho A dx, A being its wetted area and dx the node spacing.
 STABLE_MASS_FACTOR = 0.55
 
-# The sampler draws ten candidates per sample and rounds down face by face: a face below a tenth of
-# a sample's share of the area gets none.
+# The sampler draws ten candidates per sample and rounds down for each face. A face smaller than a
+# tenth of the area per sample gets none.
 CANDIDATES_PER_SAMPLE = 10
 
 
 def link_areas(asset):
-    """Wetted area of each link that has a surface, m^2."""
+    """Wetted area (m^2) of each link that has a surface."""
     owner = asset.tree.nearest_link(asset.mesh.face_centres())
     areas = asset.mesh.face_areas()
     return [math.fsum(areas[owner == k]) for k in range(len(asset.tree.bodies()))]
@@ -27,10 +27,9 @@ def mass_limit(area, dx):
 
 
 def turning_margin(asset, k, dx):
-    """Least moment of inertia of link k over its stability limit, about the link's centre.
+    """Smallest ratio of a moment of inertia of link k to its stability limit, about the link's centre.
 
-    The limit is that of the mass, 0.55 rho dx on every piece of the surface, times the squared
-    distance from the axis.
+    The limit is the moment of inertia of the limit mass, spread as 0.55 rho dx over the surface.
     """
     body = asset.tree.bodies()[k]
     link = asset.tree.links[body.name]
@@ -49,7 +48,7 @@ def turning_margin(asset, k, dx):
 def fewest_samples(mesh):
     """The smallest sample count for which every face gets a candidate.
 
-    The sampler shares the samples out among the parts by area, and then among a part's faces.
+    The sampler distributes the samples over the parts by area, then over the faces of each part.
     """
     areas = mesh.face_areas()
     total = mesh.area()
@@ -62,7 +61,7 @@ def fewest_samples(mesh):
 
 
 def check(asset):
-    """Raises AssetError for an open surface, a link too light for dx, or too small faces."""
+    """Raises AssetError for an open surface, a link too light for dx, or faces that are too small."""
     asset.mesh.check_closed()
     if not asset.mesh.volume() > 0.0:
         raise AssetError(

@@ -7,7 +7,7 @@ from .skeleton import SCENE_NODE, SKIN_NODE
 
 
 class BufferBuilder:
-    """Collects arrays into the one binary chunk, each with its view and accessor."""
+    """Collects arrays in one binary chunk, each with its view and accessor."""
 
     def __init__(self):
         self.data = b""
@@ -69,7 +69,7 @@ def scene_nodes(tree):
 
 
 def primitive(buffer, mesh, index, weights):
-    """The faces of one part with copies of the vertices that they use."""
+    """The faces of one part, with copies of the vertices that they use."""
     part = mesh.parts[index]
     used, faces = np.unique(mesh.faces[part.faces], return_inverse=True)
     joints, values = skin_arrays(weights[used])
@@ -95,7 +95,7 @@ def material(part):
 
 
 def glb_bytes(mesh, tree, weights):
-    """The whole file; weights (vertices x bones) bind the vertices to the tree's bones."""
+    """The whole file. weights (vertices x bones) bind the vertices to the tree's bones."""
     buffer = BufferBuilder()
     primitives = [primitive(buffer, mesh, k, weights) for k in range(len(mesh.parts))]
     bind = buffer.add(inverse_bind_matrices(tree), gl.MAT4, gl.FLOAT)

@@ -1,4 +1,4 @@
-"""What swimmers have in common: skin blended along a spine, masses and inertias, probes."""
+"""Shared by the swimmers: a skin blended along the spine, masses and inertias, probes."""
 
 import math
 
@@ -10,20 +10,21 @@ from .skeleton import Joint, Link, rounded
 
 SERVO = Joint("revolute", "servo", (0.0, 1.0, 0.0), use_limits=True)
 
-# Least mass of a link over that of its volume of fluid, and over its stability limit. The fluid
-# inside the skin counts as mass too, and a light body swims better; thin links need more of both.
+# Smallest mass of a link, relative to the mass of its volume of fluid and relative to its stability
+# limit. A light body swims better, as the fluid inside the skin counts as mass too. Thin links need more
+# of both.
 BULKY = (0.5, 1.3)
 THIN = (1.0, 1.0 / STABLE_MASS_FACTOR)
 
-JOINT_RADIUS = 0.02  # of the sphere drawn at a joint, over the length of its link
+JOINT_RADIUS = 0.02  # of the sphere drawn at a joint, in lengths of its link
 
 
 def blend(stations, joints):
-    """Which bones move points along a body, and how much: cell and share.
+    """Which bones move the points at these stations, and how much: (cell, share).
 
-    joints are the stations of the bones' joints in rising order, closed by the last bone's end. The
-    weight passes linearly from bone cell (1 - share) to bone cell + 1 (share) between their middles,
-    so that at a joint both weigh the same and the skin moves as the joint does.
+    joints: stations of the bones' joints in rising order, then that of the last bone's end. Bone cell
+    has weight 1 - share, bone cell + 1 has weight share. The weights change linearly between the middles
+    of the two bones, so they are about equal at the joint.
     """
     middles = np.array([0.5 * (a + b) for a, b in zip(joints, joints[1:])])
     cell = np.clip(np.searchsorted(middles, stations, side="right") - 1, 0, len(middles) - 2)
@@ -32,7 +33,7 @@ def blend(stations, joints):
 
 
 def link_volumes(tree, mesh):
-    """Volume between each link's faces and the plane z = 0, m^3."""
+    """Volume (m^3) between each link's faces and the plane z = 0."""
     owner = tree.nearest_link(mesh.face_centres())
     a, b, c = mesh.corners()
     flat = 0.5 * np.cross(b - a, c - a)[:, 2]  # area seen along z
@@ -41,11 +42,11 @@ def link_volumes(tree, mesh):
 
 
 def give_bodies(tree, mesh, dx, thin):
-    """Masses and inertias for a node spacing dx; thin tells the names of the thin links.
+    """Sets masses and inertias for a node spacing dx. thin: names of the thin links.
 
-    The ellipsoid of a link has the moments that its mass would have if it were spread over its
-    surface: the fluid acts there, so a link as compact as a solid body would overshoot in rolling
-    where it is heavy enough for moving.
+    A link has the moments of inertia of its mass spread over its surface, because the fluid acts there.
+    With those of a solid body, a link that is heavy enough to move stably could still overshoot when it
+    rolls.
     """
     owner = tree.nearest_link(mesh.face_centres())
     areas, centres = mesh.face_areas(), mesh.face_centres()
@@ -66,7 +67,7 @@ def give_bodies(tree, mesh, dx, thin):
 
 
 def on_skin(mesh, part, points):
-    """The vertices of a part nearest to some points, as the description shows them."""
+    """The vertices of a part that are nearest to the points, rounded as in the description."""
     own = mesh.vertices[np.unique(mesh.faces[part.faces])]
     chosen = []
     for point in points:
