@@ -60,7 +60,7 @@ def branch_section(x, top, bottom, half_width, spacing):
 
 
 def even_stations(radius, start, end, spacing):
-    """Stations from start to end, about a spacing apart along the outline radius(s).
+    """Stations from start to end, at distances of about the spacing along the outline radius(s).
 
     The outline is traced at even steps of q, s = start + (end - start) q^2: finer at a blunt start.
     """
