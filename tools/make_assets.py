@@ -19,14 +19,20 @@ def parse_arguments():
     parser.add_argument(
         "names", nargs="*", metavar="name", help="assets to write; all if none is given"
     )
-    parser.add_argument("--dx", type=float, help="node spacing in m (default: each body's own)")
+    parser.add_argument(
+        "--dx",
+        type=float,
+        help="node spacing in m (by default, the one that each body is made for)",
+    )
     parser.add_argument(
         "--retraction",
         type=float,
         default=0.85,
         help="retraction of the shrunk sphere's skin in node spacings (%(default)g)",
     )
-    parser.add_argument("--samples", type=int, help="surface samples to check the faces for")
+    parser.add_argument(
+        "--samples", type=int, help="number of surface samples for which the faces are checked"
+    )
     parser.add_argument(
         "--out",
         type=Path,
@@ -36,14 +42,14 @@ def parse_arguments():
     parser.add_argument(
         "--model-prefix",
         default="assets",
-        help='folder of the meshes in "model_file", relative to the working directory of the scripts '
-        "that load them (%(default)s)",
+        help='folder of the meshes as "model_file" names it, seen from the working directory of '
+        "the scripts that load them (%(default)s)",
     )
     return parser.parse_args()
 
 
 def chosen_assets(arguments):
-    """Builds the requested assets. Raises AssetError for unknown names and unusable numbers."""
+    """Builds the wanted assets; unknown names and unusable numbers raise AssetError."""
     dx = arguments.dx
     if dx is not None and not 0.0 < dx < float("inf"):
         raise AssetError(f"the node spacing must be a positive number of m, not {dx:g}")

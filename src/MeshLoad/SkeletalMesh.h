@@ -22,8 +22,8 @@ public:
     // leaves the object empty. Throws std::runtime_error for a damaged model (GltfCheck.h, SceneCheck.h)
     // and for a bone without a node of its name.
     bool load(const std::string& path, int gpuId);
-    // The same from a scene, which must outlive this object. Of the scene's numbers, only the unit scale is
-    // checked.
+    // The same from a scene, which must outlive this object. Checks only the scene's unit scale and the names
+    // of its bones.
     void loadScene(const aiScene& importedScene, int gpuId);
 
     // Updates world transforms, bone transforms and skinned vertices from the poses of the nodes. Skins on
@@ -41,7 +41,7 @@ public:
     const aiScene* scene = nullptr;  // owned by the importer after load
     Assimp::Importer importer;
     std::string filePath;
-    double UnitScaleFactor = 1;  // file units in a metre
+    double UnitScaleFactor = 1;  // file units per metre
 
 private:
     void buildNodes();

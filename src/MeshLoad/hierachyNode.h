@@ -21,8 +21,8 @@ struct hierachyNode {
 };
 
 // Owns the nodes and their relations. Node 0 is the root. The children of a node have consecutive
-// indices. After intermediate nodes were inserted, a child's index can be smaller than its parent's:
-// walk the tree if parents must come first.
+// indices. After intermediate nodes were inserted, a child's index can be smaller than its parent's.
+// Where parents must come first, walk the tree instead of counting up indices.
 class nodeMgr {
 public:
     int size() const { return static_cast<int>(nodes.size()); }

@@ -7,8 +7,8 @@
 
 namespace drelt {
 
-// Takes the rotation from the upper 3 x 3 block, scale included, through a single-precision quaternion, and
-// the translation from the last column, divided by unitScaleFactor.
+// Turns the upper 3 x 3 block, with any scale that it contains, into a quaternion in single precision; this
+// gives the rotation. Takes the translation from the last column, divided by unitScaleFactor.
 Eigen::Isometry3d importedTransform(const aiMatrix4x4& matrix, double unitScaleFactor);
 
 // The same after dividing the block's columns by their lengths. A mirrored block gets a negative scale

@@ -9,8 +9,8 @@ struct GpuCopyable {
     int gpuId;
 };
 
-// Pairs a Host value with a Device record of device pointers. hostDirty: the host side changed and
-// the device must be refreshed; deviceDirty: the reverse.
+// Pairs a Host value with a Device record of device pointers. hostDirty: the host side has changed and
+// the device side is out of date. deviceDirty: the reverse.
 template <class Host, class Device>
 class twoSideDataWrapper : public GpuCopyable {
 public:

@@ -16,14 +16,14 @@ class Asset:
     """A body ready to be checked and written.
 
     name, model: file names of description and mesh, without extension.
-    frame: name of the link that the fluid grid follows; empty for a grid at rest.
     samples: number of surface samples that the mesh is made for.
-    dx: node spacing (m) at which the links must be stable.
-    spacings: further node spacings whose stability limit the report shows.
-    weights (vertices x bones): bind the skin. Without them each vertex moves rigidly with the bone that
-    has the index of its nearest link.
-    base: name of the link whose axes are those of the body; the first link if empty.
-    markers: positions (m) of the probes on the skin.
+    dx: node spacing (m) for which the links must be heavy enough.
+    frame: name of the link with which the fluid grid translates; empty for a grid at rest.
+    spacings: further node spacings for which the report shows the stability limit.
+    weights (vertices x bones): bind the skin. Without them, each vertex moves rigidly with the bone
+    whose index is that of the vertex's nearest link.
+    base: name of the link whose axes are the body's; the first link if empty.
+    markers: places (m) of the probes on the skin.
     """
 
     name: str
@@ -39,7 +39,7 @@ class Asset:
     markers: tuple = ()
 
     def description(self, model_prefix):
-        """Content of the description file. model_prefix: folder of the meshes as scripts see it."""
+        """The description file's content; model_prefix is the folder of the meshes for scripts."""
         text = {
             "model_file": str(PurePosixPath(model_prefix, f"{self.model}.glb")),
             "baseLinkName": self.base or self.tree.link_names()[0],
@@ -54,7 +54,7 @@ class Asset:
         return text
 
     def skin(self):
-        """Weights of the skin, vertices x bones."""
+        """Dense weights of the skin, vertices x bones."""
         if self.weights is not None:
             return self.weights
         return np.eye(len(self.tree.bones()))[self.tree.nearest_link(self.mesh.vertices)]

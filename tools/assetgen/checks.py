@@ -1,4 +1,4 @@
-"""Checks that a body can be coupled to the fluid, and a report of its numbers."""
+"""Checks that a body is fit for the coupling, and the report on it."""
 
 import math
 
@@ -7,16 +7,16 @@ from .mesh import AssetError, coordinates
 FLUID_DENSITY = 1000.0  # kg/m^3
 
 # The fluid's force on a link comes one step late, so a light link overshoots. A link is stable if its
-# mass is above 0.55 rho A dx, A being its wetted area and dx the node spacing.
+# mass is above 0.55 rho A dx, where A is its wetted area and dx the node spacing.
 STABLE_MASS_FACTOR = 0.55
 
-# The sampler draws ten candidates per sample and rounds down for each face. A face smaller than a
-# tenth of the area per sample gets none.
+# The sampler draws ten candidates per sample and rounds down face by face. A face smaller than a
+# tenth of a sample's share of the area gets none.
 CANDIDATES_PER_SAMPLE = 10
 
 
 def link_areas(asset):
-    """Wetted area (m^2) of each link that has a surface."""
+    """Wetted area of each link that has a surface, m^2."""
     owner = asset.tree.nearest_link(asset.mesh.face_centres())
     areas = asset.mesh.face_areas()
     return [math.fsum(areas[owner == k]) for k in range(len(asset.tree.bodies()))]
@@ -27,9 +27,10 @@ def mass_limit(area, dx):
 
 
 def turning_margin(asset, k, dx):
-    """Smallest ratio of a moment of inertia of link k to its stability limit, about the link's centre.
+    """Least moment of inertia of link k over its stability limit, about the link's centre.
 
-    The limit is the moment of inertia of the limit mass, spread as 0.55 rho dx over the surface.
+    The limit adds up that of the mass, 0.55 rho dx per area, times the squared distance from the
+    axis, over the link's surface.
     """
     body = asset.tree.bodies()[k]
     link = asset.tree.links[body.name]
@@ -48,7 +49,7 @@ def turning_margin(asset, k, dx):
 def fewest_samples(mesh):
     """The smallest sample count for which every face gets a candidate.
 
-    The sampler distributes the samples over the parts by area, then over the faces of each part.
+    The sampler shares the samples out among the parts by area, and then among a part's faces.
     """
     areas = mesh.face_areas()
     total = mesh.area()
@@ -61,7 +62,11 @@ def fewest_samples(mesh):
 
 
 def check(asset):
-    """Raises AssetError for an open surface, a link too light for dx, or faces that are too small."""
+    """Raises AssetError if the coupling cannot use the body.
+
+    That is the case if its surface is open or encloses no volume, if a link has too little mass or
+    inertia for dx, or if faces are too small for the samples.
+    """
     asset.mesh.check_closed()
     if not asset.mesh.volume() > 0.0:
         raise AssetError(
@@ -72,17 +77,17 @@ def check(asset):
         limit = mass_limit(area, asset.dx)
         if not mass > limit:
             raise AssetError(
-                f"{asset.name}: {name} has a mass of {mass:.4g} kg, the coupling is stable "
-                f"above {limit:.4g} kg at a node spacing of {asset.dx:.4g} m: make it heavier or "
-                "the spacing smaller"
+                f"{asset.name}: {name} has a mass of {mass:.4g} kg, but the coupling is stable "
+                f"above {limit:.4g} kg at a node spacing of {asset.dx:.4g} m: make the link heavier "
+                "or the spacing smaller"
             )
     for k, name in enumerate(asset.tree.link_names()):
         margin = turning_margin(asset, k, asset.dx)
         if not margin > 1.0:
             raise AssetError(
-                f"{asset.name}: {name} has {margin:.2f} times the moment of inertia that the "
-                f"coupling is stable with at a node spacing of {asset.dx:.4g} m: make it wider, "
-                "heavier or the spacing smaller"
+                f"{asset.name}: {name} has {margin:.2f} times the moment of inertia that a stable "
+                f"coupling needs at a node spacing of {asset.dx:.4g} m: make the link wider or "
+                "heavier, or the spacing smaller"
             )
     needed = fewest_samples(asset.mesh)
     if asset.samples < needed:

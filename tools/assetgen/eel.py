@@ -1,8 +1,7 @@
 """The anguilliform swimmer of Kern and Koumoutsakos (J. Exp. Biol. 209, 2006, 4841).
 
-Its sections are ellipses along x, with the head towards +x. The joints turn about y. The bones run
-from the tail, where the floating root joint is, to the nose, so that every link's x axis points
-forwards.
+Elliptic sections along x, head towards +x; the joints turn about y. The bones run from the tail,
+where the floating root joint is, to the nose, so that every link's x axis points forwards.
 """
 
 import numpy as np
@@ -13,20 +12,20 @@ from .skeleton import END_NODE, BoneTree, Joint, Node
 from .spine import SERVO, blend, give_bodies, on_skin
 
 LENGTH = 0.2  # m
-NODES = 100  # node spacings per length, for the default masses
+NODES = 100  # node spacings per length for which the default masses are made
 SAMPLES = 4000
 LINKS = 14
-FACE = 0.0115  # distance of mesh points, in lengths
+FACE = 0.0115  # distance between mesh points, in lengths
 
-# In lengths: half-widths of head and tail, and where the outline changes; half the largest height, and
-# the half-axis of the elliptic outline seen from the side.
+# In lengths: half-widths of head and tail, the stations where the outline changes, and the two
+# half-axes of the elliptic outline seen from the side.
 HEAD_WIDTH, TAIL_WIDTH = 0.04, 0.01
 HEAD_END, TAIL_START = 0.04, 0.95
 HEIGHT, HALF_AXIS = 0.08, 0.51
 
 
 def half_width(s):
-    """In lengths, at s from 0 (nose) to 1 (tail)."""
+    """Half-width in lengths at stations s from 0 (nose) to 1 (tail)."""
     head = np.sqrt(np.maximum(2.0 * HEAD_WIDTH * s - s * s, 0.0))
     u = (s - HEAD_END) / (TAIL_START - HEAD_END)
     trunk = HEAD_WIDTH - (HEAD_WIDTH - TAIL_WIDTH) * u * u
@@ -40,7 +39,7 @@ def half_height(s):
 
 
 def along(station):
-    """x (m) at a station behind the nose. The origin is in the middle of the body."""
+    """x (m) at a station behind the nose; the origin is half-way along the body."""
     return (0.5 - station) * LENGTH
 
 
@@ -74,7 +73,7 @@ def skin_weights(mesh):
 
 
 def eel_assets(dx=None):
-    """The eel on a grid at rest, and on a grid that follows its middle. The head is its base link."""
+    """The eel on a grid at rest and on a grid that follows its middle. Its base link is the head."""
     dx = LENGTH / NODES if dx is None else dx
     mesh, tree = eel_mesh(), eel_tree()
     names = tree.link_names()

@@ -7,7 +7,7 @@ from .skeleton import SCENE_NODE, SKIN_NODE
 
 
 class BufferBuilder:
-    """Collects arrays in one binary chunk, each with its view and accessor."""
+    """Collects arrays in the file's binary chunk, each with its view and accessor."""
 
     def __init__(self):
         self.data = b""
@@ -43,7 +43,7 @@ def skin_arrays(weights):
 
 
 def inverse_bind_matrices(tree):
-    """Inverses of the bones' world transforms, pure translations; columns first (bones x 16)."""
+    """Inverses of the bones' world transforms (bones x 16), column by column; all translations."""
     bones = tree.bones()
     matrices = np.zeros((len(bones), 16), dtype=np.float32)
     matrices[:, [0, 5, 10, 15]] = 1.0
@@ -69,7 +69,7 @@ def scene_nodes(tree):
 
 
 def primitive(buffer, mesh, index, weights):
-    """The faces of one part, with copies of the vertices that they use."""
+    """The faces of one part with copies of the vertices that they use."""
     part = mesh.parts[index]
     used, faces = np.unique(mesh.faces[part.faces], return_inverse=True)
     joints, values = skin_arrays(weights[used])
@@ -95,7 +95,7 @@ def material(part):
 
 
 def glb_bytes(mesh, tree, weights):
-    """The whole file. weights (vertices x bones) bind the vertices to the tree's bones."""
+    """The whole file; weights (vertices x bones) bind the vertices to the tree's bones."""
     buffer = BufferBuilder()
     primitives = [primitive(buffer, mesh, k, weights) for k in range(len(mesh.parts))]
     bind = buffer.add(inverse_bind_matrices(tree), gl.MAT4, gl.FLOAT)

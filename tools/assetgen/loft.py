@@ -1,10 +1,10 @@
-"""Closed surfaces over cross sections, mirrored in the planes y = 0 and z = 0.
+"""Closed surfaces stretched over cross sections, mirrored in the planes y = 0 and z = 0.
 
-A section is given by its quarter with y, z >= 0. The quarter starts at the top, in the plane z = 0. If it
-ends at y = 0, the section is whole. If it returns to z = 0 above that, the section belongs to a branch,
-and its mirror image to the branch below. Sections may have different numbers of points: so the faces
-have about the same size everywhere, and none is too small for the sampler. As in mesh.py, all
-operations are exactly rounded.
+A section is given by its upper right quarter (y, z >= 0), which starts at the top, in the plane
+z = 0. If the quarter ends in the plane y = 0, the section is whole. If it ends in z = 0 above that
+plane, the section belongs to a branch, which has a mirror image below. Sections may have different
+numbers of points, so that the faces have about the same size from a blunt nose to a thin tail: the
+sampler cannot use smaller ones. As in mesh.py, the code uses only exactly rounded operations.
 """
 
 import math
@@ -13,7 +13,7 @@ import numpy as np
 
 from .mesh import WHOLE, Mesh, length, smooth_normals
 
-HALVINGS = 8  # of the right angle, for the outline of a section
+HALVINGS = 8  # how often the right angle is halved to trace a section's outline
 MIRRORS = ((1.0, 1.0), (1.0, -1.0), (-1.0, -1.0), (-1.0, 1.0))  # signs of y and z
 
 
@@ -34,7 +34,7 @@ HALF = np.concatenate([QUARTER, (QUARTER * (-1.0, 1.0))[-2::-1]])
 
 
 def evenly(points, spacing):
-    """Points along a polyline (n x 3), with its ends, at equal distances of about `spacing`."""
+    """Points along a polyline (n x 3), with both ends, at equal distances of about the spacing."""
     steps = length(np.diff(points, axis=0))
     count = max(1, round(math.fsum(steps) / spacing))
     along = np.concatenate([[0.0], np.cumsum(steps)])
@@ -47,7 +47,7 @@ def evenly(points, spacing):
 
 
 def whole_section(x, half_height, half_width, spacing):
-    """Quarter of an ellipse around the x axis; a line if the width is 0."""
+    """Quarter of an ellipse about the x axis; a line if it has no width."""
     y, z = half_height * QUARTER[:, 0], half_width * QUARTER[:, 1]
     return evenly(np.stack([np.full(len(y), x), y, z], axis=1), spacing)
 
@@ -60,9 +60,9 @@ def branch_section(x, top, bottom, half_width, spacing):
 
 
 def even_stations(radius, start, end, spacing):
-    """Stations from start to end, about `spacing` apart along the outline radius(s).
+    """Stations from start to end, at distances of about the spacing along the outline radius(s).
 
-    The outline is traced with s = start + (end - start) q^2, which is finer at a blunt start.
+    The outline is traced at even steps of q, s = start + (end - start) q^2: finer at a blunt start.
     """
     q = np.arange(2001) / 2000
     s = start + (end - start) * q * q
@@ -78,7 +78,7 @@ class Loft:
         self.last = None
 
     def add(self, section):
-        """Adds a section, given as a quarter (k x 3), and the faces between it and the last one."""
+        """Adds a section, a quarter of k x 3 points, and the faces between it and the last one."""
         index = {}
         sides = []
         for sign_y, sign_z in MIRRORS:
@@ -96,7 +96,7 @@ class Loft:
         self.last = sides
 
     def bridge(self, front, back, mirrored):
-        """Adds faces between two rows of vertices that run down from the top; front has the higher x."""
+        """Faces between two rows of vertices, front at higher x; both run down from the top."""
         p, q = len(front) - 1, len(back) - 1
         i = j = 0
         while i < p or j < q:

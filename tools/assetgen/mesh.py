@@ -1,7 +1,7 @@
 """Closed triangle surfaces.
 
-This module uses only additions, products, divisions, square roots and exactly rounded sums, so that
-every machine writes the same bytes.
+The code uses only additions, products, divisions, square roots and exactly rounded sums, so that
+every machine writes the same bytes as the committed files.
 """
 
 import math
@@ -12,12 +12,12 @@ import numpy as np
 
 
 class AssetError(ValueError):
-    """An asset that the simulator cannot use."""
+    """An asset that the simulator could not use as intended."""
 
 
 @dataclass
 class Part:
-    """Faces with one material. The simulator makes a separate mesh of each part."""
+    """Faces with one material. The simulator makes one mesh per part."""
 
     name: str
     colour: tuple
@@ -60,7 +60,7 @@ class Mesh:
         return math.fsum(dot(a, np.cross(b, c)) / 6.0)
 
     def check_closed(self):
-        """Raises AssetError unless every edge joins two faces that run along it in opposite directions."""
+        """Raises AssetError unless every edge joins two faces that pass it in opposite directions."""
         directed = Counter()
         for a, b, c in self.faces.tolist():
             directed.update(((a, b), (b, c), (c, a)))
@@ -75,7 +75,7 @@ def dot(a, b):
 
 
 def coordinates(points, axis):
-    """Coordinates of points (n x 3) along an axis (unit vector)."""
+    """Coordinates of points (n x 3) along an axis, which is a unit vector."""
     return points[:, 0] * axis[0] + points[:, 1] * axis[1] + points[:, 2] * axis[2]
 
 
@@ -88,13 +88,13 @@ def unit(a):
 
 
 def face_vectors(vertices, faces):
-    """Outward normals of the faces; their lengths are twice the areas."""
+    """Outward normals of the faces. The length of each is twice the face's area."""
     a, b, c = (vertices[faces[:, k]] for k in range(3))
     return np.cross(b - a, c - a)
 
 
 def smooth_normals(vertices, faces):
-    """Unit vertex normals: means over the adjacent faces, weighted by area."""
+    """Unit vertex normals, weighted by the areas of the faces round a vertex."""
     normals = np.zeros_like(vertices)
     vectors = face_vectors(vertices, faces)
     for k in range(3):

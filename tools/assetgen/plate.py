@@ -1,17 +1,17 @@
 """A thin plate in the x-z plane, driven along x or about z.
 
-The plate is made to oscillate in its own plane in a box of 16 x 16 nodes. At a peak speed of 0.05
-lattice units and a period of 2,000 steps it travels 16 nodes in each direction, and must still reach
-beyond the box, where samples are skipped. So it is 56 nodes long (8 + 16 + 4 to spare in each
-direction) and 24 nodes wide.
+It is made to oscillate in its own plane in a box of 16 x 16 nodes. At a peak speed of 0.05 lattice
+units and a period of 2,000 steps, it travels 16 nodes to each side. Its ends must always lie outside
+the box, where samples are skipped. So it is 56 nodes long (8 + 16 and 4 to spare on each side) and
+24 wide.
 
-The plate is one node thick. Peskin's kernel then reaches 2.5 nodes from the middle plane, so that no
-force acts on the flow beyond 3 nodes. Both faces force nearly the same nodes and share the load,
+The thickness is one node. Peskin's kernel then reaches 2.5 nodes from the middle plane, so the
+flow is free of the forcing beyond 3. Both faces force nearly the same nodes and share the load,
 which halves the slip of a single sheet. With a sample area of 0.907 per lattice area and face, the
-coupling removes 0.907 (3/8 + 1/4) = 0.57 of the slip per step: 3/8 is the sum of the squared kernel
-weights, 1/4 the sum of the products of weights one node apart. This is below 1, so the coupling does
-not overshoot. Two faces in one plane would remove 0.68, but they enclose no volume, so the links would
-have no mass.
+coupling removes 0.907 (3/8 + 1/4) = 0.57 of the slip per step. 3/8 is the sum of the squared kernel
+weights, 1/4 that of their products one node apart. The share is below 1, so the coupling does not
+overshoot. Two faces in one plane would remove 0.68, but they enclose no volume and so give the links
+no mass.
 """
 
 import math
@@ -24,13 +24,14 @@ from .mesh import Mesh, smooth_normals
 from .skeleton import Joint, Link, chain
 
 SPACING = 0.02 / 16  # m, unless another node spacing is asked for
-CELLS = (56, 1, 24)  # nodes along x, y, z; the cells are cubes, so all faces are equal
-DENSITY_RATIO = 4.0  # body to fluid; 1.4 rho A dx per link: thin parts need more than the limit
+CELLS = (56, 1, 24)  # nodes along x, y, z: cubic cells of one node, so all faces are equal
+# Body to fluid. It gives each link a mass of 1.4 rho A dx, because thin parts need more than the limit.
+DENSITY_RATIO = 4.0
 SAMPLES = 4000  # 1.4 per lattice area
 
 
 def plate_mesh(dx):
-    """The surface of a block of cells of size dx around the origin, two triangles per cell face.
+    """The surface of a block of cells of size dx, centred at the origin. Cell faces have two triangles.
 
     The diagonals alternate, so that the plate is its own mirror image in x and in z.
     """
@@ -52,7 +53,7 @@ def plate_mesh(dx):
                         quad.append(vertex(tuple(point)))
                     if side == 0:
                         quad.reverse()
-                    # the reversed quad starts one corner later, which swaps its diagonals
+                    # a reversed quad starts at another corner, which swaps its diagonals
                     first = (i + j + (side == 0)) % 2
                     a, b, c, d = quad[first:] + quad[:first]
                     faces += [(a, b, c), (a, c, d)]
@@ -65,10 +66,11 @@ def plate_mesh(dx):
 def plate_chain(root, dx):
     """Two welded links along x; the root joint is on the low-x edge.
 
-    The centre of the first link is that of the plate, so that a grid that follows the link is centred on
-    the plate. The second link lies beyond the high-x edge and is the nearest to a quarter of the plate.
-    A box has the inertia of the ellipsoid whose diameters are the box's edges times sqrt(5/3). The
-    second link turns about a point on the far edge of its quarter; twice the length gives that inertia.
+    The first link has its centre in the plate's, so that a grid which follows it is centred on the
+    plate. The second link has its centre past the high-x edge and is nearest to a quarter of the
+    plate. A box has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3). The
+    second link has the inertia of its quarter about a point on the far edge, which is that of a
+    centred box of twice the length.
     """
     length, thickness, width = (n * dx for n in CELLS)
 
@@ -83,7 +85,7 @@ def plate_chain(root, dx):
 
 
 def plate_assets(dx=None):
-    """The plate driven along x, on a grid at rest and on one that follows, and turned about its edge."""
+    """The plate driven along x, on a fixed and on a following grid, and turned about its edge."""
     dx = SPACING if dx is None else dx
     mesh = plate_mesh(dx)
     slide = plate_chain(Joint("prismatic", "velocity", (1.0, 0.0, 0.0), use_limits=True), dx)

@@ -1,4 +1,4 @@
-"""Trees of bones, the joints and links that follow from them, and their part of a description."""
+"""Trees of bones, the joints and links derived from them, and their part of a description."""
 
 from dataclasses import dataclass, field
 
@@ -8,13 +8,13 @@ from .mesh import AssetError, length
 
 SCENE_NODE = "scene"  # identity, holds the skin and the root joint
 SKIN_NODE = "skin"  # identity, holds the mesh
-END_NODE = "end"  # child of a chain's last bone, which would have no link without it
+END_NODE = "end"  # child of a chain's last bone: without it that bone would get no link
 
-# DART clips servo and velocity commands to the velocity limit, so the limits are generous. Positions in
-# m or rad, velocities in m/s or rad/s, efforts in N or N m.
+# DART clips servo and velocity commands to the velocity limit, so the limits leave room for any
+# sensible command. Positions m or rad, velocity m/s or rad/s, effort N or N m.
 GENEROUS_LIMITS = {"effort": 1.0e4, "velocity": 1.0e3, "lower": -100.0, "upper": 100.0}
 
-INTERMEDIATE_MASS = 1.0e-6  # kg, of a link at a fork, which has no surface
+INTERMEDIATE_MASS = 1.0e-6  # kg, of a link that stands at a fork and has no surface
 INTERMEDIATE_RADIUS = 0.001  # m
 
 
@@ -63,7 +63,7 @@ class Link:
 
 @dataclass
 class DerivedLink:
-    """A link that the simulator derives from a joint and its child joints (node indices)."""
+    """A link as the simulator derives it: from a joint and its child joints (node indices)."""
 
     name: str
     joint: int
@@ -75,7 +75,7 @@ class DerivedLink:
 class DerivedTree:
     """Joints (node indices, in the order of discovery) and links of a tree of nodes.
 
-    names and parents list the nodes after the split of forks. parents are indices, -1 for none.
+    names and parents list the nodes after forks were split; parents are indices, -1 for none.
     """
 
     names: list
@@ -87,10 +87,10 @@ class DerivedTree:
 def derive(names, parents, bones):
     """The joints and links that the simulator derives from a scene; returns a DerivedTree.
 
-    names and parents (indices, -1 for none) are the scene's nodes in breadth-first order; bones are the
+    names and parents (indices, -1 for none) are the scene's nodes in breadth-first order, bones the
     names of the skin's bones in order. A bone with several children gets an intermediate node above
-    each child, so that every branch is a separate chain. A node is a joint if a bone's name occurs in
-    its name or in its parent's. A joint with child joints gives a link.
+    each of them, so that every branch is a chain of its own. A node is a joint if its name or its
+    parent's name contains a bone's name. A joint with child joints yields a link.
     """
     names, parents = list(names), list(parents)
     for bone in bones:
@@ -123,10 +123,10 @@ def derive(names, parents, bones):
 
 @dataclass
 class Node:
-    """A bone, or the end of a branch, which is no bone and has no joint.
+    """A bone, or the end of a branch, which is no bone and has no joint of its own.
 
-    parent: index of the parent in the tree's list of nodes, -1 for the root bone. point: position in
-    the rest pose (m).
+    parent is the index of another node in the list of a tree, -1 for the root bone. point is the
+    node's place in the rest pose, m.
     """
 
     name: str
@@ -137,9 +137,9 @@ class Node:
 
 @dataclass
 class BoneTree:
-    """Bones and ends of branches in breadth-first order, and the bodies of the links by name.
+    """Bones and ends of branches in breadth-first order, and the derived links' bodies by name.
 
-    links may omit intermediate links: they get a body with a negligible mass.
+    Intermediate links may be left out of links: they then get a body of negligible mass.
     """
 
     nodes: list
@@ -155,7 +155,7 @@ class BoneTree:
             [-1, 0, *(node.parent + own if node.parent >= 0 else 0 for node in self.nodes)],
             self.bone_names(),
         )
-        # positions of all nodes after the split; an intermediate node is at its bone
+        # places of all nodes after the split, an intermediate one on its bone
         places = [np.zeros(3), np.zeros(3), *self.points]
         for parent in self.derived.parents[len(places) :]:
             places.append(places[parent])
@@ -169,9 +169,9 @@ class BoneTree:
         return [self.nodes[k].name for k in self.bones()]
 
     def bodies(self):
-        """The links that own a part of the surface, in the simulator's order.
+        """The links that own a part of the surface, in the order in which the simulator visits them.
 
-        This is a depth-first walk without intermediate links.
+        That is a depth-first walk, without intermediate links.
         """
         by_joint = {link.joint: link for link in self.derived.links}
         walk, pending = [], [min(by_joint)]
@@ -193,13 +193,13 @@ class BoneTree:
         return self.places[link.joint], np.mean(self.places[link.children], axis=0)
 
     def link_axes(self, link):
-        """Unit vectors along the bone (in the plane z = 0), across it in that plane, and along z."""
+        """Unit vectors along the bone, which lies in the plane z = 0, across it, and along z."""
         start, end = self.link_ends(link)
         x, y, _ = (end - start) / length((end - start)[None])[0]
         return np.array([(x, y, 0.0), (-y, x, 0.0), (0.0, 0.0, 1.0)])
 
     def nearest_link(self, points):
-        """Index of the nearest link centre for each point; the first one at equal distances.
+        """Index of the nearest link centre for each point, the first one at equal distance.
 
         The simulator gives faces to links by the same rule.
         """
@@ -208,7 +208,7 @@ class BoneTree:
         return np.argmin(np.stack(distances, axis=1), axis=1)
 
     def description(self):
-        """The members "joints" and "links". Nodes that are not bones get fixed joints."""
+        """The members "joints" and "links"; nodes that are no bones get fixed joints."""
         own = {node.name: node.joint for node in self.nodes if node.joint}
         names = [self.derived.names[k] for k in self.derived.joints]
         nothing = Link(INTERMEDIATE_MASS, (2.0 * INTERMEDIATE_RADIUS,) * 3, INTERMEDIATE_RADIUS)
@@ -226,7 +226,7 @@ class BoneTree:
 
 
 def chain(points, joints, links):
-    """A tree of bones in a row. points (m): one per bone, then that of the end node."""
+    """A tree of bones in a row; points (one more than bones, m) end with the end node's."""
     if not len(points) - 1 == len(joints) == len(links) > 0:
         raise AssetError("a chain of n bones needs n joints, n links and n + 1 points")
     names = [f"bone_{k:02d}" for k in range(len(joints))]
@@ -249,5 +249,5 @@ def check_names(bones, others):
 
 
 def rounded(value):
-    """Nine significant digits: hides rounding errors in the text."""
+    """Nine significant digits, so that the text does not show the last bits of the arithmetic."""
     return float(f"{value:.9g}")

@@ -1,4 +1,4 @@
-"""A sphere of twice the fluid's density on a welded chain of two bones along x."""
+"""A sphere twice as dense as the fluid, on a welded chain of two bones along x."""
 
 import math
 
@@ -10,17 +10,17 @@ from .mesh import Mesh, unit
 from .skeleton import Joint, Link, chain
 
 DIAMETER = 0.02  # m
-NODES = 12  # node spacings per diameter, for the retraction; as in the demo
+NODES = 12  # node spacings per diameter for which the retraction is made, as in the demo
 DENSITY_RATIO = 2.0  # body to fluid
-SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces; smaller ones would get no candidates at 800 samples
+SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces: finer ones would get no candidates from 800 samples
 SAMPLES = 800
 
 
 def icosahedron():
     """Vertices on the unit sphere with two of them on the x axis, and faces.
 
-    With this orientation edges lie along the circle x = 0 from the first subdivision on, so that no
-    face crosses the border of the two links.
+    With this orientation the plane x = 0 is a circle of edges from the first subdivision on, so
+    that no face lies across the border of the two links.
     """
     cos72, cos36 = (math.sqrt(5.0) - 1.0) / 4.0, (math.sqrt(5.0) + 1.0) / 4.0
     sin72, sin36 = (math.sqrt(1.0 - c * c) for c in (cos72, cos36))
@@ -29,8 +29,8 @@ def icosahedron():
     vertices = [(1.0, 0.0, 0.0)]
     vertices += [(height, radius * y, radius * z) for y, z in ring]
     vertices += [(-x, -y, -z) for x, y, z in vertices]
-    # vertex 1 + k is at 72 k degrees around x, and its antipode 7 + k at 72 k + 180 degrees. So the
-    # lower vertex between 1 + k and its neighbour is 7 + (k + 3) % 5.
+    # Vertex 1 + k stands at 72 k degrees round x and its antipode 7 + k at 72 k + 180. So the lower
+    # vertex between 1 + k and its neighbour is 7 + (k + 3) % 5.
     faces = []
     for k in range(5):
         a, b = 1 + k, 1 + (k + 1) % 5
@@ -40,7 +40,7 @@ def icosahedron():
 
 
 def subdivide(vertices, faces):
-    """Splits each face into four, with new vertices above the middles of the edges."""
+    """Each face becomes four, with new vertices in the middle of the edges, on the unit sphere."""
     middles = {}
     points = vertices.tolist()
 
@@ -59,7 +59,7 @@ def subdivide(vertices, faces):
 
 
 def sphere_mesh(radius):
-    """An icosphere with the volume of a ball of this radius."""
+    """An icosphere with the volume of the ball of this radius."""
     vertices, faces = icosahedron()
     for _ in range(SUBDIVISIONS):
         vertices, faces = subdivide(vertices, faces)
@@ -70,10 +70,10 @@ def sphere_mesh(radius):
 
 
 def sphere_chain(root):
-    """Two links at D/8 on either side of the centre, each with half of the excess mass.
+    """Two links, D/8 either side of the centre, with the excess mass halved between them.
 
-    The fluid inside the skin counts as mass too and has no buoyancy, so the links carry only the
-    excess mass. The ellipsoids are flattened along x so that both together have the moments of inertia
+    The fluid inside the skin counts as mass too and has no buoyancy, so links carry the excess
+    over it. The ellipsoids are flattened along x so that both together have the moments of inertia
     of the ball: 2/5 R^2 = (a^2 + R^2)/5 + (D/8)^2 gives the half-axis a = sqrt(11)/8 D.
     """
     b = DIAMETER / 4.0
@@ -84,10 +84,10 @@ def sphere_chain(root):
 
 
 def sphere_assets(retraction, dx=None):
-    """The sphere as it is, and with a skin shrunk by the retraction (in node spacings).
+    """The sphere itself, and one whose skin is drawn in by a retraction (in node spacings).
 
-    In steady drag an immersed surface acts as if it lay about 0.85 dx outside its samples. The
-    retraction compensates for that.
+    An immersed surface acts about 0.85 dx outside its samples in steady drag; the retraction makes
+    up for it.
     """
     dx = DIAMETER / NODES if dx is None else dx
     falling = sphere_chain(Joint("prismatic", axis=(1.0, 0.0, 0.0)))

@@ -1,4 +1,4 @@
-"""Shared by the swimmers: a skin blended along the spine, masses and inertias, probes."""
+"""What swimmers have in common: skin blended along a spine, masses and inertias, probes."""
 
 import math
 
@@ -10,9 +10,9 @@ from .skeleton import Joint, Link, rounded
 
 SERVO = Joint("revolute", "servo", (0.0, 1.0, 0.0), use_limits=True)
 
-# Smallest mass of a link, relative to the mass of its volume of fluid and relative to its stability
-# limit. A light body swims better, as the fluid inside the skin counts as mass too. Thin links need more
-# of both.
+# Least mass of a link, as a multiple of the fluid mass in its volume and of its stability limit. Bulky
+# links may be light: the fluid inside the skin counts as mass too, and a light body swims better. Thin
+# links need more of both.
 BULKY = (0.5, 1.3)
 THIN = (1.0, 1.0 / STABLE_MASS_FACTOR)
 
@@ -20,11 +20,12 @@ JOINT_RADIUS = 0.02  # of the sphere drawn at a joint, in lengths of its link
 
 
 def blend(stations, joints):
-    """Which bones move the points at these stations, and how much: (cell, share).
+    """Which bones move points along a body, and how much: cell and share.
 
-    joints: stations of the bones' joints in rising order, then that of the last bone's end. Bone cell
-    has weight 1 - share, bone cell + 1 has weight share. The weights change linearly between the middles
-    of the two bones, so they are about equal at the joint.
+    joints are the stations of the bones' joints along the chain, closed by the last bone's end; the
+    middles of the bones must rise. Between two middles, the weight passes linearly from bone cell
+    (1 - share) to bone cell + 1 (share). If both bones are equally long, their weights are equal at
+    the joint between them.
     """
     middles = np.array([0.5 * (a + b) for a, b in zip(joints, joints[1:])])
     cell = np.clip(np.searchsorted(middles, stations, side="right") - 1, 0, len(middles) - 2)
@@ -33,7 +34,7 @@ def blend(stations, joints):
 
 
 def link_volumes(tree, mesh):
-    """Volume (m^3) between each link's faces and the plane z = 0."""
+    """Volume between each link's faces and the plane z = 0, m^3."""
     owner = tree.nearest_link(mesh.face_centres())
     a, b, c = mesh.corners()
     flat = 0.5 * np.cross(b - a, c - a)[:, 2]  # area seen along z
@@ -42,11 +43,11 @@ def link_volumes(tree, mesh):
 
 
 def give_bodies(tree, mesh, dx, thin):
-    """Sets masses and inertias for a node spacing dx. thin: names of the thin links.
+    """Gives the links masses and inertias for a node spacing dx; thin holds the names of thin links.
 
-    A link has the moments of inertia of its mass spread over its surface, because the fluid acts there.
-    With those of a solid body, a link that is heavy enough to move stably could still overshoot when it
-    rolls.
+    The ellipsoid of a link has the moments that its mass would have if it were spread over its
+    surface, because the fluid acts there. A link as compact as a solid body can be heavy enough and
+    still overshoot in roll.
     """
     owner = tree.nearest_link(mesh.face_centres())
     areas, centres = mesh.face_areas(), mesh.face_centres()
@@ -60,14 +61,14 @@ def give_bodies(tree, mesh, dx, thin):
         start, end = tree.link_ends(link)
         offsets = centres[own] - 0.5 * (start + end)
         spread = [coordinates(offsets, axis) for axis in tree.link_axes(link)]
-        # an ellipsoid of diameter d has the mean square d^2 / 20 along an axis
+        # in an ellipsoid of diameter d along an axis, the mean square along it is d^2 / 20
         size = [math.sqrt(20.0 * math.fsum(areas[own] * s * s) / area) for s in spread]
         radius = rounded(JOINT_RADIUS * math.sqrt(math.fsum((end - start) ** 2)))
         tree.links[link.name] = Link(mass, tuple(size), radius)
 
 
 def on_skin(mesh, part, points):
-    """The vertices of a part that are nearest to the points, rounded as in the description."""
+    """The vertices of a part nearest to some points, as the description shows them."""
     own = mesh.vertices[np.unique(mesh.faces[part.faces])]
     chosen = []
     for point in points:

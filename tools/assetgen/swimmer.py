@@ -1,13 +1,13 @@
 """A fish-like swimmer: a spindle with a forked caudal fin, on a spine of servo joints.
 
-The body lies along x with the head towards +x. The joints of the spine turn about y. The root bone lies
-in the head and points forwards to the nose. There the spine starts; it runs back to the tail. A link's
-x axis lies along its bone, so the root link has the axes of the swimming body: forward (1, 0, 0),
-right (0, 0, 1), up (0, 1, 0). The links of the spine point backwards. The joint at the nose is welded:
-the first fifth of the body is stiff, as in carangiform swimmers.
+The body lies along x, head towards +x; the spine's joints turn about y. The root bone lies in the
+head and points forwards to the nose. The spine starts at the nose and runs back to the tail. A link's
+x axis lies along its bone. So the root's link has the axes of the swimming body: forward (1, 0, 0),
+right (0, 0, 1), up (0, 1, 0). The x axes of the spine's links point backwards. The joint at the nose
+is welded: the first fifth of the body is stiff, as in carangiform swimmers.
 
-At the peduncle the spine forks into the lobes of the fin. The fork bone "caudal" pitches the fin. Its
-own link has no length and no weight; the links of the branches are welded to it.
+At the peduncle the spine forks into the lobes of the fin. The fork bone "caudal" pitches the fin.
+Its own link has no length and no weight; the branches' links are welded to it.
 """
 
 import numpy as np
@@ -19,11 +19,11 @@ from .skeleton import BoneTree, Joint, Node
 from .spine import SERVO, blend, give_bodies, on_skin
 
 LENGTH = 0.2  # m
-NODES = 60  # node spacings per length, for the default masses
+NODES = 60  # node spacings per length for which the default masses are made
 SAMPLES = 2000
-FACE = 0.011  # distance of mesh points, in lengths
+FACE = 0.011  # distance between mesh points, in lengths
 
-# in lengths, measured from the nose
+# In lengths; stations are measured from the nose.
 NECK = 0.1
 PEDUNCLE = 0.86
 NOTCH = 0.93
@@ -31,11 +31,11 @@ VERTEBRAE = (0.0, *(0.2 + 0.66 * k / 7 for k in range(7)))  # spine_00 to spine_
 LOBE = (0.93, 0.04)  # joint of the upper lobe: station and height
 LOBE_TIP = (0.99, 0.12)
 FIN_ROOT, FIN_TIP = 0.03, 0.13  # half-heights
-THICKNESS = (0.012, 0.008)  # half that of the fin, at the peduncle and from the notch on
+THICKNESS = (0.012, 0.008)  # half-thickness of the fin at the peduncle, and from the notch on
 
 
 def spindle(u):
-    """A streamlined outline: 0 at both ends (u = 0 and 1), 1 at the thickest point, u = 0.3.
+    """A streamlined outline over its length: 0 at both ends, 1 where thickest, at u = 0.3.
 
     The thickness of the four-digit aerofoils (Jacobs, Ward and Pinkerton, 1933) with a closed edge.
     """
@@ -53,7 +53,7 @@ def half_height(s):
 
 
 def fin_outline(s):
-    """Heights of the outer and inner edge of the upper lobe, and half the thickness."""
+    """Heights of the outer and inner edge of the upper lobe, and the fin's half-thickness."""
     outer = FIN_ROOT + (FIN_TIP - FIN_ROOT) * (s - PEDUNCLE) / (1.0 - PEDUNCLE)
     inner = max(0.0, FIN_TIP * (s - NOTCH) / (1.0 - NOTCH))
     fraction = min(1.0, (s - PEDUNCLE) / (NOTCH - PEDUNCLE))
@@ -61,7 +61,7 @@ def fin_outline(s):
 
 
 def place(station, height=0.0, side=0.0):
-    """Point (m) at a station behind the nose. The origin is in the middle of the body."""
+    """Point (m) at a station behind the nose; the origin is half-way along the body."""
     return (0.5 - station) * LENGTH, height * LENGTH, side * LENGTH
 
 
@@ -114,7 +114,7 @@ def swimmer_tree():
 
 
 def skin_weights(tree, mesh):
-    """Vertices x bones: blended along the spine and into the upper or the lower lobe."""
+    """Vertices x bones: blended along the spine, and on to the upper or the lower lobe."""
     joints = (NECK, *VERTEBRAE, PEDUNCLE, LOBE[0], LOBE_TIP[0])
     cell, share = blend(0.5 - mesh.vertices[:, 0] / LENGTH, joints)
     names = tree.bone_names()

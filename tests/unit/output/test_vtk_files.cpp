@@ -70,7 +70,7 @@ TEST_F(Files, FluidOfTwoCubedNodes) {
     mlUnitScale scale{};
     scale.u0px = scale.u0py = scale.u0pz = 2;
     scale.u0k = 0.1f;
-    // turned by a quarter about z, moving and turning: both rotations of the velocity cancel
+    // The frame is turned by a quarter about z, moves and turns. The two rotations of the velocity cancel.
     dart::dynamics::SimpleFrame frame(dart::dynamics::Frame::World(), "frame");
     Eigen::Isometry3d pose = Eigen::Isometry3d::Identity();
     pose.rotate(Eigen::AngleAxisd(M_PI / 2, Eigen::Vector3d::UnitZ()));

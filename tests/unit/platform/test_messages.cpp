@@ -1,4 +1,4 @@
-// What is printed where, and what silences it.
+// Where texts are printed, and which of them verbosity 0 silences.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
