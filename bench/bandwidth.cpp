@@ -72,8 +72,8 @@ const Bandwidth& bandwidth(int threads) {
 }
 
 double inPlaceNow(int threads) {
-    static float* a =
-        nullptr;  // kept, so that repeated measurements do not fault its pages in again
+    // kept, so that later measurements find its pages in memory
+    static float* a = nullptr;
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
     checkCudaErrors(cudaSetDevice(setup().device));

@@ -1,4 +1,4 @@
-// The device's memory bandwidth, the yardstick of the operators' rows.
+// The device's memory bandwidth. The rows of the operators are compared with it.
 #pragma once
 
 #include "platform/launch.h"
@@ -7,15 +7,16 @@ namespace drelt::bench {
 
 struct Bandwidth {
     double inPlace;  // read and write one array [GB/s], both counted
-    double copy;  // read one array, write another [GB/s], both counted: the better of a launch and,
-                  // on a GPU, of cudaMemcpy
+    double copy;  // read one array, write another [GB/s], both counted; on a GPU, the better of a
+                  // launch and cudaMemcpy
 };
 
-// Of the device that main chose, over arrays that no cache holds; measured once a thread count.
+// The bandwidth of the device that main chose, with arrays too large for any cache. Measured once per number
+// of threads.
 const Bandwidth& bandwidth(int threads);
 
-// The rate in place measured now [GB/s]: the bound of what runs right before or after, on machines whose
-// speed changes from minute to minute. Keeps its array of 256 MiB.
+// The rate in place, measured now [GB/s]. It bounds what runs right before or after it, also on a machine
+// whose speed changes from minute to minute. Keeps its array of 256 MiB.
 double inPlaceNow(int threads);
 
 DRELT_KERNEL void scaleKernel(LaunchIndex at, float* a) { a[at.n] *= 0.5f; }

@@ -1,4 +1,5 @@
-// A fluid domain on the chosen device for the benchmark rows: all arrays, a smooth flow, a layer.
+// A fluid domain on the chosen device for the benchmark rows, with all arrays, a smooth flow and an absorbing
+// layer.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +22,7 @@ public:
     const mlFlow& image() const { return image_; }
     const MLFluidParam* param() const { return &param_; }
     std::size_t nodes() const { return nodes_; }
-    // Bytes of all arrays, a node.
+    // Bytes of all arrays per node.
     double residentBytesPerNode() const;
 
 private:
@@ -40,7 +41,7 @@ private:
     mlFlow* flow_dev_ = nullptr;
 };
 
-// The domain of a grid, null where memory does not allow it; kept until another grid is asked for.
+// The domain of a grid, or null if memory does not suffice. It is kept until another grid is asked for.
 BenchFlow* benchFlow(const Grid& grid);
 void releaseBenchFlow();
 

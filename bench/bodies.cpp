@@ -26,7 +26,7 @@ constexpr double kTubeRadius = 0.05;
 constexpr float kTimeStep = 1e-3f;  // [s]
 constexpr float kSpacing = 0.01f;   // [m]
 
-// Weights of a vertex: linear between the centres of the two nearest links.
+// Weights of a vertex at x: linear between the centres of the two nearest links.
 Eigen::VectorXd chainWeights(double x, int links) {
     const double place = std::clamp(x / kLinkLength - 0.5, 0.0, links - 1.0);
     const int first = std::min(static_cast<int>(place), links - 2);
@@ -55,7 +55,7 @@ void addTube(host_MeshData& data, int links, int rings, int sides) {
     }
 }
 
-// A tube of rings x sides vertices around a chain of links, with a sample for each four vertices.
+// A tube of rings x sides vertices around a chain of links, with one sample per four vertices.
 std::shared_ptr<skSystem> makeBody(int links, int rings, int sides) {
     const auto fill = [&](host_MeshData& data, const nodeMgr&) {
         addTube(data, links, rings, sides);
@@ -79,7 +79,7 @@ void updateBody(benchmark::State& state, int links, int rings, int sides, int th
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
     for (auto _ : state) {
-        // a new pose, as after a step: an old one leaves link transforms in DART's cache
+        // A new pose, as after a step. For an old one, DART would use its cached link transforms.
         positions[positions.size() - 1] += 1e-6;
         positions[0] += 1e-6;
         body->skeleton()->setPositions(positions);

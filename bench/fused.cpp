@@ -1,5 +1,5 @@
-// The whole fluid step under both schedules, without bodies, and its share of the machine's bound: 216 bytes
-// per node, read and written in place.
+// The whole fluid step under both schedules, without bodies. The rows also give the share of the machine's
+// bound, the rate at which it reads and writes 216 bytes per node in place.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 

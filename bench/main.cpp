@@ -15,7 +15,7 @@ namespace {
 
 using namespace drelt::bench;
 
-// The name that the kernel gives.
+// The processor's name as the kernel gives it.
 std::string processorName() {
     std::ifstream file("/proc/cpuinfo");
     for (std::string line; std::getline(file, line);) {

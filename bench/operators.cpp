@@ -10,7 +10,7 @@ namespace drelt::bench {
 namespace {
 
 constexpr double kPlain = 2 * kPopulations + kState;
-// the moments but four, the state and the force are read and written in both stages
+// Both operators of the second stage read the moments but four, the state and the force.
 constexpr double kTwoStages =
     3 * kPopulations + kState + 2 * (kPopulations - 4 * 4 + kState + kForce);
 

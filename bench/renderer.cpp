@@ -1,5 +1,5 @@
-// Frames a second of the bundled swimmer and a cube, without a display, on Mesa's software rasteriser.
-// Assets and shaders are found from the repository's root and from the sources.
+// Frames per second of the bundled swimmer and a cube, without a display, on Mesa's software rasteriser. Run
+// it from the repository's root, which holds the assets.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -27,7 +27,7 @@ void useSoftwareWithoutDisplay() {
     unsetenv("WAYLAND_DISPLAY");
 }
 
-// A frame drawn and read back. The body is in a new pose for each frame, or stands still.
+// Draws frames and reads them back. The body takes a new pose for each frame, or stands still.
 void savedFrames(benchmark::State& state, bool moving) {
     useSoftwareWithoutDisplay();
     const auto body = std::make_shared<skSystem>(skeletonFromJson("assets/swimmer.json", kHost), 0,

@@ -8,7 +8,7 @@
 namespace drelt::bench {
 
 // What to run, and the bytes per node that it must at least read and write. An array that is only written
-// counts once; open planes and the nodes of the layer are not counted. With 0 no bandwidth is reported.
+// counts once; open planes and the nodes of the layer are not counted. With 0, the row reports no bandwidth.
 struct Row {
     const char* name;
     void (*run)(BenchFlow&);
@@ -28,12 +28,12 @@ inline constexpr double kStepBytes =
     kFrameForceBytes + kCollisionBytes + kLayerBytes + kStreamBytes + kMomentBytes;
 
 // The production step on a GPU: reads the populations twice and writes them once, reads and writes
-// density, momentum and Sopt. What a layer reads of the last step is not counted.
+// density, momentum and Sopt. What a layer reads from the previous step is not counted.
 inline constexpr double kProductionBytes = 3 * kPopulations + 2 * kState + 2 * 4;
 
 inline constexpr const char* kNoMemory = "not enough free memory for this grid";
 
-// Registers each row for all grids; on host threads for one thread and for all. Returns true.
+// Registers each row for all grids; on host threads, once for one thread and once for all. Returns true.
 bool registerRows(const Row* rows, std::size_t count);
 template <std::size_t N>
 bool registerRows(const Row (&rows)[N]) {

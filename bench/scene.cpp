@@ -45,7 +45,7 @@ std::unique_ptr<coupledLBM_sim3D> scene(const Grid& grid, int samples, Schedule 
     p->u0p = p->u0k = 0.1f;
     p->visp = 4e-5f;
     p->rou0p = 1000;
-    // half a node short, so that the counted nodes do not depend on rounding
+    // half a spacing less than the count, so that rounding cannot change the number of nodes
     p->width = (static_cast<float>(grid.nx) - 0.5f) * 0.00125f;
     p->height = (static_cast<float>(grid.ny) - 0.5f) * 0.00125f;
     p->depth = (static_cast<float>(grid.nz) - 0.5f) * 0.00125f;
@@ -91,8 +91,8 @@ void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule 
     state.SkipWithError(error.what());
 }
 
-// The cost of samples per step: bodies with none, few and many samples take some steps in turn, so that all
-// run under the same load. Counters are medians [ms] and their ratio.
+// The cost of samples per step. Bodies with none, few and many samples take a few steps in turn, so that the
+// machine's load is the same for all. Counters are medians [ms] and the ratio of many to none.
 void samplesCost(benchmark::State& state, const Grid& grid, int threads) {
     constexpr std::array<int, 3> kSamples{0, 800, 20000};
     constexpr int kStepsInTurn = 5;

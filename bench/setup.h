@@ -1,5 +1,5 @@
-// The command line's choices, and how rows learn of them: each source registers a function when the program
-// starts, and main calls it once device and threads are known.
+// The command line's choices, and how rows get them: each source registers a function when the program
+// starts, and main calls it when it knows device and threads.
 #pragma once
 
 #include <functional>

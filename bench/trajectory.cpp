@@ -1,5 +1,5 @@
-// A script's query of a pose trajectory in every step: its cost goes with the range searched, not with
-// the number of samples.
+// The query of a pose trajectory that a script makes in every step. Its cost depends on the range searched,
+// not on the number of samples.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -24,7 +24,7 @@ mlTPTrajectory wavyPath(int samples) {
     return path;
 }
 
-// A body that has left the range searched by far: every segment in it is tested.
+// The body is far from the range searched, so every segment in the range is tested.
 void getTargetPose(benchmark::State& state) {
     mlTPTrajectory path = wavyPath(static_cast<int>(state.range(0)));
     const int range = static_cast<int>(state.range(1));

@@ -21,26 +21,27 @@ endif()
 add_library(drelt_settings INTERFACE)
 target_include_directories(drelt_settings INTERFACE ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(drelt_settings INTERFACE OpenMP::OpenMP_CXX Eigen3::Eigen)
-# The packaged DART and Assimp are built for the baseline instruction set. Compiling our side for
-# wider vectors would change Eigen's alignment and with it the binary interface, so it is fixed here.
+# The packaged DART and Assimp are built for the baseline instruction set. With wider vectors Eigen
+# would use another alignment, and the binary interfaces would not match: so the alignment is fixed.
 target_compile_definitions(drelt_settings INTERFACE
   EIGEN_MAX_ALIGN_BYTES=16 EIGEN_MAX_STATIC_ALIGN_BYTES=16
-  # Under the address sanitizer Eigen would allocate in another way than the packaged libraries.
+  # With the address sanitizer Eigen would allocate differently from the packaged libraries.
   EIGEN_MALLOC_ALREADY_ALIGNED=1
   $<$<BOOL:${DRELT_CUDA}>:DRELT_CUDA>)
-# One rule for contraction in the whole build: results do not depend on whether a machine can fuse.
-# Errno and floating-point traps are not used, and keep square roots and branches from vectorising.
+# No contraction anywhere, so that results do not depend on whether a machine has fused operations.
+# The code uses neither errno nor floating-point traps; both would keep square roots and branches from
+# vectorising.
 target_compile_options(drelt_settings INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off -fno-math-errno -fno-trapping-math>
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wshadow -Wno-unknown-pragmas>
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${DRELT_WERROR}>>:-Werror>
   $<$<COMPILE_LANGUAGE:CUDA>:--expt-relaxed-constexpr --fmad=false -Xcompiler=-ffp-contract=off>
-  # Eigen's headers draw this one even as system headers: annotations on defaulted functions.
+  # Eigen's headers cause this warning even as system headers: annotations on defaulted functions.
   $<$<COMPILE_LANGUAGE:CUDA>:--diag-suppress=20012>
   $<$<AND:$<COMPILE_LANGUAGE:CUDA>,$<BOOL:${DRELT_WERROR}>>:-Werror=all-warnings>)
 
-# Options of sources that hold vectorised host launches. Such sources define no shared inline code of
-# their own: only launchers and the operators, which are inlined into them.
+# Options of sources with vectorised host launches. Such sources hold only launchers, and the operators
+# that are inlined into them: inline code shared with other sources must not be compiled with these.
 set(DRELT_VECTOR_OPTIONS -O3)
 if(DRELT_NATIVE)
   list(APPEND DRELT_VECTOR_OPTIONS -march=native)
@@ -53,7 +54,7 @@ if(DRELT_VECTOR_REPORT AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 # drelt_layer(NAME SOURCES ... [LINK ...])
-# One layer of the system as a static library; LINK names the layers below it that it may use.
+# Adds one layer of the system as a static library. LINK names the layers below that it may use.
 function(drelt_layer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
@@ -61,8 +62,8 @@ function(drelt_layer name)
 endfunction()
 
 # drelt_operator_sources(TARGET FILES ...)
-# Adds sources with host launches to a layer (compiled for wide vectors) and, in a CUDA build, the
-# .cu file beside each of them, which instantiates its operators for the device.
+# Adds sources with host launches to a layer, compiled for wide vectors. A CUDA build also adds the .cu
+# file beside each of them, which instantiates its operators for the device.
 function(drelt_operator_sources target)
   foreach(source IN LISTS ARGN)
     cmake_path(ABSOLUTE_PATH source NORMALIZE OUTPUT_VARIABLE path)
@@ -77,16 +78,16 @@ function(drelt_operator_sources target)
 endfunction()
 
 # drelt_portable_executable(NAME)
-# An executable that can be carried to another machine with its libraries in ../lib. The run path is the
-# older kind, which libraries' own dependencies follow too.
+# Lets an executable find its libraries in ../lib, so that both can be copied to another machine. The older
+# kind of run path also applies to the libraries' own dependencies.
 function(drelt_portable_executable name)
   set_property(TARGET ${name} PROPERTY BUILD_RPATH "$ORIGIN/../lib")
   target_link_options(${name} PRIVATE LINKER:--disable-new-dtags)
 endfunction()
 
 # drelt_test(NAME SOURCES ... LINK ... [LABELS ...] [GUARDED])
-# A GoogleTest program whose cases CTest lists one by one. With GUARDED each is listed a second time as
-# guarded.*, label guarded, with device memory that host code cannot reach, as on a GPU.
+# Adds a GoogleTest program; CTest lists each of its cases. With GUARDED each case is listed again as
+# guarded.*, label guarded, with device memory that host code cannot touch, as on a GPU.
 function(drelt_test name)
   cmake_parse_arguments(ARG "GUARDED" "" "SOURCES;LINK;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -96,7 +97,7 @@ function(drelt_test name)
   string(JOIN "-" labels ${ARG_LABELS})  # one word: discovery keeps only the first of a list
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
-    # CTest runs several programs at once: threads must not spin while they wait
+    # CTest runs several programs at once: their threads must not spin while they wait
     PROPERTIES LABELS "${labels}" ENVIRONMENT OMP_WAIT_POLICY=passive)
   if(ARG_GUARDED)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX guarded.

@@ -1,9 +1,8 @@
 """Swimming gaits as joint angles and rates over time.
 
-A body of length 1 lies along its arc length s, from the nose (0) to the tail (1), and beats with
-period 1. A gait gives the lateral place of its midline, which the chain of links follows with its
-segments as chords. Angles are about the body's upward axis y; the lateral direction is z, the head
-points along +x.
+A body has length 1 and beats with period 1; s runs along it from the nose (0) to the tail (1). A gait
+gives the lateral position of the midline. Each segment of the chain of links follows a chord of the
+midline. Angles are about the upward axis y, the lateral direction is z, and the head points along +x.
 """
 
 import numpy as np
@@ -20,7 +19,7 @@ def ramp(t):
 def travelling_wave(envelope, wavelength):
     """The gait y = ramp(t) envelope(s) sin(2 pi (s / wavelength - t)).
 
-    It returns (y, dy/dt) in lengths and lengths per period; the wave runs towards the tail.
+    Returns (y, dy/dt) in lengths and lengths per period. The wave runs towards the tail.
     """
 
     def midline(s, t):
@@ -36,7 +35,7 @@ def travelling_wave(envelope, wavelength):
 
 
 def carling(s, tail=0.125):
-    """Envelope of an eel's midline (Carling, Williams and Bowtell, 1998), tail at its end."""
+    """Envelope of an eel's midline (Carling, Williams and Bowtell, 1998); `tail` is its value at s = 1."""
     return tail * (s + 0.03125) / 1.03125
 
 
@@ -47,16 +46,16 @@ def carangiform(s):
 
 ANGUILLIFORM_GAIT = travelling_wave(carling, wavelength=1.0)
 CARANGIFORM_GAIT = travelling_wave(carangiform, wavelength=0.95)
-# At Reynolds numbers of about 1,000 a body swims faster by undulating in its whole length, whatever
-# its form (Borazjani and Sotiropoulos, J. Exp. Biol. 213, 2010, 89); strong, for starts from rest.
+# At Reynolds numbers of about 1,000 a body of any form swims faster if its whole length undulates
+# (Borazjani and Sotiropoulos, J. Exp. Biol. 213, 2010, 89). A large amplitude, for starts from rest.
 SPRINT_GAIT = travelling_wave(lambda s: carling(s, tail=0.2), wavelength=1.0)
 
 
 def segment_slopes(midline, ends, t):
     """Angles of straight segments about y, and their rates (per period).
 
-    ends are the stations of the segments' ends, one more than segments. A segment follows the chord
-    of the midline, whose slope is the mean slope dy/ds over the segment.
+    ends: positions s of the segments' ends, one more than segments. A segment follows the chord of the
+    midline; its slope is the mean of dy/ds over the segment.
     """
     ends = np.asarray(ends, float)
     place, speed = midline(ends, t)
@@ -67,7 +66,7 @@ def segment_slopes(midline, ends, t):
 def joint_angles(midline, ends, t):
     """Angles and rates (per period) of the joints between neighbouring segments.
 
-    A joint turns the later segment against the earlier one. ends may run from head to tail or from
+    A joint turns the later segment relative to the earlier one. ends may run from head to tail or from
     tail to head, as the bones do: the segments' angles are the same.
     """
     angles, rates = segment_slopes(midline, ends, t)
@@ -75,11 +74,11 @@ def joint_angles(midline, ends, t):
 
 
 def servo_command(midline, ends, t, dt, actual, bend=0.0):
-    """Joint rates (per period) for the step from t to t + dt, joints being at the angles actual.
+    """Joint rates (per period) for the step from t to t + dt.
 
-    The rate in the middle of the step, and a slow correction, over a fiftieth of a period, of the
-    angle's error. bend: angle of the tail against the head on top of the gait, spread evenly over
-    the joints; a change of it comes with the correction.
+    Adds to the gait's rate in the middle of the step a correction that removes the error of the angles
+    `actual` within about a fiftieth of a period. bend: additional angle between head and tail, spread
+    evenly over the joints; the correction brings it in.
     """
     wanted, _ = joint_angles(midline, ends, t)
     wanted = wanted + bend / len(wanted)

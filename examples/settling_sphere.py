@@ -1,6 +1,6 @@
 """A sphere settles in a long box: speed over time against the Schiller and Naumann speed.
 
-Run it with `./run demo settling_sphere`. It leaves VTK frames in data/vis_data and
+Run it with `./run demo settling_sphere`. It writes VTK frames to data/vis_data and a picture to
 data/settling_sphere.png.
 """
 

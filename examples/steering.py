@@ -1,7 +1,7 @@
-"""A fish-like body is steered along a curved path: the error of its heading bends its gait.
+"""A controller steers a fish-like body along a curved path: it bends the gait by the heading error.
 
-It leaves VTK frames in data/vis_data with the path, the way swum and the lines to the targets, rendered
-pictures in data/pictures and a film of them, and a plot of way, heading error and bend.
+It writes VTK frames, the path, the track of the body and lines to its targets to data/vis_data, and
+rendered pictures to data/pictures. It makes a film of them and plots track, heading error and bend.
 """
 
 import argparse
@@ -32,16 +32,16 @@ matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 
 BOX = (2.2, 0.75, 1.5)  # lengths along x, y, z
-# the grid rests, and its front plane holds up a body that meets it: let the body start so far behind
-# that it does not within the run
-AHEAD = 0.4  # distance of the box's centre in front of the body's [lengths]
-STRAIGHT, CURVATURE = 0.1, 0.55  # the path: a straight start [lengths], then an arc [rad a length]
-REACH, SPACING = 2.0, 0.1  # its length and that between control points [lengths]
-SAMPLES, LOOK_FORWARD = 400, 20  # poses along it, and how many of them a search takes
+# The grid is at rest, and its front plane would slow a body that reaches it. So the body starts far
+# enough behind.
+AHEAD = 0.4  # from the centre of the body forward to the centre of the box [lengths]
+STRAIGHT, CURVATURE = 0.1, 0.55  # the path: a straight start [lengths], then an arc [rad/length]
+REACH, SPACING = 2.0, 0.1  # length of the path and distance of control points [lengths]
+SAMPLES, LOOK_FORWARD = 400, 20  # poses along it, and how many of them one search covers
 SIGHT = 0.3  # the body aims this far ahead along the target's tangent [lengths]
-GAIN, RATE_GAIN = 3.0, 0.5  # rad of bend a rad of error, and a rad/s of its rate
+GAIN, RATE_GAIN = 3.0, 0.5  # bend per error, and per rate of the error [s]
 LARGEST_BEND = 0.8  # rad
-PICTURES = 8  # a cycle
+PICTURES = 8  # per cycle
 PICTURE_SIZE = (640, 400)
 
 
@@ -49,7 +49,7 @@ def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--mode", choices=sorted(MODES), default="two_way")
     parser.add_argument("--cycles", type=positive, default=7, help="beat cycles to simulate")
-    parser.add_argument("--nodes", type=int, help="node spacings a body length")
+    parser.add_argument("--nodes", type=int, help="node spacings per body length")
     parser.add_argument("--no-control", action="store_true", help="swim on without steering")
     parser.add_argument("--no-frames", action="store_true", help="write no VTK frames")
     parser.add_argument("--out", default=str(ROOT / "data"), help="folder for files and pictures")
@@ -57,7 +57,7 @@ def parse_arguments():
 
 
 def make_path(start):
-    """A trajectory from start [m] along x that turns left, as seen from above."""
+    """A trajectory from start [m] along x that turns left when seen from above."""
     stations = np.arange(-2 * SPACING, REACH, SPACING)
     angles = CURVATURE * np.clip(stations - STRAIGHT, 0.0, None)
     steps = SPACING * np.stack([np.cos(angles), 0.0 * angles, -np.sin(angles)], axis=1)
@@ -75,28 +75,28 @@ def make_path(start):
 
 
 def angle(direction):
-    """Angle of a direction about y, 0 along x."""
+    """Angle of a direction about y; 0 is along x."""
     return np.arctan2(-direction[2], direction[0])
 
 
 @dataclasses.dataclass
 class Sight:
-    """What the helm saw and did before a step."""
+    """What the helm observed and commanded before a step."""
 
     time: float  # s
     place: np.ndarray  # centre of mass [m]
-    target: np.ndarray  # the place of the path next to it [m]
+    target: np.ndarray  # the point of the path beside it [m]
     progress: float  # along the path, 0 .. 1
     offset: float  # to the left of the path [m]
-    error: float  # of the heading, mean over the last cycle, left of the aim positive [rad]
+    error: float  # of the heading, mean over the last cycle, positive to the left of the aim [rad]
     bend: float  # rad
 
 
 class Helm:
-    """Follows a path: pursues a point ahead on it by bending the body towards that side."""
+    """Follows a path: bends the body towards a point ahead on it."""
 
     def __init__(self, path, segments, dt, steered=True):
-        """segments: their lengths from head to tail."""
+        """segments: the lengths of the segments from head to tail."""
         self.path, self.lengths, self.dt, self.steered = path, segments, dt, steered
         self.errors = deque(maxlen=round(PERIOD / dt))
         self.controller = drelt.make_controller(GAIN, RATE_GAIN, dt)
@@ -112,14 +112,17 @@ class Helm:
         target = self.path.getTargetPose(place, self.path.getLastIdx(), LOOK_FORWARD)
         tangent, goal = np.ravel(target.getOrientation()), np.ravel(target.getPosition())
         wanted = goal + SIGHT * LENGTH * tangent - place
-        # a bent body swims along the chord from tail to nose, not where its head points
-        turned = np.cumsum(body.getPositions(False))  # the segments behind the head against it
+        # a bent body swims along the chord from tail to nose, not in the direction of its head
+        turned = np.cumsum(
+            body.getPositions(False)
+        )  # of the segments behind the head, relative to it
         chord = np.average([0.0, *turned], weights=self.lengths)
         error = angle(np.ravel(body.getBaseLinkFwd())) + chord - angle(wanted)
-        # it sways with the beat: steer by the mean over a whole one
+        # the heading sways with the beat: steer by its mean over one period
         self.errors.append(np.remainder(error + np.pi, 2.0 * np.pi) - np.pi)
         error = np.mean(self.errors)
-        # joints turn the tail's side against the head's, so left is negative; grows with the gait
+        # a joint turns the tail relative to the head, so a bend to the left is negative; it grows with
+        # the gait
         bend = -self.controller.feedback(error, self.dt) * ramp(time / PERIOD)[0]
         bend = np.clip(bend, -LARGEST_BEND, LARGEST_BEND) if self.steered else 0.0
         offset = np.dot(np.cross((0.0, 1.0, 0.0), tangent), place - goal)
@@ -149,7 +152,7 @@ class Camera:
         self.renderer.savePPM(str(self.files[-1]))
 
     def save_film(self, file):
-        """The pictures as an animated GIF; their rows run from the bottom to the top."""
+        """Saves the pictures as an animated GIF. The rows of the files run from bottom to top."""
         pictures = [
             Image.open(name).transpose(Image.Transpose.FLIP_TOP_BOTTOM).quantize(64)
             for name in self.files
@@ -166,7 +169,7 @@ def line(places):
 
 
 def save_lines(sights, path, every, folder):
-    """The path, the way swum, and a line from the body to its target each so many steps."""
+    """Saves the path, the track, and a line from the body to its target every `every` steps."""
     drelt.VTKWriter.writeTrajectory(path, f"{folder}/path.vtk")
     drelt.VTKWriter.writeLines([line([s.place for s in sights])], f"{folder}/way.vtk")
     lines = [line([s.place, s.target]) for s in sights[::every]]
@@ -174,7 +177,7 @@ def save_lines(sights, path, every, folder):
 
 
 def columns(sights):
-    """The sights as arrays, lengths over the body's, times over the period."""
+    """The sights as arrays, in body lengths and periods."""
     fields = map(np.array, zip(*map(dataclasses.astuple, sights)))
     time, place, _, along, offset, error, bend = fields
     return time / PERIOD, place / LENGTH, along, offset / LENGTH, error, bend

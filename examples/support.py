@@ -1,4 +1,4 @@
-"""What the example scripts share: progress, scenes, and the drag law they compare with."""
+"""Shared by the example scripts: progress bar, scenes and the reference drag law."""
 
 from __future__ import annotations
 
@@ -16,10 +16,10 @@ from tqdm import tqdm
 ROOT = Path(__file__).resolve().parent.parent
 ZERO = np.zeros(3)
 
-LENGTH = 0.2  # m, of a swimmer
-PERIOD = 1.0  # s, of its beat
+LENGTH = 0.2  # of a swimmer [m]
+PERIOD = 1.0  # of its beat [s]
 MODES = {name.lower(): mode for name, mode in drelt.COUPLE_MODE.__members__.items()}
-BODY_FRAMES, FLUID_FRAMES = 16, 4  # a cycle
+BODY_FRAMES, FLUID_FRAMES = 16, 4  # per cycle
 
 
 def positive(text):
@@ -47,7 +47,7 @@ def progress(steps, nodes, title):
 
 
 def schiller_naumann_speed(galileo):
-    """Terminal speed of a sphere over u_g = sqrt(|s-1| g D), for a Galileo number u_g D / nu.
+    """Terminal speed of a sphere divided by u_g = sqrt(|s-1| g D), for a Galileo number u_g D / nu.
 
     Drag law Cd = 24/Re (1 + 0.15 Re^0.687), Re < 1000 (Schiller and Naumann, 1933), balanced against
     weight: Cd Re^2 = 4/3 Ga^2.
@@ -65,8 +65,9 @@ def schiller_naumann_speed(galileo):
 class SettlingSphere:
     """A sphere of diameter D = 0.02 m that falls along +x from rest in a long box.
 
-    Reference quantities: length D, speed u_g = 0.1 m/s. Density ratio 2; the description gives the
-    sphere its excess mass, so that gravity 0.5 m/s^2 acts as weight less buoyancy.
+    Reference quantities: length D, speed u_g = 0.1 m/s. The density ratio is 2. The description gives
+    the sphere only its excess mass over the fluid, so that gravity, 0.5 m/s^2, acts as weight minus
+    buoyancy.
     """
 
     diameter = 0.02  # m
@@ -83,7 +84,7 @@ class SettlingSphere:
         param.visp = self.u_g * self.diameter / galileo
         param.rou0p = 1000.0
         spacing = self.diameter / nodes_per_diameter
-        # half a node less than a whole number of them keeps the node count off a rounding edge
+        # half a node less than a whole number, so that rounding cannot change the node count
         param.width, param.height, param.depth = (
             edge * self.diameter - spacing / 2 for edge in box
         )
@@ -107,27 +108,27 @@ class SettlingSphere:
         self.simulator.commitInit()
 
     def steps_for(self, time_in_d_over_u):
-        """Number of steps that make up a time given in D / u_g."""
+        """Number of steps in a time given in D / u_g."""
         return round(time_in_d_over_u * self.diameter / self.u_g / self.dt)
 
     def speed(self):
-        """Falling speed over u_g."""
+        """Falling speed divided by u_g."""
         return self.body.getVelocities()[0] / self.u_g
 
 
 def wall_clock():
-    """A function that tells the seconds since this call."""
+    """Returns a function that gives the seconds since this call."""
     start = time.perf_counter()
     return lambda: time.perf_counter() - start
 
 
 @dataclass
 class Swimmer:
-    """A body with its gait and the box that it swims in.
+    """A body, its gait and the box that it swims in. Lengths are in body lengths.
 
-    ends: stations of the segments' ends in the order of the bones, over the length. tail: amplitude
-    of the tail over the length. nodes: node spacings a length. viscosity in length^2/period. box:
-    its edges in lengths along x, y, z; ahead: how far its centre lies ahead of the body's.
+    ends: positions of the segments' ends, in the order of the bones. tail: amplitude of the tail.
+    nodes: node spacings per length. viscosity in length^2/period. box: edges along x, y, z. ahead:
+    distance from the centre of the body forward to the centre of the box.
     """
 
     midline: object
@@ -141,7 +142,7 @@ class Swimmer:
     samples: int
 
 
-# the fish's head is stiff; its fin is one more segment behind the peduncle at 0.86
+# the fish's head is stiff; behind the peduncle, at 0.86, the fin is one more segment
 SWIMMERS = {
     "swimmer": Swimmer(
         midline=SPRINT_GAIT,
@@ -169,7 +170,7 @@ SWIMMERS = {
 
 
 def make_swimmer(name, swimmer, nodes, device=0):
-    """Simulator and body, ready to step, and the number of fluid nodes."""
+    """Returns the simulator and the body, ready to step, the time step and the number of fluid nodes."""
     param = drelt.make_simParams()
     param.setup_mode = drelt.SETUP_MODE.MANUAL
     param.l0p, param.N = LENGTH, nodes
@@ -178,8 +179,8 @@ def make_swimmer(name, swimmer, nodes, device=0):
     param.visp = swimmer.viscosity * LENGTH**2 / PERIOD
     param.rou0p = 1000.0
     counts = [round(edge * nodes) for edge in swimmer.box]
-    # a hundredth of a node less keeps the size off the border between two counts; not more, since
-    # markers find their cell by size over count, and would jump between cells
+    # a hundredth of a node less, so that rounding cannot change the node count. Not more: markers
+    # find their cell by size over count and would jump between cells.
     param.width, param.height, param.depth = ((n - 0.01) * LENGTH / nodes for n in counts)
     param.x0 = swimmer.ahead * LENGTH
     simulator = drelt.make_simulator(param, device)
@@ -193,7 +194,7 @@ def make_swimmer(name, swimmer, nodes, device=0):
 
 
 def command_gait(body, swimmer, step, dt, bend=0.0):
-    """Commands the joints for a step of dt seconds; bend [rad] is a mean curvature on top."""
+    """Commands the joints for a step of dt seconds. bend [rad] is added to the gait as in servo_command."""
     actual = body.getPositions(False)
     rates = servo_command(
         swimmer.midline, swimmer.ends, step * dt / PERIOD, dt / PERIOD, actual, bend
@@ -202,7 +203,7 @@ def command_gait(body, swimmer, step, dt, bend=0.0):
 
 
 def save_frame(simulator, step, cycle, fluid_frames=FLUID_FRAMES):
-    """Bodies and markers 16 times a cycle, the fluid, which is large, fluid_frames times."""
+    """Saves bodies and markers 16 times per cycle, and the large fluid files fluid_frames times."""
     frame, last = step * BODY_FRAMES // cycle, (step - 1) * BODY_FRAMES // cycle
     if frame > last:
         flags = int(drelt.SAVE_FLAG.BODY)

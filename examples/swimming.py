@@ -1,7 +1,7 @@
 """A fish-like body, or an eel, swims by a travelling wave of its joints.
 
-It leaves VTK frames of fluid, bodies and markers in data/vis_data, a picture of the path, the
-speeds and a marker's signal, and prints the mean speed over the last cycle.
+It writes VTK frames of fluid, bodies and markers to data/vis_data, draws the path, the speeds and a
+marker's signal, and prints the mean speed over the last cycle.
 """
 
 import argparse
@@ -34,14 +34,14 @@ def parse_arguments():
     parser.add_argument("--mode", choices=sorted(MODES), default="two_way")
     parser.add_argument("--body", choices=sorted(SWIMMERS), default="swimmer")
     parser.add_argument("--cycles", type=positive, default=3, help="beat cycles to simulate")
-    parser.add_argument("--nodes", type=int, help="node spacings a body length")
+    parser.add_argument("--nodes", type=int, help="node spacings per body length")
     parser.add_argument("--no-frames", action="store_true", help="write no VTK files")
     parser.add_argument("--out", default=str(ROOT / "data"), help="folder for files and pictures")
     return parser.parse_args()
 
 
 def swim(simulator, body, swimmer, mode, steps, dt):
-    """Yields after each step: time, centre of mass, its velocity, heading, a marker's signal."""
+    """Yields time, centre of mass, its velocity, heading and a marker's signal after each step."""
     for step in range(steps):
         command_gait(body, swimmer, step, dt)
         simulator.step(mode)
@@ -67,7 +67,7 @@ def draw(times, path, forward, lateral, signal, title, file):
     middle.set(xlabel="time $t/T$", ylabel="speed of the centre of mass [$L/T$]")
     middle.legend()
     below.plot(times, signal)
-    below.set(xlabel="time $t/T$", ylabel="density at a flank marker, less 1")
+    below.set(xlabel="time $t/T$", ylabel="density at a flank marker minus 1")
     figure.savefig(file, dpi=150)
     plt.close(figure)
 
@@ -78,7 +78,7 @@ def main():
     nodes = args.nodes or swimmer.nodes
     simulator, body, dt, node_count = make_swimmer(args.body, swimmer, nodes)
     simulator.mainDataFolderPath = f"{args.out}/vis_data/"
-    Path(args.out).mkdir(parents=True, exist_ok=True)  # the picture comes last: no run for nothing
+    Path(args.out).mkdir(parents=True, exist_ok=True)  # fail now, not after the run
     simulator.log()
 
     cycle = round(PERIOD / dt)

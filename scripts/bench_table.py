@@ -1,8 +1,8 @@
-"""Prints the benchmark's whole steps as tables: both schedules, their ratio, the share of the bound; and
-what the samples of a body cost a step.
+"""Prints tables of the benchmark's whole steps: both schedules, their ratio, the share of the bound, and
+the cost of a body's samples.
 
-usage: bench_table.py FILE, where FILE is what the benchmark wrote with --benchmark_out. The bound is
-the machine's rate of reading and writing 216 bytes a node in place, measured beside every step.
+usage: bench_table.py FILE, where FILE is what the benchmark wrote with --benchmark_out. The bound is the
+machine's rate of reading and writing 216 bytes per node in place, measured beside every step.
 """
 
 import json
@@ -25,8 +25,8 @@ def print_samples_cost(benchmarks):
     found = [row for row in benchmarks if row["name"].startswith("samplesCost/")]
     if not found:
         return
-    print("\nwhole coupled step by the samples of its body, medians in ms")
-    print("| grid | layer | threads | none | 800 | 20,000 | 20,000 to none |")
+    print("\nwhole coupled step by number of samples of its body, medians in ms")
+    print("| grid | layer | threads | none | 800 | 20,000 | 20,000 / none |")
     print("| --- | --- | --- | --- | --- | --- | --- |")
     for row in found:
         _, grid, layer, threads = row["name"].split("/")[:4]

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced by ./run: configure and build with the presets of CMakePresets.json, in build/PRESET.
 
-# jobs: compiler processes at once. A source that includes DART takes 1 to 2 GB.
+# jobs: prints how many compilers run at once. A source that includes DART takes 1 to 2 GB.
 jobs() {
     local cores memory limit
     cores=$(nproc)
@@ -12,7 +12,7 @@ jobs() {
     echo "${DRELT_JOBS:-$((cores < memory ? cores : memory))}"
 }
 
-# find_nvcc: prints the CUDA compiler; fails where there is none or DRELT_CUDA=OFF.
+# find_nvcc: prints the CUDA compiler; fails if there is none or with DRELT_CUDA=OFF.
 find_nvcc() {
     [[ ${DRELT_CUDA:-ON} != OFF ]] || return 1
     command -v nvcc && return
@@ -28,9 +28,9 @@ find_nvcc() {
 
 RELEASE_ARCHITECTURES="75-real;80-real;90"
 
-# machine_arguments PRESET: prints the CMake arguments, one a line, that fit dev and release builds to
-# machines. CUDA: one architecture in dev (the machine's own where it has a GPU), in release those in
-# use and code that newer ones translate for themselves.
+# machine_arguments PRESET: prints the CMake arguments, one per line, that adapt dev and release builds to
+# the machine. dev compiles for one GPU architecture (the machine's own if it has a GPU), release for
+# those in use, with portable code for newer ones.
 machine_arguments() {
     local nvcc architectures=75
     [[ $1 == dev || $1 == release ]] || return 0
@@ -45,8 +45,8 @@ machine_arguments() {
         "-DCMAKE_CUDA_ARCHITECTURES=${DRELT_CUDA_ARCHITECTURES:-$architectures}"
 }
 
-# configure PRESET: anew where folder, presets, interpreter or arguments are not those of last time;
-# changes of CMakeLists.txt are ninja's affair.
+# configure PRESET: runs CMake if folder, presets, interpreter or arguments have changed. ninja notices
+# changes of CMakeLists.txt by itself.
 configure() {
     local preset=$1 folder=build/$1 state
     local -a arguments=("-DPYTHON_EXECUTABLE=$VENV_PYTHON" "-DPython_EXECUTABLE=$VENV_PYTHON")

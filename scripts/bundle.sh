@@ -1,13 +1,13 @@
 # shellcheck shell=bash
-# Sourced by ./run: C++ tests and benchmark for a machine that has a GPU driver and nothing else.
+# Sourced by ./run: packs C++ tests and benchmark for a machine that has only a GPU driver.
 
-# bundle: build/bundle/bin holds the executables, build/bundle/lib every library that they need beside
-# the C library; the executables look there (run path $ORIGIN/../lib). They read assets/ and
+# bundle: puts the executables into build/bundle/bin and all their libraries except the C library into
+# build/bundle/lib, where the executables look for them (run path $ORIGIN/../lib). They read assets/ and
 # tests/vectors/ from the working directory: run them from the root of a copy of this repository.
 bundle() {
     need_packages build
     need_venv
-    export DRELT_NATIVE=OFF # the other machine may know fewer instructions
+    export DRELT_NATIVE=OFF # the other processor may lack instructions of this one
     export DRELT_CUDA_ARCHITECTURES=${DRELT_CUDA_ARCHITECTURES:-$RELEASE_ARCHITECTURES}
     build dev
     build release drelt_bench
@@ -25,7 +25,7 @@ bundle() {
         "repository: for t in $out/bin/test_*; do DRELT_TEST_DEVICE=0 \$t; done"
 }
 
-# libraries_of FILE...: paths of the shared libraries of executables, less those of the C library.
+# libraries_of FILE...: prints the shared libraries of executables, without those of the C library.
 libraries_of() {
     ldd "$@" | awk '$2 == "=>" && $3 ~ /^\// { print $3 }' | sort -u |
         grep -vE '/(libc|libm|libdl|librt|libpthread|ld-linux[^/]*)\.so'

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced by ./run: tests, formatting, linters, sanitizers.
 
-# run_tests [PYTEST ARGUMENT...]: both suites always run; fails where either does.
+# run_tests [PYTEST ARGUMENT...]: runs both suites, and fails if either does.
 run_tests() {
     need_packages build test
     need_venv
@@ -13,7 +13,7 @@ run_tests() {
     say "C++ tests"
     run_ctest dev --output-junit "$PWD/$cxx" || status=1
     say "Python tests"
-    # threads that spin while they wait starve one another where other programs use the cores
+    # the tests start many programs, and their threads must leave the cores to one another
     PYTHONPATH="$PWD/build/dev/python" MPLBACKEND=Agg OMP_WAIT_POLICY="${OMP_WAIT_POLICY:-passive}" \
         "$VENV_PYTHON" -m pytest --junitxml="$python" tests/python "$@" </dev/null || status=1
 
@@ -23,8 +23,8 @@ run_tests() {
     ((status == 0)) || fail "tests failed"
 }
 
-# run_ctest PRESET [CTEST ARGUMENT...]: the tests have threads of their own, which must not spin
-# for each other while many run at once.
+# run_ctest PRESET [CTEST ARGUMENT...]: many tests run at once, so their threads must not spin while
+# they wait.
 run_ctest() {
     local preset=$1
     shift
@@ -32,27 +32,12 @@ run_ctest() {
         --output-on-failure --no-tests=error "$@" </dev/null
 }
 
-# totals JUNIT_FILE...: prints "N passed, N failed", with the skipped where there are any.
+# totals JUNIT_FILE...: prints "N passed, N failed", and the skipped if there are any.
 totals() {
-    local tests=0 failed=0 skipped=0 file
-    for file in "$@"; do
-        tests=$((tests + $(junit "$file" tests)))
-        failed=$((failed + $(junit "$file" failures) + $(junit "$file" errors)))
-        skipped=$((skipped + $(junit "$file" skipped) + $(junit "$file" disabled)))
-    done
-    printf '%d passed, %d failed' $((tests - failed - skipped)) "$failed"
-    ((skipped == 0)) || printf ', %d skipped' "$skipped"
+    "$VENV_PYTHON" scripts/junit_totals.py "$@"
 }
 
-# junit FILE ATTRIBUTE: a count of the test suite; 0 where it is not given.
-junit() {
-    local count=0
-    [[ ! -f $1 ]] || count=$(tr '\n\t' '  ' <"$1" | grep -o '<testsuite [^>]*>' | head -n 1 |
-        sed -n "s/.* $2=\"\([0-9]*\)\".*/\1/p")
-    echo "${count:-0}"
-}
-
-# cxx_sources: our C++ and CUDA sources, each ended by a zero byte.
+# cxx_sources: prints our C++ and CUDA sources, each ended by a zero byte.
 cxx_sources() {
     local -a folders=()
     local folder
@@ -76,14 +61,14 @@ lint_sources() {
     need_packages build format tidy
     need_venv
     configure tidy
-    # ninja does not run here: bring the compile database up to the sources by hand
+    # no build follows that would bring the compile database up to date
     phase "configure-tidy" "configuring tidy" cmake build/tidy
     phase "build-tidy" "generating headers" cmake --build build/tidy --target drelt_gl_loader
     local script status=0
     for script in run .ci/run scripts/*.sh; do bash -n "$script" || status=1; done
     (phase clang-format "clang-format" check_format) || status=1
     (phase ruff "ruff" check_python) || status=1
-    (phase tidy "clang-tidy" "$VENV_PYTHON" scripts/tidy.py build/tidy "$(jobs)") || status=1
+    (phase tidy "clang-tidy" check_tidy) || status=1
     ((status == 0)) || fail "lint: findings above"
     say "lint: no findings"
 }
@@ -96,11 +81,17 @@ check_python() {
     "$VENV_PYTHON" -m ruff check . && "$VENV_PYTHON" -m ruff format --check .
 }
 
+# check_tidy: prints the findings in src/ alone, without the commands and counts.
+check_tidy() {
+    run-clang-tidy -quiet -p build/tidy -j "$(jobs)" "^$PWD/src/" 2>&1 |
+        sed -E '/^clang-tidy(-[0-9]+)? |^[0-9]+ warnings?( and [0-9]+ errors?)? generated|^$/d'
+}
+
 run_sanitizers() {
     need_packages build sanitize
     need_venv
-    # libarcher tells the thread sanitizer how OpenMP's threads wait for each other; what is not
-    # built with it (the OpenMP library itself) is left out
+    # libarcher tells the thread sanitizer how OpenMP's threads wait for each other; libraries that are
+    # built without the sanitizer, OpenMP's own among them, are not checked
     local archer status=0
     archer=$(find /usr/lib/llvm-*/lib -name libarcher.so 2>/dev/null | sort -V | tail -n 1)
     [[ -n $archer ]] || fail "libarcher.so not found: it comes with libomp-dev"

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by ./run: system packages, by their names in Debian 12.
+# Sourced by ./run: system packages, under their names in Debian 12.
 
 packages_for() {
     case $1 in
@@ -7,20 +7,20 @@ packages_for() {
         echo g++ cmake ninja-build libdart-dev libdart-external-ikfast-dev libassimp-dev \
             libeigen3-dev nlohmann-json3-dev libthrust-dev libnanoflann-dev libgtest-dev \
             libbenchmark-dev python3-dev python3-venv \
-            libglfw3-dev libegl-dev python3-glad libegl1 libgl1-mesa-dri # renderer: build, then run
+            libglfw3-dev python3-glad libegl1 libgl1-mesa-dri # renderer: build, then run
         ;;
     test) echo xvfb ;;
     format) echo clang-format ;;
-    tidy) echo clang clang-tidy libomp-dev ;; # libomp-dev: omp.h for clang
+    tidy) echo clang clang-tidy libomp-dev ;; # clang-tidy brings run-clang-tidy, libomp-dev omp.h
     sanitize) echo clang libomp-dev ;;        # libomp-dev brings libarcher
     esac
 }
 
-# need_packages GROUP...: installs what is missing; where nothing is, touches neither apt nor sudo.
+# need_packages GROUP...: installs missing packages; runs apt and sudo only if there are any.
 need_packages() {
     [[ ${DRELT_PACKAGES:-} != skip ]] || return 0
     command -v dpkg-query >/dev/null ||
-        fail "this is no Debian system: install the equivalents of $(wanted_packages "$@")" \
+        fail "this system has no dpkg: install the equivalents of $(wanted_packages "$@")" \
             "and set DRELT_PACKAGES=skip"
     local missing
     missing=$(missing_packages "$@")
@@ -29,7 +29,7 @@ need_packages() {
     local -a root=()
     if [[ $(id -u) -ne 0 ]]; then
         root=(sudo)
-        [[ -t 0 ]] || root=(sudo -n) # nobody there to type a password
+        [[ -t 0 ]] || root=(sudo -n) # nobody can type a password
         { command -v sudo && "${root[@]}" true; } >/dev/null ||
             fail "missing packages: install them with" \
                 "'apt-get install --no-install-recommends $missing' as root and run this again"
@@ -50,7 +50,7 @@ missing_packages() {
     done | paste -sd ' '
 }
 
-# install_packages "NAME ..." [sudo...]: package lists are fetched only where the ones at hand do not do.
+# install_packages "NAME ..." [sudo...]: fetches package lists only if the present ones do not suffice.
 install_packages() {
     local -a names
     read -ra names <<<"$1"

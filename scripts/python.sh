@@ -1,13 +1,13 @@
 # shellcheck shell=bash
-# Sourced by ./run: the one virtual environment. Build, tests and examples all use its interpreter,
-# whatever else a version manager puts on the PATH.
+# Sourced by ./run: the virtual environment. Build, tests and examples all use its interpreter, whichever
+# one is first on the PATH.
 
 VENV_PYTHON=$PWD/.venv/bin/python
 export PYTHONNOUSERSITE=1
 unset PYTHONHOME PYTHONPATH
 
-# need_venv: makes .venv where there is none or its interpreter is gone, and installs
-# requirements.txt where that has changed.
+# need_venv: makes .venv if it is missing or its interpreter is gone, and installs requirements.txt if
+# that has changed.
 need_venv() {
     if ! python_serves "$VENV_PYTHON" pip; then
         local base
@@ -27,8 +27,8 @@ python_version() {
     "$VENV_PYTHON" -c 'import sys; print(sys.version, sys.base_prefix)'
 }
 
-# python_serves PYTHON MODULE: whether it is of a version that pybind11 2.13 is made for, has its
-# development headers and MODULE.
+# python_serves PYTHON MODULE: whether pybind11 2.13 supports the version, and PYTHON has its headers and
+# MODULE.
 python_serves() {
     local answer
     answer=$("$1" - "$2" 2>/dev/null <<'PYTHON'
@@ -44,11 +44,11 @@ PYTHON
 # find_python: prints the interpreter to make .venv from: $PYTHON, or the first suitable one.
 find_python() {
     local wish=${PYTHON:-} name
-    # a version manager's shim means another interpreter tomorrow: take what it means today
+    # a version manager's shim may later start another interpreter: take the real path
     local name_itself='import sys; print(sys.executable)'
     if [[ -n $wish ]]; then
         python_serves "$wish" ensurepip ||
-            fail "PYTHON=$wish does not serve: it needs CPython 3.7 to 3.13 with its" \
+            fail "PYTHON=$wish cannot be used: give CPython 3.7 to 3.13 with its" \
                 "headers (Python.h) and the modules venv and ensurepip"
         "$wish" -c "$name_itself"
         return
@@ -61,6 +61,6 @@ find_python() {
             return
         fi
     done
-    fail "no suitable interpreter: needed is CPython 3.7 to 3.13 with its headers (Python.h) and" \
+    fail "no suitable interpreter: ./run needs CPython 3.7 to 3.13 with its headers (Python.h) and" \
         "the modules venv and ensurepip; install python3-dev and python3-venv, or set PYTHON"
 }

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Sourced by ./run: what a person sees. One line per phase; the phase's own output goes to a log
-# file and is shown only where the phase fails.
+# Sourced by ./run: what a person sees. Each phase prints one line. Its output goes to a log file and is
+# shown only if the phase fails.
 
 LOGS=build/logs
 mkdir -p "$LOGS"
@@ -20,7 +20,7 @@ fail() {
     exit 1
 }
 
-# phase LOG TEXT COMMAND...: says TEXT, runs COMMAND with its output in build/logs/LOG.log.
+# phase LOG TEXT COMMAND...: prints TEXT and runs COMMAND with its output in build/logs/LOG.log.
 phase() {
     local log="$LOGS/$1.log" text=$2 start=$SECONDS
     shift 2

@@ -20,7 +20,9 @@ def parse_arguments():
         "names", nargs="*", metavar="name", help="assets to write; all if none is given"
     )
     parser.add_argument(
-        "--dx", type=float, help="node spacing in m (each body has one that it is made for)"
+        "--dx",
+        type=float,
+        help="node spacing in m (by default, the one that each body is made for)",
     )
     parser.add_argument(
         "--retraction",
@@ -28,7 +30,9 @@ def parse_arguments():
         default=0.85,
         help="retraction of the shrunk sphere's skin in node spacings (%(default)g)",
     )
-    parser.add_argument("--samples", type=int, help="surface samples to check the faces for")
+    parser.add_argument(
+        "--samples", type=int, help="number of surface samples for which the faces are checked"
+    )
     parser.add_argument(
         "--out",
         type=Path,

@@ -11,7 +11,7 @@ namespace drelt {
 
 namespace {
 
-// The vertex that a marker sits on; the ids are -1 if none is within reach.
+// The vertex that a marker sits on. The ids are -1 if no vertex is within reach.
 struct NearestVertex {
     int meshId = -1;
     int vId = -1;
@@ -36,7 +36,8 @@ NearestVertex nearestVertex(const Eigen::Vector3d& place, const SkeletalMesh& me
     return nearest;
 }
 
-// On the device a marker follows the vertex with its index in the first mesh.
+// On the device, a marker follows the vertex of the first mesh that has the index of its own vertex. Warns if
+// the marker's vertex belongs to another mesh; throws if the first mesh has no vertex with that index.
 void checkFollowsFirstMesh(std::size_t marker, const NearestVertex& vertex,
                            const SkeletalMesh& mesh) {
     if (vertex.meshId <= 0) return;
@@ -94,7 +95,7 @@ void Markers::updatePosNormal(const SkeletalMesh& mesh, bool onDevice) {
         data_cpu.pos[i] = followed.curr_positions[data_cpu.vId[i]];
         data_cpu.normal[i] = followed.curr_normals[data_cpu.vId[i]];
     }
-    copyToDevice();  // sample reads the positions there and copies them back
+    copyToDevice();  // sample reads the positions on the device and copies them back
 }
 
 std::vector<NodeBox> Markers::cells(const mlFlow& flow) const {

@@ -38,16 +38,17 @@ public:
     void addMarker(int meshId, int vId, const Eigen::Vector3d& pos, const Eigen::Vector3d& normal);
 
     // Adds a marker at the vertex nearest to each place [m] and copies all markers to the device.
-    // On the device markers follow the first mesh only, so a marker on another mesh gets a warning
-    // on standard output. If the first mesh has no vertex with that index, it throws
-    // std::invalid_argument before anything changes.
+    // On the device, markers follow the first mesh only, so a marker on another mesh prints a warning
+    // on standard output. Throws std::invalid_argument if the first mesh has no vertex with its
+    // index, and then changes nothing.
     void place(const std::vector<Eigen::Vector3d>& placements, const SkeletalMesh& mesh);
 
     // Moves the markers with the skin, on the device or on the host. Both sides then hold the new
     // positions and normals.
     void updatePosNormal(const SkeletalMesh& mesh, bool onDevice);
 
-    // The cells that sample reads, each two nodes wide along each axis. `flow` is in host memory.
+    // The cells that sample reads, each two nodes wide along each axis. `flow` is in host memory, and
+    // the host must be able to read the device's marker positions.
     std::vector<NodeBox> cells(const mlFlow& flow) const;
 
     // Reads the fluid at the markers and copies the values to the host, in lattice units. `flow` is in

@@ -1,4 +1,4 @@
-// Markers follow the skin and read the fluid.
+// The operators by which markers follow the skin and read the fluid.
 #pragma once
 
 #include <Eigen/Core>
@@ -32,8 +32,8 @@ struct MarkerCell {
 };
 
 // The cell follows from the box's length and node count, the part from the node spacing. If the two
-// disagree, the part may leave 0..1 between nodes. A coordinate outside the grid takes the value of the
-// nearest node: the part is held in the first and the last cell.
+// disagree, the part may lie outside 0..1. A coordinate outside the grid takes the value of the nearest
+// node: the part is clamped below in the first cell and above in the last.
 DRELT_HOST_DEVICE MarkerCell markerCell(float x, float start, float length, int samples, float dx) {
     const float cell = std::floor((x - start) / length * static_cast<float>(samples));
     const float last = static_cast<float>(samples - 2);

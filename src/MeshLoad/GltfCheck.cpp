@@ -44,7 +44,8 @@ std::string jsonText(const std::string& path) {
     return bytes.substr(kHeader + kChunkHeader, length);
 }
 
-// The importer's parser accepts text that is not valid UTF-8, ours does not. Names are not needed here.
+// Replaces bytes that are not ASCII: the importer's parser accepts text that is not valid UTF-8, ours does
+// not. The checks need no names.
 std::string asAscii(std::string text) {
     if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
     for (char& c : text) {
@@ -109,7 +110,7 @@ void checkSkins(const json& model, const std::string& path) {
     }
 }
 
-// Walks the trees level by level, from the nodes that no node names as its child.
+// Walks the trees level by level, starting from the nodes without a parent.
 void checkTrees(const json& model, const std::string& path) {
     const json& nodes = member(model, "nodes");
     if (!nodes.is_array()) return;

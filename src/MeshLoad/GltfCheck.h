@@ -5,9 +5,10 @@
 
 namespace drelt {
 
-// Throws std::runtime_error for a .gltf or .glb file on which the importer would end the process: a skin
-// without inverse bind matrices, or too few of them, node trees without an end, text nested too deeply.
-// Everything else, files of other formats and files that cannot be read included, is left to the importer.
+// Throws std::runtime_error for a .gltf or .glb file on which the importer would end the process: if a skin
+// has too few inverse bind matrices or none, if a node is listed as a child twice or is its own ancestor, or
+// if nodes or text nest too deeply. Leaves all other files to the importer, also those of other formats and
+// those that cannot be read.
 void checkGltf(const std::string& path);
 
 }  // namespace drelt

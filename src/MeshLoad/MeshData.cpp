@@ -31,7 +31,7 @@ void takeVertices(const aiMesh& mesh, double unitScaleFactor, host_MeshData& dat
     data.curr_normals = data.init_normals;
 }
 
-// Triangulation leaves points and lines as they are; they have no surface and are left out.
+// Skips points and lines, which triangulation leaves unchanged: they have no surface.
 void takeFaces(const aiMesh& mesh, host_MeshData& data) {
     for (unsigned i = 0; i < mesh.mNumFaces; ++i) {
         const aiFace& face = mesh.mFaces[i];

@@ -17,19 +17,22 @@ class nodeMgr;
 struct host_MeshData {
     std::int32_t nodeIdx = -1;                                         // node that holds the mesh
     Eigen::Isometry3d node_transform = Eigen::Isometry3d::Identity();  // its world transform
-    std::vector<Eigen::Vector3d> init_positions;                       // at rest [m], a vertex each
-    std::vector<Eigen::Vector3d> curr_positions;                       // skinned [m], a vertex each
-    std::vector<Eigen::Vector3d> init_normals;       // at rest, unit length, a vertex each
-    std::vector<Eigen::Vector3d> curr_normals;       // skinned, not normalised, a vertex each
-    std::vector<std::int32_t> bone_nodeIdx;          // node of a bone, -1 if the scene has none
-    std::vector<Eigen::Isometry3d> bone_offset;      // rest pose to bone frame, a bone each
-    std::vector<Eigen::Isometry3d> bone_transforms;  // rest pose to current pose, a bone each
-    std::vector<Eigen::VectorXd> weights;  // a vertex each, one weight a bone; sum 1, or all zero
-    std::vector<double> bone_weights_arr;  // the same, at vertex * bones + bone
+    // one entry per vertex
+    std::vector<Eigen::Vector3d> init_positions;  // at rest [m]
+    std::vector<Eigen::Vector3d> curr_positions;  // skinned [m]
+    std::vector<Eigen::Vector3d> init_normals;    // at rest, unit length
+    std::vector<Eigen::Vector3d> curr_normals;    // skinned, not normalised
+    // one entry per bone
+    std::vector<std::int32_t> bone_nodeIdx;          // index of its node, -1 if there is none
+    std::vector<Eigen::Isometry3d> bone_offset;      // rest pose to bone frame
+    std::vector<Eigen::Isometry3d> bone_transforms;  // rest pose to current pose
+    // per vertex one weight per bone; their sum is 1, or all are zero
+    std::vector<Eigen::VectorXd> weights;
+    std::vector<double> bone_weights_arr;     // the same, at vertex * bones + bone
     std::vector<std::int32_t> bone_affected;  // 1 if the vertex has weights, else 0
     std::vector<MeshFace> faces;
-    std::vector<std::uint32_t> triangleIndices;  // three vertices a face
-    std::vector<Eigen::Vector2d> texCoords;      // a vertex each; zero where the file has none
+    std::vector<std::uint32_t> triangleIndices;  // three vertices per face
+    std::vector<Eigen::Vector2d> texCoords;      // per vertex; zero if the file has none
     double totalArea = 0;                        // sum of the face areas at rest [m^2]
 };
 
@@ -51,26 +54,26 @@ struct device_MeshData {
 
 class MeshData : public twoSideDataWrapper<host_MeshData, device_MeshData> {
 public:
-    // A mesh without geometry, to be filled through data_cpu.
+    // A mesh without geometry. Fill it through data_cpu.
     explicit MeshData(int device);
-    // Takes an imported mesh over. Lengths are divided by unitScaleFactor. A bone that names no
-    // node is reported on standard output and gets the node index -1.
+    // Copies an imported mesh. Lengths are divided by unitScaleFactor. A bone without a node of its name
+    // is reported on standard output and gets the node index -1.
     MeshData(const aiMesh& mesh, int nodeIdx, const nodeMgr& nodes, int device,
              double unitScaleFactor);
     ~MeshData() override;
 
-    void allocateDevice() override;  // all arrays but the transforms' values
+    void allocateDevice() override;  // uploads all but nodeIdx and node_transform
     void copyToDevice() override;    // node_transform, bone_transforms
     void copyToHost() override;      // curr_normals, curr_positions
     void freeDevice() override;
 
-    // Normalises data_cpu.weights vertex by vertex and fills bone_affected and bone_weights_arr.
+    // Normalises data_cpu.weights for each vertex and fills bone_affected and bone_weights_arr.
     void normaliseWeights();
     // Computes areas of all faces and their sum from the rest positions.
     void computeAreas();
 
-    // Moves the vertices and normals with the transforms, on the host or on the device gpuId. On
-    // the device the results come back to the host only with readBack.
+    // Computes the current vertices and normals from the transforms, on the host or on the device gpuId.
+    // Device results are copied to the host only with readBack.
     void skin(bool onDevice, bool readBack);
 
 private:

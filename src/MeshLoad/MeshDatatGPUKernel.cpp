@@ -1,5 +1,5 @@
-// The device mirror of a mesh and the launch of the skinning. Failure messages quote these statements, so they
-// keep their text.
+// The device mirror of a mesh and the launch of the skinning. Failure messages quote these statements, so
+// their text must not change.
 #include "MeshLoad/MeshDatatGPUKernel.h"
 
 #include "MeshLoad/MeshData.h"

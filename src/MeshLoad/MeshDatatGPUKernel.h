@@ -13,8 +13,8 @@ struct SkinMatrix {
 };
 
 // The sum of weight times bone transform over all bones, in the bones' order. A vertex without weights takes
-// the node's transform. The sum is not made orthogonal again. Bones with weight 0 are skipped, because few
-// of many bones act on one vertex.
+// the node's transform. The sum is not made orthogonal again. Skips bones of weight 0 after the first, because
+// few of many bones act on one vertex.
 DRELT_HOST_DEVICE SkinMatrix blendSkinMatrix(const Eigen::Isometry3d* node_transform,
                                              const Eigen::Isometry3d* bone_transforms,
                                              int bone_affected, const double* weights,

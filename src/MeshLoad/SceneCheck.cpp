@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kUnitScaleKey = "UnitScaleFactor";
 constexpr std::size_t kLongestKey = 1023;
 constexpr double kLargestScale = 1e9;
-// Of lengths in file units and of weights: areas stay finite in single precision.
+// The largest length [file units] and weight. Areas of such lengths stay finite in single precision.
 constexpr float kLargest = 1e12f;
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {

@@ -91,8 +91,8 @@ void SkeletalMesh::checkBones() const {
             const std::string bone = mesh.mBones[b]->mName.C_Str();
             if (nodes->find(bone) >= 0) continue;
             throw std::runtime_error("the model '" + filePath + "' has a bone '" + bone +
-                                     "' that is none of its nodes; every bone needs a node of its "
-                                     "name: export the model with its armature");
+                                     "' without a node of the same name; export the model with its "
+                                     "armature");
         }
     }
 }
@@ -122,8 +122,9 @@ void SkeletalMesh::warnOfTransformsAbove(int rootJointNode) const {
             continue;
         }
         std::printf(
-            "[warning] node '%s' above the root joint '%s' has a transform that is not identity: "
-            "skin and bodies may stand apart; apply the transform to the model\n",
+            "[warning] node '%s' above the root joint '%s' has a transform that is not the "
+            "identity: "
+            "the skin may be displaced from the bodies; apply the transform to the model\n",
             node.name.c_str(), rootJoint.c_str());
     }
 }

@@ -1,4 +1,4 @@
-// A skinned model: the scene's node tree and one MeshData a mesh.
+// A skinned model: the scene's node tree and one MeshData per mesh.
 #pragma once
 
 #include <assimp/scene.h>
@@ -17,20 +17,22 @@ class SkeletalMesh {
 public:
     SkeletalMesh();
 
-    // Imports a model file of any format that Assimp reads, places nodes and meshes at rest and
-    // brings the meshes to device gpuId. An unreadable file is reported on standard output, returns
-    // false and leaves the object empty. Raises std::runtime_error for a bone that names no node, and
-    // for vertices that are not finite or, named by a face or a bone, not there.
+    // Imports a model file of any format that Assimp reads, puts nodes and meshes in the rest pose and
+    // uploads the meshes to device gpuId. For an unreadable file, prints an error, returns false and
+    // leaves the object empty. Throws std::runtime_error for a damaged model (GltfCheck.h, SceneCheck.h)
+    // and for a bone without a node of its name.
     bool load(const std::string& path, int gpuId);
-    // The same from a scene that outlives this object.
+    // The same from a scene, which must outlive this object. Checks only the scene's unit scale and the names
+    // of its bones.
     void loadScene(const aiScene& importedScene, int gpuId);
 
-    // Brings world transforms, bone transforms and skinned vertices up to the nodes' poses: skins
-    // on the device or on the host; readBack brings device results to the host.
+    // Updates world transforms, bone transforms and skinned vertices from the poses of the nodes. Skins on
+    // the device or on the host; readBack copies device results to the host.
     void update(bool onDevice, bool readBack);
 
-    // Prints a warning for each node above the given root joint's node whose transform is not
-    // identity: bodies are posed in world axes, so skin and bodies may stand apart there.
+    // Prints a warning for each node above the root joint's node whose transform is not the identity. The
+    // joint update writes world transforms into the root joint's node, so such a transform moves the skin
+    // away from the bodies.
     void warnOfTransformsAbove(int rootJointNode) const;
 
     int gpuId = 0;
@@ -39,7 +41,7 @@ public:
     const aiScene* scene = nullptr;  // owned by the importer after load
     Assimp::Importer importer;
     std::string filePath;
-    double UnitScaleFactor = 1;  // file units in a metre
+    double UnitScaleFactor = 1;  // file units per metre
 
 private:
     void buildNodes();

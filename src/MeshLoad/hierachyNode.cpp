@@ -4,10 +4,10 @@ namespace drelt {
 
 namespace {
 
-// Degrees and radians are converted with this value throughout the node tree.
-constexpr double kPi = 3.1415926;
+// The node tree converts between degrees and radians with this value.
+constexpr double kPi = 3.1415926;  // sic: prescribed value
 
-// The pose made of a position and Euler angles in degrees.
+// The pose with this position and these Euler angles, in degrees.
 Eigen::Isometry3d composePose(const Eigen::Vector3d& position, const Eigen::Vector3d& degrees) {
     const Eigen::Vector3d radians = degrees / 180.0 * kPi;
     const Eigen::Quaterniond rotation =
@@ -50,7 +50,7 @@ void nodeMgr::insertIntermediateNodes(int node) {
     const int first = childBegin[node];
     const int count = childCount(node);
     const std::string prefix = nodes[node]->name + "_intermediate_";
-    // Several meshes may name the same bone; its branches are split once.
+    // several meshes can name the same bone; its branches are split only once
     if (count < 2 || nodes[first]->name == prefix + "0") return;
     const int begin = size();
     for (int i = 0; i < count; ++i) {
@@ -67,8 +67,7 @@ void nodeMgr::setTransform(int node, const Eigen::Isometry3d& transform) {
     hierachyNode& target = *nodes[node];
     target.localTransform = transform;
     target.position = transform.translation();
-    // The orthogonal factor of the linear part: imported rotations are orthogonal in single
-    // precision.
+    // takes the polar factor, because imported rotations are orthogonal in single precision only
     const Eigen::Matrix3d rotation = Eigen::Affine3d(transform.matrix()).rotation();
     target.eulerAngles = rotation.eulerAngles(0, 1, 2) * 180.0 / kPi;
 }

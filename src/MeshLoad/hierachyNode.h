@@ -9,20 +9,20 @@
 
 namespace drelt {
 
-// A node of the scene. Position and Euler angles are what a node's pose is made of; the local
-// transform follows from them at each update of the world transforms.
+// A node of the scene. Its pose is stored as position and Euler angles. Each update of the world
+// transforms recomputes the local transform from them.
 struct hierachyNode {
     std::string name;
     Eigen::Vector3d position = Eigen::Vector3d::Zero();  // in the parent's frame [m]
     Eigen::Vector3d eulerAngles =
-        Eigen::Vector3d::Zero();  // about x, then the turned y, z [degrees]
+        Eigen::Vector3d::Zero();  // about x, then about the rotated y and z [degrees]
     Eigen::Isometry3d localTransform = Eigen::Isometry3d::Identity();  // to the parent's frame
     Eigen::Isometry3d worldTransform = Eigen::Isometry3d::Identity();
 };
 
 // Owns the nodes and their relations. Node 0 is the root. The children of a node have consecutive
-// indices; a child's index may be smaller than its parent's once intermediate nodes were inserted,
-// so whatever needs parents first walks the tree.
+// indices. After intermediate nodes were inserted, a child's index can be smaller than its parent's.
+// Where parents must come first, walk the tree instead of counting up indices.
 class nodeMgr {
 public:
     int size() const { return static_cast<int>(nodes.size()); }
@@ -32,19 +32,17 @@ public:
     // Index of the first node of that name, -1 if there is none.
     int find(const std::string& name) const;
 
-    // Appends a node without children and returns its index; `parent` is -1 for the root. Ranges of
-    // children are the caller's (childBegin, childEnd).
+    // Appends a node without children and returns its index. `parent` is -1 for the root. The caller sets
+    // the parent's range of children (childBegin, childEnd).
     int addNode(const std::string& name, const Eigen::Isometry3d& transform, int parent);
-    // Puts a node "<name>_intermediate_<i>" with identity transform between the node and its i-th
-    // child, for every child.
+    // Inserts a node "<name>_intermediate_<i>" with identity transform between the node and each child i.
     void insertIntermediateNodes(int node);
 
-    // Sets a node's pose in its parent's frame: position and Euler angles are taken from the
-    // isometry.
+    // Sets a node's pose in its parent's frame. Position and Euler angles are computed from the isometry.
     void setTransform(int node, const Eigen::Isometry3d& transform);
-    // Takes the root's present transform as the one that every world transform is relative to.
+    // Makes all world transforms relative to the root's present transform.
     void setGlobalInverse();
-    // Recomposes all transforms down the tree from positions and Euler angles.
+    // Recomputes all transforms, from the root down, from positions and Euler angles.
     void updateWorldTransforms();
 
     Eigen::Isometry3d globalInverse =

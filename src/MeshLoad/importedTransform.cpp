@@ -12,8 +12,8 @@ Eigen::Matrix3f upperBlock(const aiMatrix4x4& m) {
     return block;
 }
 
-// The quaternion of a rotation matrix, from the trace where that is positive, else from the largest
-// element of the diagonal (Shoemake, Animating rotation with quaternion curves, 1985).
+// The quaternion of a rotation matrix, from the trace if it is positive, else from the largest diagonal
+// element (Shoemake, Animating rotation with quaternion curves, 1985).
 Eigen::Quaternionf quaternionOf(const Eigen::Matrix3f& m) {
     const float trace = m(0, 0) + m(1, 1) + m(2, 2);
     if (trace > 0.0f) {

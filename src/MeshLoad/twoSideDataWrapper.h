@@ -1,4 +1,4 @@
-// Data that live on the host and on a device, with one dirty flag a side.
+// Data with a copy on the host and one on a device, and one dirty flag per side.
 #pragma once
 
 namespace drelt {
@@ -9,8 +9,8 @@ struct GpuCopyable {
     int gpuId;
 };
 
-// Pairs a Host value with a Device record of device pointers. hostDirty: the host side changed and
-// the device must be refreshed; deviceDirty: the reverse.
+// Pairs a Host value with a Device record of device pointers. hostDirty: the host side has changed and
+// the device side is out of date. deviceDirty: the reverse.
 template <class Host, class Device>
 class twoSideDataWrapper : public GpuCopyable {
 public:

@@ -48,14 +48,18 @@ bool dynamic(const SkeletonJoint& joint) {
 
 void requireLink(const SkeletonSystem& description, const SkeletonJoint& joint,
                  const SkeletonLink& link) {
-    const auto positive = [&](const char* what, const Eigen::VectorXd& values) {
+    const auto positive = [&](const char* what, const Eigen::VectorXd& values,
+                              const char* need = "give positive numbers, from 1e-30 to 1e30") {
         if ((values.array() >= 1 / kLargest).all() && (values.array() <= kLargest).all()) return;
-        refuse("link", link.name, what, values, "give positive numbers, from 1e-30 to 1e30");
+        refuse("link", link.name, what, values, need);
     };
     const double mass = massFrom(description, joint);
     if (dynamic(joint)) positive("mass with all that hangs on it", Vector1(mass));
     positive("radius", Vector1(link.radius));
-    if (!link.isIntermediate) positive("size", link.size);
+    if (link.isIntermediate) return;
+    positive("size", link.size,
+             "give positive numbers, from 1e-30 to 1e30. A bone without length needs a size in the "
+             "description file");
 }
 
 void requireMimic(const SkeletonJoint& joint) {

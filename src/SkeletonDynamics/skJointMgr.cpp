@@ -33,9 +33,10 @@ void skJointMgr::connectMimics() {
         if (description.mimicJoint.empty()) continue;
         const auto master = find(description.mimicJoint);
         if (!master) {
-            throw std::invalid_argument("joint '" + follower->getName() + "' mimics the joint '" +
-                                        description.mimicJoint +
-                                        "', which does not exist; name a joint with a link");
+            throw std::invalid_argument(
+                "joint '" + follower->getName() + "' mimics the joint '" + description.mimicJoint +
+                "', which does not exist or has no link; name a joint that has "
+                "child joints");
         }
         const bool driven = follower->joint()->getActuatorType() == dart::dynamics::Joint::MIMIC;
         if (driven && master == follower) {

@@ -1,4 +1,4 @@
-// The fluid file: header lines, and four blocks of three big-endian 32-bit values a node.
+// The fluid file: header lines, and four blocks of three big-endian 32-bit values per node.
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <array>
@@ -25,7 +25,7 @@ std::uint32_t bigEndian(T value) {
     return __builtin_bswap32(bits);
 }
 
-// Writes three values a node, value(n) being an array of three 32-bit numbers.
+// Writes three values per node; value(n) returns them as an array of three 32-bit numbers.
 template <class Value>
 void writeVectors(OutputFile& file, std::int64_t count, std::vector<std::uint32_t>& block,
                   Value&& value) {
@@ -40,7 +40,7 @@ void writeVectors(OutputFile& file, std::int64_t count, std::vector<std::uint32_
     }
 }
 
-// Takes grid velocities to inertial ones by adding the motion of the frame that the grid follows.
+// Converts grid velocities to inertial ones: adds the motion of the frame that the grid follows.
 class InertialVelocity {
 public:
     InertialVelocity(const mlFlow& flow, const mlUnitScale& scale,
@@ -72,7 +72,7 @@ public:
         const float uz = flow_.uz[n] * scale_.u0pz / u0k;
         const Eigen::Vector3d velocity =
             Eigen::Vector3d(ux, uy, uz) + angularVelocity_.cross(place) + frameVelocity_;
-        // There and back: the two rotations cancel up to rounding, which stays part of the result.
+        // The two rotations cancel up to rounding; they stay because that rounding is part of the result.
         const Eigen::Vector3d turned = rotation_ * velocity;
         const Eigen::Vector3d out = rotation_.transpose() * turned;
         return {static_cast<float>(out.x() / scale_.u0px * u0k),

@@ -1,27 +1,53 @@
 #include "output/OutputFile.h"
 
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <system_error>
+#include <utility>
+
+#include "platform/messages.h"
 
 namespace drelt {
 
-OutputFile::OutputFile(const std::string& path) {
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    std::error_code ignored;
-    if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
-    stream_.open(path, std::ios::binary | std::ios::trunc);
+OutputFile::OutputFile(std::string path, MissingFolders folders) : path_(std::move(path)) {
+    const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
+    std::error_code error;
+    if (folders == MissingFolders::Create && !folder.empty()) {
+        std::filesystem::create_directories(folder, error);
+    }
+    errno = 0;
+    stream_.open(path_, std::ios::binary | std::ios::trunc);
+    if (stream_) return;
+    noteFailure();
+    if (error) failure_ = error.message();  // more exact than "No such file or directory"
 }
 
 void OutputFile::write(const char* bytes, std::size_t count) {
-    if (stream_) stream_.write(bytes, static_cast<std::streamsize>(count));
+    if (!stream_) return;
+    errno = 0;
+    stream_.write(bytes, static_cast<std::streamsize>(count));
+    if (!stream_) noteFailure();
 }
 
 bool OutputFile::close() {
-    if (!stream_.is_open()) return false;
-    stream_.flush();
-    stream_.close();
-    return static_cast<bool>(stream_);
+    if (stream_.is_open()) {
+        errno = 0;
+        stream_.close();  // writes what is still in the buffer
+        if (!stream_) noteFailure();
+    }
+    if (failure_.empty()) return true;
+    const std::string folder = std::filesystem::path(path_).parent_path().string();
+    warnOnce("OutputFile " + folder,
+             "'" + path_ + "' cannot be written: " + failure_ +
+                 "; the run goes on, and later failures in this folder are not reported");
+    return false;
+}
+
+// errno is that of the failed call; the standard library may leave it at 0.
+void OutputFile::noteFailure() {
+    if (!failure_.empty()) return;
+    failure_ = errno != 0 ? std::generic_category().message(errno) : "unknown error";
 }
 
 VtkText::VtkText(const char* title, const char* format, const char* dataset) {
@@ -36,11 +62,10 @@ VtkText& VtkText::operator<<(const char* text) {
     return *this;
 }
 
-VtkText& VtkText::operator<<(long long value) {
+void VtkText::integer(long long value) {
     char buffer[24];
     const auto end = std::to_chars(buffer, buffer + sizeof buffer, value);
     text_.append(buffer, end.ptr);
-    return *this;
 }
 
 void VtkText::fixed(double value) {
@@ -69,6 +94,12 @@ void VtkText::row(const Eigen::Vector2d& values) {
 void VtkText::row(double value) {
     fixed(value);
     text_ += '\n';
+}
+
+bool VtkText::save(const std::string& path) const {
+    OutputFile file(path);
+    file.write(text_);
+    return file.close();
 }
 
 }  // namespace drelt

@@ -29,7 +29,7 @@ std::string sourcePath(const char* file) {
 }  // namespace
 
 void failDeviceCall(cudaError_t status, const char* statement, const char* file, int line) {
-    // destructors that run at exit free device memory that is gone: they have nothing more to say
+    // at exit, destructors free device memory that is already gone: only the first failure is reported
     static std::atomic<bool> ending{false};
     if (ending.exchange(true)) std::_Exit(1);
     std::fflush(stdout);
@@ -41,7 +41,7 @@ void failDeviceCall(cudaError_t status, const char* statement, const char* file,
 
 void requireDevice(int device, const char* what) {
     const int gpus = gpu::deviceCount();
-    const int devices = gpus > 0 ? gpus : 1;  // without a GPU, 0 is the host's threads
+    const int devices = gpus > 0 ? gpus : 1;  // without a GPU, id 0 is the host's threads
     if (device >= kHostDevice && device < devices) return;
     throw std::invalid_argument(std::string(what) + ": device id " + std::to_string(device) +
                                 " names no device; give " +

@@ -1,5 +1,5 @@
-// The one check of device calls: a failure prints one line on standard error, resets the device and
-// ends the process with status 1. Nothing recovers from a device failure.
+// The check of all device calls. A failure prints one line on standard error, resets the device and ends
+// the process with status 1; nothing recovers from it.
 #pragma once
 
 #include "platform/runtime.h"
@@ -15,16 +15,16 @@ inline void checkDeviceCall(cudaError_t status, const char* statement, const cha
     if (status != cudaSuccess) failDeviceCall(status, statement, file, line);
 }
 
-// For ids that a script gives. Throws std::invalid_argument for an id that names no device; `what` begins
-// the message ("make_simulator").
+// Call it for each device id that a script gives, before anything is changed. Throws
+// std::invalid_argument if no device has this id. The message begins with `what` ("make_simulator").
 void requireDevice(int device, const char* what);
 
 }  // namespace drelt::platform
 
-// Checks one device call; the text of the statement is quoted as it stands in the source.
+// Checks one device call; the message quotes the statement from the source.
 #define checkCudaErrors(statement) \
     ::drelt::platform::checkDeviceCall((statement), #statement, __FILE__, __LINE__)
 
-// The same for statements that are reported under a fixed line number.
+// The same, with a fixed line number in the message.
 #define checkCudaErrorsAtLine(line, statement) \
     ::drelt::platform::checkDeviceCall((statement), #statement, __FILE__, line)

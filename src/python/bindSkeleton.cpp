@@ -59,20 +59,22 @@ void bindFactories(py::module_& module) {
 }
 
 void bindJoint(Class<skJoint>& joint) {
-    joint.def("getJointType", &skJoint::getJointType, "Type in the description: 'revolute', ...")
+    joint
+        .def("getJointType", &skJoint::getJointType,
+             "Joint type as in the description, such as 'revolute'.")
         .def("getName", &skJoint::getName, "Name of the joint's node.")
         .def("getNumDofs", &skJoint::getNumDofs, "Number of degrees of freedom (DOFs).")
         .def("setCommand", &skJoint::setCommand, py::arg("command"),
              "Commands of all DOFs for the next step. The actuator says what they mean\n"
-             "(forces, velocities). Like all setters with a vector, raises ValueError for\n"
-             "another length; like all setters, for a number that is not finite.")
+             "(forces, velocities). All setters raise ValueError for a number that is not\n"
+             "finite; those with a vector also raise it for another length.")
         .def("setForce", &skJoint::setForce, py::arg("force"),
              "Forces [N] or moments [N m] for the next step. They act only if the actuator\n"
              "is 'force'; otherwise a warning is printed once.")
         .def("setPositions", &skJoint::setPositions, py::arg("positions"), "[m] or [rad].")
         .def("setPosition", &skJoint::setPosition, py::arg("dof"), py::arg("position"),
-             "One DOF. Like all setters of one DOF, raises IndexError for a DOF that does\n"
-             "not exist.")
+             "One DOF. All setters of one DOF raise IndexError for a DOF that does not\n"
+             "exist.")
         .def("getPositions", &skJoint::getPositions, "[m] or [rad], one per DOF.")
         .def("getVelocities", &skJoint::getVelocities, "[m/s] or [rad/s], one per DOF.")
         .def("setVelocity", &skJoint::setVelocity, py::arg("dof"), py::arg("velocity"), "One DOF.")
@@ -117,9 +119,9 @@ void bindPose(Class<skSystem>& system) {
              "Raises ValueError for a number that is not finite.")
         .def("sample", &skSystem::sample, py::arg("sampleNum"),
              "Places about sampleNum new samples. They stay in the rest pose until the next\n"
-             "update(). Each call counts the surface again, so a second call places half as\n"
-             "many. Raises ValueError for a number that is negative or does not fit into\n"
-             "memory.")
+             "update(). Each call adds the mesh area to the total again, so a second call\n"
+             "places half as many. Raises ValueError for a number that is negative or does\n"
+             "not fit into memory.")
         .def("getBaseLinkFwd", &skSystem::getBaseLinkFwd, "Forward axis, world, shape (3,).")
         .def("getBaseLinkRight", &skSystem::getBaseLinkRight, "Right axis, world, shape (3,).")
         .def("getBaseLinkUp", &skSystem::getBaseLinkUp, "Up axis, world, shape (3,).")
@@ -156,9 +158,8 @@ void bindState(Class<skSystem>& system) {
              "that is not finite.")
         .def("getCommands", &skSystem::getCommands, "Commands of the actuated DOFs.")
         .def("setCommands", &skSystem::setCommands, py::arg("commands"),
-             "Commands of the actuated DOFs for the next step. Raises ValueError for another "
-             "length\n"
-             "and for a number that is not finite.")
+             "Commands of the actuated DOFs for the next step. Raises ValueError for another\n"
+             "length and for a number that is not finite.")
         .def("getMarkers", &skSystem::getMarkers, "The probes on the body's skin.");
 }
 
@@ -202,7 +203,7 @@ void bindSkeleton(py::module_& module) {
 
     bindFactories(module);
     description.def(py::init<const std::string&, int>(), py::arg("model_file"), py::arg("gpuId"),
-                    "As make_skeletonSystem.");
+                    "The same as make_skeletonSystem.");
     bindJoint(joint);
     bindLink(link);
     bindMarkers(markers);

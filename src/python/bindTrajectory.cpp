@@ -5,7 +5,6 @@
 #include <memory>
 #include <vector>
 
-#include "output/LineWriter.h"
 #include "output/mlVTKWrtier.h"
 #include "python/bindings.h"
 #include "trajectory/mlSimplePDControl_1D.h"
@@ -28,8 +27,8 @@ using LineClass = py::class_<mlVTKLine, std::shared_ptr<mlVTKLine>>;
 using WriterClass = py::class_<mlVTKWrtier, std::shared_ptr<mlVTKWrtier>>;
 using ControllerClass = py::class_<mlSimplePDControl_1D, std::shared_ptr<mlSimplePDControl_1D>>;
 
-// An attribute that reads as a copy. With def_readwrite, arrays would be views of the member: they
-// would change with it, and dangle once it grows.
+// Binds an attribute whose getter returns a copy. With def_readwrite, arrays would be views of the
+// member: they would change with it, and dangle once it grows.
 template <class Class, class Bound, class Value>
 void bindCopied(Class& bound, const char* name, Value Bound::*member, const char* text) {
     bound.def_property(
@@ -58,7 +57,7 @@ void bindPoints(PointClass& point, PosePointClass& posePoint) {
     bindCopied(point, "data", &Point::data,
                "World position [m], shape (3,). Reading gives a copy: assign a whole vector.");
 
-    posePoint.def(py::init<>(), "As make_tpPoint.")
+    posePoint.def(py::init<>(), "The same as make_tpPoint.")
         .def("getPosition", &mlTPTrajectoryPData::getPosition, py::return_value_policy::copy,
              "World position on the path [m], shape (3,).")
         .def("getOrientation", &mlTPTrajectoryPData::getOrientation, py::return_value_policy::copy,
@@ -95,7 +94,7 @@ void bindPoseQueries(PoseTrajectoryClass& trajectory) {
 }
 
 void bindPoses(PoseTrajectoryClass& trajectory) {
-    trajectory.def(py::init<>(), "As make_trajectory.")
+    trajectory.def(py::init<>(), "The same as make_trajectory.")
         .def("sample", &mlTPTrajectory::sample, py::arg("sample_num"),
              "Replaces the samples by sample_num poses at even steps of the curve's parameter,\n"
              "without its end. Raises RuntimeError before fit, ValueError for a negative number\n"
@@ -124,10 +123,11 @@ void bindLines(LineClass& line, WriterClass& writer) {
                "List of world positions [m], each of shape (3,). Reading gives a copy: assign a\n"
                "whole list.");
     writer
-        .def_static("writeLines", &writeLines, py::arg("lines"), py::arg("file_path"),
+        .def_static("writeLines", &mlVTKWrtier::writeLines, py::arg("lines"), py::arg("file_path"),
                     "Writes a list of debugLine. Returns False if the file cannot be written.")
         .def_static(
-            "writeTrajectory", &writeTrajectory, py::arg("trajectory"), py::arg("file_path"),
+            "writeTrajectory", &mlVTKWrtier::writeTrajectory, py::arg("trajectory").none(false),
+            py::arg("file_path"),
             "Writes the fitted curve with its first derivatives, 200 samples per control\n"
             "point. Returns False if the file cannot be written. Raises RuntimeError before\n"
             "fit and ValueError for fewer than four control points, before it touches the\n"
@@ -137,7 +137,7 @@ void bindLines(LineClass& line, WriterClass& writer) {
 void bindController(ControllerClass& controller) {
     controller
         .def(py::init<double, double, double>(), py::arg("Kp"), py::arg("Kd"), py::arg("timestep"),
-             "As make_controller.")
+             "The same as make_controller.")
         .def(
             "feedback", &mlSimplePDControl_1D::feedback, py::arg("value"), py::arg("timestep"),
             "Takes the value measured timestep [s] after the previous one and returns the output.\n"
@@ -174,10 +174,10 @@ void bindTrajectory(py::module_& module) {
         "to the body's projection on the path. It raises IndexError without samples and for an\n"
         "index past the last one.");
     LineClass line(module, "debugLine", "A line through vertices, for VTKWriter.");
-    WriterClass writer(module, "VTKWriter",
-                       "Writes VTK legacy files as text, and makes missing folders. It reports a "
-                       "file that\n"
-                       "it cannot write only by returning False.");
+    WriterClass writer(
+        module, "VTKWriter",
+        "Writes VTK legacy files as text, and makes missing folders. For a file that\n"
+        "cannot be written, it returns False and prints a warning, once per folder.");
     ControllerClass controller(
         module, "PDControl1D",
         "Proportional-derivative controller of one value. Its output is\n"

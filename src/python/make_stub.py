@@ -1,7 +1,7 @@
 """make_stub.py FOLDER: writes the type stub of the package drelt in FOLDER, from the module itself.
 
 pybind11-stubgen writes what the module's own signatures say. This adds what they cannot say: which
-conversions the arguments go through, what may be None, and which classes scripts cannot make.
+types arguments are converted from, what may be None, and which classes scripts cannot make.
 """
 
 import re
@@ -13,7 +13,7 @@ from types import WrapperDescriptorType
 from pybind11_stubgen import main as write_stub
 
 ARRAY = re.compile(r"numpy\.ndarray\b")
-# anything that numpy makes an array of, a list of any kind, what converts to an integer
+# parameters take whatever numpy can make an array of, any sequence, whatever converts to an integer
 TAKEN = (
     (ARRAY, "numpy.typing.ArrayLike"),
     (re.compile(r"\blist\["), "typing.Sequence["),
@@ -43,7 +43,7 @@ def substituted(text, rules):
 
 
 def signature(line):
-    """A line "def name(parameters) -> result:" with the types that users need."""
+    """Gives a line "def name(parameters) -> result:" the types that users need."""
     taken, arrow, given = line.rpartition(" -> ")
     given = substituted(given, GIVEN)
     if JOINED_FLAGS.search(taken):
@@ -56,14 +56,14 @@ def signature(line):
 
 
 def with_refused_constructor(text, name):
-    """The class's block with an __init__ before its first member."""
+    """The text with an __init__ before the first member of the class."""
     at = text.index(f"\nclass {name}(")
     first = re.compile(r"^    (?:def|@)", re.MULTILINE).search(text, at).start()
     return text[:first] + NO_CONSTRUCTOR + text[first:]
 
 
 def stub(module, folder):
-    # m is the number of rows in the shapes of the module's signatures
+    # the module's signatures write m for any number of rows
     options = ["--numpy-array-remove-parameters", "--ignore-unresolved-names=^m$", "--exit-code"]
     write_stub([module.__name__, "-o", str(folder), *options])
     (written,) = Path(folder).rglob("*.pyi")

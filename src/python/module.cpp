@@ -13,8 +13,8 @@ namespace py = pybind11;
 
 namespace {
 
-// Binds one group, in which scripts see the functions before the classes. The binders make the classes
-// first, because a signature can name only classes that exist. So this moves them behind.
+// Binds one group. Scripts see its functions before its classes, but the binders make the classes first,
+// because a signature can name only classes that exist. So this moves the classes to the end.
 void bindGroup(py::module_& module, std::initializer_list<void (*)(py::module_&)> binders) {
     const py::dict names = module.attr("__dict__");
     const std::size_t before = names.size();
@@ -70,7 +70,7 @@ void refuseUnconstructed(const py::module_& module) {
 
 PYBIND11_MODULE(drelt, module) {
     module.doc() = "pybind11 example plugin";  // sic: prescribed text
-    // Classes, and pickles of their members, name the module that they come from: the package.
+    // While the classes are made, the module has the package's name, so classes and pickles name the package.
     const py::object loadedAs = module.attr("__name__");
     module.attr("__name__") = "drelt";
     bindGroup(module, {drelt::bindEnumerations});

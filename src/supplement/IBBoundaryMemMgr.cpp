@@ -76,7 +76,8 @@ void IBBoundaryMemMgr::upload() {
 void IBBoundaryMemMgr::download() {
     cudaSetDevice(gpuDeviceId);
     _MLCuMemcpy(mllagbndHost, mllaboundary_gpu, sizeof(mlLagrangeBoundary), cudaMemcpyDeviceToHost);
-    // The copied list is the bytes of another vector; this record must not release them.
+    // The copy of reservedList is the bytes of another vector. A new empty list replaces it, because this
+    // record must not release the other's memory.
     new (&mllagbndHost->reservedList) std::vector<int>();
     forEachArray(*this, [&](const auto& array, auto* there, Back back) {
         if (back == Back::Yes) array.download(there, *mllaboundary, mllaboundary->count);

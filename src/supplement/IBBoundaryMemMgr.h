@@ -17,7 +17,7 @@ public:
     IBBoundaryMemMgr(const IBBoundaryMemMgr&) = delete;
     IBBoundaryMemMgr& operator=(const IBBoundaryMemMgr&) = delete;
 
-    // Sets the host record that is mirrored; it must outlive the mirror or be replaced by another.
+    // Sets the host record that is mirrored. The record must live until the mirror is gone or gets another.
     void bindHostRecord(mlLagrangeBoundary* record) { mllaboundary = record; }
     // Allocates the device record and its arrays for the count of the host record; frees earlier ones.
     void allocate();

@@ -1,5 +1,5 @@
-// Arrays of a record that stand on the host and, under the same field, on a device. An owner lists its
-// arrays once and visits the list to allocate, copy and free them.
+// Arrays of a record on the host with a copy on a device, under the same field. An owner lists its arrays
+// once and visits the list to allocate, copy and free them.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 
 namespace drelt {
 
-// The source file that owns a mirror, and the names of the two records in it: failure messages quote
-// each statement as it would stand there.
+// The source file that owns a mirror, and the names of the two records in it. Failure messages quote
+// each statement as that file would write it.
 struct MirrorOwner {
     const char* hostRecord;
     const char* deviceRecord;
@@ -35,8 +35,8 @@ template <>
 inline constexpr const char* kTypeName<MLFluidParam> = "MLFluidParam";
 
 // One array of the list: the field that points to it and its name. A record of `count` items has
-// perItem * count entries, or a single one where perItem is 0. Messages call the device pointer
-// STEM_dev, where the stem is the name unless another is given.
+// perItem * count entries, or a single one if perItem is 0. Messages call the device pointer
+// STEM_dev. The stem is the name unless another is given.
 template <class Record, class T>
 class MirroredArray {
 public:

@@ -1,4 +1,4 @@
-// Where a scene is seen from, and how.
+// The camera: position, directions, and the matrices that follow from them.
 #pragma once
 
 #include <Eigen/Core>
@@ -16,14 +16,14 @@ struct Camera {
     float pitch = 0;  // [degrees]
     float zoom = 45;  // vertical field of view [degrees]
 
-    // Looks from eye to target with worldUp upwards. Where the target is the eye, or lies straight
-    // above or below, the directions are not numbers.
+    // Looks from eye to target with worldUp upwards. If the target is the eye, or lies straight above or
+    // below it, the directions are NaN.
     void lookAt(const Eigen::Vector3f& eye, const Eigen::Vector3f& target,
                 const Eigen::Vector3f& upwards);
 
     // World to eye: right-handed, looking along -z.
     Eigen::Matrix4f view() const;
-    // Eye to clip space, with a near and a far plane; aspect is width over height.
+    // Eye to clip space between a near and a far plane; aspect is width over height.
     Eigen::Matrix4f perspective(float aspect, float near, float far) const;
 };
 

@@ -29,7 +29,7 @@ bool FrameBuffer::setup(int width, int height) {
     height_ = height;
     glGenFramebuffers(1, &id_);
     glBindFramebuffer(GL_FRAMEBUFFER, id_);
-    // of the formats with 8 bits a colour, the one that every OpenGL 3.3 must be able to draw into
+    // the format with 8 bits per colour that every OpenGL 3.3 can draw into
     colour_ = attachStorage(GL_COLOR_ATTACHMENT0, GL_RGBA8, width, height);
     depth_ = attachStorage(GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT24, width, height);
     return glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;

@@ -1,5 +1,5 @@
-// The frame's own memory: what has been drawn can be read back with certainty, whatever a window
-// system does with its buffers, and is the same with a window and without.
+// The memory that frames are drawn into. Unlike the buffers of a window it can always be read back, and
+// it gives the same images with and without a window.
 #pragma once
 
 #include <cstdint>
@@ -7,18 +7,18 @@
 
 namespace drelt {
 
-// A framebuffer object with 8 bits a colour and depth, without multisampling. Every call needs the
-// context current, in which it was made.
+// A framebuffer object with 8 bits per colour and a depth buffer, without multisampling. For every call
+// the context in which it was set up must be current.
 class FrameBuffer {
 public:
-    // Returns false where the driver cannot make one of this size.
+    // Returns false if the driver cannot make one of this size.
     bool setup(int width, int height);
     void release();
 
     unsigned id() const { return id_; }
-    // Makes it the target of all drawing.
+    // Directs all drawing to it.
     void bind() const;
-    // Red, green and blue of each pixel, rows from the bottom to the top, without padding.
+    // Red, green and blue of each pixel; rows from bottom to top, without padding.
     std::vector<std::uint8_t> readPixels() const;
 
 private:

@@ -1,4 +1,4 @@
-// Windows by GLFW, loaded when the first one is opened.
+// Windows by GLFW, which is loaded when the first one is opened.
 #define GLFW_INCLUDE_NONE
 #include <GLFW/glfw3.h>
 #include <glad/gl.h>
@@ -42,10 +42,10 @@ struct Glfw {
     }
 };
 
-// GLFW from its start to its end, shared by all windows: the last one terminates it.
+// The running GLFW, shared by all windows: the last one terminates it.
 class GlfwSession {
 public:
-    // Null where GLFW is not installed or finds no display.
+    // Null if GLFW is not installed or finds no display.
     static std::shared_ptr<GlfwSession> get() {
         static std::weak_ptr<GlfwSession> running;
         std::shared_ptr<GlfwSession> session = running.lock();
@@ -70,7 +70,7 @@ class GlfwWindow final : public RenderContext {
 public:
     GlfwWindow(std::shared_ptr<GlfwSession> session, GLFWwindow* window)
         : session_(std::move(session)), glfw_(session_->glfw), window_(window) {
-        // frames are shown when a script has made them, not at the display's pace
+        // do not wait for the display's refresh
         const CurrentContext current(*this);
         glfw_.swapInterval(0);
     }
@@ -88,7 +88,7 @@ public:
 
     void present(unsigned framebuffer, int width, int height) override {
         int shownWidth = 0;
-        int shownHeight = 0;  // the user may have resized the window
+        int shownHeight = 0;  // the user can resize the window
         glfw_.getFramebufferSize(window_, &shownWidth, &shownHeight);
         glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
         glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
@@ -113,7 +113,8 @@ std::unique_ptr<RenderContext> openWindow() {
     glfw.windowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
     glfw.windowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
     glfw.windowHint(GLFW_VISIBLE, GLFW_FALSE);
-    constexpr int kSide = 64;  // a window system that cannot show the frame's size ends the process
+    constexpr int kSide =
+        64;  // small: some window systems end the process if a window is too large
     GLFWwindow* const window = glfw.createWindow(kSide, kSide, "renderer", nullptr, nullptr);
     if (window == nullptr) return nullptr;
     return std::make_unique<GlfwWindow>(std::move(session), window);

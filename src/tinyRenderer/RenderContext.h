@@ -14,21 +14,21 @@ public:
     RenderContext& operator=(const RenderContext&) = delete;
     virtual ~RenderContext() = default;
 
-    // Makes the context that of this thread, or leaves the thread without one.
+    // Makes the context current on this thread, or leaves the thread without one.
     virtual void makeCurrent() = 0;
     virtual void makeNoneCurrent() = 0;
-    // What finds the entry points of OpenGL by name.
+    // The function that finds the entry points of OpenGL by name.
     virtual EntryPoint (*entryPoints() const)(const char*) = 0;
-    // Answers the window system, so that it does not take the window for a dead one.
+    // Answers the window system, which would otherwise report that the window hangs.
     virtual void pollEvents() {}
-    // Makes what shows the frames appear, at this size; before it nothing is seen. The driver has been
-    // found able to draw images of this size by then.
+    // Opens what shows the frames, at this size. Call it when the driver is known to draw images of this
+    // size.
     virtual void show(int /*width*/, int /*height*/) {}
-    // Shows the frame of a framebuffer object of width x height pixels. Needs the context current.
+    // Shows the frame of a framebuffer object of width x height pixels. The context must be current.
     virtual void present(unsigned /*framebuffer*/, int /*width*/, int /*height*/) {}
 };
 
-// Makes a context current as long as it lives, and then none: so any thread may draw the next frame.
+// Makes a context current for its scope, and none afterwards, so that any thread can draw the next frame.
 class CurrentContext {
 public:
     explicit CurrentContext(RenderContext& context) : context_(context) { context.makeCurrent(); }
@@ -40,10 +40,10 @@ private:
     RenderContext& context_;
 };
 
-// A window with a context (GLFW), small and hidden until its show(). Null where there is no display,
-// or none with OpenGL 3.3.
+// A window with a context (GLFW), hidden until show(). Null if there is no display, or none with
+// OpenGL 3.3.
 std::unique_ptr<RenderContext> openWindow();
-// A context without any surface (EGL), for machines without a display. Null where there is none.
+// A context without a surface (EGL), for machines without a display. Null if there is none.
 std::unique_ptr<RenderContext> makeSurfacelessContext();
 
 }  // namespace drelt

@@ -12,8 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Folder of the module or program that holds this code. Taken when it is loaded: its name may be
-// relative to the working directory of that time.
+// Folder of the module or program that holds this code. Read when the code is loaded, because the name
+// can be relative to the working directory at that moment.
 const fs::path programFolder = [] {
     static const char here = 0;
     Dl_info found{};
@@ -22,7 +22,7 @@ const fs::path programFolder = [] {
     return fs::absolute(found.dli_fname, error).parent_path();
 }();
 
-// Installed, the shaders lie beside the module; else they are taken from the sources.
+// An installed module has the shaders beside it; otherwise they are in the sources.
 std::string builtInRoot() {
     std::error_code error;
     const fs::path installed = programFolder / "drelt-renderer";

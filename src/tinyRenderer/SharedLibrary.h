@@ -1,17 +1,17 @@
-// A shared library that is looked for at run time.
+// A shared library that is loaded at run time, if there is one.
 #pragma once
 
 namespace drelt {
 
-// Opened for the life of the process: drivers leave threads and exit handlers behind.
+// Stays open until the process ends: drivers leave threads and exit handlers behind.
 class SharedLibrary {
 public:
-    // No error where there is no such library; then isOpen is false.
+    // A missing library is no error; then isOpen is false.
     explicit SharedLibrary(const char* soname);
 
     bool isOpen() const { return handle_ != nullptr; }
 
-    // Sets `function` to the library's function of this name, and returns whether there is one.
+    // Sets `function` to the library's function of this name; returns whether there is one.
     template <class Function>
     bool find(const char* name, Function*& function) const {
         function = reinterpret_cast<Function*>(address(name));

@@ -7,9 +7,9 @@ namespace drelt {
 namespace {
 
 constexpr int kVertices = 36;
-constexpr int kFloats = 6;  // a vertex: position, normal
+constexpr int kFloats = 6;  // per vertex: position and normal
 
-// Two triangles a face.
+// Two triangles per face.
 // clang-format off
 constexpr float kCube[kVertices * kFloats] = {
     // back
@@ -68,7 +68,7 @@ void glCube::setup() {
     glBufferData(GL_ARRAY_BUFFER, sizeof(kCube), kCube, GL_STATIC_DRAW);
     glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, stride, nullptr);
     glEnableVertexAttribArray(0);
-    // the offset of the normal, which OpenGL takes as a pointer
+    // OpenGL takes the offset of the normal as a pointer
     const void* const normal = static_cast<const char*>(nullptr) + 3 * sizeof(float);
     glVertexAttribPointer(1, 3, GL_FLOAT, GL_FALSE, stride, normal);
     glEnableVertexAttribArray(1);

@@ -1,4 +1,4 @@
-// What a renderer draws.
+// The base of all drawables.
 #pragma once
 
 #include <Eigen/Core>
@@ -7,31 +7,32 @@ namespace drelt {
 
 class Shader;
 
-// A drawable belongs to one renderer. All but construction and destruction need its context current.
+// A drawable belongs to one renderer. Except for construction and destruction, the renderer's context must
+// be current.
 class glObject {
 public:
     virtual ~glObject() = default;
     glObject(const glObject&) = delete;
     glObject& operator=(const glObject&) = delete;
 
-    // Once, before the first frame that shows it.
+    // Called once, before the first frame that shows the drawable.
     virtual void setup() = 0;
-    // In every frame, before anything is drawn.
+    // Called in every frame before anything is drawn.
     virtual void update() = 0;
-    // Once, when the renderer ends.
+    // Called once, when the renderer ends.
     virtual void release() = 0;
-    // Draws nothing with a shader that cannot draw.
+    // Draws nothing if the shader cannot draw.
     virtual void draw(const Shader& shader) = 0;
 
-    // Whether it is drawn in one colour; else it is lit.
+    // Whether it is drawn in one colour; otherwise it is lit.
     bool isFlat() const { return flat_; }
 
 protected:
     explicit glObject(bool flat = false) : flat_(flat) {}
 
-    // Takes the shader and the model matrix into use; returns false where the shader cannot draw.
+    // Makes the shader current and sets the model matrix; returns false if the shader cannot draw.
     bool begin(const Shader& shader) const;
-    // Fills a vertex buffer with 3-vectors and ties it to an attribute of the bound vertex array.
+    // Fills a vertex buffer with 3-vectors and binds it to an attribute of the bound vertex array.
     static void setupVectors(unsigned buffer, unsigned attribute, std::ptrdiff_t count,
                              const Eigen::Vector3d* vectors, unsigned usage);
 

@@ -10,7 +10,7 @@
 
 namespace drelt {
 
-// One of the model's meshes: importers split a skin by its materials.
+// One of the model's meshes; importers split a skin by material.
 struct glSkMesh::Part {
     explicit Part(std::shared_ptr<MeshData> shown)
         : mesh(std::move(shown)),
@@ -28,7 +28,7 @@ struct glSkMesh::Part {
     GLuint indexBuffer = 0;
     GLuint positionBuffer = 0;
     GLuint normalBuffer = 0;
-    // The transforms that made what the buffers hold: the node's, then the bones'.
+    // The transforms at the latest upload: that of the node, then those of the bones.
     std::vector<Eigen::Isometry3d> uploaded;
 
 private:
@@ -42,7 +42,7 @@ void glSkMesh::Part::setup() {
     glGenBuffers(1, &normalBuffer);
     glGenBuffers(1, &indexBuffer);
     glBindVertexArray(vertexArray);
-    // vertices come with the update that precedes every frame
+    // the update before every frame uploads the vertices
     setupVectors(positionBuffer, 0, vertexCount, nullptr, GL_DYNAMIC_DRAW);
     setupVectors(normalBuffer, 1, vertexCount, nullptr, GL_DYNAMIC_DRAW);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
@@ -52,7 +52,7 @@ void glSkMesh::Part::setup() {
     uploaded.clear();
 }
 
-// The rest pose never changes, so the skin moves with the transforms alone.
+// The rest pose never changes, so the skin moves only if a transform has changed.
 bool glSkMesh::Part::hasMoved() const {
     const host_MeshData& data = mesh->data_cpu;
     if (uploaded.size() != data.bone_transforms.size() + 1) return true;

@@ -12,14 +12,14 @@ namespace drelt {
 class MeshData;
 class SkeletalMesh;
 
-// Lit. Shows the pose that the mesh's nodes have at each frame, which is the body's as of its latest
-// step. The numbers of vertices and triangles are those at construction.
+// Lit. Each frame shows the pose of the mesh's nodes, which is that of the body after its latest step. The
+// numbers of vertices and triangles are those at construction.
 class glSkMesh final : public glObject {
 public:
     explicit glSkMesh(std::shared_ptr<SkeletalMesh> mesh);
     ~glSkMesh() override;
     void setup() override;
-    // Brings the mesh's skin to the host, and from there to OpenGL where it has moved.
+    // Copies the skin to the host, and to OpenGL if it has moved.
     void update() override;
     void release() override;
     void draw(const Shader& shader) override;

@@ -8,8 +8,8 @@
 
 namespace drelt {
 
-// In one colour. Shows the points that the trajectory has at setup, joined by straight lines; the
-// last one is left out.
+// In one colour. Shows the points that the trajectory has at setup, joined by straight lines, without the
+// last one.
 class glTrajectory final : public glObject {
 public:
     explicit glTrajectory(std::shared_ptr<const mlTrajectory<double, 3>> trajectory);

@@ -4,11 +4,12 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skSystem.h"
+#include "output/OutputFile.h"
+#include "platform/messages.h"
 #include "tinyRenderer/RenderContext.h"
 #include "tinyRenderer/Shader.h"
 #include "tinyRenderer/ShaderPath.h"
@@ -20,34 +21,28 @@ namespace drelt {
 
 namespace {
 
-// Prints a line at once, however the output is buffered: it may be the last one of a process.
-void sayNow(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
-}
-
-// Says once a kind of context which one is in use.
+// Says which kind of context is in use, once per kind.
 std::unique_ptr<RenderContext> openContext() {
     const auto say = [](bool& said, const char* what) {
-        if (!said) sayNow(what);
+        if (!said) inform("[Info] renderer: %s\n", what);
+        std::fflush(stdout);  // a driver may end the process
         said = true;
     };
     static bool saidWindow = false;
     static bool saidSurfaceless = false;
     auto context = openWindow();
     if (context != nullptr) {
-        say(saidWindow, "[Info] renderer: draws in a window (GLFW)");
+        say(saidWindow, "draws in a window (GLFW)");
         return context;
     }
     context = makeSurfacelessContext();
-    if (context != nullptr) {
-        say(saidSurfaceless, "[Info] renderer: no window can be had, draws without one (EGL)");
-    }
+    if (context != nullptr)
+        say(saidSurfaceless, "no window can be opened, draws without one (EGL)");
     return context;
 }
 
 int checkedSide(int size, const char* what) {
-    constexpr int kLargestSide = 16384;  // what OpenGL drivers draw at most
+    constexpr int kLargestSide = 16384;  // the largest that OpenGL drivers draw
     if (size > 0 && size <= kLargestSide) return size;
     throw std::invalid_argument(std::string("the renderer's ") + what + " is " +
                                 std::to_string(size) + " pixels; give 1 to " +
@@ -80,20 +75,22 @@ void tinyRenderer::initialise() {
     auto context = openContext();
     if (context == nullptr) {
         return fail("Failed to create GLFW window",
-                    "this machine gave render() no OpenGL 3.3 context, install libglfw3 or libegl1 "
+                    "this machine gave render() no OpenGL 3.3 context; install libglfw3 or libegl1 "
                     "and an OpenGL driver");
     }
     const CurrentContext current(*context);
     if (gladLoadGL(context->entryPoints()) == 0) {
         return fail("Failed to initialize GLAD",
-                    "the OpenGL driver lacks functions of OpenGL 3.3, install another one");
+                    "the OpenGL driver lacks functions of OpenGL 3.3; install another one");
     }
     if (!frame_.setup(width_, height_)) {
         frame_.release();
         const std::string reason = "the OpenGL driver cannot draw images of " +
                                    std::to_string(width_) + " x " + std::to_string(height_) +
                                    " pixels";
-        return fail("[warning] renderer: " + reason, reason + ", make a smaller renderer");
+        warn("renderer: " + reason);
+        failure_ = reason + "; make a smaller renderer";
+        return;
     }
     loadShaders();
     context->show(width_, height_);
@@ -101,7 +98,8 @@ void tinyRenderer::initialise() {
 }
 
 void tinyRenderer::fail(const std::string& said, const std::string& reason) {
-    sayNow(said);
+    std::puts(said.c_str());
+    std::fflush(stdout);
     failure_ = reason;
 }
 
@@ -157,10 +155,10 @@ void tinyRenderer::savePPM(const std::string& fileName) const {
     }
     const CurrentContext current(*context_);
     const std::vector<std::uint8_t> pixels = frame_.readPixels();
-    std::ofstream file(fileName, std::ios::binary | std::ios::trunc);
-    file << "P6\n" << width_ << " " << height_ << "\n255\n";
-    file.write(reinterpret_cast<const char*>(pixels.data()),
-               static_cast<std::streamsize>(pixels.size()));
+    OutputFile file(fileName, OutputFile::MissingFolders::Keep);
+    file.write("P6\n" + std::to_string(width_) + " " + std::to_string(height_) + "\n255\n");
+    file.write(reinterpret_cast<const char*>(pixels.data()), pixels.size());
+    file.close();
 }
 
 void tinyRenderer::setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,

@@ -1,4 +1,4 @@
-// A frame grabber: draws a scene and saves the frame as an image.
+// The renderer: draws a scene and saves frames as images.
 #pragma once
 
 #include <Eigen/Core>
@@ -17,25 +17,24 @@ class RenderContext;
 class Shader;
 class skSystem;
 
-// Order of use: add drawables, set camera and light, and render and savePPM for each frame. Frames
-// are drawn into memory of their own, and shown in a window where there is a display. Lengths in
-// metres, world axes; colours from 0 to 1. Several renderers may be used in turn, from one thread at a
-// time.
+// Order of use: add drawables, set camera and light, then render and savePPM for each frame. Frames are
+// drawn into a framebuffer, and shown in a window if there is a display. Lengths are in metres along world
+// axes, colours from 0 to 1. Several renderers can be used in turn, from one thread at a time.
 class tinyRenderer {
 public:
     // Image size in pixels, distances of the near and far plane. Nothing is opened before the first
-    // frame. Raises std::invalid_argument for a side that is not positive or above 16384.
+    // frame. Throws std::invalid_argument for a side that is not positive or above 16384.
     tinyRenderer(int width, int height, float near, float far);
     ~tinyRenderer();
     tinyRenderer(const tinyRenderer&) = delete;
     tinyRenderer& operator=(const tinyRenderer&) = delete;
 
-    // Draws one frame. The first call says on standard output which context it draws in; where none
-    // can be had it says that, and no call draws anything.
+    // Draws one frame. The first call prints which kind of context it uses. If there is none, it prints
+    // that, and no call draws anything.
     void render();
-    // Writes the latest frame as a binary PPM, rows from the bottom of the image to its top. A file that
-    // cannot be opened is passed over. Raises std::runtime_error, with the reason, where no frame has
-    // been drawn.
+    // Writes the latest frame as a binary PPM, rows from bottom to top. A file that cannot be written
+    // gives one warning per folder on standard error. Throws std::runtime_error with the reason if no frame
+    // has been drawn.
     void savePPM(const std::string& fileName) const;
 
     void setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,
@@ -45,9 +44,9 @@ public:
                   const Eigen::Vector3f& diffuse = Eigen::Vector3f::Ones(),
                   const Eigen::Vector3f& specular = Eigen::Vector3f::Ones());
 
-    // Drawables appear from the next frame on, and are drawn in the order of adding.
+    // Drawables appear from the next frame on and are drawn in the order of adding.
     void addCube();
-    // Raise std::invalid_argument for a null pointer.
+    // Throw std::invalid_argument for a null pointer.
     void addDynamics(const std::shared_ptr<skSystem>& dynamics);
     void addTrajectory(const std::shared_ptr<mlTrajectory<double, 3>>& trajectory);
 
@@ -68,13 +67,13 @@ private:
 
     int width_, height_;
     std::vector<std::shared_ptr<glObject>> drawables_;
-    std::size_t setupCount_ = 0;  // drawables from here on await their setup
+    std::size_t setupCount_ = 0;  // the number of drawables that are set up
     Camera camera_;
     Eigen::Matrix4f projection_;
     Light light_;
     bool initialised_ = false;
     std::string failure_;                     // why the first frame could not be drawn
-    std::unique_ptr<RenderContext> context_;  // null before the first frame and where there is none
+    std::unique_ptr<RenderContext> context_;  // null before the first frame, or if there is none
     FrameBuffer frame_;
     std::unique_ptr<Shader> materialShader_, flatShader_;
 };

@@ -9,7 +9,7 @@
 namespace drelt {
 namespace {
 
-// Gives 0 for not a number, too.
+// Gives 0 also for a t that is not a number.
 double clampUnit(double t) {
     if (t > 1.0) return 1.0;
     return t > 0.0 ? t : 0.0;
@@ -83,10 +83,10 @@ mlTPTrajectoryPData mlTPTrajectory::getTargetPose(const Eigen::Vector3d& positio
     const int index = searchRange(position, preSampleIdx, look_forward).index;
     if (index >= getSampleNum() - 1) {
         throw std::out_of_range(
-            "getTargetPose: index " + std::to_string(index) + " is reached, but " +
-            "the last of the " + std::to_string(getSampleNum()) + " samples has the index " +
+            "getTargetPose: the body has reached index " + std::to_string(index) +
+            ", but the last of the " + std::to_string(getSampleNum()) + " samples has the index " +
             std::to_string(getSampleNum() - 1) +
-            ", and there is no target after it; stop following the path before");
+            ", so there is no target ahead; stop following the path before its end");
     }
     preSampleIdx = lastIdx_ = index;
     return samples[index + 1];

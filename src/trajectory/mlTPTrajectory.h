@@ -21,8 +21,8 @@ struct mlTPTrajectoryPData : mlTrajectoryPointData<double, 3> {
 // Order of use: setPoints, fit, sample, then the queries.
 //
 // The queries with an index search a range: it starts at the sample that the previous call found and
-// covers look_forward samples. So a body follows a path that crosses itself in the right order, and
-// the cost does not depend on the number of samples. A segment joins two neighbouring samples. The
+// covers look_forward samples. So a body keeps to the right branch where the path crosses itself,
+// and the cost does not depend on the number of samples. A segment joins two neighbouring samples. The
 // search finds the first segment of the range onto which the position projects. If there is none,
 // it takes the nearer end of the range. The index never goes back.
 //
@@ -31,7 +31,7 @@ class mlTPTrajectory : public mlTrajectory<double, 3> {
 public:
     // Fills the table with sample_num poses at even steps of the curve's parameter: sample i lies at
     // i / sample_num of the parameter's range. Throws std::invalid_argument for a negative number,
-    // and what curve throws.
+    // and the exceptions of curve.
     void sample(int sample_num);
     int getSampleNum() const { return static_cast<int>(samples.size()); }
 
@@ -39,10 +39,10 @@ public:
     // not change it.
     int getLastIdx() const { return lastIdx_; }
 
-    // The pose at progress t of the curve. Clamps t to 0 .. 1. Throws what curve throws.
+    // The pose at progress t of the curve. Clamps t to 0 .. 1. Throws the exceptions of curve.
     mlTPTrajectoryPData getPose(double t) const;
     // The second derivative [m] at parameter t of the curve. Clamps t to 0 .. 1, so unlike getPose
-    // it covers the first segment only. Throws what curve throws.
+    // it covers the first segment only. Throws the exceptions of curve.
     Eigen::Vector3d getCurvature(double t) const;
 
     // Searches look_forward samples from preSampleIdx for the sample that the body at `position` [m]
@@ -63,7 +63,7 @@ public:
     std::vector<mlTPTrajectoryPData> samples;
 
 private:
-    // Result of a search: the index, and whether the position projects onto the segment from there.
+    // Result of a search: the index, and whether the position projects onto the segment that starts there.
     struct Reached {
         int index;
         bool onSegment;

@@ -1,4 +1,4 @@
-"""Draws the scenes of test_renderer.py into a folder. Each kind of context takes its own process."""
+"""Draws the scenes of test_renderer.py into a folder. Each kind of context needs its own process."""
 
 import dataclasses
 import sys

@@ -1,4 +1,4 @@
-"""The bundled meshes and descriptions: reproducible, closed, and boned as the loader needs them."""
+"""The bundled meshes and descriptions are reproducible, closed, and boned as the loader needs them."""
 
 import json
 import math
@@ -14,7 +14,7 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tools"))
 
-# they lie beside the generator
+# these modules lie beside the generator
 from assetgen.checks import check  # noqa: E402
 from assetgen.mesh import AssetError  # noqa: E402
 from assetgen.skeleton import derive  # noqa: E402
@@ -178,7 +178,7 @@ def test_each_vertex_goes_rigidly_with_the_nearest_link(name):
     # vertices on the border belong to the first link
     assert set(model.joints[model.vertices[:, 0] <= border, 0]) == {0}
     assert set(model.joints[model.vertices[:, 0] > border, 0]) == {1}
-    # no face centre lies on the border of two links, where rounding would decide
+    # no face centre lies on the border of two links: there, rounding would choose the link
     centres = model.vertices[model.faces].mean(axis=1)
     assert abs(centres[:, 0] - border).min() > 0.001 * half
 
@@ -204,7 +204,7 @@ def test_swimmers_are_blended_and_mirrored(name):
 
 @pytest.mark.parametrize("name", SWIMMERS)
 def test_sampler_finds_candidates_on_every_face(name):
-    # per mesh trunc(share of the samples), per face trunc(ten times its share of these)
+    # a mesh gets its share of the samples, a face ten times its share of these, both rounded down
     model = Model(ASSETS / name)
     samples = {"eel.glb": 4000, "swimmer.glb": 2000}[name]
     areas = [model.areas(faces) for faces in model.part_faces]

@@ -1,4 +1,4 @@
-"""Bad models and descriptions: an exception or a warning says why, and the process goes on."""
+"""For bad models and descriptions, an exception or a warning says why, and the process goes on."""
 
 import json
 import os
@@ -211,8 +211,8 @@ def printed(path, verbosity):
 def test_only_warnings_are_printed_at_verbosity_zero(tmp_path):
     text = description("sphere_floating")
     text["joints"]["bone_01"]["actuator"] = "rocket"
-    set_all("links", isIntermediate=True)(text)  # so that no face finds a link
-    # weights of zero: the vertices follow no bone
+    set_all("links", isIntermediate=True)(text)  # faces find no link
+    # without weights, the vertices follow no bone
     text["model_file"] = changed_glb(
         lambda m: m["meshes"][0]["primitives"][0]["attributes"].pop("WEIGHTS_0"), tmp_path
     )

@@ -1,4 +1,4 @@
-"""The gaits of the examples: rates are derivatives, waves run aft, amplitudes as published."""
+"""The gaits of the examples: rates are derivatives, waves run aft, amplitudes are as published."""
 
 import numpy as np
 import pytest
@@ -33,7 +33,7 @@ def test_amplitude_and_direction_of_the_wave(midline, tail):
     t = np.linspace(1.0, 2.0, 2001)
     y = np.array([midline(ENDS, instant)[0] for instant in t])
     assert abs(y[:, -1]).max() == pytest.approx(tail, rel=1e-5)
-    # the crest passes the stations in their order
+    # the crest passes the stations in order
     crests = np.unwrap(TURN * t[np.argmax(y[:-1], axis=0)]) / TURN
     assert (np.diff(crests) > 0).all()
     assert crests[-1] - crests[0] == pytest.approx(1.0, abs=0.06)

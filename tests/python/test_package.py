@@ -1,4 +1,4 @@
-"""The package around the extension: names, types, texts, and what it does to its process."""
+"""The package around the extension: names, types, texts, and its effects on its process."""
 
 import inspect
 import os
@@ -126,7 +126,7 @@ UNMADE = "made without its constructor"
 
 
 def refusal(call):
-    """The message of the TypeError that some number of arguments leads to past the signature."""
+    """Calls with 0 to 6 arguments and returns the TypeError's message about the constructor, if any."""
     messages = []
     for count in range(7):
         with pytest.raises(TypeError) as raised:

@@ -89,9 +89,8 @@ def oscillating_plate_vorticity(description, out):
 
 
 def test_oscillating_plate_on_fixed_and_following_grid(tmp_path):
-    # Stokes' second problem: u = U exp(-y/d) cos(wt - y/d), d = sqrt(2 nu / w). The open
-    # box does not hold the far field at rest, which adds an irrotational motion. The vorticity is free
-    # of it.
+    # Stokes' second problem: u = U exp(-y/d) cos(wt - y/d), d = sqrt(2 nu / w). The open box does not
+    # hold the far field at rest. This adds a motion without vorticity, so the test compares vorticity.
     depth = math.sqrt(2 * VISCOSITY * PERIOD / (2 * math.pi))
     profiles = {}
     for name in ("plate", "plate_follow"):

@@ -256,3 +256,15 @@ def test_what_cannot_be_drawn_is_refused(tmp_path):
     printed = draw(["-c", nowhere], cwd=tmp_path, __EGL_VENDOR_LIBRARY_DIRS=str(tmp_path))
     assert printed.startswith("Failed to create GLFW window\n'frame.ppm' cannot be saved")
     assert "this machine gave render() no OpenGL 3.3 context" in printed
+
+
+def test_frame_that_cannot_be_written_gives_one_warning(surfaceless, tmp_path):
+    (tmp_path / "full.ppm").symlink_to("/dev/full")
+    script = "import os, drelt; os.dup2(1, 2); r = drelt.make_renderer(8, 8); r.render()\n"
+    script += "for name in ('missing/a.ppm', 'missing/b.ppm', 'full.ppm'): r.savePPM(name)"
+    printed = draw(["-c", script], cwd=tmp_path)
+    warnings = [line for line in printed.splitlines() if "[warning]" in line]
+    assert len(warnings) == 2
+    assert "'missing/a.ppm' cannot be written: No such file or directory" in warnings[0]
+    assert "'full.ppm' cannot be written: No space left on device" in warnings[1]
+    assert not (tmp_path / "missing").exists()

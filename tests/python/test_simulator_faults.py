@@ -1,4 +1,4 @@
-"""Mistakes of scripts around the simulator are refused, or said, before a run goes wrong in silence."""
+"""Mistakes in the use of the simulator raise an exception or print a warning."""
 
 import gc
 import math
@@ -36,7 +36,7 @@ def make_world(*bodies):
 
 
 def run(params, steps=5):
-    """Where the body is after some steps."""
+    """Velocities of the body after some steps."""
     simulator, world = drelt.make_simulator(params, HOST), make_world()
     simulator.attachWorld(world)
     simulator.commitInit()

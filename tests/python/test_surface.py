@@ -1,8 +1,9 @@
-"""The whole public surface of the module, in its order, against a table written by hand.
+"""Compares the whole public surface of the module, in its order, with a table written by hand.
 
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
-may not, and as `_: type` if the keyword may have any name. vec3, vecm and fvec3 are arrays of float64
-and float32 with three or any number of rows. The table gives a description if its words are fixed.
+may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
+three or any number of rows, fvec3 is one of float32 with three. A function's docstring is in the
+table only if its words are fixed.
 """
 
 import re
@@ -224,7 +225,7 @@ def class_lines(name, cls):
 
 
 def surface():
-    """All that is public in the module, in the order of definition, a line each."""
+    """All that is public in the module, in the order of definition, one line per name."""
     lines = []
     for name, member in vars(drelt).items():
         if not name.startswith("_"):
@@ -239,7 +240,7 @@ def agrees(wanted, found):
 
 def test_the_module_is_as_the_table_has_it():
     wanted, found = [line for line in TABLE.splitlines() if line], surface()
-    # a free name becomes that of the table, so that what is left of a difference is a fault
+    # keywords that may have any name take the table's; every difference that remains is a fault
     matched = [w if agrees(w, f) else f for w, f in zip(wanted, found)] + found[len(wanted) :]
     assert matched == wanted
     assert drelt.__doc__ == "pybind11 example plugin"

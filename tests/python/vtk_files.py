@@ -1,4 +1,4 @@
-"""Reads written files back with the VTK library."""
+"""Reads written files with the VTK library."""
 
 import numpy as np
 from vtkmodules.util.numpy_support import vtk_to_numpy

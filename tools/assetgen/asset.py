@@ -15,13 +15,15 @@ from .skeleton import BoneTree
 class Asset:
     """A body ready to be checked and written.
 
-    name and model are the file names of description and mesh, without extension. frame is the name
-    of the link with which the fluid grid translates, empty for a grid that rests. samples is the
-    number of surface samples that the mesh is made for, dx the node spacing (m) that the links must
-    be heavy enough for, and spacings are further ones whose stability limit the report shows.
-    weights (vertices x bones) bind the skin; without them each vertex goes rigidly with the bone of
-    the same index as its nearest link. base names the link whose axes are the body's, the first
-    one if empty, and markers are the places (m) of the probes on the skin.
+    name, model: file names of description and mesh, without extension.
+    samples: number of surface samples that the mesh is made for.
+    dx: node spacing (m) for which the links must be heavy enough.
+    frame: name of the link with which the fluid grid translates; empty for a grid at rest.
+    spacings: further node spacings for which the report shows the stability limit.
+    weights (vertices x bones): bind the skin. Without them, each vertex moves rigidly with the bone
+    whose index is that of the vertex's nearest link.
+    base: name of the link whose axes are the body's; the first link if empty.
+    markers: places (m) of the probes on the skin.
     """
 
     name: str

@@ -1,4 +1,4 @@
-"""What the coupling asks of a body, and the report of it."""
+"""Checks that a body is fit for the coupling, and the report on it."""
 
 import math
 
@@ -6,12 +6,12 @@ from .mesh import AssetError, coordinates
 
 FLUID_DENSITY = 1000.0  # kg/m^3
 
-# The fluid's force on a link comes one step late, so a light link overshoots: it is stable above
-# 0.55 rho A dx, A the link's wetted area and dx the node spacing.
+# The fluid's force on a link comes one step late, so a light link overshoots. A link is stable if its
+# mass is above 0.55 rho A dx, where A is its wetted area and dx the node spacing.
 STABLE_MASS_FACTOR = 0.55
 
-# The sampler draws ten candidates per sample and rounds down face by face: a face below a tenth of
-# a sample's share of the area gets none.
+# The sampler draws ten candidates per sample and rounds down face by face. A face smaller than a
+# tenth of a sample's share of the area gets none.
 CANDIDATES_PER_SAMPLE = 10
 
 
@@ -29,8 +29,8 @@ def mass_limit(area, dx):
 def turning_margin(asset, k, dx):
     """Least moment of inertia of link k over its stability limit, about the link's centre.
 
-    The limit is that of the mass, 0.55 rho dx on every piece of the surface, times the squared
-    distance from the axis.
+    The limit adds up that of the mass, 0.55 rho dx per area, times the squared distance from the
+    axis, over the link's surface.
     """
     body = asset.tree.bodies()[k]
     link = asset.tree.links[body.name]
@@ -62,7 +62,11 @@ def fewest_samples(mesh):
 
 
 def check(asset):
-    """Raises AssetError for an open surface, a link too light for dx, or too small faces."""
+    """Raises AssetError if the coupling cannot use the body.
+
+    That is the case if its surface is open or encloses no volume, if a link has too little mass or
+    inertia for dx, or if faces are too small for the samples.
+    """
     asset.mesh.check_closed()
     if not asset.mesh.volume() > 0.0:
         raise AssetError(
@@ -73,17 +77,17 @@ def check(asset):
         limit = mass_limit(area, asset.dx)
         if not mass > limit:
             raise AssetError(
-                f"{asset.name}: {name} has a mass of {mass:.4g} kg, the coupling is stable "
-                f"above {limit:.4g} kg at a node spacing of {asset.dx:.4g} m: make it heavier or "
-                "the spacing smaller"
+                f"{asset.name}: {name} has a mass of {mass:.4g} kg, but the coupling is stable "
+                f"above {limit:.4g} kg at a node spacing of {asset.dx:.4g} m: make the link heavier "
+                "or the spacing smaller"
             )
     for k, name in enumerate(asset.tree.link_names()):
         margin = turning_margin(asset, k, asset.dx)
         if not margin > 1.0:
             raise AssetError(
-                f"{asset.name}: {name} has {margin:.2f} times the moment of inertia that the "
-                f"coupling is stable with at a node spacing of {asset.dx:.4g} m: make it wider, "
-                "heavier or the spacing smaller"
+                f"{asset.name}: {name} has {margin:.2f} times the moment of inertia that a stable "
+                f"coupling needs at a node spacing of {asset.dx:.4g} m: make the link wider or "
+                "heavier, or the spacing smaller"
             )
     needed = fewest_samples(asset.mesh)
     if asset.samples < needed:

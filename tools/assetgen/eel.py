@@ -12,20 +12,20 @@ from .skeleton import END_NODE, BoneTree, Joint, Node
 from .spine import SERVO, blend, give_bodies, on_skin
 
 LENGTH = 0.2  # m
-NODES = 100  # node spacings a length that the default masses are made for
+NODES = 100  # node spacings per length for which the default masses are made
 SAMPLES = 4000
 LINKS = 14
-FACE = 0.0115  # distance of mesh points over the length
+FACE = 0.0115  # distance between mesh points, in lengths
 
-# over the length: half-widths of head and tail and the stations where the outline changes; half the
-# longest height and the half-axis of the elliptic outline seen from the side
+# In lengths: half-widths of head and tail, the stations where the outline changes, and the two
+# half-axes of the elliptic outline seen from the side.
 HEAD_WIDTH, TAIL_WIDTH = 0.04, 0.01
 HEAD_END, TAIL_START = 0.04, 0.95
 HEIGHT, HALF_AXIS = 0.08, 0.51
 
 
 def half_width(s):
-    """Over the length, at stations s from 0 (nose) to 1 (tail)."""
+    """Half-width in lengths at stations s from 0 (nose) to 1 (tail)."""
     head = np.sqrt(np.maximum(2.0 * HEAD_WIDTH * s - s * s, 0.0))
     u = (s - HEAD_END) / (TAIL_START - HEAD_END)
     trunk = HEAD_WIDTH - (HEAD_WIDTH - TAIL_WIDTH) * u * u
@@ -73,7 +73,7 @@ def skin_weights(mesh):
 
 
 def eel_assets(dx=None):
-    """The eel on a resting grid, and with the grid following its middle; the head is its base."""
+    """The eel on a grid at rest and on a grid that follows its middle. Its base link is the head."""
     dx = LENGTH / NODES if dx is None else dx
     mesh, tree = eel_mesh(), eel_tree()
     names = tree.link_names()

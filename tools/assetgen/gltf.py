@@ -7,7 +7,7 @@ from .skeleton import SCENE_NODE, SKIN_NODE
 
 
 class BufferBuilder:
-    """Collects arrays into the one binary chunk, each with its view and accessor."""
+    """Collects arrays in the file's binary chunk, each with its view and accessor."""
 
     def __init__(self):
         self.data = b""
@@ -43,7 +43,7 @@ def skin_arrays(weights):
 
 
 def inverse_bind_matrices(tree):
-    """Inverses of the bones' world transforms, pure translations; columns first (bones x 16)."""
+    """Inverses of the bones' world transforms (bones x 16), column by column; all translations."""
     bones = tree.bones()
     matrices = np.zeros((len(bones), 16), dtype=np.float32)
     matrices[:, [0, 5, 10, 15]] = 1.0

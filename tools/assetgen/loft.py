@@ -1,11 +1,10 @@
 """Closed surfaces stretched over cross sections, mirrored in the planes y = 0 and z = 0.
 
-A section is given by its upper right quarter (y, z >= 0), from the top, which lies in the plane
-z = 0, to its other end, which lies in one of the two planes: a section that reaches down to y = 0 is
-whole, one that returns to z = 0 above belongs to a branch, with its image below. Sections may have
-different numbers of points, so that the faces keep about one size from a blunt nose to a thin tail,
-where the sampler could not use smaller ones. As in mesh.py, only exactly rounded operations stand
-here.
+A section is given by its upper right quarter (y, z >= 0), which starts at the top, in the plane
+z = 0. If the quarter ends in the plane y = 0, the section is whole. If it ends in z = 0 above that
+plane, the section belongs to a branch, which has a mirror image below. Sections may have different
+numbers of points, so that the faces have about the same size from a blunt nose to a thin tail: the
+sampler cannot use smaller ones. As in mesh.py, the code uses only exactly rounded operations.
 """
 
 import math
@@ -14,7 +13,7 @@ import numpy as np
 
 from .mesh import WHOLE, Mesh, length, smooth_normals
 
-HALVINGS = 8  # of the right angle that a section's outline is traced with
+HALVINGS = 8  # how often the right angle is halved to trace a section's outline
 MIRRORS = ((1.0, 1.0), (1.0, -1.0), (-1.0, -1.0), (-1.0, 1.0))  # signs of y and z
 
 
@@ -35,7 +34,7 @@ HALF = np.concatenate([QUARTER, (QUARTER * (-1.0, 1.0))[-2::-1]])
 
 
 def evenly(points, spacing):
-    """Points at equal distances, about a spacing, along a polyline (n x 3), its ends among them."""
+    """Points along a polyline (n x 3), with both ends, at equal distances of about the spacing."""
     steps = length(np.diff(points, axis=0))
     count = max(1, round(math.fsum(steps) / spacing))
     along = np.concatenate([[0.0], np.cumsum(steps)])
@@ -61,9 +60,9 @@ def branch_section(x, top, bottom, half_width, spacing):
 
 
 def even_stations(radius, start, end, spacing):
-    """Stations from start to end, about a spacing apart along the outline radius(s).
+    """Stations from start to end, at distances of about the spacing along the outline radius(s).
 
-    They are traced with s = start + (end - start) q^2, finer at a blunt start.
+    The outline is traced at even steps of q, s = start + (end - start) q^2: finer at a blunt start.
     """
     q = np.arange(2001) / 2000
     s = start + (end - start) * q * q

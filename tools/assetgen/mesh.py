@@ -1,7 +1,7 @@
 """Closed triangle surfaces.
 
-Only additions, products, divisions and square roots stand here, and exactly rounded sums, so that
-the committed files come out the same, byte for byte, on every machine.
+The code uses only additions, products, divisions, square roots and exactly rounded sums, so that
+every machine writes the same bytes as the committed files.
 """
 
 import math
@@ -12,12 +12,12 @@ import numpy as np
 
 
 class AssetError(ValueError):
-    """An asset that the simulator could not use as it is meant."""
+    """An asset that the simulator could not use as intended."""
 
 
 @dataclass
 class Part:
-    """Faces with one material; the simulator makes a mesh of its own of each."""
+    """Faces with one material. The simulator makes one mesh per part."""
 
     name: str
     colour: tuple
@@ -60,7 +60,7 @@ class Mesh:
         return math.fsum(dot(a, np.cross(b, c)) / 6.0)
 
     def check_closed(self):
-        """Raises AssetError unless every edge joins two faces that pass opposite ways along it."""
+        """Raises AssetError unless every edge joins two faces that pass it in opposite directions."""
         directed = Counter()
         for a, b, c in self.faces.tolist():
             directed.update(((a, b), (b, c), (c, a)))
@@ -75,7 +75,7 @@ def dot(a, b):
 
 
 def coordinates(points, axis):
-    """Of points (n x 3) along an axis, a unit vector."""
+    """Coordinates of points (n x 3) along an axis, which is a unit vector."""
     return points[:, 0] * axis[0] + points[:, 1] * axis[1] + points[:, 2] * axis[2]
 
 
@@ -88,7 +88,7 @@ def unit(a):
 
 
 def face_vectors(vertices, faces):
-    """Outward normals of the faces, of twice the face's area."""
+    """Outward normals of the faces. The length of each is twice the face's area."""
     a, b, c = (vertices[faces[:, k]] for k in range(3))
     return np.cross(b - a, c - a)
 

@@ -1,16 +1,17 @@
 """A thin plate in the x-z plane, driven along x or about z.
 
-It is made for the plate that oscillates in its own plane in a box of 16 x 16 nodes. At a peak
-speed of 0.05 lattice units and a period of 2,000 steps it travels 16 nodes either way, and must
-still reach past the box, where samples are skipped. So it is 56 nodes long (8 + 16 and 4 to spare
-each way) and 24 wide.
+It is made to oscillate in its own plane in a box of 16 x 16 nodes. At a peak speed of 0.05 lattice
+units and a period of 2,000 steps, it travels 16 nodes to each side. Its ends must always lie outside
+the box, where samples are skipped. So it is 56 nodes long (8 + 16 and 4 to spare on each side) and
+24 wide.
 
 The thickness is one node. Peskin's kernel then reaches 2.5 nodes from the middle plane, so the
 flow is free of the forcing beyond 3. Both faces force nearly the same nodes and share the load,
 which halves the slip of a single sheet. With a sample area of 0.907 per lattice area and face, the
-coupling takes back 0.907 (3/8 + 1/4) = 0.57 of the slip in a step (3/8 is the sum of the squared
-kernel weights, 1/4 that of their products one node apart): below 1, so it does not overshoot. Two
-faces in one plane would take back 0.68, but enclose no volume and so give the links no mass.
+coupling removes 0.907 (3/8 + 1/4) = 0.57 of the slip per step. 3/8 is the sum of the squared kernel
+weights, 1/4 that of their products one node apart. The share is below 1, so the coupling does not
+overshoot. Two faces in one plane would remove 0.68, but they enclose no volume and so give the links
+no mass.
 """
 
 import math
@@ -24,12 +25,13 @@ from .skeleton import Joint, Link, chain
 
 SPACING = 0.02 / 16  # m, unless another node spacing is asked for
 CELLS = (56, 1, 24)  # nodes along x, y, z: cubic cells of one node, so all faces are equal
-DENSITY_RATIO = 4.0  # body to fluid: 1.4 rho A dx a link, as thin parts need more than the limit
+# Body to fluid. It gives each link a mass of 1.4 rho A dx, because thin parts need more than the limit.
+DENSITY_RATIO = 4.0
 SAMPLES = 4000  # 1.4 per lattice area
 
 
 def plate_mesh(dx):
-    """The surface of a block of cells of size dx, centred at the origin, two triangles a cell face.
+    """The surface of a block of cells of size dx, centred at the origin. Cell faces have two triangles.
 
     The diagonals alternate, so that the plate is its own mirror image in x and in z.
     """
@@ -51,7 +53,7 @@ def plate_mesh(dx):
                         quad.append(vertex(tuple(point)))
                     if side == 0:
                         quad.reverse()
-                    # the reversed quad starts one corner on, which swaps its diagonals
+                    # a reversed quad starts at another corner, which swaps its diagonals
                     first = (i + j + (side == 0)) % 2
                     a, b, c, d = quad[first:] + quad[:first]
                     faces += [(a, b, c), (a, c, d)]
@@ -65,9 +67,10 @@ def plate_chain(root, dx):
     """Two welded links along x; the root joint is on the low-x edge.
 
     The first link has its centre in the plate's, so that a grid which follows it is centred on the
-    plate. The second one stands past the high-x edge and is nearest to a quarter of the plate. A box
-    has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3); the second link's
-    is that of its quarter about a point on its far edge, which twice the length gives.
+    plate. The second link has its centre past the high-x edge and is nearest to a quarter of the
+    plate. A box has the inertia of the ellipsoid whose diameters are its edges times sqrt(5/3). The
+    second link has the inertia of its quarter about a point on the far edge, which is that of a
+    centred box of twice the length.
     """
     length, thickness, width = (n * dx for n in CELLS)
 

@@ -88,9 +88,9 @@ def derive(names, parents, bones):
     """The joints and links that the simulator derives from a scene; returns a DerivedTree.
 
     names and parents (indices, -1 for none) are the scene's nodes in breadth-first order, bones the
-    names of the skin's bones in order. A bone with several children gets an intermediate node over
-    each of them, so that every branch is a chain of its own. Joints are the nodes in whose name, or
-    parent's name, a bone's name occurs. A joint with child joints yields a link.
+    names of the skin's bones in order. A bone with several children gets an intermediate node above
+    each of them, so that every branch is a chain of its own. A node is a joint if its name or its
+    parent's name contains a bone's name. A joint with child joints yields a link.
     """
     names, parents = list(names), list(parents)
     for bone in bones:
@@ -139,7 +139,7 @@ class Node:
 class BoneTree:
     """Bones and ends of branches in breadth-first order, and the derived links' bodies by name.
 
-    Intermediate links may be left out of links: they get a body without weight to speak of.
+    Intermediate links may be left out of links: they then get a body of negligible mass.
     """
 
     nodes: list
@@ -169,7 +169,7 @@ class BoneTree:
         return [self.nodes[k].name for k in self.bones()]
 
     def bodies(self):
-        """The links that own a part of the surface, in the order in which the simulator asks them.
+        """The links that own a part of the surface, in the order in which the simulator visits them.
 
         That is a depth-first walk, without intermediate links.
         """

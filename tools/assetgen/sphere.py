@@ -10,7 +10,7 @@ from .mesh import Mesh, unit
 from .skeleton import Joint, Link, chain
 
 DIAMETER = 0.02  # m
-NODES = 12  # node spacings a diameter that the retraction is made for, as in the demo
+NODES = 12  # node spacings per diameter for which the retraction is made, as in the demo
 DENSITY_RATIO = 2.0  # body to fluid
 SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces: finer ones would get no candidates from 800 samples
 SAMPLES = 800
@@ -29,8 +29,8 @@ def icosahedron():
     vertices = [(1.0, 0.0, 0.0)]
     vertices += [(height, radius * y, radius * z) for y, z in ring]
     vertices += [(-x, -y, -z) for x, y, z in vertices]
-    # vertex 1 + k stands at 72 k degrees round x and its antipode 7 + k at 72 k + 180, so that the
-    # lower vertex between 1 + k and its neighbour is 7 + (k + 3) % 5
+    # Vertex 1 + k stands at 72 k degrees round x and its antipode 7 + k at 72 k + 180. So the lower
+    # vertex between 1 + k and its neighbour is 7 + (k + 3) % 5.
     faces = []
     for k in range(5):
         a, b = 1 + k, 1 + (k + 1) % 5
@@ -84,7 +84,7 @@ def sphere_chain(root):
 
 
 def sphere_assets(retraction, dx=None):
-    """The sphere as such, and with its skin drawn in by a retraction in node spacings.
+    """The sphere itself, and one whose skin is drawn in by a retraction (in node spacings).
 
     An immersed surface acts about 0.85 dx outside its samples in steady drag; the retraction makes
     up for it.

@@ -10,20 +10,22 @@ from .skeleton import Joint, Link, rounded
 
 SERVO = Joint("revolute", "servo", (0.0, 1.0, 0.0), use_limits=True)
 
-# Least mass of a link over that of its volume of fluid, and over its stability limit. The fluid
-# inside the skin counts as mass too, and a light body swims better; thin links need more of both.
+# Least mass of a link, as a multiple of the fluid mass in its volume and of its stability limit. Bulky
+# links may be light: the fluid inside the skin counts as mass too, and a light body swims better. Thin
+# links need more of both.
 BULKY = (0.5, 1.3)
 THIN = (1.0, 1.0 / STABLE_MASS_FACTOR)
 
-JOINT_RADIUS = 0.02  # of the sphere drawn at a joint, over the length of its link
+JOINT_RADIUS = 0.02  # of the sphere drawn at a joint, in lengths of its link
 
 
 def blend(stations, joints):
     """Which bones move points along a body, and how much: cell and share.
 
-    joints are the stations of the bones' joints in rising order, closed by the last bone's end. The
-    weight passes linearly from bone cell (1 - share) to bone cell + 1 (share) between their middles,
-    so that at a joint both weigh the same and the skin moves as the joint does.
+    joints are the stations of the bones' joints along the chain, closed by the last bone's end; the
+    middles of the bones must rise. Between two middles, the weight passes linearly from bone cell
+    (1 - share) to bone cell + 1 (share). If both bones are equally long, their weights are equal at
+    the joint between them.
     """
     middles = np.array([0.5 * (a + b) for a, b in zip(joints, joints[1:])])
     cell = np.clip(np.searchsorted(middles, stations, side="right") - 1, 0, len(middles) - 2)
@@ -41,11 +43,11 @@ def link_volumes(tree, mesh):
 
 
 def give_bodies(tree, mesh, dx, thin):
-    """Masses and inertias for a node spacing dx; thin tells the names of the thin links.
+    """Gives the links masses and inertias for a node spacing dx; thin holds the names of thin links.
 
     The ellipsoid of a link has the moments that its mass would have if it were spread over its
-    surface: the fluid acts there, so a link as compact as a solid body would overshoot in rolling
-    where it is heavy enough for moving.
+    surface, because the fluid acts there. A link as compact as a solid body can be heavy enough and
+    still overshoot in roll.
     """
     owner = tree.nearest_link(mesh.face_centres())
     areas, centres = mesh.face_areas(), mesh.face_centres()
@@ -59,7 +61,7 @@ def give_bodies(tree, mesh, dx, thin):
         start, end = tree.link_ends(link)
         offsets = centres[own] - 0.5 * (start + end)
         spread = [coordinates(offsets, axis) for axis in tree.link_axes(link)]
-        # an ellipsoid of diameter d has the mean square d^2 / 20 along an axis
+        # in an ellipsoid of diameter d along an axis, the mean square along it is d^2 / 20
         size = [math.sqrt(20.0 * math.fsum(areas[own] * s * s) / area) for s in spread]
         radius = rounded(JOINT_RADIUS * math.sqrt(math.fsum((end - start) ** 2)))
         tree.links[link.name] = Link(mass, tuple(size), radius)

@@ -1,10 +1,10 @@
 """A fish-like swimmer: a spindle with a forked caudal fin, on a spine of servo joints.
 
-The body lies along x, head towards +x, the spine's joints turn about y. The root bone lies in the
-head and points forwards, to the nose, where the spine starts that runs back to the tail. A link's x
-axis lies along its bone, so the root's link has the axes forward (1, 0, 0), right (0, 0, 1), up
-(0, 1, 0) of the swimming body, while those of the spine point backwards. The nose's joint is welded:
-the head is stiff over its first fifth, as in carangiform swimmers.
+The body lies along x, head towards +x; the spine's joints turn about y. The root bone lies in the
+head and points forwards to the nose. The spine starts at the nose and runs back to the tail. A link's
+x axis lies along its bone. So the root's link has the axes of the swimming body: forward (1, 0, 0),
+right (0, 0, 1), up (0, 1, 0). The x axes of the spine's links point backwards. The joint at the nose
+is welded: the first fifth of the body is stiff, as in carangiform swimmers.
 
 At the peduncle the spine forks into the lobes of the fin. The fork bone "caudal" pitches the fin.
 Its own link has no length and no weight; the branches' links are welded to it.
@@ -19,11 +19,11 @@ from .skeleton import BoneTree, Joint, Node
 from .spine import SERVO, blend, give_bodies, on_skin
 
 LENGTH = 0.2  # m
-NODES = 60  # node spacings a length that the default masses are made for
+NODES = 60  # node spacings per length for which the default masses are made
 SAMPLES = 2000
-FACE = 0.011  # distance of mesh points over the length
+FACE = 0.011  # distance between mesh points, in lengths
 
-# over the length, measured from the nose
+# In lengths; stations are measured from the nose.
 NECK = 0.1
 PEDUNCLE = 0.86
 NOTCH = 0.93
@@ -31,7 +31,7 @@ VERTEBRAE = (0.0, *(0.2 + 0.66 * k / 7 for k in range(7)))  # spine_00 to spine_
 LOBE = (0.93, 0.04)  # joint of the upper lobe: station and height
 LOBE_TIP = (0.99, 0.12)
 FIN_ROOT, FIN_TIP = 0.03, 0.13  # half-heights
-THICKNESS = (0.012, 0.008)  # half the fin's at the peduncle, and from the notch on
+THICKNESS = (0.012, 0.008)  # half-thickness of the fin at the peduncle, and from the notch on
 
 
 def spindle(u):
@@ -53,7 +53,7 @@ def half_height(s):
 
 
 def fin_outline(s):
-    """Heights of the upper lobe's outer and inner edge, and half the thickness."""
+    """Heights of the outer and inner edge of the upper lobe, and the fin's half-thickness."""
     outer = FIN_ROOT + (FIN_TIP - FIN_ROOT) * (s - PEDUNCLE) / (1.0 - PEDUNCLE)
     inner = max(0.0, FIN_TIP * (s - NOTCH) / (1.0 - NOTCH))
     fraction = min(1.0, (s - PEDUNCLE) / (NOTCH - PEDUNCLE))
@@ -129,7 +129,7 @@ def skin_weights(tree, mesh):
 
 
 def swimmer_assets(dx=None):
-    """The swimmer on a resting grid, and with the grid following its head."""
+    """The swimmer on a grid at rest, and on a grid that follows its head."""
     dx = LENGTH / NODES if dx is None else dx
     mesh, tree = swimmer_mesh(), swimmer_tree()
     thin = [link.name for link in tree.bodies()[-5:]]  # peduncle and fin

@@ -1,4 +1,4 @@
-// What turns a surface into the Lagrangian points of the immersed boundary.
+// Interface: places the Lagrangian points of the immersed boundary on a surface.
 #pragma once
 
 #include "MeshLoad/twoSideDataWrapper.h"

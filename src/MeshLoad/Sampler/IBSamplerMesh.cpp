@@ -21,7 +21,7 @@ namespace {
 
 constexpr unsigned kSeed = 12345;
 constexpr int kCandidatesPerSample = 10;
-// A candidate's point, record and weight, and the list of its neighbours while they are thinned out.
+// Memory of a candidate: point, record, weight and, during the elimination, its list of neighbours.
 constexpr double kBytesPerCandidate = 1000;
 
 // A mesh's candidates: points, and the sample that each would become.
@@ -30,10 +30,11 @@ struct Candidates {
     std::vector<MeshSample> samples;
 };
 
-// The whole part of a number; 0 for what is no positive number, as the share of an empty surface.
+// The whole part of a positive number; 0 for all others, as NaN from the share of an empty surface.
 long long wholePart(double value) { return value >= 1.0 ? static_cast<long long>(value) : 0; }
 
-// Ten candidates a wanted sample, over the faces by area, on a coarse random grid of each triangle.
+// Draws ten candidates per wanted sample, distributed over the faces by area, on a coarse random grid in
+// each triangle.
 Candidates drawCandidates(const host_MeshData& mesh, unsigned meshId, long long wanted) {
     Candidates drawn;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
@@ -62,8 +63,8 @@ bool precedes(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
     return std::lexicographical_compare(a.data(), a.data() + 3, b.data(), b.data() + 3);
 }
 
-// For each chosen point in turn, the samples of all candidates at exactly its place, in the
-// candidates' order.
+// Appends, for each chosen point in turn, the samples of all candidates at exactly this place, in the
+// order of the candidates.
 void appendAtPlaces(const Candidates& candidates, const std::vector<int>& chosen,
                     std::vector<MeshSample>& samples) {
     std::vector<int> byPlace(candidates.points.size());
@@ -80,8 +81,8 @@ void appendAtPlaces(const Candidates& candidates, const std::vector<int>& chosen
     }
 }
 
-// Area of the disc whose radius is the largest that n Poisson-disk samples can have in an area
-// [m^2]; 0 without samples.
+// Area of a disc with the largest radius that n Poisson-disk samples can have on an area [m^2]; 0 without
+// samples.
 float discArea(float totalArea, std::size_t n) {
     if (n == 0) return 0.0f;
     const double area = totalArea > 0 ? static_cast<double>(totalArea) : 1.0;
@@ -109,8 +110,8 @@ void IBSamplerMesh::requireSampleCount(int sampleNum) {
     if (candidates > std::numeric_limits<int>::max() ||
         candidates * kBytesPerCandidate > static_cast<double>(platform::availableHostBytes())) {
         throw std::invalid_argument("the number of samples is " + std::to_string(sampleNum) +
-                                    ", more than memory allows; one or two samples a node of the "
-                                    "surface suffice");
+                                    ", more than memory allows; one or two samples per surface "
+                                    "node are enough");
     }
 }
 
@@ -146,9 +147,9 @@ void IBSamplerMesh::placeSamples(int sampleNum) {
     }
     if (static_cast<double>(samples.size()) < 0.9 * sampleNum) {
         std::printf(
-            "[warning] %zu of %d wanted samples were placed: triangles below a tenth of a sample's "
-            "share get none, and a repeated sampling counts the surface again; ask for more "
-            "samples\n",
+            "[warning] %zu of %d wanted samples were placed: triangles smaller than a tenth of a "
+            "sample's area get none, and each repeated sampling counts the surface again; ask for "
+            "more samples\n",
             samples.size(), sampleNum);
     }
     sortByLinkAndPlace(samples, *mesh_);
@@ -187,7 +188,7 @@ void IBSamplerMesh::freeBoundary() {
 
 void IBSamplerMesh::updateOnHost() {
     if (boundary_ == nullptr) {
-        std::printf(" Error boundary host data not setted");
+        std::printf(" Error boundary host data not setted");  // sic: prescribed text
         return;
     }
     mlLagrangeBoundary& b = *boundary_;

@@ -14,17 +14,16 @@ namespace drelt {
 
 class IBSamplerMesh : public IBSampler<SkeletalMesh> {
 public:
-    // The mesh outlives the sampler; null is allowed and gives no samples.
+    // The mesh must outlive the sampler. A null mesh gives no samples.
     IBSamplerMesh(SkeletalMesh* mesh, int device);
     ~IBSamplerMesh() override;
 
-    // Places about sampleNum samples on the mesh at rest, sorted by the links of their faces, and
-    // brings them to the device. Deterministic: restarts the C library's generator. A warning is
-    // printed where fewer than 90% come out: triangles much smaller than a sample's share stay
-    // without. Raises std::invalid_argument for a negative number.
+    // Places about sampleNum samples on the mesh at rest, sorts them by the links of their faces and
+    // uploads them. Deterministic: restarts the C library's random generator. Prints a warning if fewer
+    // than 90% are placed: triangles much smaller than the area of a sample get none. Throws as
+    // requireSampleCount.
     void generateSamples(int sampleNum) override;
-    // Raises std::invalid_argument for a number of samples that is negative or does not fit into
-    // memory.
+    // Throws std::invalid_argument for a number of samples that is negative or does not fit into memory.
     static void requireSampleCount(int sampleNum);
 
     void updateOnHost() override;    // normals are not normalised
@@ -33,12 +32,12 @@ public:
     void freeDevice() override;
     void copyToDevice() override;
     void copyToHost() override;
-    // Brings the samples up to the mesh's current pose; fetch brings device results to the host.
+    // Updates the samples from the mesh's current pose. fetch copies device results to the host.
     void update(bool onDevice, bool fetch) override;
 
     // The device mirror of the boundary.
     IBBoundaryMemMgr& boundaryMgr() { return mgr_; }
-    // The host boundary, null until samples were generated.
+    // The host boundary, null before samples are generated.
     mlLagrangeBoundary* boundary() { return boundary_; }
     int sampleCount() const { return static_cast<int>(samples.size()); }
 

@@ -14,8 +14,8 @@ constexpr double kBeta = 0.65;
 constexpr double kGamma = 1.5;
 
 struct PairDistances {
-    double max;  // points farther apart do not see each other
-    double min;  // nearer ones weigh as much as at this distance
+    double max;  // points farther apart are no neighbours
+    double min;  // closer points weigh as much as points at this distance
 };
 
 // Weight of a pair at a distance below distances.max: (1 - d/max)^alpha with alpha = 8.
@@ -42,7 +42,7 @@ struct PointCloud {
 using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointCloud>,
                                                  PointCloud, 3, std::uint32_t>;
 
-// The neighbours of every point within a distance, point after point, and the points' weights.
+// The neighbours of every point within a distance, and the weights of the points.
 class Neighbourhoods {
 public:
     Neighbourhoods(const std::vector<Eigen::Vector3d>& points, const PairDistances& distances);
@@ -55,7 +55,7 @@ public:
     std::vector<double> weights;
 
 private:
-    // Points are searched in blocks, each of which fills a list of its own.
+    // Threads search blocks of points. Each block has its own list of neighbours.
     static constexpr std::size_t kBlock = 4096;
     std::vector<std::vector<std::uint32_t>> lists_;
     std::vector<std::uint32_t> starts_, counts_;
@@ -69,8 +69,7 @@ Neighbourhoods::Neighbourhoods(const std::vector<Eigen::Vector3d>& points,
       counts_(points.size()) {
     const PointCloud cloud{points};
     const Tree tree(3, cloud, nanoflann::KDTreeSingleIndexAdaptorParams(16));
-    // The tree compares squared distances: it is asked for a little more, and the edge is decided
-    // here.
+    // The tree compares squared distances. Search a little farther and apply the exact bound below.
     const double searched = distances.max * distances.max * (1.0 + 1e-9);
     const nanoflann::SearchParams unsorted(0, 0.0f, false);
     const int blocks = static_cast<int>(lists_.size());
@@ -102,8 +101,8 @@ Neighbourhoods::Neighbourhoods(const std::vector<Eigen::Vector3d>& points,
     }
 }
 
-// A max-heap of point indices by weight. Points taken from the top stay behind the heap's end, the
-// last one taken first.
+// A max-heap of point indices by weight. Points that are taken from the top are stored behind the end of
+// the heap, the last one first.
 class WeightHeap {
 public:
     explicit WeightHeap(std::vector<double>& weights)
@@ -156,8 +155,8 @@ private:
     std::size_t size_;
 };
 
-// Takes the most crowded point away until `wanted` are left. Returns all points, the remaining ones
-// first, in the order of the heap.
+// Removes the point of the largest weight until `wanted` are left. Returns all points in the order of the
+// heap, the remaining ones first.
 std::vector<std::uint32_t> eliminateTo(std::size_t wanted,
                                        const std::vector<Eigen::Vector3d>& points,
                                        const PairDistances& distances) {
@@ -173,8 +172,8 @@ std::vector<std::uint32_t> eliminateTo(std::size_t wanted,
     return heap.order();
 }
 
-// Orders the points so that every prefix is even: half of a set is eliminated, and what was taken
-// away stands behind what is left, again and again.
+// Orders the points so that every prefix is an even set: eliminates half of the set, puts the eliminated
+// half behind the remaining one, and repeats this for the remaining half.
 std::vector<int> progressiveOrder(const std::vector<Eigen::Vector3d>& points,
                                   std::vector<int> chosen, PairDistances distances) {
     constexpr float kSqrt2 = 1.41421356f;

@@ -7,10 +7,9 @@
 
 namespace drelt {
 
-// Picks `wanted` of the points, or all where there are fewer, and returns their indices in
-// progressive order: every prefix is an even set itself. `area` is the area of the surface that the
-// points lie on, in squared units of the points; 1 is taken where it is not positive. The result
-// does not depend on the number of threads.
+// Picks `wanted` points, or all if there are fewer, and returns their indices in progressive order: every
+// prefix is an even set. `area` is the area of the surface with the points, in squared units of the points;
+// if it is not positive, 1 is used. The result does not depend on the number of threads.
 std::vector<int> eliminateSamples(const std::vector<Eigen::Vector3d>& points, int wanted,
                                   double area);
 

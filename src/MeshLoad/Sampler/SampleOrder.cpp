@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kBitsPerAxis = 10;
 
-// The bits of a number with two zeros between each.
+// Spreads the bits of a number, with two zeros between neighbours.
 std::uint32_t spreadBits(std::uint32_t value) {
     value = (value | value << 16U) & 0x030000FFU;
     value = (value | value << 8U) & 0x0300F00FU;

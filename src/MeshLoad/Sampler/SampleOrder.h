@@ -1,4 +1,4 @@
-// The order in which a body's samples stand.
+// The order of a body's samples.
 #pragma once
 
 #include <vector>
@@ -8,9 +8,9 @@
 
 namespace drelt {
 
-// Sorts samples by link, and those of a link along a space-filling curve (Morton, 1966) through their
-// initial places: neighbours in the list are neighbours on the skin, so that what they read and write
-// of the grid is still in the cache.
+// Sorts samples by link, and the samples of a link along a space-filling curve (Morton, 1966) through their
+// initial places. Neighbours in the list are then neighbours on the skin and use the same cached parts of
+// the grid.
 void sortByLinkAndPlace(std::vector<MeshSample>& samples, const SkeletalMesh& mesh);
 
 }  // namespace drelt

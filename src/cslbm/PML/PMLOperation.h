@@ -1,7 +1,7 @@
 // The absorbing layer along the faces of the box (after Najafi-Yazdi and Mongeau, Comput. Fluids 68 (2012)
-// 203). It corrects the post-collision populations with a term built from the deviation of the local
-// equilibrium from a state at rest, the mean Q of this deviation over two time levels, and the derivative
-// of Q along each direction. The damping is isotropic, with one strength per node.
+// 203). It subtracts a term from the post-collision populations. The term contains the deviation of the local
+// equilibrium from a state at rest, the mean Q of this deviation over two time levels, and the derivative of
+// Q along each direction. The damping is isotropic, with one strength per node.
 #pragma once
 
 #include "cslbm/PML/PMLScheme.h"
@@ -48,8 +48,8 @@ DRELT_HOST_DEVICE void innerDerivativeAlong(D, std::int64_t n, mlFlow* flow, int
     }
 }
 
-// On the outermost plane only directions that leave the grid have a derivative, and that one is one-sided.
-// All others are multiplied by 0.
+// On the outermost plane, only directions that leave the grid have a derivative, and it is one-sided. The
+// derivatives of all others are multiplied by 0.
 template <class D>
 DRELT_HOST_DEVICE void outerDerivativeAlong(D, const LaunchIndex& at, mlFlow* flow, int nx, int ny,
                                             int nz) {
@@ -88,7 +88,7 @@ DRELT_HOST_DEVICE void advanceAlong(D, std::int64_t n, mlFlow* flow) {
     flow->fEqTildeOld[entry] = flow->fEqTilde[entry];
 }
 
-// Whether nodes of a type lie in the layer and on the outermost plane of the grid.
+// Whether nodes of a type lie on the outermost plane: those in the layer, and always the box's corners.
 DRELT_HOST_DEVICE bool isOuter(PML_TYPE type) { return type != PML_INTERIOR && type != PML_NONE; }
 
 // Calls body(first, length) for each run of nodes of a row whose type passes the test.

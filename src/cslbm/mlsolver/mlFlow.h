@@ -24,8 +24,8 @@ enum MLLATTICENODE_FLAG : std::int32_t {
     ML_NODE_INLET = 11,  // prescribed velocity
 };
 
-// Place of a node in the absorbing layer. The layer's operators treat PML_INTERIOR and PML_NONE as
-// nodes with all neighbours present, the others as nodes on the outermost plane of the array.
+// Place of a node in the absorbing layer. The layer's operators use central differences at PML_INTERIOR,
+// none at PML_NONE, and one-sided differences at all others, which lie on the outermost plane.
 enum PML_TYPE : std::int32_t {
     PML_EDGE = 0,        // in the layer, on two or three outer faces (corners of the box excepted)
     PML_INTERIOR = 1,    // in the layer, on no outer face
@@ -51,8 +51,8 @@ struct mlVelocity3D {
     T x, y, z;
 };
 
-// Parameters of a domain. Copied to the device once and constant from then on. This start stays where the
-// box was created; the start of the flow record follows the body.
+// Parameters of a domain. Copied to the device once; from then on only waveStep changes. The start in this
+// record stays where the box was created; the start in the flow record follows the body.
 struct MLFluidParam {
     float startx, starty, startz;                  // centre minus half the box [m]
     float endx, endy, endz;                        // position of the last node [m]

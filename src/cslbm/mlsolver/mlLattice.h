@@ -69,13 +69,13 @@ DRELT_HOST_DEVICE float secondOrderEquilibrium(float cx, float cy, float cz, flo
     return static_cast<float>(((t * 3.0 + 1.0) + t * 4.5 * t - s) * w);
 }
 
-// The same of direction D of the set.
+// The same for direction D.
 template <class D>
 DRELT_HOST_DEVICE float secondOrderEquilibrium(D, float rho, float ux, float uy, float uz) {
     return secondOrderEquilibrium(D::x, D::y, D::z, D::weight, rho, ux, uy, uz);
 }
 
-// The same of direction i on the host; the form that fills the initial state.
+// The same for direction i on the host. It fills the initial state.
 inline float hostEquilibrium(int i, float rho, float ux, float uy, float uz) {
     return secondOrderEquilibrium(ex_cas1[i], ey_cas1[i], ez_cas1[i], w_cas1[i], rho, ux, uy, uz);
 }

@@ -1,4 +1,4 @@
-// The alternative collisions: agreement with reference cases, and where they must differ or be equal.
+// The alternative collisions: they agree with reference cases, and with each other where they must.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -89,7 +89,7 @@ TEST(AlternativeCollisions, AChoiceOutOfRangeIsRefused) {
     }
 }
 
-// The rows are longer than a block of the host's staging and not a multiple of a vector.
+// The rows are longer than a staging block of the host, and their length is no multiple of a pack.
 TEST(AlternativeCollisions, TwoStagesAndSingleNodesGiveTheSameAsOneKernel) {
     HostFlow flow(301, 3, 2);
     fillRandom(flow, 11);
@@ -144,8 +144,8 @@ TEST(AlternativeCollisions, Part1IsTheLiveOperator) {
     EXPECT_TRUE(compare(live->values(a.Sopt), part1->values(b.Sopt), 0.0));
 }
 
-// The float argument of the population-forced operators is an acceleration along y in the source: it acts like
-// an additional force density and does not change the stored moments.
+// The float argument of the operators with a source of populations is an acceleration along y. It acts like an
+// additional force density and does not change the stored moments.
 TEST(AlternativeCollisions, FloatArgumentIsForceAlongYOnly) {
     for (const CollisionOperator choice : kPopulationForced) {
         HostFlow flow(11, 4, 3);

@@ -63,8 +63,8 @@ void wave(HostFlow& flow, const VectorCase& given) {
     mlWave(flow.device(), flow.param());
 }
 
-// The values that a case expects of a field: its output, or its input with the entries of a few nodes
-// replaced, or its input.
+// The values that a case expects of a field. If the case gives an output, they are that output. If it gives
+// the entries of a few nodes, they are the input with these entries. Otherwise, they are the input.
 std::vector<double> expected(const VectorCase& given, const std::string& field,
                              const std::vector<float>& before, std::size_t count) {
     if (given.has("out_" + field)) return given.array<double>("out_" + field);
@@ -267,7 +267,7 @@ TEST(FlagBoundaries, NeighboursGetNothingInPlainFluidAndTheSameFromAnyThreads) {
 }
 
 // The populations of a treated node have the density and momentum that its face imposes: rho (0.2, 0, 0) on the
-// left face, none on the others. Nodes within 10 of the rim keep their state.
+// left face, none on the others. Nodes with an index below 10 or above n - 10 along the face keep their state.
 TEST(ImposedVelocity, IsTheMomentumOfThePopulationsInsideTheRim) {
     const LaunchExtent e{22, 21, 23};
     for (const MLLATTICENODE_FLAG face : kClasses) {
@@ -369,8 +369,8 @@ TEST(OtherMoments, AgreeWithTheStepsOwnAndKeepRawSumsAtZeroDensity) {
     EXPECT_EQ(axes.values(axes.host().fEqTildeOld, 27), axes.values(axes.host().fEqTilde, 27));
 }
 
-// A box of 20 nodes per side at unit spacing from the origin. The jets lie on the planes 4 and 16, each on the
-// nodes below 8 or above 12, below the height 120.
+// A box of 20 nodes along x and z at unit spacing, from the origin. The jets lie on the planes 4 and 16, each
+// on the nodes below 8 or above 12, and below the height 120.
 TEST(SceneForcing, PushesOnFourPlanesAndMovesTwoClasses) {
     HostFlow flow(20, 3, 20);
     flow.host().starty = 118.5f;  // the third row of nodes lies above the limit

@@ -63,8 +63,7 @@ double reflection(double halfWidth, int layer) {
 }
 
 TEST(OpenPlanes, ReflectAQuarterOfAPlanePulseInverted) {
-    if (guarded)
-        GTEST_SKIP() << "opens and closes pages too often; other tests guard these operators";
+    if (guarded) GTEST_SKIP() << "too slow with guarded memory; other tests guard these operators";
     for (const double halfWidth : {4.0, 8.0, 16.0}) {
         EXPECT_NEAR(reflection(halfWidth, 0), -0.255, 0.015) << halfWidth;
     }

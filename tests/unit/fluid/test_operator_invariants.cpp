@@ -66,7 +66,7 @@ TEST(Lattice, OppositesWeightsAndIsotropy) {
     }
 }
 
-// Table moments against sums over the populations in double precision, and the transform back.
+// Compares table moments with sums over the populations in double precision, and inverts the transform.
 TEST(CentralMoments, MatchTheirPolynomialsAndInvert) {
     std::mt19937 random(5);
     std::uniform_real_distribution<float> noise(-0.5f, 0.5f);

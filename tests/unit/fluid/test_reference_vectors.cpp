@@ -32,8 +32,8 @@ TEST_P(Collision, AgreesWithReference) {
 
 class CollisionRates : public testing::TestWithParam<const char*> {};
 
-// The intermediate values, in the operators' form and in that of the production schedule, which must agree to
-// rounding. The case at rest has no such values.
+// The intermediate values in two forms, that of the operators and that of the production schedule. They must
+// agree up to rounding. The case at rest has no such values.
 TEST_P(CollisionRates, AgreeWithReference) {
     const VectorCase given(GetParam());
     const HostFlow flow(given);

@@ -13,8 +13,8 @@
 
 namespace drelt::test {
 
-// Owns the host arrays. All values are 0, except for the densities, which are 1. Usage: change the arrays,
-// upload(), launch with device(), download().
+// Owns the host arrays. All values start as 0, but densities as 1. Usage: change the arrays, upload(), launch
+// with device(), download().
 class HostBoundary {
 public:
     explicit HostBoundary(int count, int device = test::device()) : manager_(device) {
@@ -45,7 +45,7 @@ public:
     void upload() { manager_.upload(); }
     void download() { manager_.download(); }
 
-    // Places the samples on a sphere with outward normals, in an order without pattern in space.
+    // Places the samples on a sphere with outward normals, in an order that has no pattern in space.
     void placeOnSphere(float cx, float cy, float cz, float radius) {
         const double turn = 2.399963229728653;
         for (int i = 0; i < record_.count; ++i) {

@@ -1,4 +1,4 @@
-// Interpolation, direct force and spreading: reference cases, conservation, and the order of sums.
+// Interpolation, direct forcing and spreading: reference cases, conservation, and the order of sums.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -186,7 +186,7 @@ TEST(Spread, ForceAndTorqueOnTheGridAreThoseOfTheSamples) {
     }
 }
 
-// Couples all boundaries by the operators, sample by sample.
+// Runs the operators for all boundaries, sample by sample.
 void coupleSerially(Scene& scene) {
     const mlUnitScale& s = scene.scale;
     const mlVelocity3D<float> u0p{s.u0px, s.u0py, s.u0pz};
@@ -251,7 +251,8 @@ struct Crowd : Scene {
 TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
     DRELT_HOST_ONLY("runs the operators on host memory, sample by sample");
     const int before = omp_get_max_threads();
-    // The edge 32 is far from most samples, 9 near to all, and 5 is shorter than a row of sums.
+    // Most samples lie far from the faces of the grid of edge 32, and all lie near those of edge 9. Edge 5 is
+    // shorter than a row of a stencil.
     for (const auto& [edge, R] : {std::pair{32, 2}, {32, 3}, {32, 4}, {32, 5}, {9, 4}, {5, 4}}) {
         Crowd serial(edge);
         serial.solver.ibKernelSelector = R;

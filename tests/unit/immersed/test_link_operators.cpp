@@ -122,7 +122,7 @@ TEST_F(LinkOperators, LinksWithoutSamplesKeepTheirWrench) {
     EXPECT_EQ(most.reduced(reduction, links), (std::vector<double>{0, 7, -3, -1, 0}));
     UnitForces none({});
     EXPECT_EQ(none.reduced(reduction, links), (std::vector<double>{0, 7, -3, -1, 0}));
-    UnitForces fewer({1});  // the buffers hold nothing from before
+    UnitForces fewer({1});  // nothing from before must remain in the buffers
     EXPECT_EQ(fewer.reduced(reduction, links), (std::vector<double>{0, -1, -3, -1, 0}));
 }
 

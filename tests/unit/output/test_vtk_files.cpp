@@ -70,7 +70,7 @@ TEST_F(Files, FluidOfTwoCubedNodes) {
     mlUnitScale scale{};
     scale.u0px = scale.u0py = scale.u0pz = 2;
     scale.u0k = 0.1f;
-    // turned by a quarter about z, moving and turning: both rotations of the velocity cancel
+    // The frame is turned by a quarter about z, moves and turns. The two rotations of the velocity cancel.
     dart::dynamics::SimpleFrame frame(dart::dynamics::Frame::World(), "frame");
     Eigen::Isometry3d pose = Eigen::Isometry3d::Identity();
     pose.rotate(Eigen::AngleAxisd(M_PI / 2, Eigen::Vector3d::UnitZ()));
@@ -146,10 +146,55 @@ TEST_F(Files, MarkersWithAndWithoutAny) {
               "0.0100 0.0000 0.0000\n0.0000 0.0200 0.0000\n");
 }
 
-TEST_F(Files, AnUnwritableFileIsNoFault) {
-    ASSERT_TRUE(fs::create_directories(path("taken.vtk")));
-    EXPECT_FALSE(mlVTKWrtier::writeMarkers({}, path("taken.vtk")));
-    EXPECT_TRUE(fs::is_directory(path("taken.vtk")));
+// Every writer in turn, into files of this folder; returns what they print on standard error.
+std::string warningsOfAllWriters(const fs::path& folder) {
+    testing::internal::CaptureStderr();
+    const auto path = [&](const char* name) { return (folder / name).string(); };
+    EXPECT_FALSE(mlVTKWrtier::writeObject({}, path("object.vtk")));
+    EXPECT_FALSE(mlVTKWrtier::writeMarkers({}, path("markers.vtk")));
+    EXPECT_FALSE(mlVTKWrtier::writeLines({}, path("lines.vtk")));
+    MLFluidParam param{};
+    mlFlow flow{};
+    flow.param = &param;
+    const dart::dynamics::SimpleFrame still(dart::dynamics::Frame::World());
+    EXPECT_EQ(mlVTKWrtier::writeFluid(flow, {}, path("fluid.vtk"), &still), 1);
+    return testing::internal::GetCapturedStderr();
+}
+
+std::string warningFor(const fs::path& file, const std::string& reason) {
+    return "[warning] '" + file.string() + "' cannot be written: " + reason +
+           "; the run goes on, and later failures in this folder are not reported\n";
+}
+
+TEST_F(Files, AnUnwritableFolderGivesOneWarning) {
+    const fs::path file = path("file");
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << "no folder";
+    EXPECT_EQ(warningsOfAllWriters(file), warningFor(file / "object.vtk", "Not a directory"));
+    EXPECT_EQ(warningsOfAllWriters(file), "") << "said already";
+    EXPECT_EQ(warningsOfAllWriters(file / "other"),
+              warningFor(file / "other" / "object.vtk", "Not a directory"));
+    EXPECT_EQ(content(file), "no folder");
+}
+
+TEST_F(Files, AFullDiskGivesOneWarning) {
+    const fs::path folder = path("full");
+    fs::create_directories(folder);
+    for (const char* name : {"object.vtk", "markers.vtk", "lines.vtk", "fluid.vtk"}) {
+        fs::create_symlink("/dev/full", folder / name);
+    }
+    EXPECT_EQ(warningsOfAllWriters(folder),
+              warningFor(folder / "object.vtk", "No space left on device"));
+
+    // fails in the middle, not only when the file is closed
+    host_MeshData large;
+    large.curr_positions.assign(100000, Eigen::Vector3d::Zero());
+    fs::create_directories(path("large"));
+    fs::create_symlink("/dev/full", fs::path(path("large")) / "object.vtk");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(mlVTKWrtier::writeObject(large, path("large/object.vtk")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              warningFor(path("large/object.vtk"), "No space left on device"));
 }
 
 }  // namespace

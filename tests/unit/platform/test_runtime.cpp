@@ -10,6 +10,7 @@
 
 #include "platform/check.h"
 #include "platform/launch.h"
+#include "platform/testing.h"
 
 namespace drelt {
 namespace {
@@ -73,7 +74,7 @@ TEST(Runtime, DeferredWaitsWaitOnlyWhenTheyEndOrWhenAskedTo) {
         const platform::DeferredWaits outer;
         { const platform::DeferredWaits inner; }
         cudaDeviceSynchronize();
-        std::thread([] { cudaDeviceSynchronize(); }).join();  // which defers nothing
+        std::thread([] { cudaDeviceSynchronize(); }).join();  // another thread defers nothing
     };
     EXPECT_EQ(waitsOf(launches), 1u);
     EXPECT_EQ(waitsOf([] { cudaDeviceSynchronize(); }), 1u);

@@ -76,7 +76,7 @@ simParams paramsOf(const VectorCase& given) {
     p.sigma_max = static_cast<float>(given.scalar("sigma_max"));
     p.slip_ratio = static_cast<float>(given.scalar("slip"));
     p.pml_width = given.integer("pml_width");
-    // half a node short, so that the counted nodes do not depend on rounding
+    // half a spacing less than the count, so that rounding cannot change the number of nodes
     p.width = (given.integer("nx") - 0.5f) * p.dx;
     p.height = (given.integer("ny") - 0.5f) * p.dx;
     p.depth = (given.integer("nz") - 0.5f) * p.dx;
@@ -219,8 +219,8 @@ TEST(Steps, ModesWithoutFluidMoveTheOriginOnly) {
     EXPECT_EQ(fixture.flow->startx, 3 - 0.4375f) << "a fixed grid stays";
 }
 
-// A cube of 24 nodes a side at rest, with solids inside and a plane of nodes at height 0. At smaller
-// viscosities the low faces by node class amplify rounding.
+// A cube of 24 nodes per side at rest, with solids inside and a plane of nodes at height 0. At smaller
+// viscosities, the boundary operators of the low faces amplify rounding errors.
 std::unique_ptr<SolverFixture> restingCube() {
     simParams p = smallBox();
     p.width = p.height = p.depth = 3;
@@ -231,7 +231,7 @@ std::unique_ptr<SolverFixture> restingCube() {
     return fixture;
 }
 
-// Largest deviation from rest at density 1 after many steps; infinite where anything is not finite.
+// Largest deviation from rest at density 1 after many steps; infinite if anything is not finite.
 double unrest(SolverFixture& fixture) {
     fixture.solver.allocateDevice();
     const int steps = test::guarded ? 5 : 100;  // opening and closing all pages takes its time

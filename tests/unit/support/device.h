@@ -10,6 +10,7 @@
 
 #include "platform/check.h"
 #include "platform/runtime.h"
+#include "platform/testing.h"
 
 // Skips a test of code that needs host threads and memory that host code can reach.
 #define DRELT_HOST_ONLY(reason) \

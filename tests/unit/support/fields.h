@@ -1,4 +1,4 @@
-// The fields of a running solver as its device holds them, under any schedule.
+// The fields of a running solver, read from its device, under any schedule.
 #pragma once
 
 #include <vector>
@@ -30,7 +30,7 @@ inline Fields fieldsOf(const mlSinglePhaseSolverNew& solver, int domain = 0) {
     return out;
 }
 
-// Force densities of a boundary's samples as its device holds them: x of all, then y, then z.
+// Force densities of a boundary's samples, read from its device: x of all samples, then y, then z.
 inline std::vector<double> sampleForces(const IBBoundaryMemMgr& boundary) {
     std::vector<double> all;
     for (const double* const axis :

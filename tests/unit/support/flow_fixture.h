@@ -17,9 +17,9 @@
 
 namespace drelt::test {
 
-// Owns both records. Starts at rest: rou 1, f, fPost and fEqBar the weights, v0k 0.01, the rest zero,
-// all nodes ML_NODE_FLUID, the layer laid out with sigma_max 0.01. Change host(), upload(), launch
-// with device() and param(), download(), read host().
+// Owns both records. Starts at rest: rou is 1, v0k is 0.01, f, fPost and fEqBar hold the weights, all nodes
+// are ML_NODE_FLUID, the absorbing layer has sigma_max 0.01, and the rest is zero. Usage: change host(),
+// upload(), launch with device() and param(), download(), read host().
 class HostFlow {
 public:
     HostFlow(int nx, int ny, int nz, int pml_width = 0, int device = test::device())
@@ -102,7 +102,7 @@ public:
         });
     }
 
-    // Copy one array; `there` is of deviceImage(), perNode is 27 for populations.
+    // Copy one array. `there` is an array of deviceImage(); perNode is 27 for populations.
     template <class T>
     void copyUp(T* there, const T* here, std::size_t perNode = 1) const {
         checkCudaErrors(

@@ -1,11 +1,11 @@
-// What a refused call says.
+// The message of a refused call.
 #pragma once
 
 #include <string>
 
 namespace drelt::test {
 
-// The message of what `call` throws as an Error.
+// The message of the Error that `call` throws.
 template <class Error, class Call>
 std::string messageOf(Call&& call) {
     try {

@@ -18,7 +18,8 @@ struct RigNode {
     Eigen::Vector3d position;
 };
 
-// Nodes scene, bone_0 .. bone_(links-1), end, each 0.2 m further along x.
+// The nodes scene, bone_0 .. bone_(links-1) and end. scene and bone_0 lie at the origin, each later node
+// 0.2 m further along x.
 inline std::vector<RigNode> chainNodes(int links) {
     std::vector<RigNode> nodes{{"scene", -1, Eigen::Vector3d::Zero()}};
     for (int i = 0; i < links; ++i) {
@@ -28,8 +29,8 @@ inline std::vector<RigNode> chainNodes(int links) {
     return nodes;
 }
 
-// A mesh on these nodes, with one skin on the bones [firstBone, firstBone + boneCount) unless there are
-// none. fill(data, nodes) gives the skin its vertices, normals, weights and faces.
+// A model with these nodes and one skin on the bones [firstBone, firstBone + boneCount); no skin if boneCount
+// is 0. fill(data, nodes) gives the skin its vertices, normals, weights and faces.
 template <class Fill>
 std::shared_ptr<SkeletalMesh> makeSkinned(const std::vector<RigNode>& rig, int firstBone,
                                           int boneCount, int device, Fill&& fill) {
@@ -73,7 +74,7 @@ std::shared_ptr<SkeletalMesh> makeSkinned(const std::vector<RigNode>& rig, int f
     return mesh;
 }
 
-// Joints without limits, a floating root and otherwise revolute about y and passive.
+// The root joint floats, all others are passive and revolute about y, and none has limits.
 inline std::shared_ptr<SkeletonSystem> withoutLimits(std::shared_ptr<SkeletalMesh> mesh,
                                                      int device) {
     auto system = std::make_shared<SkeletonSystem>(std::move(mesh), device);

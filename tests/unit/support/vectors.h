@@ -1,5 +1,5 @@
-// Reads the reference cases of tests/vectors: one folder a case, with a manifest.json that names
-// scalars and arrays, and one little-endian file an array.
+// Reads the reference cases of tests/vectors. Each case is a folder with a manifest.json, which names
+// scalars and arrays, and one little-endian file per array.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ public:
         return entryOf(name).at("shape").get<std::vector<int>>();
     }
 
-    // An array in the type that it is stored in; another T is an error of the test.
+    // An array in the type in which it is stored. Throws for any other T.
     template <class T>
     std::vector<T> array(const std::string& name) const {
         static_assert(std::is_same_v<T, float> || std::is_same_v<T, double> ||
@@ -79,7 +79,7 @@ private:
     nlohmann::json manifest_;
 };
 
-// Largest magnitude of an array; what "of the largest" in a tolerance refers to.
+// Largest magnitude of an array.
 template <class T>
 double largest(const std::vector<T>& values) {
     double most = 0.0;
@@ -114,7 +114,7 @@ testing::AssertionResult compare(const std::vector<Expected>& expected,
                   << " of " << expected.size() << ", " << beyond << " beyond";
 }
 
-// The same against a share of the largest expected magnitude.
+// The same, where the tolerance is a share of the largest expected magnitude.
 template <class Expected, class Actual>
 testing::AssertionResult compareScaled(const std::vector<Expected>& expected,
                                        const std::vector<Actual>& actual, double share) {

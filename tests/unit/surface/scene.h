@@ -42,7 +42,7 @@ inline std::unique_ptr<aiScene> emptyScene() {
     return scene;
 }
 
-// Appends a mesh to the scene and hangs it on the node, which holds none so far.
+// Appends a mesh to the scene and gives it to the node, which must hold none so far.
 inline aiMesh* addMesh(aiScene& scene, aiNode& node, const SceneMesh& from) {
     auto* const mesh = new aiMesh;
     mesh->mNumVertices = static_cast<unsigned>(from.positions.size());

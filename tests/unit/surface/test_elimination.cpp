@@ -1,4 +1,4 @@
-// Weighted sample elimination against a plain evaluation of its definition.
+// Compares weighted sample elimination with a plain evaluation of its definition.
 #include <gtest/gtest.h>
 #include <omp.h>
 

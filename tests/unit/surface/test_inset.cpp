@@ -126,12 +126,12 @@ TEST(Inset, SamplesOfASwimmerMoveInsideABodyOfTwoMeshes) {
 
 struct Layer {
     float z;          // height of a rectangle of two triangles
-    float normal;     // along z, of its vertices; the triangles' own always points to +z
+    float normal;     // z component of the vertex normals; the triangles' own normals point to +z
     float width = 1;  // the other edge is 1 long
 };
 
-// The insets of one sample of each layer. The rays run through an edge of every layer of the
-// same width: through the diagonal, and again through the border.
+// The insets of one sample of each layer. The sample lies on the diagonal of its rectangle, and once more
+// on its border, so its ray meets an edge of every layer of the same width.
 std::vector<float> insetsOf(const std::vector<Layer>& layers) {
     const std::unique_ptr<aiScene> scene = test::emptyScene();
     std::vector<MeshSample> samples;

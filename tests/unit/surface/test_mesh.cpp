@@ -99,7 +99,7 @@ TEST(NodeTree, PosesSurviveTheWayThroughDegrees) {
     tree.setTransform(0, pose);
     tree.updateWorldTransforms();
     EXPECT_LT((tree.nodes[0]->localTransform.matrix() - pose.matrix()).norm(), 1e-14);
-    // Degrees are counted with 3.1415926 in place of pi.
+    // The conversion to degrees uses 3.1415926 in place of pi.
     tree.setTransform(0, Eigen::Isometry3d(Eigen::AngleAxisd(1.0, Eigen::Vector3d::UnitX())));
     EXPECT_DOUBLE_EQ(tree.nodes[0]->eulerAngles.x(), 180.0 / 3.1415926);
 }
@@ -317,7 +317,7 @@ TEST(MeshFile, GltfFilesThatTheImporterDoesNotSurvive) {
     EXPECT_NE(refusal(R"({"nodes": [{"children": [1, 1]}, {}]})").find("more than once"),
               std::string::npos);
     EXPECT_NE(refusal(std::string(100000, '[')).find("200 deep"), std::string::npos);
-    // what the importer can read or report itself
+    // files that the importer can read or refuse itself
     const std::string one = R"("skins": [{"joints": [0], "inverseBindMatrices": 0}, {}]})";
     for (const std::string& text : {start + one, std::string("no JSON"), std::string()}) {
         EXPECT_EQ(refusal(text), "no exception") << text;

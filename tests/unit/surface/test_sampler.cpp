@@ -1,4 +1,4 @@
-// Placing samples on meshes, and their way with the skin.
+// Samples are placed on meshes and follow the skin.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -24,7 +24,7 @@ struct Plates {
         mesh.loadScene(*scene, test::device());
         testing::internal::GetCapturedStdout();
     }
-    // Samples until now, and what was printed.
+    // Places samples and returns what was printed.
     std::string sample(int number) {
         testing::internal::CaptureStdout();
         sampler.generateSamples(number);
@@ -47,7 +47,7 @@ std::vector<Record> recordsOf(const IBSamplerMesh& sampler) {
     return records;
 }
 
-// Different places on one mesh: candidates at one place all become samples together.
+// The number of different places of samples on one mesh. Several samples can share a place.
 std::size_t placesOn(const IBSamplerMesh& sampler, unsigned meshId) {
     std::set<Record> places;
     for (const MeshSample& s : sampler.samples) {

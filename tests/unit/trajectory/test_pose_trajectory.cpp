@@ -187,8 +187,8 @@ TEST(PoseTrajectory, QueriesPastTheTableRaiseAndChangeNothing) {
     path.getTargetPose(Vec3(2.0, 0, 0), index, 3);
     ASSERT_EQ(index, 2);
     const std::string pastEnd =
-        "getTargetPose: index 9 is reached, but the last of the 10 samples has the index 9, and "
-        "there is no target after it; stop following the path before";
+        "getTargetPose: the body has reached index 9, but the last of the 10 samples has the index "
+        "9, so there is no target ahead; stop following the path before its end";
     EXPECT_EQ(messageOf<std::out_of_range>([&] { path.getTargetPose(Vec3(9, 0, 0), index, 20); }),
               pastEnd);
     EXPECT_EQ(index, 2);

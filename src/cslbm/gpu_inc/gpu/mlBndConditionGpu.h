@@ -13,8 +13,8 @@ struct NonEquilibriumMoments {
     float xx, yy, zz, xy, xz, yz;
 };
 
-// The population of direction D that carries the second moments P and no other: w / (2 cs^4) Q : P with
-// Q = e e - cs^2.
+// The regularised population of direction D: w / (2 cs^4) Q : P with Q = e e - cs^2. It has the second
+// moments P and no others.
 template <class D>
 DRELT_HOST_DEVICE float regularised(D, const NonEquilibriumMoments& p) {
     constexpr double weight = D::weight / (2.0 / 9.0);
@@ -28,8 +28,8 @@ DRELT_HOST_DEVICE float regularised(D, const NonEquilibriumMoments& p) {
 // A velocity boundary by regularised populations (Latt, Chopard, Malaspinas, Deville and Michler, Phys. Rev. E
 // 77 (2008) 056703), at node n of a face. The density follows from the populations that leave through the
 // face or run along it. A population that enters takes the non-equilibrium part of its opposite. On the low
-// x and y faces, the divisor of the density amplifies disturbances: from rest they grow tenfold in 20 steps
-// at a viscosity of 0.01; from about 0.1 up they stay at rounding.
+// x and y faces, the divisor of the density amplifies disturbances. At a viscosity of 0.01, rounding errors
+// of a fluid at rest grow tenfold in 20 steps; at about 0.1 and above they do not grow.
 // Reads fPost and ux uy uz (velocities); writes fPost and rou.
 template <class Face>
 DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
@@ -70,7 +70,7 @@ DRELT_HOST_DEVICE void regulariseFace(mlFlow* flow, std::int64_t n, int count) {
     });
 }
 
-// The same for an index of a launch over the face's plane, if the node there has the face's class.
+// Regularises the node of a launch index if it has the face's class.
 template <class Face>
 DRELT_HOST_DEVICE void regulariseFlagged(const LaunchIndex& at, mlFlow* flow, int nx, int ny,
                                          int nz, int count, MLLATTICENODE_FLAG face) {
@@ -123,7 +123,7 @@ DRELT_KERNEL void mlCuBoundaryCondition_Back_Kernel(LaunchIndex at, mlFlow* flow
     detail::regulariseFlagged<BackFace>(at, flow, nx, ny, nz, count, ML_NODE_BACK);
 }
 
-// Sets a solid node anywhere to the equilibrium of its density and velocity.
+// Sets a solid node, wherever it lies, to the equilibrium of its density and velocity.
 DRELT_KERNEL void mlCuBoundaryCondition_Solid_Kernel(LaunchIndex at, mlFlow* flow, int, int, int,
                                                      int count) {
     if (flow->flag[at.n] == ML_NODE_SOLID) detail::equilibrateNode(flow, at.n, count);
@@ -145,8 +145,8 @@ DRELT_KERNEL void mlBndConditionOtherKernel(LaunchIndex at, mlFlow* flow, int, i
 }
 
 // A fluid node x copies its populations to neighbours on a face or in a solid: fPost_j(y) = fPost_j(x) for
-// y = x + e_j. The result does not depend on the order: only node y - e_j writes entry j of node y, and the
-// operator reads fluid nodes only, to which nothing is written.
+// y = x + e_j. The result does not depend on the order of the nodes: only node y - e_j writes entry j of
+// node y, and the operator reads fluid nodes only, which it never writes.
 DRELT_KERNEL void mlBndConditionKernel(LaunchIndex at, mlFlow* flow, int nx, int ny, int nz,
                                        int count) {
     if (flow->flag[at.n] != ML_NODE_FLUID) return;

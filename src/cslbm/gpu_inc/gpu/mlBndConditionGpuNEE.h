@@ -15,8 +15,8 @@ namespace drelt {
 namespace detail {
 
 // Node b of a plane takes density and momentum of its source s, and the populations of s with the equilibrium
-// part exchanged. ux uy uz hold momentum here, not velocity. Both equilibria get the same arguments, so this
-// has no effect beyond rounding.
+// part exchanged. ux uy uz hold momentum here, not velocity. Both equilibria use the same values, so the
+// difference cancels up to rounding.
 DRELT_HOST_DEVICE void extrapolate(mlFlow* flow, NodeIndex b, NodeIndex s, int nx, int ny,
                                    int count) {
     const std::int64_t stride = count;
@@ -49,7 +49,7 @@ DRELT_HOST_DEVICE void extrapolateX(mlFlow* flow, int x, int sourceX, int y, int
                 nx, ny, count);
 }
 
-// The planes across z do so too.
+// The planes across z also include their edges.
 DRELT_HOST_DEVICE void extrapolateZ(mlFlow* flow, int z, int sourceZ, int x, int y, int nx, int ny,
                                     int count) {
     const int w = flow->param->pml_width;

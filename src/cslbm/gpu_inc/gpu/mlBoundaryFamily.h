@@ -8,12 +8,11 @@ namespace drelt {
 enum class BoundaryFamily {
     NonEquilibriumExtrapolation,  // the six open planes
     None,
-    // By node class, on the post-collision populations: the neighbours of fluid nodes; all faces and solids
-    // in seven launches or in one; or the nodes of one class.
-    FlagNeighbours,
-    FlagFaces,
-    FlagFacesAtOnce,
-    FlagLeft,
+    // By node class, on the post-collision populations.
+    FlagNeighbours,   // fluid nodes copy populations to neighbours on faces and in solids
+    FlagFaces,        // all six faces and the solids, one launch per class
+    FlagFacesAtOnce,  // the same in one launch
+    FlagLeft,         // from here on: the nodes of one class
     FlagRight,
     FlagDown,
     FlagUp,
@@ -36,7 +35,7 @@ enum class BoundaryFamily {
 enum class BoundaryStage { AfterLayer, AfterMoments };
 
 // Launches the operators of a family at one stage over the domain of a device record. Most families have
-// operators at one stage only. Throws std::invalid_argument for a value that is no member of BoundaryFamily.
+// operators at one stage only. Throws std::invalid_argument for a value outside BoundaryFamily.
 void applyBoundary(BoundaryFamily family, BoundaryStage stage, mlFlow* flow,
                    const MLFluidParam* param);
 

@@ -23,7 +23,7 @@ struct BoxFace {
     template <class D>
     static constexpr bool enters = component<D> == 1;
 
-    // The node for an index of a launch over the face's plane.
+    // The node that belongs to an index of launchPlane over this face.
     DRELT_HOST_DEVICE static std::int64_t node(const LaunchIndex& at, int nx, int ny, int nz) {
         const int x = Axis == 0 ? (High ? nx - 1 : 0) : at.x;
         const int y = Axis == 1 ? (High ? ny - 1 : 0) : at.y;

@@ -51,8 +51,8 @@ DRELT_KERNEL void mlCalMacroGpuKernel(LaunchIndex at, mlFlow* flow) {
     flow->uz[n] = sums.mz / divisor;
 }
 
-// Copies the layer's equilibrium difference to that of the step before. Skips nodes beyond the sizes in the
-// device's parameter record.
+// Copies fEqTilde of the absorbing layer to fEqTildeOld. Skips nodes beyond the sizes in the device's
+// parameter record.
 DRELT_KERNEL void mlCopyFTildeKernel(LaunchIndex at, mlFlow* flow, int, int, int, int) {
     const MLFluidParam* const param = flow->param;
     if (at.x >= param->samples_x || at.y >= param->samples_y || at.z >= param->samples_z) return;
@@ -73,10 +73,10 @@ DRELT_HOST_ROW void copyFTildeRow(LaunchIndex first, int length, mlFlow* flow, i
     }
 }
 
-// The forcing of a fixed test scene. With inletVelocity, nodes of the classes 12 and 13 get the upward
-// velocities 0.1 + 0.05 phase and 0.1 - 0.05 phase. With wallJets, four plane jets push the fluid around the
-// box below a height of 120 m. They lie four spacings inside the side walls, each over 0.4 of the width at
-// one end of its wall.
+// The forcing of a fixed test scene, made for startx = startz = 0. With inletVelocity, nodes of class 12 get
+// the upward velocity 0.1 + 0.05 phase and nodes of class 13 get 0.1 - 0.05 phase. With wallJets, four plane
+// jets push the fluid around the box below a height of 120 m. They lie at the indices 4 and n - 4, one along
+// each side wall. Each covers 0.4 of the width at one end of its wall.
 DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJets,
                                        bool inletVelocity, float phase) {
     const MLFluidParam* const param = flow->param;
@@ -94,7 +94,7 @@ DRELT_KERNEL void mlCalForceTermKernel(LaunchIndex at, mlFlow* flow, bool wallJe
     const float y = at.y * dx + flow->starty;
     const float z = at.z * dx + flow->startz;
     if (!wallJets || !(y < 120.0)) return;  // sic: prescribed value
-    // The planes are exact matches, and all limits are shares of the width.
+    // A node belongs to a jet only if its coordinate matches exactly. All limits are shares of the width.
     const double low = 0.4 * param->width;
     const double high = 0.6 * param->width;
     if (z == 4 * dx && x < low) flow->forcez[n] = 0.02;

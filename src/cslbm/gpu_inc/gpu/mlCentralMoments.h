@@ -10,7 +10,7 @@
 //     10 11 12      cx cy^2 + cx cz^2, cx^2 cy + cy cz^2, cx^2 cz + cy^2 cz
 //     13 14 15      the same with a minus
 //     16            cx cy cz
-//     17 18 19      sum of the three cx^2 cy^2, the same with cy^2 cz^2 negative, cx^2 cy^2 - cx^2 cz^2
+//     17 18 19      cx^2 cy^2 + cx^2 cz^2 + cy^2 cz^2, the same with - cy^2 cz^2, cx^2 cy^2 - cx^2 cz^2
 //     20 21 22      cx^2 cy cz, cx cy^2 cz, cx cy cz^2
 //     23 24 25 26   cx cy^2 cz^2, cx^2 cy cz^2, cx^2 cy^2 cz, cx^2 cy^2 cz^2
 //
@@ -27,7 +27,7 @@
 namespace drelt {
 
 inline constexpr int kMoments = 27;
-// 1/sqrt(3), the lattice speed of sound, as rounded in the force source.
+// 1/sqrt(3), the lattice speed of sound, in the rounding that the force source uses.
 inline constexpr float kSoundSpeed = 0.57735026f;
 
 // A number as a compile-time constant. Loops over such constants are unrolled before the vectoriser runs.
@@ -76,7 +76,8 @@ DRELT_HOST_DEVICE void lineToMoments(float& rest, float& plus, float& minus, flo
     minus = order2;
 }
 
-// The inverse: shifts to moments about the origin, then forms 1 - t^2, (t^2 + t)/2 and (t^2 - t)/2.
+// The inverse: shifts to the moments m0, m1, m2 about the origin, then forms the populations m0 - m2 (rest),
+// (m2 + m1)/2 (plus) and (m2 - m1)/2 (minus).
 DRELT_HOST_DEVICE void lineToPopulations(float& order0, float& order1, float& order2, float u) {
     const float raw1 = order1 + u * order0;
     const float raw2 = order2 + u * (order1 + raw1);

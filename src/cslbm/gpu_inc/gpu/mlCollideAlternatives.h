@@ -202,8 +202,8 @@ DRELT_HOST_ROW void collideProbedRow(LaunchIndex first, int length, mlFlow* flow
     collideRow(first, length, flow, unused, nx, ny, nz, count);
 }
 
-// The first stage of mlCollideAddForceKernel in two stages. Reads f, rou, ux uy uz here and at the six
-// neighbours; writes the relaxed moments to fStore. The float argument is not used.
+// First stage of the cascade, the form of mlCollideAddForceKernel in two stages. Reads f, rou, ux uy uz here
+// and at the six neighbours; writes the relaxed moments to fStore. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceOptKernel(LaunchIndex at, mlFlow* flow, float, int nx, int ny,
                                              int nz, int count) {
     detail::relaxCascade(at, flow, nx, ny, nz, {flow->f + at.n, count},
@@ -217,8 +217,8 @@ DRELT_HOST_ROW void relaxCascadeRow(LaunchIndex first, int length, mlFlow* flow,
             DRELT_LAMBDA_INLINE { detail::relaxCascade(at, flow, nx, ny, nz, from, to); });
 }
 
-// The second stage, for the directions 0 to 13 and 14 to 26, in either order. Both read fStore, rou, ux uy uz
-// and the force arrays and write fPost.
+// Second stage of the cascade: one operator for the directions 0 to 13 and one for 14 to 26, run in either
+// order. Both read fStore, rou, ux uy uz and the force arrays, and write fPost.
 DRELT_KERNEL void mlCuCollideCascade0_13Kernel(LaunchIndex at, mlFlow* flow, float gy, int, int,
                                                int, int count) {
     detail::rebuildNode(detail::FirstHalf{}, at, flow, gy, {flow->fStore + at.n, count},
@@ -230,7 +230,7 @@ DRELT_KERNEL void mlCuCollideCascade14_26Kernel(LaunchIndex at, mlFlow* flow, fl
                         {flow->fPost + at.n, count});
 }
 
-// The first stage of the collision towards the second-order polynomial equilibrium. Reads f, rou, ux uy uz here
+// First stage of the collision towards the second-order polynomial equilibrium. Reads f, rou, ux uy uz here
 // and at the six neighbours; writes the relaxed moments to fStore. The float argument is not used.
 DRELT_KERNEL void mlCollideAddForceTvcgDivKernel(LaunchIndex at, mlFlow* flow, float, int nx,
                                                  int ny, int nz, int count) {
@@ -245,7 +245,7 @@ DRELT_HOST_ROW void relaxPolynomialRow(LaunchIndex first, int length, mlFlow* fl
             DRELT_LAMBDA_INLINE { detail::relaxPolynomial(at, flow, nx, ny, nz, from, to); });
 }
 
-// Its second stage, the same as above.
+// Second stage of this collision. It does the same as that of the cascade.
 DRELT_KERNEL void mlCollideAddForceTvcg0_13Kernel(LaunchIndex at, mlFlow* flow, float gy, int, int,
                                                   int, int count) {
     detail::rebuildNode(detail::FirstHalf{}, at, flow, gy, {flow->fStore + at.n, count},

@@ -7,7 +7,7 @@ namespace drelt {
 
 namespace {
 
-// Flat node index, blocks of 32 x 4 x 1; `args` stand before the four sizes.
+// Launches an operator with flat node indices in blocks of 32 x 4 x 1. It takes `args`, then the four sizes.
 template <auto Op, auto RowOp, class... Args>
 void launchNodes(mlFlow* flow, const MLFluidParam* param, Args... args) {
     const LaunchExtent nodes{param->samples_x, param->samples_y, param->samples_z};

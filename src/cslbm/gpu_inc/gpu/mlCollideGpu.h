@@ -1,4 +1,4 @@
-// The default collision: populations relax in central-moment space, with the force as a source there.
+// The default collision: the central moments of the populations relax, and the force is one of their sources.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
@@ -28,9 +28,9 @@ DRELT_HOST_DEVICE void collideNode(const LaunchIndex& at, mlFlow* flow, int nx, 
 }
 
 // Cascaded collision of all 27 central moments about the local velocity. The five shear moments relax with the
-// molecular plus the eddy viscosity. The trace and the higher moments relax with Sopt, which takes the value
-// of the fit if that is positive and keeps its value otherwise. The mass is rou. The first central moments
-// after the collision are half the force; since the velocity is shifted by the other half, the step adds
+// molecular plus the eddy viscosity. The trace and the higher moments relax with Sopt. Sopt takes the value
+// of the fit if that is positive; otherwise it keeps its own. The mass is set to rou. The first central
+// moments after the collision are half the force. The velocity is shifted by the other half, so the step adds
 // the whole force to the momentum. param's body acceleration enters the source but not the velocity.
 // Reads f, rou, Sopt, the force arrays, and ux uy uz (velocities) here and at the six neighbours; writes fPost
 // and Sopt. Run after the frame forcing. The float argument is not used.

@@ -1,5 +1,5 @@
-// What the collision operators share: the steps of a collision at one node, and the way of a host row
-// through memory. The operators differ in rates, equilibrium, and where the force enters. The production
+// What the collision operators share: the parts of a collision at one node, and the staging of a row of nodes
+// on the host. The operators differ in rates, equilibrium, and where the force enters. The production
 // schedule has a shorter form of the default collision in FusedCore.h, which tells why.
 #pragma once
 
@@ -106,14 +106,15 @@ DRELT_HOST_DEVICE void collidePopulations(const NodeState& node, const MomentRat
     scatterPopulations(AllEntries{}, k, node, populationSource, to);
 }
 
-// Calls body(at, from, to) for the nodes of a row on the host. A block of nodes is copied to a buffer array by
-// array, worked on there and copied back: 54 arrays walked side by side are more than caches and hardware
-// prefetchers can follow. While the body works on a vector of nodes, the entries of the next block and the
-// places of this block's results are prefetched.
+// Calls body(at, from, to) for the nodes of a row on the host. Copies a block of nodes to a buffer, array by
+// array, calls the body on the buffer and copies the results back: caches and hardware prefetchers cannot
+// follow 54 arrays side by side. While the body works on a group of nodes, prefetches the entries of the next
+// block and the places of this block's results.
 //
 // `read` and `written` each hold 27 arrays, `stride` entries apart; the body uses only the given ranges of
-// them. from and to are the same place. Mark the body DRELT_LAMBDA_INLINE and let it capture by value:
-// captured references cost a tenth of the speed, because the compiler reads through them for every vector.
+// them. from and to are the same place in the buffer. Mark the body DRELT_LAMBDA_INLINE and let it capture by
+// value: captured references cost a tenth of the speed, because the compiler reads through them for every
+// vector.
 template <class Read, class Written, class Body>
 DRELT_HOST_ROW void forEachStagedNode(LaunchIndex first, int length, const float* read,
                                       float* written, std::int64_t stride, Body body) {

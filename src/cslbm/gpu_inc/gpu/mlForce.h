@@ -1,9 +1,10 @@
 // How a node's forces add up: the force that samples have spread, the inertial force of the moving frame
 // and the body acceleration. Force densities in lattice units.
 //
-// The operators have two steps and keep the sum of the first two forces in the force arrays, in double
-// precision (mlAddForcetoUOptKernel, then the collision). The production schedule forms the same sum in one
-// step, for one float or for a pack, and stores nothing. The rounding differs, so each has its own form.
+// The operators add the forces in two stages: mlAddForcetoUOptKernel, then the collision. Between them, the
+// force arrays hold the sum of the first two forces in double precision. The production schedule adds all
+// three in one stage, for one float or for a pack, and stores nothing. The rounding differs, so each has its
+// own form.
 #pragma once
 
 #include "cslbm/gpu_inc/gpu/mlCentralMoments.h"
@@ -14,7 +15,7 @@
 
 namespace drelt {
 
-// Operators, first step, for one component: adds the frame's force to the force array and turns momentum
+// Operators, first stage, for one component: adds the frame's force to the force array and turns momentum
 // into velocity by half of the sum. `acceleration` is the lattice acceleration of the frame.
 DRELT_HOST_DEVICE void addForceComponent(double* force, float* u, std::int64_t n,
                                          double acceleration, float rho) {
@@ -23,7 +24,7 @@ DRELT_HOST_DEVICE void addForceComponent(double* force, float* u, std::int64_t n
     u[n] = static_cast<float>((sum * 0.5 + u[n]) / rho);
 }
 
-// Operators, second step: the total force as a source of central moments. The body acceleration enters
+// Operators, second stage: the total force as a source of central moments. The body acceleration enters
 // here but not in the velocity.
 DRELT_HOST_DEVICE CentralForceSource centralForce(const mlFlow* flow, const LaunchIndex& at,
                                                   float rho) {

@@ -21,8 +21,9 @@ DRELT_HOST_DEVICE double along(D, const double (&v)[3]) {
 
 }  // namespace detail
 
-// G_i = (1 - s0/2) w_i (3 (e_i - u).F + 9 (e_i.u)(e_i.F)) with s0 the rate of the lattice viscosity
-// only (Guo, Zheng, Shi, Phys. Rev. E 65 (2002) 046308, eq. 20). In double precision, rounded once.
+// G_i = (1 - s0/2) w_i (3 (e_i - u).F + 9 (e_i.u)(e_i.F)), where s0 is the rate that belongs to the lattice
+// viscosity without eddy viscosity (Guo, Zheng, Shi, Phys. Rev. E 65 (2002) 046308, eq. 20). Computed in
+// double precision and rounded once.
 struct PopulationSource {
     double force[3];
     double u[3];

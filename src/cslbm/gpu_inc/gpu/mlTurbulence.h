@@ -1,4 +1,4 @@
-// The flow around a node that sets its relaxation rates: velocity gradient, eddy viscosity and the fitted
+// What sets the relaxation rates of a node: the velocity gradient, the eddy viscosity and the fitted
 // high-order parameter. Lattice units.
 //
 // Eddy viscosity and fit each have two forms with the same constants. The operators mix single and double
@@ -106,8 +106,8 @@ DRELT_HOST_DEVICE Tensor3 velocityGradient(const mlFlow* flow, const LaunchIndex
 //
 //     nu_t = rho C^2 A^1.5 / (B^2.5 + A^1.25 + 1e-12),
 //
-// where A and B are the sums of squares of the symmetric deviators of the squared gradient and of the
-// gradient. Powers are formed by square roots. The result is 0 where the gradient is 0.
+// where A is the sum of squares of the symmetric deviator of the squared gradient, and B that of the gradient.
+// Powers are formed by square roots. The result is 0 where the gradient is 0.
 DRELT_HOST_DEVICE float waleEddyViscosity(const Tensor3& g, float rho) {
     Tensor3 square;
     detail::forEachPair([&](auto a, auto b) DRELT_LAMBDA_INLINE {
@@ -193,7 +193,7 @@ struct Differences {
     V xx, xy, xz, yx, yy, yz, zx, zy, zz;
 };
 
-// Production: relaxation rates of a node, and the parameter of the high one.
+// Production: the relaxation rates of a node, and the high-order parameter.
 template <class V>
 struct Rates {
     V shear, high, sopt;

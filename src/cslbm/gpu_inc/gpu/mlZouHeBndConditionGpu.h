@@ -10,9 +10,9 @@ namespace drelt {
 
 namespace detail {
 
-inline constexpr int kZouHeMargin = 10;  // free indices of a face run from here to n minus this
+inline constexpr int kZouHeMargin = 10;  // indices along a face run from this to n minus this
 
-// Whether a free index of an axis of n nodes lies inside the margins.
+// Whether index a along an axis of n nodes lies inside the margins.
 DRELT_HOST_DEVICE bool withinMargin(int a, int n) {
     return a >= kZouHeMargin && a <= n - kZouHeMargin;
 }
@@ -69,7 +69,7 @@ DRELT_HOST_DEVICE void imposeVelocity(mlFlow* flow, std::int64_t n, int count, f
     });
 }
 
-// The same for an index of a launch over the face's plane, if it lies inside the margins.
+// Imposes the velocity at the node of a launch index if it lies inside the margins.
 template <class Face>
 DRELT_HOST_DEVICE void imposeInside(const LaunchIndex& at, mlFlow* flow, int nx, int ny, int nz,
                                     int count, float inflow) {

@@ -6,8 +6,8 @@
 
 namespace drelt {
 
-// Run mlInterpolateFluidForceKernel and mlSpreadForceKernel for all samples, with the bits of one loop over
-// the samples.
+// Do the work of mlInterpolateFluidForceKernel and mlSpreadForceKernel for all samples. The results have the
+// same bits as those of one loop over the samples.
 void interpolateOnHostThreads(const SampleArguments& a, double slip);
 void spreadOnHostThreads(const SampleArguments& a, SpreadWorkspace& workspace);
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int kNodes = kReach * kReach * kReach;
 
-// A group of samples: weights by node, k outermost and i innermost, and the interpolated momentum.
+// A group of samples: their weights per node (k outermost, i innermost) and their interpolated momentum.
 struct alignas(64) InterpolationGroup {
     LanePositions at;
     float weight[kNodes][kSampleLanes];
@@ -68,7 +68,7 @@ DRELT_HOST_DEVICE void fetch(NodeMomentum& u, const mlFlow* flow, std::int64_t s
     }
 }
 
-// Boxes of nodes that are summed over at the same time, so that one sum need not wait for the other.
+// Boxes of nodes that are summed at the same time, so that the latencies of their sums overlap.
 constexpr int kTogether = 2;
 
 // Forms the sums of the samples whose boxes begin at starts[b] and have the momentum u[b].
@@ -123,7 +123,7 @@ DRELT_HOST_DEVICE void sumAll(InterpolationGroup& g, const SampleArguments& a) {
     }
 }
 
-// Treats one sample by the operator.
+// Runs the operator for one sample.
 DRELT_HOST_DEVICE void forceOne(const SampleArguments& a, double slip, std::int64_t i) {
     mlInterpolateFluidForceKernel({static_cast<int>(i), 0, 0, i}, a.boundary, a.flow, slip, a.N,
                                   a.l0p, a.rou0p, a.u0k, a.u0p, a.R, a.sampleCount, 1, 1, a.nx,
@@ -151,8 +151,8 @@ DRELT_SAMPLE_LOOP void forceGroup(InterpolationGroup& g, const SampleArguments& 
         forceSample(a.boundary, first + l, g.mx[l], g.my[l], g.mz[l], slip, a.N, a.l0p, a.rou0p,
                     a.u0k, a.u0p);
     }
-    // The operator treats the others. It also treats samples whose sum is not a number, because it skips
-    // nodes of weight 0 and reports the rest.
+    // The operator treats the other samples. It also treats samples whose sum is not a number: it skips
+    // nodes of weight 0 and reports the others.
     for (int l = 0; l < count; ++l) {
         const float all = g.mx[l] + g.my[l] + g.mz[l];
         if (g.at.inside[l] != 0 && all == all) continue;

@@ -21,8 +21,8 @@
 namespace drelt {
 
 inline constexpr int kSampleLanes = 16;
-// Nodes along an axis that a delta function of up to four points reaches. The first one is one below the
-// sample's own.
+// Nodes along an axis that a delta function of up to four points reaches. For a sample at X, the first one is
+// floor(X) - 1.
 inline constexpr int kReach = 4;
 
 // The arguments that both operators share.
@@ -61,7 +61,7 @@ struct alignas(64) LanePositions {
         [kSampleLanes];  // 1 if the sample takes part and all nodes within reach lie in the grid
 };
 
-// Fills the lanes with the samples first .. first + count - 1. Further lanes are not inside.
+// Fills the lanes with the samples first .. first + count - 1. Marks the other lanes as not inside.
 DRELT_HOST_DEVICE void findPositions(LanePositions& at, const SampleArguments& a,
                                      std::int64_t first, int count) {
     for (int l = 0; l < kSampleLanes; ++l) at.x[l] = at.y[l] = at.z[l] = -1.0f;
@@ -90,8 +90,8 @@ DRELT_HOST_DEVICE void findPositions(LanePositions& at, const SampleArguments& a
     }
 }
 
-// Calls visit(R) with R as a compile-time constant, so that the delta functions vectorise. A selector without
-// a delta function becomes 0.
+// Calls visit(R) with R as a compile-time constant, so that the delta functions vectorise. Passes 0 for an R
+// without a delta function.
 template <class Visit>
 DRELT_HOST_DEVICE void withDelta(int R, Visit&& visit) {
     switch (R) {

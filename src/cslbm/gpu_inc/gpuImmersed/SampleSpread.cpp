@@ -1,7 +1,7 @@
-// Spreading on host threads. First the stencils are formed, in parallel over samples, then they are added, in
-// parallel over planes of nodes. Each plane takes its samples in their order and adds to its own nodes only,
-// so the order of every node's sum is fixed. Consecutive samples that reach the same nodes of a plane are
-// added in registers.
+// Spreading on host threads. First, the threads form the stencils, in parallel over samples. Then they add
+// them, in parallel over planes of nodes. Each plane takes its samples in their order and adds to its own
+// nodes only, so the order of every node's sum is fixed. Consecutive samples that reach the same nodes of a
+// plane are added in registers.
 #if defined(__AVX512F__)
 #include <immintrin.h>
 #endif
@@ -16,7 +16,8 @@ namespace drelt {
 namespace {
 
 constexpr int kRow = SpreadSample::kRow;
-constexpr int kHalf = kRow / 2;  // the rows of stencils begin at multiples of it
+// Rows of stencils begin at a multiple of kHalf, or at nx - kRow if they would not fit otherwise.
+constexpr int kHalf = kRow / 2;
 
 // The first of the kRow nodes of a stencil's rows.
 DRELT_HOST_DEVICE int stencilStart(int firstNode, int nx) {
@@ -24,14 +25,14 @@ DRELT_HOST_DEVICE int stencilStart(int firstNode, int nx) {
     return start + kRow <= nx ? start : nx - kRow;
 }
 
-// Fills a record from the stencil that the operator forms.
+// Fills a record from the operator's stencil.
 void fillRecord(SpreadSample& to, const SpreadStencil& from, int nx) {
     to.z0 = to.planes = to.rows = 0;
     if (from.box().empty()) return;
     to.z0 = from.z.first;
     to.planes = from.z.count;
     const double size = from.forcex * 0.0 + from.forcey * 0.0 + from.forcez * 0.0;
-    // A force that is not finite must not be multiplied with the weights 0 of nodes out of reach.
+    // A force that is not finite, times the weight 0 of a node out of reach, would not be a number.
     if (nx < kRow || from.x.count > SpreadSample::kMost || from.y.count > SpreadSample::kMost ||
         from.z.count > SpreadSample::kMost || size != 0.0)
         return;
@@ -137,8 +138,8 @@ DRELT_HOST_DEVICE Row widened(Weights weights) {
 #endif
 }
 
-// Rows are loaded and stored in halves. The rows of two samples overlap in whole halves, so a load never waits
-// for parts of two stores.
+// Rows are loaded and stored in halves. Except at the high end of x, rows of two samples overlap in whole
+// halves, so a load does not wait for parts of two stores.
 DRELT_HOST_DEVICE Row loadRow(const double* from) {
     const Half low = *reinterpret_cast<const LooseHalf*>(from);
     const Half high = *reinterpret_cast<const LooseHalf*>(from + kHalf);
@@ -156,8 +157,8 @@ struct Plane {
     int z;
 };
 
-// Adds samples to Rows rows of a plane, starting with row `from` of their stencils: sample s of the list and
-// those after it that reach the same nodes. Returns the place of the first one that does not.
+// Adds a run of samples to a plane: sample s of the list, and the samples right after it that reach the same
+// nodes. Adds `Rows` rows of their stencils, from row `from` on. Returns the place after the run.
 template <int Rows>
 DRELT_HOST_DEVICE int addRun(const Plane& plane, const SpreadSample* samples, const int* list,
                              int s, int end, int from) {

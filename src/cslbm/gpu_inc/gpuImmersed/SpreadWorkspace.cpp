@@ -9,7 +9,8 @@
 namespace drelt {
 namespace {
 
-constexpr int kApart = 32;  // between the counters of two threads, more than a pair of cache lines
+// Unused counters between those of two parts: a pair of cache lines, so that threads share none.
+constexpr int kApart = 32;
 
 void growTo(std::vector<int>& buffer, std::size_t size) {
     if (buffer.size() < size) buffer.resize(size);

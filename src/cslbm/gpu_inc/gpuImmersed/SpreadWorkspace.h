@@ -22,7 +22,7 @@ struct SpreadSample {
 // The buffers are kept between steps. They grow when a step needs more than all steps before it.
 class SpreadWorkspace {
 public:
-    // Makes room for so many samples.
+    // Makes room for sampleCount samples.
     void reserve(int sampleCount);
     SpreadSample* samples() { return samples_.data(); }
 
@@ -38,8 +38,8 @@ private:
     std::vector<SpreadSample> samples_;
     int z0_ = 0;
     std::vector<int> starts_;  // first place of each plane in list_, and the end of the last one
-    std::vector<int>
-        places_;  // next free place of each plane, for one part of the samples after the other
+    // next free place in list_ for each part of the samples and each plane
+    std::vector<int> places_;
     std::vector<int> list_;
 };
 

@@ -24,7 +24,7 @@ DRELT_HOST_DEVICE float mlDelta(float r, int R) {
     return 0.0f;
 }
 
-// The largest number of nodes that an axis is searched for, over all R with a delta function.
+// The largest number of nodes searched along an axis: 2 R + 5, when spreading with R = 4.
 inline constexpr int kDeltaNodes = 13;
 
 // The weights of one axis, for the nodes first .. first + count - 1. The first and the last one are not 0.

@@ -12,8 +12,8 @@ constexpr int kSliceY = 20;
 
 int slices(int sampleCount) { return (sampleCount + kSliceX * kSliceY - 1) / (kSliceX * kSliceY); }
 
-// Launches an operator on the GPU, with blocks of 4 x 4 x 4 threads. The extent of the slices and the grid
-// are its last arguments.
+// Launches an operator on the GPU, with blocks of 4 x 4 x 4 threads. Its last arguments are the extent of the
+// slices and the sizes of the grid.
 template <auto Op, class... Args>
 void launchSlices(int sampleCount, const MLFluidParam* param, Args... args) {
     const LaunchExtent extent{kSliceX, kSliceY, slices(sampleCount)};

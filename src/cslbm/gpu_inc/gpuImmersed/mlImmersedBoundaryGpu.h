@@ -45,8 +45,8 @@ DRELT_HOST_DEVICE void interpolationWeights(DeltaWeights& axis, float X, long n,
 }
 
 // Sums weight times momentum over the nodes of non-zero weight, k outermost and i innermost, in single
-// precision with fused multiply-adds. With Report, prints every node from the first one on whose sum is not
-// a number.
+// precision with fused multiply-adds. With Report, prints the first node at which a sum is not a number, and
+// every node after it.
 template <bool Report>
 DRELT_HOST_DEVICE void interpolateMomentum(const mlFlow* flow, const DeltaWeights& wx,
                                            const DeltaWeights& wy, const DeltaWeights& wz, long nx,
@@ -205,7 +205,7 @@ struct AtomicAdd {
     }
 };
 
-// Adds to a sum that no one else uses.
+// Adds to a sum that no other thread uses.
 struct PlainAdd {
     DRELT_HOST_DEVICE void operator()(double& sum, double term) const { sum += term; }
 };
@@ -229,8 +229,9 @@ DRELT_HOST_DEVICE void addComponent(const SpreadStencil& stencil, const NodeBox&
     }
 }
 
-// Adds a stencil's force to the nodes in the window, one component after the other. The three arrays often lie
-// a multiple of 4,096 bytes apart, so their rows would evict each other from the first-level cache.
+// Adds a stencil's force to the nodes in the window, one component after the other. The three force arrays
+// often lie a multiple of 4,096 bytes apart: in one loop over all three, their rows would evict each
+// other from the first-level cache.
 template <class Add>
 DRELT_HOST_DEVICE void addStencil(const SpreadStencil& stencil, const NodeBox& window,
                                   const mlFlow* flow, std::int64_t nx, std::int64_t ny, Add add) {
@@ -266,7 +267,7 @@ void mlInterpolateFluidForce(mlFlow* flow, const MLFluidParam* param, mlLagrange
                              int sampleCount, const mlUnitScale& scale, int R);
 
 // Launches mlSpreadForceKernel for all samples. On host threads every node receives the contributions in
-// sample order, so the result is that of one loop for any number of threads.
+// sample order, so for any number of threads the result is that of one loop.
 void mlSpreadForce(mlFlow* flow, const MLFluidParam* param, mlLagrangeBoundary* boundary,
                    int sampleCount, const mlUnitScale& scale, int R, SpreadWorkspace& workspace);
 
