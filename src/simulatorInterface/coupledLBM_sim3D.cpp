@@ -90,6 +90,7 @@ void coupledLBM_sim3D::commitInit() {
     checkTimeStep();
     checkSpacing();
     checkFluid();
+    checkOptions();
     const auto next = createSolver();
     checkMemory(*next);
     warnOfEdits();
@@ -116,6 +117,7 @@ void coupledLBM_sim3D::initialise() {
     populationsWritten_ = populationsWritten_ || !production;
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
+    retractSamples();
     solver->world = world;
     solver->boundaries = world->getBoundaries();
     if (!world->isFixed()) centreOnBody();
@@ -137,6 +139,7 @@ std::shared_ptr<mlSinglePhaseSolverNew> coupledLBM_sim3D::createSolver() const {
     next->collisionOperator = collisionOperator;
     next->boundaryFamily = boundaryFamily;
     next->sigmaMax = params.front()->sigma_max;
+    takeOptions(*next);
     for (const auto& param : params) next->unitScales.push_back(param->computeUnitScale());
     next->schedule = wishedSchedule(schedule);
     for (const mlFlow* const flow : lbmvec) {
