@@ -21,7 +21,8 @@ class Asset:
     be heavy enough for, and spacings are further ones whose stability limit the report shows.
     weights (vertices x bones) bind the skin; without them each vertex goes rigidly with the bone of
     the same index as its nearest link. base names the link whose axes are the body's, the first
-    one if empty, and markers are the places (m) of the probes on the skin.
+    one if empty, and markers are the places (m) of the probes on the skin. semi_implicit says that the
+    body is for that coupling, which takes lighter links.
     """
 
     name: str
@@ -35,6 +36,7 @@ class Asset:
     weights: np.ndarray = None
     base: str = ""
     markers: tuple = ()
+    semi_implicit: bool = False
 
     def description(self, model_prefix):
         """The description file's content; model_prefix is the folder of the meshes for scripts."""
