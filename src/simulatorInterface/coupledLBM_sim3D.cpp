@@ -121,7 +121,7 @@ void coupledLBM_sim3D::initialise() {
     solver->world = world;
     solver->boundaries = world->getBoundaries();
     if (!world->isFixed()) centreOnBody();
-    solver->allocateDevice(production ? HostPopulations::AtRest : HostPopulations::Current);
+    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current);
 }
 
 void coupledLBM_sim3D::releaseWorld() {
@@ -199,7 +199,7 @@ void coupledLBM_sim3D::reset() {
     for (int i = 0; i < domains; ++i) solver->domain(i).requireResettable(*lbmvec[i]);
     for (int i = 0; i < domains; ++i) {
         FluidHelper::resetFields(*lbmvec[i]);
-        solver->domain(i).reset(*lbmvec[i]);
+        solver->domain(i).reset(*lbmvec[i], {0.0f, 0.0f, 0.0f});
     }
     world->reset();
     iterNum = 0;

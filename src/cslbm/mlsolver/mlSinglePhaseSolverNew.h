@@ -35,7 +35,9 @@ public:
 
     // Allocates the device side of all domains for `schedule` and uploads the host records; frees what
     // was there. `held` tells what the populations of the host records hold; Stale is not allowed.
-    void allocateDevice(HostPopulations held = HostPopulations::Current);
+    // `velocity` is that of Uniform [lattice units].
+    void allocateDevice(HostPopulations held = HostPopulations::Current,
+                        const Vector3<float>& velocity = {0.0f, 0.0f, 0.0f});
     // Frees the device side of all domains.
     void freeDevice();
     // Selects the device and gives domain i.
@@ -79,7 +81,8 @@ public:
 
 private:
     StepChoices choices() const { return {collisionOperator, boundaryFamily, openPlanes}; }
-    std::unique_ptr<FluidDomain> makeDomain(const mlFlow& host, HostPopulations held);
+    std::unique_ptr<FluidDomain> makeDomain(const mlFlow& host, HostPopulations held,
+                                            const Vector3<float>& velocity);
     template <class Visit>
     void forEachArrayList(Visit&& visit);
     void advance(int mode);
