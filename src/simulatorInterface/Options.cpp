@@ -132,6 +132,14 @@ void coupledLBM_sim3D::retractSamples() {
     }
 }
 
+// The velocity that all fluid starts with [lattice units], as seen from the grid: that of the far fluid.
+// Copied planes hold no far fluid; with them the fluid starts at rest on the grid.
+Vector3<float> coupledLBM_sim3D::startVelocity() {
+    if (solver->openPlanes == OpenPlaneKind::Copy) return {0.0f, 0.0f, 0.0f};
+    for (int s = 0; s < world->getNumSkeletons(); ++s) world->getSkeleton(s)->update();
+    return solver->farState().u;
+}
+
 void coupledLBM_sim3D::setCurrent(const Eigen::Vector3d& velocity) {
     requireSolver("setCurrent");
     requireCurrent("setCurrent", velocity, solver->openPlanes, solver->scale);

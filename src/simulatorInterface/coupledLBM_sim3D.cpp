@@ -109,19 +109,21 @@ void coupledLBM_sim3D::commitInit() {
 }
 
 void coupledLBM_sim3D::initialise() {
-    const bool production = solver->schedule == Schedule::Production;
-    for (mlFlow* const flow : lbmvec) {
-        FluidHelper::initialiseFields(*flow);
-        if (!production) FluidHelper::initialisePopulations(*flow);
-    }
-    populationsWritten_ = populationsWritten_ || !production;
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
     retractSamples();
     solver->world = world;
     solver->boundaries = world->getBoundaries();
+    const Vector3<float> start = startVelocity();
+    const bool production = solver->schedule == Schedule::Production;
+    for (mlFlow* const flow : lbmvec) {
+        FluidHelper::initialiseFields(*flow);
+        setUniformMomentum(*flow, start);
+        if (!production) FluidHelper::initialisePopulations(*flow, start);
+    }
+    populationsWritten_ = populationsWritten_ || !production;
     if (!world->isFixed()) centreOnBody();
-    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current);
+    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current, start);
 }
 
 void coupledLBM_sim3D::releaseWorld() {
@@ -197,11 +199,13 @@ void coupledLBM_sim3D::reset() {
     requireSolver("reset");
     const int domains = static_cast<int>(lbmvec.size());
     for (int i = 0; i < domains; ++i) solver->domain(i).requireResettable(*lbmvec[i]);
+    world->reset();
+    const Vector3<float> start = startVelocity();
     for (int i = 0; i < domains; ++i) {
         FluidHelper::resetFields(*lbmvec[i]);
-        solver->domain(i).reset(*lbmvec[i], {0.0f, 0.0f, 0.0f});
+        setUniformMomentum(*lbmvec[i], start);
+        solver->domain(i).reset(*lbmvec[i], start);
     }
-    world->reset();
     iterNum = 0;
     syncState = HostNewer;
 }

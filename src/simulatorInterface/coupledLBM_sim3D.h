@@ -129,6 +129,7 @@ private:
     double retractionInMetres() const;
     void takeOptions(mlSinglePhaseSolverNew& next) const;
     void retractSamples();
+    Vector3<float> startVelocity();
     void warnOfEdits() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;

@@ -98,7 +98,6 @@ FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     return motion;
 }
 
-// The far fluid as seen from the grid.
 FarState mlSinglePhaseSolverNew::farState() const {
     const Eigen::Vector3d seen = current - world->getFrame()->getLinearVelocity();
     const Eigen::Vector3f u = (seen * (static_cast<double>(scale.u0k) / scale.u0px)).cast<float>();

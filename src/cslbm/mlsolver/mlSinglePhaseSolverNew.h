@@ -42,6 +42,8 @@ public:
     void freeDevice();
     // Selects the device and gives domain i.
     FluidDomain& domain(int i) const;
+    // What characteristic planes hold: the far fluid as seen from the grid, lattice units.
+    FarState farState() const;
     // Brings forces and layer data of domain i to the device. Throws std::logic_error under the
     // production schedule, which keeps no layer data.
     void uploadForcesAndPml(int i);
@@ -88,7 +90,6 @@ private:
     void advance(int mode);
     void followBody(int i);
     FrameMotion frameMotion() const;
-    FarState farState() const;
 
     std::vector<std::unique_ptr<FluidDomain>> domains_;  // one per host record, once allocated
 };
