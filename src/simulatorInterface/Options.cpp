@@ -65,6 +65,10 @@ void coupledLBM_sim3D::checkOptions() const {
     simParams& p = *params.front();
     requireMember("coupling", "COUPLING", static_cast<int>(p.coupling), 2);
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
+    if (p.coupling == Coupling::SemiImplicit) {
+        throw std::invalid_argument(
+            "commitInit: SEMI_IMPLICIT is not built in; set coupling to EXPLICIT");
+    }
     if (p.normalised_weights && p.coupling != Coupling::SemiImplicit) {
         throw std::invalid_argument(
             "commitInit: normalised_weights needs the semi-implicit coupling; set coupling to "

@@ -36,9 +36,7 @@ def test_joints_follow_the_gait_and_nothing_moves_on_without_fluid(name):
 
 def test_a_grid_too_coarse_for_its_links_raises():
     swimmer, simulator, body, dt, _ = scene("swimmer")
-    with pytest.raises(
-        RuntimeError, match=r"step \d+ .*link '\[link\].* diverged; take more nodes"
-    ):
+    with pytest.raises(RuntimeError, match=r"step \d+ .*link '\[link\].* the motion has diverged"):
         for _ in swim(simulator, body, swimmer, drelt.COUPLE_MODE.TWO_WAY, 200, dt):
             pass
     assert np.isfinite(body.getVelocities()).all()
