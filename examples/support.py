@@ -169,8 +169,18 @@ SWIMMERS = {
 }
 
 
-def make_swimmer(name, swimmer, nodes, device=0):
-    """Returns the simulator and the body, ready to step, the time step and the number of fluid nodes."""
+# for bodies as heavy as the fluid on a grid that follows them
+NEUTRAL = {
+    "coupling": drelt.COUPLING.SEMI_IMPLICIT,
+    "open_planes": drelt.OPEN_PLANES.CHARACTERISTIC,
+}
+
+
+def make_swimmer(name, swimmer, nodes, device=0, **options):
+    """Returns the simulator and the body, ready to step, the time step [s] and the number of nodes.
+
+    name: of the description in assets/. options: further parameters of the simulation.
+    """
     param = drelt.make_simParams()
     param.setup_mode = drelt.SETUP_MODE.MANUAL
     param.l0p, param.N = LENGTH, nodes
@@ -183,6 +193,8 @@ def make_swimmer(name, swimmer, nodes, device=0):
     # find their cell by size over count and would jump between cells.
     param.width, param.height, param.depth = ((n - 0.01) * LENGTH / nodes for n in counts)
     param.x0 = swimmer.ahead * LENGTH
+    for option, value in options.items():
+        setattr(param, option, value)
     simulator = drelt.make_simulator(param, device)
     description = drelt.skeletonFromJson(str(ROOT / "assets" / f"{name}.json"), device)
     body = drelt.make_skDynamics(description, swimmer.samples, device, ZERO, ZERO, np.ones(3))

@@ -1,4 +1,7 @@
 // Enumerations and the parameter record.
+#include <pybind11/eigen.h>
+
+#include <Eigen/Core>
 #include <memory>
 
 #include "cslbm/mlsolver/couplingMode.h"
@@ -31,7 +34,73 @@ void bindEnumerations(py::module_& module) {
                                "What saveScene writes; join members with |.")
         .value("BODY", BODY)
         .value("FLUID", FLUID);
+    py::enum_<Coupling>(
+        module, "COUPLING", py::arithmetic(),
+        "How TWO_WAY forms the force between bodies and fluid: EXPLICIT from the body's velocity\n"
+        "before the step; SEMI_IMPLICIT from that after it, which is stable for bodies as heavy "
+        "as\n"
+        "the fluid, too (Tschisgale, Kempe and Froehlich, 2017).")
+        .value("EXPLICIT", Coupling::Explicit)
+        .value("SEMI_IMPLICIT", Coupling::SemiImplicit);
+    py::enum_<OpenPlaneKind>(
+        module, "OPEN_PLANES", py::arithmetic(),
+        "What the six open planes of the box do: COPY the fluid inside them; CHARACTERISTIC let\n"
+        "sound out and hold far_density and current; CHARACTERISTIC_CONSTANT the same with a\n"
+        "simpler outgoing wave, which reflects about three times as much (Thompson, 1987;\n"
+        "Izquierdo and Fueyo, 2008).")
+        .value("COPY", OpenPlaneKind::Copy)
+        .value("CHARACTERISTIC", OpenPlaneKind::Characteristic)
+        .value("CHARACTERISTIC_CONSTANT", OpenPlaneKind::CharacteristicConstant);
 }
+
+namespace {
+
+void bindOptions(py::class_<simParams, std::shared_ptr<simParams>>& params) {
+    params
+        .def_property(
+            "coupling", [](const simParams& p) { return p.coupling; },
+            [](simParams& p, Coupling value) { p.coupling = value; },
+            "A COUPLING, EXPLICIT by default; taken at commitInit. SEMI_IMPLICIT needs a "
+            "slip_ratio "
+            "of\n"
+            "0. Reading gives a copy.")
+        .def_readwrite(
+            "normalised_weights", &simParams::normalised_weights,
+            "With SEMI_IMPLICIT: weights the force of each sample by how its neighbours overlap "
+            "it,\n"
+            "for light, thin or overlapping skins. Less slip, slightly less damping. False by "
+            "default;\n"
+            "taken at commitInit.")
+        .def_readwrite(
+            "retraction", &simParams::retraction,
+            "How far samples stand inside the skin [node spacings], which makes up for the width "
+            "of "
+            "the\n"
+            "kernels (Breugem, 2012); 0.8 is recommended, 0 the default. At most half the local\n"
+            "thickness. Taken at commitInit. Skin, markers and pictures stay as they are.")
+        .def_property(
+            "open_planes", [](const simParams& p) { return p.open_planes; },
+            [](simParams& p, OpenPlaneKind value) { p.open_planes = value; },
+            "An OPEN_PLANES, COPY by default; taken at commitInit. Reading gives a copy.")
+        .def_readwrite(
+            "far_density", &simParams::far_density,
+            "Density far away [reference densities] that characteristic planes hold; 0.9 to 1.1, 1 "
+            "by\n"
+            "default. Taken at commitInit.")
+        .def_property(
+            "current", [](const simParams& p) { return Eigen::Vector3d(p.current.data()); },
+            [](simParams& p, const Eigen::Vector3d& value) {
+                p.current = {value.x(), value.y(), value.z()};
+            },
+            "Velocity of the fluid far away [m/s], world axes, 3 numbers, that characteristic "
+            "planes\n"
+            "hold; the fluid starts with it. Taken at commitInit; simulator3D.setCurrent changes "
+            "it "
+            "later.\n"
+            "Reading gives a copy.");
+}
+
+}  // namespace
 
 void bindParameters(py::module_& module) {
     py::class_<simParams, std::shared_ptr<simParams>> params(
@@ -80,6 +149,7 @@ void bindParameters(py::module_& module) {
         .def("get_tp", &simParams::get_tp,
              "Time step [s], l0p u0k / (N u0p). Fills in what is not set. Infinite for a zero N or "
              "u0p.");
+    bindOptions(params);
 }
 
 }  // namespace drelt

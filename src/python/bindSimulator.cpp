@@ -1,4 +1,5 @@
 // The simulator.
+#include <pybind11/eigen.h>
 #include <pybind11/stl.h>
 
 #include <memory>
@@ -30,8 +31,9 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
              "an empty one, or with one that another simulator has committed; ValueError if device "
              "ids\n"
              "differ, if u0k, u0p, rou0p or the time step is not finite and positive, if visp is\n"
-             "negative, if slip_ratio is not between 0 and 1, or if N or l0p no longer fit the "
-             "grid.\n"
+             "negative, if slip_ratio is not between 0 and 1, if N or l0p no longer fit the grid, "
+             "or\n"
+             "if an option is out of range or needs another one.\n"
              "Warns of other parameters that were changed since the simulator was made, and of "
              "bodies\n"
              "outside the fluid box.")
@@ -65,6 +67,20 @@ void bindSaving(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>&
              "Writes the fluid into the fluid folder, under this stem.");
 }
 
+void bindCurrent(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+    simulator
+        .def(
+            "setCurrent", &coupledLBM_sim3D::setCurrent, py::arg("velocity"),
+            "Sets the velocity of the fluid far away [m/s], world axes, from the next step on. "
+            "The\n"
+            "fluid inside follows as the planes let it in; a reset starts with it. Raises\n"
+            "RuntimeError before commitInit, ValueError with copied planes, above Mach 0.3 of the\n"
+            "lattice, and for numbers that are not finite.")
+        .def(
+            "getCurrent", &coupledLBM_sim3D::getCurrent,
+            "Velocity of the fluid far away [m/s]: a copy. Raises RuntimeError before commitInit.");
+}
+
 }  // namespace
 
 void bindSimulator(py::module_& module) {
@@ -89,6 +105,7 @@ void bindSimulator(py::module_& module) {
                   "As make_simulator.");
     bindStepping(simulator);
     bindSaving(simulator);
+    bindCurrent(simulator);
 }
 
 }  // namespace drelt

@@ -90,6 +90,7 @@ void coupledLBM_sim3D::commitInit() {
     checkTimeStep();
     checkSpacing();
     checkFluid();
+    checkOptions();
     const auto next = createSolver();
     checkMemory(*next);
     warnOfEdits();
@@ -108,18 +109,21 @@ void coupledLBM_sim3D::commitInit() {
 }
 
 void coupledLBM_sim3D::initialise() {
+    solver->mlImmersedSolver::gpuDeviceId = gpuId;
+    world->setTimestep(solver->scale.dt);
+    retractSamples();
+    solver->world = world;
+    solver->boundaries = world->getBoundaries();
+    const Vector3<float> start = startVelocity();
     const bool production = solver->schedule == Schedule::Production;
     for (mlFlow* const flow : lbmvec) {
         FluidHelper::initialiseFields(*flow);
-        if (!production) FluidHelper::initialisePopulations(*flow);
+        setUniformMomentum(*flow, start);
+        if (!production) FluidHelper::initialisePopulations(*flow, start);
     }
     populationsWritten_ = populationsWritten_ || !production;
-    solver->mlImmersedSolver::gpuDeviceId = gpuId;
-    world->setTimestep(solver->scale.dt);
-    solver->world = world;
-    solver->boundaries = world->getBoundaries();
     if (!world->isFixed()) centreOnBody();
-    solver->allocateDevice(production ? HostPopulations::AtRest : HostPopulations::Current);
+    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current, start);
 }
 
 void coupledLBM_sim3D::releaseWorld() {
@@ -137,6 +141,7 @@ std::shared_ptr<mlSinglePhaseSolverNew> coupledLBM_sim3D::createSolver() const {
     next->collisionOperator = collisionOperator;
     next->boundaryFamily = boundaryFamily;
     next->sigmaMax = params.front()->sigma_max;
+    takeOptions(*next);
     for (const auto& param : params) next->unitScales.push_back(param->computeUnitScale());
     next->schedule = wishedSchedule(schedule);
     for (const mlFlow* const flow : lbmvec) {
@@ -194,11 +199,13 @@ void coupledLBM_sim3D::reset() {
     requireSolver("reset");
     const int domains = static_cast<int>(lbmvec.size());
     for (int i = 0; i < domains; ++i) solver->domain(i).requireResettable(*lbmvec[i]);
+    world->reset();
+    const Vector3<float> start = startVelocity();
     for (int i = 0; i < domains; ++i) {
         FluidHelper::resetFields(*lbmvec[i]);
-        solver->domain(i).reset(*lbmvec[i]);
+        setUniformMomentum(*lbmvec[i], start);
+        solver->domain(i).reset(*lbmvec[i], start);
     }
-    world->reset();
     iterNum = 0;
     syncState = HostNewer;
 }

@@ -50,8 +50,8 @@ public:
     // this simulator is destroyed or a commit fails. A second call starts the fluid anew.
     //
     // Throws std::invalid_argument and leaves the simulator unchanged if a reference velocity, the time
-    // step, the node spacing or a fluid property is out of range, in the parameters or in the flow record
-    // that was made from them. Throws std::runtime_error, also without a change, if the world belongs to
+    // step, the node spacing, a fluid property or an option is out of range, in the parameters or in the
+    // flow record that was made from them. Throws std::runtime_error, also without a change, if the world belongs to
     // another simulator, or if memory does not suffice for the choices below. Warns of parameters that
     // were edited after the flow record was made: the record keeps the old ones.
     void commitInit();
@@ -61,6 +61,14 @@ public:
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();
+
+    // The velocity of the fluid far away [m/s], world axes, that characteristic planes hold. It acts from
+    // the next step on; a reset starts with it, a commit takes that of the parameters. Throws
+    // std::invalid_argument, before anything changes, if the numbers are not finite, for a current that
+    // copied planes would lose, and for one above Mach 0.3 of the lattice. Both throw std::runtime_error
+    // before commitInit.
+    void setCurrent(const Eigen::Vector3d& velocity);
+    Eigen::Vector3d getCurrent() const;
 
     // Three more operations on the flow; they need commitInit. Those that change it work on the latest
     // flow, brought to the host, and the next fluid step uploads the change.
@@ -116,6 +124,12 @@ private:
     void checkTimeStep() const;
     void checkSpacing() const;
     void checkFluid() const;
+    void checkOptions() const;
+    void checkRetraction() const;
+    double retractionInMetres() const;
+    void takeOptions(mlSinglePhaseSolverNew& next) const;
+    void retractSamples();
+    Vector3<float> startVelocity();
     void warnOfEdits() const;
     void requireSolver(const char* operation) const;
     mlFlow& requireDomain(const char* operation, int domain) const;

@@ -15,6 +15,8 @@ TABLE = '''
 enum SETUP_MODE: GRAVITY = 1, MANUAL = 0
 enum COUPLE_MODE: NO_FLUID = 2, ONE_WAY = 1, TWO_WAY = 0, EMPIRICAL = 3
 enum SAVE_FLAG: BODY = 1, FLUID = 2
+enum COUPLING: EXPLICIT = 0, SEMI_IMPLICIT = 1
+enum OPEN_PLANES: COPY = 0, CHARACTERISTIC = 1, CHARACTERISTIC_CONSTANT = 2
 
 make_simParams() -> simParam
 class simParam
@@ -35,6 +37,12 @@ class simParam
     pml_width: int
     setup_mode: SETUP_MODE
     get_tp() -> float
+    coupling: COUPLING
+    normalised_weights: bool
+    retraction: float
+    open_planes: OPEN_PLANES
+    far_density: float
+    current: vec3
 
 skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem
 make_skeletonSystem(str, int) -> SkeletonSystem
@@ -118,6 +126,8 @@ class simulator3D
     saveScene(frame: int, save_flags: int) -> None
     saveObjectsData(object_name: str) -> None
     saveFluidData(fluid_name: str) -> None
+    setCurrent(velocity: vec3) -> None
+    getCurrent() -> vec3
 
 make_trajectory() -> poseTrajectory
 make_tpPoint() -> trajectoryPosePoint3d

@@ -24,6 +24,7 @@ class Asset:
     whose index is that of the vertex's nearest link.
     base: name of the link whose axes are the body's; the first link if empty.
     markers: places (m) of the probes on the skin.
+    semi_implicit: whether the body is for that coupling, which takes lighter links.
     """
 
     name: str
@@ -37,6 +38,7 @@ class Asset:
     weights: np.ndarray = None
     base: str = ""
     markers: tuple = ()
+    semi_implicit: bool = False
 
     def description(self, model_prefix):
         """The description file's content; model_prefix is the folder of the meshes for scripts."""

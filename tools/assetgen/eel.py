@@ -73,11 +73,15 @@ def skin_weights(mesh):
 
 
 def eel_assets(dx=None):
-    """The eel on a grid at rest and on a grid that follows its middle. Its base link is the head."""
+    """The eel on a grid at rest, on a grid that follows its middle, and there without excess mass.
+
+    Its base link is the head.
+    """
     dx = LENGTH / NODES if dx is None else dx
     mesh, tree = eel_mesh(), eel_tree()
     names = tree.link_names()
     give_bodies(tree, mesh, dx, names[:2])
+    middle = names[LINKS // 2]
     probes = [(along(0.0), 0.0, 0.0)]
     for s in (0.3, 0.8):
         probes += [(along(s), 0.0, sign * float(half_width(s)) * LENGTH) for sign in (1.0, -1.0)]
@@ -90,5 +94,8 @@ def eel_assets(dx=None):
     }
     return [
         Asset("eel", "eel", mesh, tree, **shared),
-        Asset("eel_follow", "eel", mesh, tree, frame=names[LINKS // 2], **shared),
+        Asset("eel_follow", "eel", mesh, tree, frame=middle, **shared),
+        Asset(
+            "eel_neutral", "eel", mesh, tree.neutral(), frame=middle, semi_implicit=True, **shared
+        ),
     ]

@@ -1,6 +1,6 @@
 """Trees of bones, the joints and links derived from them, and their part of a description."""
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 
 import numpy as np
 
@@ -26,13 +26,14 @@ class Joint:
     actuator: str = "passive"
     axis: tuple = (0.0, 1.0, 0.0)
     use_limits: bool = False
+    spring: float = 0.0  # stiffness about the rest pose, N/m or N m/rad
 
     def description(self):
         return {
             "type": self.type,
             "actuator": self.actuator,
             "axis": list(self.axis),
-            "springStiffness": 0.0,
+            "springStiffness": self.spring,
             "useLimits": self.use_limits,
             "useDynamcis": False,
             "dynamics": {"damping": 0.0, "friction": 0.0},
@@ -187,6 +188,11 @@ class BoneTree:
 
     def masses(self):
         return [self.links[link.name].mass for link in self.bodies()]
+
+    def neutral(self):
+        """The same bones with links as heavy as the fluid that they displace: no excess mass."""
+        links = {name: replace(link, mass=0.0) for name, link in self.links.items()}
+        return BoneTree(self.nodes, links)
 
     def link_ends(self, link):
         """Start and end of a link: its joint, and the mean of its child joints."""

@@ -14,6 +14,9 @@ NODES = 12  # node spacings per diameter for which the retraction is made, as in
 DENSITY_RATIO = 2.0  # body to fluid
 SUBDIVISIONS = 3  # 20 * 4^3 = 1,280 faces: finer ones would get no candidates from 800 samples
 SAMPLES = 800
+# N/m, of the held sphere: a quarter of rho V / dt^2 at 12 nodes a diameter and 0.1 lattice units to 0.1
+# m/s. The spring comes to rest within tens of steps and yields a few thousandths of a node spacing.
+SPRING = 400.0
 
 
 def icosahedron():
@@ -87,11 +90,12 @@ def sphere_assets(retraction, dx=None):
     """The sphere itself, and one whose skin is drawn in by a retraction (in node spacings).
 
     An immersed surface acts about 0.85 dx outside its samples in steady drag; the retraction makes
-    up for it.
+    up for it. One more sphere is held along x by a stiff spring, whose deflection tells the drag.
     """
     dx = DIAMETER / NODES if dx is None else dx
     falling = sphere_chain(Joint("prismatic", axis=(1.0, 0.0, 0.0)))
     floating = sphere_chain(Joint("floating"))
+    held = sphere_chain(Joint("prismatic", axis=(1.0, 0.0, 0.0), spring=SPRING))
     mesh = sphere_mesh(DIAMETER / 2.0)
     small = sphere_mesh(DIAMETER / 2.0 - retraction * dx)
     first = falling.link_names()[0]
@@ -100,5 +104,6 @@ def sphere_assets(retraction, dx=None):
         Asset("sphere", "sphere", mesh, falling, **shared),
         Asset("sphere_follow", "sphere", mesh, falling, frame=first, **shared),
         Asset("sphere_floating", "sphere", mesh, floating, frame=first, **shared),
+        Asset("sphere_held", "sphere", mesh, held, **shared),
         Asset("sphere_retracted", "sphere_retracted", small, falling, **shared),
     ]

@@ -129,11 +129,12 @@ def skin_weights(tree, mesh):
 
 
 def swimmer_assets(dx=None):
-    """The swimmer on a grid at rest, and on a grid that follows its head."""
+    """The swimmer on a grid at rest, on a grid that follows its head, and there without excess mass."""
     dx = LENGTH / NODES if dx is None else dx
     mesh, tree = swimmer_mesh(), swimmer_tree()
     thin = [link.name for link in tree.bodies()[-5:]]  # peduncle and fin
     give_bodies(tree, mesh, dx, thin)
+    head = tree.link_names()[0]
     probes = [place(0.0)]
     probes += [place(0.3, 0.0, sign * half_width(0.3)) for sign in (1.0, -1.0)]
     probes += [place(0.8, 0.0, sign * half_width(0.8)) for sign in (1.0, -1.0)]
@@ -146,5 +147,14 @@ def swimmer_assets(dx=None):
     }
     return [
         Asset("swimmer", "swimmer", mesh, tree, **shared),
-        Asset("swimmer_follow", "swimmer", mesh, tree, frame=tree.link_names()[0], **shared),
+        Asset("swimmer_follow", "swimmer", mesh, tree, frame=head, **shared),
+        Asset(
+            "swimmer_neutral",
+            "swimmer",
+            mesh,
+            tree.neutral(),
+            frame=head,
+            semi_implicit=True,
+            **shared,
+        ),
     ]

@@ -11,6 +11,7 @@
 
 #include "MeshLoad/Sampler/IBSamplerMeshGpuKernel.h"
 #include "MeshLoad/Sampler/SampleElimination.h"
+#include "MeshLoad/Sampler/SampleInset.h"
 #include "MeshLoad/Sampler/SampleOrder.h"
 #include "platform/check.h"
 #include "platform/runtime.h"
@@ -123,10 +124,20 @@ void IBSamplerMesh::generateSamples(int sampleNum) {
         freeDevice();
     }
     placeSamples(sampleNum);
+    if (retraction_ > 0) insets_ = sampleInsets(*mesh_, samples, retraction_);
     createBoundary(discArea(totalArea, samples.size()));
     updateOnHost();
     allocateDevice();
     copyToDevice();
+}
+
+void IBSamplerMesh::setRetraction(double distance) {
+    std::vector<float> insets;
+    if (mesh_ != nullptr) insets = sampleInsets(*mesh_, samples, distance);
+    if (distance == 0) insets.clear();
+    retraction_ = distance;
+    insets_ = std::move(insets);
+    if (boundary_ != nullptr) uploadInsets();
 }
 
 void IBSamplerMesh::placeSamples(int sampleNum) {
@@ -200,11 +211,14 @@ void IBSamplerMesh::updateOnHost() {
         const std::int32_t* const v = mesh.faces[s.faceId].vertexIds;
         const auto& positions = mesh.curr_positions;
         const auto& normals = mesh.curr_normals;
-        const Eigen::Vector3f position =
+        Eigen::Vector3f position =
             (s.w0 * positions[v[0]] + s.w1 * positions[v[1]] + s.w2 * positions[v[2]])
                 .cast<float>();
         const Eigen::Vector3f normal =
             (s.w0 * normals[v[0]] + s.w1 * normals[v[1]] + s.w2 * normals[v[2]]).cast<float>();
+        if (!insets_.empty()) {
+            moveInside(insets_[i], normal.data(), normal.norm(), position.data());
+        }
         b.coordx[i] = b.coordInitx[i] = position.x();
         b.coordy[i] = b.coordInity[i] = position.y();
         b.coordz[i] = b.coordInitz[i] = position.z();
@@ -220,7 +234,8 @@ void IBSamplerMesh::updateOnDevice() {
         const device_MeshData& mesh = mesh_->meshes[m]->data_gpu;
         updateSamplesPosNormal(static_cast<int>(m), mesh.faces, samples_dev, mesh.curr_positions,
                                mesh.curr_normals, mgr_.coordx_dev, mgr_.coordy_dev, mgr_.coordz_dev,
-                               mgr_.normalx_dev, mgr_.normaly_dev, mgr_.normalz_dev, sampleCount());
+                               mgr_.normalx_dev, mgr_.normaly_dev, mgr_.normalz_dev, insets_dev_,
+                               sampleCount());
     }
 }
 
@@ -237,17 +252,30 @@ void IBSamplerMesh::allocateDevice() {
         cudaMemcpy(sampleLinks_dev, sampleLinks.data(), n * sizeof(int), cudaMemcpyHostToDevice));
     checkCudaErrors(cudaMemcpy(sampleWrenches_dev, sampleWrenches.data(), n * sizeof(Wrench),
                                cudaMemcpyHostToDevice));
+    uploadInsets();
     mgr_.bindHostRecord(boundary_);
     mgr_.allocate();
+}
+
+void IBSamplerMesh::uploadInsets() {
+    checkCudaErrors(cudaSetDevice(gpuId));
+    checkCudaErrors(cudaFree(insets_dev_));
+    insets_dev_ = nullptr;
+    if (insets_.empty()) return;
+    const std::size_t bytes = insets_.size() * sizeof(float);
+    checkCudaErrors(cudaMalloc(&insets_dev_, bytes));
+    checkCudaErrors(cudaMemcpy(insets_dev_, insets_.data(), bytes, cudaMemcpyHostToDevice));
 }
 
 void IBSamplerMesh::freeDevice() {
     checkCudaErrors(cudaFree(samples_dev));
     checkCudaErrors(cudaFree(sampleLinks_dev));
     checkCudaErrors(cudaFree(sampleWrenches_dev));
+    checkCudaErrors(cudaFree(insets_dev_));
     samples_dev = nullptr;
     sampleLinks_dev = nullptr;
     sampleWrenches_dev = nullptr;
+    insets_dev_ = nullptr;
     mgr_.free();
 }
 

@@ -25,6 +25,12 @@ public:
     void generateSamples(int sampleNum) override;
     // Throws std::invalid_argument for a number of samples that is negative or does not fit into memory.
     static void requireSampleCount(int sampleNum);
+    // Lets samples stand `distance` [m] inside the skin, or half the local thickness where that is less
+    // (see SampleInset.h), from the next update on. Samples that are generated later keep it. 0 puts
+    // them back on the skin. Their areas and normals stay those of the skin. Throws
+    // std::invalid_argument for a distance that is negative or not finite.
+    void setRetraction(double distance);
+    double retraction() const { return retraction_; }
 
     void updateOnHost() override;    // normals are not normalised
     void updateOnDevice() override;  // normals have unit length
@@ -40,11 +46,16 @@ public:
     // The host boundary, null before samples are generated.
     mlLagrangeBoundary* boundary() { return boundary_; }
     int sampleCount() const { return static_cast<int>(samples.size()); }
+    // How far each sample stands inside the skin [m]; empty without a retraction.
+    const std::vector<float>& insets() const { return insets_; }
 
 private:
     SkeletalMesh* mesh_;
     IBBoundaryMemMgr mgr_;
     mlLagrangeBoundary* boundary_ = nullptr;
+    double retraction_ = 0;  // [m]
+    std::vector<float> insets_;
+    float* insets_dev_ = nullptr;  // null while insets_ is empty
 
 public:
     bool hostDirty = false;
@@ -61,6 +72,7 @@ private:
     void placeSamples(int sampleNum);
     void createBoundary(float sampleArea);
     void freeBoundary();
+    void uploadInsets();
 };
 
 }  // namespace drelt

@@ -21,13 +21,20 @@ DRELT_HOST_DEVICE void interpolateOnFace(const MeshFace& face, const MeshSample&
     }
 }
 
+// Moves a sample by `inset` [m] against its normal, whose length is given. A sample without a normal stays.
+DRELT_HOST_DEVICE void moveInside(float inset, const float* normal, float length, float* position) {
+    if (!(inset > 0 && length > 0)) return;
+    for (int k = 0; k < 3; ++k) position[k] -= inset * (normal[k] / length);
+}
+
 // Updates one sample of the whole list if it belongs to mesh meshId, whose faces, vertices and normals are
-// given. Writes the position [m] and the unit normal.
+// given. Writes the position [m], `insets` [m] inside the skin or on it if that is null, and the unit normal.
 DRELT_KERNEL void updateSamplesPosNormalKernel(LaunchIndex at, int meshId, MeshFace* faces,
                                                MeshSample* samples, Eigen::Vector3d* vertices,
                                                Eigen::Vector3d* normals, float* coordx,
                                                float* coordy, float* coordz, float* normalx,
-                                               float* normaly, float* normalz, int count) {
+                                               float* normaly, float* normalz, const float* insets,
+                                               int count) {
     if (at.n >= count) return;
     const MeshSample& sample = samples[at.n];
     if (sample.meshId != static_cast<std::uint32_t>(meshId)) return;
@@ -37,6 +44,7 @@ DRELT_KERNEL void updateSamplesPosNormalKernel(LaunchIndex at, int meshId, MeshF
     interpolateOnFace(face, sample, vertices, p);
     interpolateOnFace(face, sample, normals, n);
     const float length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    if (insets != nullptr) moveInside(insets[at.n], n, length, p);
     coordx[at.n] = p[0];
     coordy[at.n] = p[1];
     coordz[at.n] = p[2];
@@ -49,6 +57,6 @@ DRELT_KERNEL void updateSamplesPosNormalKernel(LaunchIndex at, int meshId, MeshF
 void updateSamplesPosNormal(int meshId, MeshFace* faces, MeshSample* samples,
                             Eigen::Vector3d* vertices, Eigen::Vector3d* normals, float* coordx,
                             float* coordy, float* coordz, float* normalx, float* normaly,
-                            float* normalz, int count);
+                            float* normalz, const float* insets, int count);
 
 }  // namespace drelt

@@ -20,7 +20,7 @@ enum class Schedule {
 // What the populations of a host record hold. The production schedule writes them only on request.
 enum class HostPopulations {
     Current,  // f and fPost as they should be
-    AtRest,   // not written: the equilibrium at rest at the record's density
+    Uniform,  // not written: the equilibrium at the record's density and one velocity for all nodes
     Stale,    // older than the rest, which was read from the device
 };
 
@@ -67,9 +67,10 @@ public:
     // Throws std::runtime_error if the host record holds nodes that a reset must leave alone and the
     // schedule cannot.
     virtual void requireResettable(const mlFlow& host) const = 0;
-    // Rest at the density of the host record, in its populations and in the device's layer data, and
-    // the host's forces to the device. Populations and momentum go to the device by syncToDevice.
-    virtual void reset(mlFlow& host) = 0;
+    // Sets the populations of the host record to the equilibrium at its density and the given velocity
+    // (lattice units), sets the device's layer data to rest at that density, and brings the host's
+    // forces to the device. Populations and momentum go to the device by syncToDevice.
+    virtual void reset(mlFlow& host, const Vector3<float>& velocity) = 0;
     // Brings the host's forces and layer data to the device. Throws std::logic_error if the schedule
     // keeps no layer data.
     virtual void uploadForcesAndPml(const mlFlow& host) = 0;

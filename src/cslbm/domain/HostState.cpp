@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cslbm/PML/PMLScheme.h"
+#include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 #include "cslbm/mlsolver/mlLattice.h"
 
 namespace drelt {
@@ -31,6 +32,16 @@ bool isCorner(const MLFluidParam& param, int x, int y, int z) {
            (z == 0 || z == param.samples_z - 1);
 }
 
+bool isZero(const Vector3<float>& v) { return v.x == 0.0f && v.y == 0.0f && v.z == 0.0f; }
+
+// Sets f and fPost of a node.
+void setUniform(mlFlow& flow, std::int64_t n, float rho, const Vector3<float>& velocity) {
+    forEachDirection([&](auto d) {
+        const std::int64_t at = decltype(d)::index * flow.count + n;
+        flow.f[at] = flow.fPost[at] = uniformPopulation(d, rho, velocity);
+    });
+}
+
 }  // namespace
 
 bool keepsItsState(MLLATTICENODE_FLAG flag) {
@@ -50,7 +61,8 @@ LayerNode layerNode(const MLFluidParam& param, float sigma_max, int x, int y, in
     return node;
 }
 
-void initialisePopulations(mlFlow& flow) {
+void initialisePopulations(mlFlow& flow, const Vector3<float>& velocity) {
+    const bool moves = !isZero(velocity);
     forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
         for (int i = 0; i < kDirections; ++i) {
             const std::int64_t at = i * flow.count + n;
@@ -58,26 +70,36 @@ void initialisePopulations(mlFlow& flow) {
             flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = equilibrium;
             flow.fEqTilde[at] = flow.fEqTildeOld[at] = 0;
         }
+        if (moves) setUniform(flow, n, 1.0f, velocity);
     });
 }
 
-void resetPopulations(mlFlow& flow) {
+void resetPopulations(mlFlow& flow, const Vector3<float>& velocity) {
     forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
         if (keepsItsState(flow.flag[n])) return;
         for (int i = 0; i < kDirections; ++i) {
             const std::int64_t at = i * flow.count + n;
-            flow.f[at] = flow.fPost[at] = flow.fEqBar[at] = w_cas1[i] * flow.rou[n].value;
+            flow.fEqBar[at] = w_cas1[i] * flow.rou[n].value;
             flow.fEqTilde[at] = flow.fEqTildeOld[at] = flow.Q[at] = flow.cNQ[at] = 0;
         }
+        setUniform(flow, n, flow.rou[n].value, velocity);
     });
 }
 
-void restPopulations(mlFlow& flow) {
+void uniformPopulations(mlFlow& flow, const Vector3<float>& velocity) {
     forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
-        for (int i = 0; i < kDirections; ++i) {
-            const std::int64_t at = i * flow.count + n;
-            flow.f[at] = flow.fPost[at] = w_cas1[i] * flow.rou[n].value;
-        }
+        setUniform(flow, n, flow.rou[n].value, velocity);
+    });
+}
+
+void setUniformMomentum(mlFlow& flow, const Vector3<float>& velocity) {
+    if (isZero(velocity)) return;
+    forEachNode(*flow.param, [&](std::int64_t n, int, int, int) {
+        if (keepsItsState(flow.flag[n])) return;
+        const float rho = flow.rou[n].value;
+        flow.ux[n] = rho * velocity.x;
+        flow.uy[n] = rho * velocity.y;
+        flow.uz[n] = rho * velocity.z;
     });
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "cslbm/mlsolver/mlFlow.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
@@ -58,12 +59,17 @@ struct LayerNode {
 };
 LayerNode layerNode(const MLFluidParam& param, float sigma_max, int x, int y, int z);
 
-// Sets f, fPost and fEqBar to the equilibrium at rest at density 1, fEqTilde and fEqTildeOld to 0.
-void initialisePopulations(mlFlow& flow);
-// Sets f, fPost and fEqBar to the equilibrium at rest at the node's density, and fEqTilde, fEqTildeOld,
-// Q and cNQ to 0. Nodes that are excluded or solid stay as they are.
-void resetPopulations(mlFlow& flow);
-// Sets f and fPost of all nodes to the equilibrium at rest at the node's density.
-void restPopulations(mlFlow& flow);
+// A fluid that starts with one velocity (lattice units) at all nodes. The layer's data start at rest.
+
+// Sets f and fPost to the equilibrium at density 1, fEqBar to that at rest, fEqTilde and fEqTildeOld to 0.
+void initialisePopulations(mlFlow& flow, const Vector3<float>& velocity = {0.0f, 0.0f, 0.0f});
+// Sets f and fPost to the equilibrium at the node's density, fEqBar to that at rest, and fEqTilde,
+// fEqTildeOld, Q and cNQ to 0. Nodes that are excluded or solid stay as they are.
+void resetPopulations(mlFlow& flow, const Vector3<float>& velocity = {0.0f, 0.0f, 0.0f});
+// Sets f and fPost of all nodes to the equilibrium at the node's density.
+void uniformPopulations(mlFlow& flow, const Vector3<float>& velocity);
+// Sets ux, uy, uz to the density times the velocity. A velocity of 0 changes nothing. Nodes that are
+// excluded or solid stay as they are.
+void setUniformMomentum(mlFlow& flow, const Vector3<float>& velocity);
 
 }  // namespace drelt

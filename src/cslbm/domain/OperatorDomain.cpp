@@ -108,8 +108,8 @@ void OperatorDomain::syncToHost(mlFlow& host) {
              &mlFlow::fPost);
 }
 
-void OperatorDomain::reset(mlFlow& host) {
-    resetPopulations(host);
+void OperatorDomain::reset(mlFlow& host, const Vector3<float>& velocity) {
+    resetPopulations(host, velocity);
     uploadForcesAndPml(host);
 }
 

@@ -28,7 +28,7 @@ public:
     void syncToHost(mlFlow& host) override;
     void populationsToHost(mlFlow&) override {}
     void requireResettable(const mlFlow&) const override {}
-    void reset(mlFlow& host) override;
+    void reset(mlFlow& host, const Vector3<float>& velocity) override;
     void uploadForcesAndPml(const mlFlow& host) override;
     void materialise(mlFlow& host) const override;
 

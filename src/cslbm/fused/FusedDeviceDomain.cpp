@@ -134,6 +134,7 @@ void FusedDeviceDomain::step(const FrameMotion& motion) {
     s.swapped = 1 - s.swapped;
     fused_device::findOffsets(s);
     s.planesPending = true;
+    s.planes = {planeKind_, motion.far};
     s.momentsGiven = false;
     forcesGiven_ = false;
     if (s.width > 0) std::swap(state_.now, state_.before);
@@ -219,7 +220,7 @@ void FusedDeviceDomain::storePopulations(const mlFlow& host) {
     const float* const values = staging.data();
     if (host.f == nullptr) {
         staging.fill(host.rou);
-        launchNodes<&fused_device::restKernel>(state_, values);
+        launchNodes<&fused_device::uniformKernel>(state_, values, uniformVelocity_);
         return;
     }
     for (int i = 0; i < kDirections; ++i) {

@@ -18,7 +18,7 @@ DRELT_INSTANTIATE_DEVICE(drelt::fused_device::collideWholeLayerKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::momentsKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::recordKernel, Flat);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::startKernel, Axes);
-DRELT_INSTANTIATE_DEVICE(drelt::fused_device::restKernel, Axes);
+DRELT_INSTANTIATE_DEVICE(drelt::fused_device::uniformKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::storeKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::fetchKernel, Axes);
 DRELT_INSTANTIATE_DEVICE(drelt::fused_device::fetchPostKernel, Axes);

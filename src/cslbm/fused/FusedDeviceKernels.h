@@ -8,14 +8,20 @@
 namespace drelt {
 namespace fused_device {
 
-// Prepares a step. Nodes on a pending open plane copy the streamed populations of their inner neighbour;
-// nodes under a spread force add half of it to their momentum. Free of races: an inner neighbour lies on no
-// open plane, so no thread writes to it.
+// Prepares a step. Nodes on a pending open plane take the streamed populations of their inner neighbour, or
+// form their own from two nodes inside; nodes under a spread force add half of it to their momentum. Free of
+// races: nodes inside lie on no open plane, so no thread writes to them.
 DRELT_KERNEL void prepareKernel(LaunchIndex at, const FusedDeviceState& d) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
-    if (s.planesPending && from.other) {
-        float* const to = placesOf(s, at.x, at.y, at.z);
+    float* const to = placesOf(s, at.x, at.y, at.z);
+    if (s.planesPending && from.other && hasCharacteristicPlanes(s)) {
+        const auto f = openPopulationsOf(s, at, from);
+        forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+            using E = TowardOf<decltype(e)>;
+            to[s.place[E::code]] = f(E{});
+        });
+    } else if (s.planesPending && from.other) {
         const float* const source = placesOf(s, from.x, from.y, from.z);
         for (int code = 0; code < 27; ++code) to[s.place[code]] = source[s.place[code]];
     }
@@ -137,19 +143,27 @@ DRELT_KERNEL void collideWholeLayerKernel(LaunchIndex at, const FusedDeviceState
     collideAndStreamNode<true, true>(at, d);
 }
 
-// Writes density and momentum of the streamed populations to `to`. A node on the open planes takes those of
-// its inner neighbour. Also clears the marks of the forces, which no thread reads here. Reads 27 values per
-// node and writes 4.
+// Writes density and momentum of populations to node n.
+template <class Populations>
+DRELT_HOST_DEVICE void storeMoments(const Populations& f, const DeviceMoments& to, std::int64_t n) {
+    const Vector3<float> m = momentumOf<float>(f);
+    to.rho[n] = massOf<float>(f);
+    to.momentum[0][n] = m.x;
+    to.momentum[1][n] = m.y;
+    to.momentum[2][n] = m.z;
+}
+
+// Writes density and momentum of the streamed populations to `to`, with the open planes applied. Also clears
+// the marks of the forces, which no thread reads here. Reads 27 values per node and writes 4.
 DRELT_KERNEL void momentsKernel(LaunchIndex at, const FusedDeviceState& d,
                                 const DeviceMoments& to) {
     const FusedState& s = d.base;
     const SourceNode from = sourceOf(s, at);
-    const PopulationsAt f{placesOf(s, from.x, from.y, from.z), s};
-    const Vector3<float> m = momentumOf<float>(f);
-    to.rho[at.n] = massOf<float>(f);
-    to.momentum[0][at.n] = m.x;
-    to.momentum[1][at.n] = m.y;
-    to.momentum[2][at.n] = m.z;
+    if (from.other && hasCharacteristicPlanes(s)) {
+        storeMoments(openPopulationsOf(s, at, from), to, at.n);
+    } else {
+        storeMoments(PopulationsAt{placesOf(s, from.x, from.y, from.z), s}, to, at.n);
+    }
     constexpr int wordNodes = 32 * kChunkNodes;
     if (at.x % wordNodes == 0) marksOf(s, at.y, at.z)[at.x / wordNodes] = 0;
 }

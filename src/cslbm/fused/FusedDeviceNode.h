@@ -6,6 +6,7 @@
 
 #include "cslbm/fused/FusedCore.h"
 #include "cslbm/fused/FusedDeviceState.h"
+#include "cslbm/fused/FusedPlanes.h"
 #include "cslbm/fused/FusedRows.h"
 #include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "cslbm/mlsolver/mlLattice.h"
@@ -92,6 +93,21 @@ DRELT_HOST_DEVICE SourceNode sourceOf(const FusedState& s, const LaunchIndex& at
     const Vector3<int> from{innerCoordinate(at.x, s.nx, w), innerCoordinate(at.y, s.ny, w),
                             innerCoordinate(at.z, s.nz, w)};
     return {from.x, from.y, from.z, from.x != at.x || from.y != at.y || from.z != at.z};
+}
+
+// The populations of a node on a characteristic plane with the given inner neighbour.
+DRELT_HOST_DEVICE OpenPopulations<float, PopulationsAt> openPopulationsOf(const FusedState& s,
+                                                                          const LaunchIndex& at,
+                                                                          const SourceNode& from) {
+    const int w = s.width;
+    const PlaneNormal normal = planeNormal(at.x, at.y, at.z, s.nx, s.nz, w);
+    const auto behind = [&](int a, int n, int axis) DRELT_LAMBDA_INLINE {
+        return normal.axis == axis ? innerCoordinate(a - normal.outward, n, w) : a;
+    };
+    const PopulationsAt first{placesOf(s, from.x, from.y, from.z), s};
+    const PopulationsAt second{
+        placesOf(s, behind(from.x, s.nx, 0), behind(from.y, s.ny, 1), behind(from.z, s.nz, 2)), s};
+    return openPopulations<float>(s.planes, normal, first, second);
 }
 
 // Density and velocity of a node, shifted by half the force.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cslbm/fused/FusedDeviceNode.h"
+#include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 
 namespace drelt {
@@ -28,12 +29,13 @@ DRELT_KERNEL void startKernel(LaunchIndex at, const FusedDeviceState& d) {
     if (at.x % wordNodes == 0) marksOf(s, at.y, at.z)[at.x / wordNodes] = 0;
 }
 
-// Sets the streamed populations of a fluid at rest with the given densities.
-DRELT_KERNEL void restKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho) {
+// Sets the streamed populations of a fluid with the given densities and one velocity.
+DRELT_KERNEL void uniformKernel(LaunchIndex at, const FusedDeviceState& d, const float* rho,
+                                Vector3<float> velocity) {
     float* const own = placesOf(d.base, at.x, at.y, at.z);
     forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
         using E = TowardOf<decltype(e)>;
-        own[d.base.place[E::code]] = E::weight * rho[at.n];
+        own[d.base.place[E::code]] = uniformPopulation(E{}, rho[at.n], velocity);
     });
 }
 
@@ -47,6 +49,14 @@ DRELT_KERNEL void fetchKernel(LaunchIndex at, const FusedDeviceState& d, int cod
     const FusedState& s = d.base;
     SourceNode from{at.x, at.y, at.z, false};
     if (s.planesPending) from = sourceOf(s, at);
+    if (from.other && hasCharacteristicPlanes(s)) {
+        const auto f = openPopulationsOf(s, at, from);
+        forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+            using E = TowardOf<decltype(e)>;
+            if (E::code == code) to[at.n] = f(E{});
+        });
+        return;
+    }
     to[at.n] = placesOf(s, from.x, from.y, from.z)[s.place[code]];
 }
 // Fetches the post-collision populations of one direction. Each is in the place where the neighbour in that

@@ -162,6 +162,7 @@ void FusedDomain::step(const FrameMotion& motion) {
     s.swapped = 1 - s.swapped;
     fused_domain::findOffsets(s);
     s.planesPending = true;
+    s.planes = {planeKind_, motion.far};
     s.momentsGiven = false;
     forcesGiven_ = false;
     if (momentsBefore_ != nullptr) {

@@ -15,14 +15,16 @@ struct MomentFill {
     // Fills nodes x to end - 1 from the populations at `places`, `shift` nodes further along x.
     DRELT_HOST_DEVICE void fill(const Places& places, int x, int end, int shift) const {
         for (; x < end; x += kLanes) {
-            const PackAt f{places, x + shift};
-            const int lanes = end - x < kLanes ? end - x : kLanes;
-            const Vector3<Pack> m = momentumOf<Pack>(f);
-            storeLanes(to[0] + x, massOf<Pack>(f), lanes);
-            storeLanes(to[1] + x, m.x, lanes);
-            storeLanes(to[2] + x, m.y, lanes);
-            storeLanes(to[3] + x, m.z, lanes);
+            store(PackAt{places, x + shift}, x, end - x < kLanes ? end - x : kLanes);
         }
+    }
+    template <class Populations>
+    DRELT_HOST_DEVICE void store(const Populations& f, std::ptrdiff_t x, int lanes) const {
+        const Vector3<Pack> m = momentumOf<Pack>(f);
+        storeLanes(to[0] + x, massOf<Pack>(f), lanes);
+        storeLanes(to[1] + x, m.x, lanes);
+        storeLanes(to[2] + x, m.y, lanes);
+        storeLanes(to[3] + x, m.z, lanes);
     }
     DRELT_HOST_DEVICE void copyGiven(int x, int end) const {
         const std::size_t bytes = sizeof(float) * static_cast<std::size_t>(end - x);
@@ -49,6 +51,12 @@ static void fillMoments(const FusedState& s, int y, int z, int x0, int x1, float
     const int last = s.nx - 1 - w;
     if (!s.planesPending || !withinPlanes(y, s.ny, w) || !withinPlanes(z, s.nz, w)) {
         row.fill(own, x0, x1, 0);
+        return;
+    }
+    if (hasCharacteristicPlanes(s)) {
+        row.fill(own, x0, x1, 0);
+        visitOpenNodes(s, y, z, x0, x1,
+                       [&](const auto& f, std::ptrdiff_t x, int lanes) { row.store(f, x, lanes); });
         return;
     }
     Places inner;

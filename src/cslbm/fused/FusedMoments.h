@@ -2,10 +2,10 @@
 #pragma once
 
 #include "cslbm/fused/FusedCore.h"
+#include "cslbm/fused/FusedOpenRow.h"
 #include "cslbm/fused/FusedRows.h"
 #include "cslbm/fused/Pack.h"
 #include "cslbm/gpu_inc/gpu/mlForce.h"
-#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
@@ -66,33 +66,6 @@ struct SpreadMarks {
 };
 DRELT_HOST_DEVICE SpreadMarks spreadMarks(const FusedState& s, int y, int z) {
     return {s.spread + nodeRow(s, y, z) * s.chunkWords, s.chunkWords};
-}
-
-// Applies the open planes to a row: its nodes on them take the streamed populations of their inner
-// neighbours, which have not collided yet.
-DRELT_HOST_DEVICE void openRow(const FusedState& s, int y, int z) {
-    const int w = s.width;
-    if (!withinPlanes(y, s.ny, w) || !withinPlanes(z, s.nz, w)) return;
-    const int fromY = innerCoordinate(y, s.ny, w);
-    const int fromZ = innerCoordinate(z, s.nz, w);
-    const int last = s.nx - 1 - w;
-    float* const to = s.populations + rowStart(s, y, z, 27);
-    if (fromY == y && fromZ == z) {
-        for (int i = 0; i < 27; ++i) {
-            float* const row = to + s.place[i];
-            row[w] = row[w + 1];
-            row[last] = row[last - 1];
-        }
-        return;
-    }
-    const float* const from = s.populations + rowStart(s, fromY, fromZ, 27);
-    for (int i = 0; i < 27; ++i) {
-        float* const row = to + s.place[i];
-        const float* const inner = from + s.place[i];
-        __builtin_memcpy(row + w + 1, inner + w + 1, sizeof(float) * (last - w - 1));
-        row[w] = inner[w + 1];
-        row[last] = inner[last - 1];
-    }
 }
 
 // Cache lines to prefetch while a loop goes through the packs of a row. The prefetches are shared out among

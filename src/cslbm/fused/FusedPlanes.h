@@ -3,11 +3,16 @@
 #pragma once
 
 #include "cslbm/fused/FusedCore.h"
+#include "cslbm/fused/FusedState.h"
 #include "cslbm/gpu_inc/gpu/mlCharacteristicWave.h"
 #include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 
 namespace drelt {
 namespace DRELT_FUSED_ISA {
+
+DRELT_HOST_DEVICE bool hasCharacteristicPlanes(const FusedState& s) {
+    return s.planes.kind != OpenPlaneKind::Copy;
+}
 
 // Density and velocity of streamed populations.
 template <class V, class Populations>
@@ -38,6 +43,7 @@ DRELT_HOST_DEVICE AxisFactors<V> scaled(AxisFactors<V> factors, const V& by) {
     return factors;
 }
 
+// `first` and `second` read the populations of the inner neighbours and of the nodes behind them.
 template <class V, class First, class Second>
 DRELT_HOST_DEVICE OpenPopulations<V, First> openPopulations(const OpenPlanes& planes,
                                                             PlaneNormal normal, const First& first,

@@ -36,7 +36,8 @@
 // A step ends before the open planes: `planesPending` says that their nodes still have to take the streamed
 // populations of their inner neighbours. The next step does this when it forms the moments of a row. Until
 // then the post-collision populations can be read, and whoever reads streamed populations or moments takes
-// those of the inner neighbour. Along x, with a layer of w nodes:
+// those of the inner neighbour. Characteristic planes form theirs from two nodes inside and the far state at
+// the end of the step (FusedPlanes.h). Along x, with a layer of w nodes:
 //
 //     x   0 .. w-1       w        w+1   .....   nx-2-w      nx-1-w     nx-w .. nx-1
 //          layer    open plane <- inner nodes, inner -> open plane      layer
@@ -47,6 +48,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "cslbm/mlsolver/OpenPlanes.h"
 #include "platform/launch.h"
 
 namespace drelt {
@@ -79,6 +81,7 @@ struct FusedState {
     bool momentsGiven;   // `moments` holds the density and raw momentum of uploaded populations
     bool whole;          // density and momentum may differ from the sums of the populations
     bool planesPending;  // see above
+    OpenPlanes planes;   // as of the step that left them pending
 };
 
 // The sweeps of one instruction set. The planes z0 <= z < z1 are the slab of a thread.
@@ -92,6 +95,9 @@ struct FusedSweeps {
     // Writes density and raw momentum of the nodes x0 <= x < x1 of a row, with open planes applied, to the
     // four dense rows `to`, which begin at x = 0.
     void (*fillMoments)(const FusedState& state, int y, int z, int x0, int x1, float* const* to);
+    // Writes the populations of the nodes of a row on pending characteristic planes to the 27 dense rows
+    // `to`, by code.
+    void (*fillOpenNodes)(const FusedState& state, int y, int z, float* const* to);
 };
 
 // Nodes of a chunk. A bit marks the chunk as a whole: under a spread force, or asked for.

@@ -275,6 +275,10 @@ static void momentsOfPlane(const FusedState& s, int z) {
 
 static void edges(const FusedState& s, int z0, int z1) {
     if (z0 >= z1) return;
+    for (const int z : {s.width, s.nz - 1 - s.width}) {
+        if (!s.planesPending || !opensAhead(s, z) || z < z0 || z >= z1) continue;
+        for (int y = 0; y < s.ny; ++y) openCharacteristicRow(s, y, z);
+    }
     momentsOfPlane(s, z0);
     if (z1 - 1 > z0) momentsOfPlane(s, z1 - 1);
 }
@@ -321,12 +325,19 @@ DRELT_HOST_DEVICE void bringEnds(const FusedState& s, const float* row) {
     }
 }
 
+// The end of the tile that begins at row y0. The high characteristic plane across y reads two rows below it,
+// and its row is formed in the tile of the row below it: no tile may begin there.
+DRELT_HOST_DEVICE int tileEnd(const FusedState& s, int y0, int rows) {
+    const int y1 = y0 + rows < s.ny ? y0 + rows : s.ny;
+    return hasCharacteristicPlanes(s) && y1 == s.ny - 2 - s.width ? y1 - 1 : y1;
+}
+
 static void slab(const FusedState& s, int z0, int z1, float* scratch) {
     const bool layer = s.width > 0;
     const int tiles = (s.ny + kTileRows - 1) / kTileRows;
     const int rows = (s.ny + tiles - 1) / tiles;
-    for (int y0 = 0; y0 < s.ny; y0 += rows) {
-        const int y1 = y0 + rows < s.ny ? y0 + rows : s.ny;
+    for (int y0 = 0, y1 = 0; y0 < s.ny; y0 = y1) {
+        y1 = tileEnd(s, y0, rows);
         const DeviationRing ring{scratch, y0, y1 - y0 + 2};
         for (int y = y0 - 1; layer && y <= y1; ++y) {
             deviationOfRow(s, y, z0 - 1, ring);

@@ -6,7 +6,7 @@ namespace drelt {
 
 const FusedSweeps& fusedSweepsAvx2() {
     static constexpr FusedSweeps sweeps{"avx2", &fused_avx2::edges, &fused_avx2::slab,
-                                        &fused_avx2::fillMoments};
+                                        &fused_avx2::fillMoments, &fused_avx2::fillOpenNodes};
     return sweeps;
 }
 

@@ -6,7 +6,8 @@ namespace drelt {
 
 const FusedSweeps& fusedSweepsBaseline() {
     static constexpr FusedSweeps sweeps{"baseline", &fused_baseline::edges, &fused_baseline::slab,
-                                        &fused_baseline::fillMoments};
+                                        &fused_baseline::fillMoments,
+                                        &fused_baseline::fillOpenNodes};
     return sweeps;
 }
 

@@ -6,6 +6,7 @@
 #include "cslbm/fused/FusedDomain.h"
 #include "cslbm/fused/FusedRows.h"
 #include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
+#include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 #include "cslbm/mlsolver/mlLattice.h"
 
 namespace drelt {
@@ -81,14 +82,17 @@ void FusedDomain::upload(const mlFlow& host) {
         const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
         Places places;
         findPlaces(s, y, z, places);
-        for (int i = 0; i < kDirections; ++i) {
+        forEachDirection([&](auto d) {
+            constexpr int i = decltype(d)::index;
             float* const row = places.at[codeOfDirection(i)];
             if (host.f != nullptr) {
                 copyRow(row, host.f + i * count + n, s.nx);
-            } else {
-                for (int x = 0; x < s.nx; ++x) row[x] = w_cas1[i] * host.rou[n + x].value;
+                return;
             }
-        }
+            for (int x = 0; x < s.nx; ++x) {
+                row[x] = uniformPopulation(d, host.rou[n + x].value, uniformVelocity_);
+            }
+        });
         const MomentRows to = momentRows(s, s.moments, y, z);
         copyRow(to.ux, host.ux + n, s.nx);
         copyRow(to.uy, host.uy + n, s.nx);
@@ -142,8 +146,9 @@ void FusedDomain::materialise(mlFlow& host) const {
         Places own;
         findPlaces(s, y, z, own);
         if (host.f != nullptr) {
-            const bool opens =
-                s.planesPending && withinPlanes(y, s.ny, w) && withinPlanes(z, s.nz, w);
+            const bool characteristic = s.planes.kind != OpenPlaneKind::Copy;
+            const bool opens = s.planesPending && !characteristic && withinPlanes(y, s.ny, w) &&
+                               withinPlanes(z, s.nz, w);
             Places from = own;
             if (opens)
                 findPlaces(s, innerCoordinate(y, s.ny, w), innerCoordinate(z, s.nz, w), from);
@@ -155,6 +160,13 @@ void FusedDomain::materialise(mlFlow& host) const {
                 copyRow(to + w + 1, row + w + 1, s.nx - 2 - 2 * w);
                 to[w] = row[w + 1];
                 to[s.nx - 1 - w] = row[s.nx - 2 - w];
+            }
+            if (s.planesPending && characteristic) {
+                float* rows[kDirections];
+                for (int i = 0; i < kDirections; ++i) {
+                    rows[codeOfDirection(i)] = host.f + i * count + n;
+                }
+                sweeps_->fillOpenNodes(s, y, z, rows);
             }
         }
         if (host.fPost != nullptr) {

@@ -77,16 +77,27 @@ double ProductionDomain::bytesPerNode(const MLFluidParam& param) {
 }
 
 void ProductionDomain::choose(const StepChoices& choices) {
-    if (choices.areDefault()) return;
-    throw std::logic_error(
-        "step: the production schedule has the default collision and boundaries only; choose "
-        "others, or Schedule::Operators, before commitInit");
+    if (!choices.areDefault()) {
+        throw std::logic_error(
+            "step: the production schedule has the default collision and boundaries only; choose "
+            "others, or Schedule::Operators, before commitInit");
+    }
+    planeKind_ = choices.planes;
 }
 
-void ProductionDomain::begin(const mlFlow& host, HostPopulations held) {
+void ProductionDomain::begin(const mlFlow& host, HostPopulations held,
+                             const Vector3<float>& velocity) {
     held_ = held;
+    uniformVelocity_ = velocity;
     fPostGiven_ = held == HostPopulations::Current;
-    if (fPostGiven_) load(host);
+    const bool moves = velocity.x != 0.0f || velocity.y != 0.0f || velocity.z != 0.0f;
+    if (fPostGiven_) {
+        load(host);
+    } else if (moves) {
+        mlFlow given = host;
+        given.f = nullptr;
+        upload(given);
+    }
     takeForces(host);
 }
 
@@ -100,7 +111,7 @@ void ProductionDomain::syncToDevice(mlFlow& host) {
     // The host edited momentum only: the populations stay what they are on the device.
     if (held_ == HostPopulations::Stale) populationsToHost(host);
     mlFlow given = host;
-    if (held_ == HostPopulations::AtRest) given.f = nullptr;
+    if (held_ == HostPopulations::Uniform) given.f = nullptr;
     fPostGiven_ = held_ == HostPopulations::Current;
     upload(given);
 }
@@ -116,8 +127,8 @@ void ProductionDomain::syncToHost(mlFlow& host) {
 
 void ProductionDomain::populationsToHost(mlFlow& host) {
     if (held_ == HostPopulations::Current) return;
-    if (held_ == HostPopulations::AtRest) {
-        restPopulations(host);
+    if (held_ == HostPopulations::Uniform) {
+        uniformPopulations(host, uniformVelocity_);
     } else {
         mlFlow populations = host;
         populations.rou = nullptr;
@@ -138,14 +149,15 @@ void ProductionDomain::requireResettable(const mlFlow& host) const {
     }
 }
 
-void ProductionDomain::reset(mlFlow& host) {
+void ProductionDomain::reset(mlFlow& host, const Vector3<float>& velocity) {
     const auto other = countNodesWhere(
         *host.param, [&](std::int64_t n, int, int, int) { return host.rou[n].value != 1.0f; });
     referenceDensity_.clear();
     if (other != 0) referenceDensity_.assign(&host.rou->value, &host.rou->value + host.count);
     resetLayer(host.rou);
     takeForces(host);
-    held_ = HostPopulations::AtRest;
+    uniformVelocity_ = velocity;
+    held_ = HostPopulations::Uniform;
 }
 
 void ProductionDomain::uploadForcesAndPml(const mlFlow&) {

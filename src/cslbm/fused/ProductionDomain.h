@@ -36,20 +36,22 @@ public:
     void choose(const StepChoices& choices) override;
     bool defersWaits() const override { return true; }
 
-    // Takes over a host record, for a domain just made. With AtRest the record's density must be 1.
-    void begin(const mlFlow& host, HostPopulations held);
+    // Takes over a host record, for a domain just made. With Uniform the record's density must be 1 and
+    // its momentum that of the given velocity (lattice units).
+    void begin(const mlFlow& host, HostPopulations held,
+               const Vector3<float>& velocity = {0.0f, 0.0f, 0.0f});
     void syncToDevice(mlFlow& host) override;
     void syncToHost(mlFlow& host) override;
     void populationsToHost(mlFlow& host) override;
     void requireResettable(const mlFlow& host) const override;
-    void reset(mlFlow& host) override;
+    void reset(mlFlow& host, const Vector3<float>& velocity) override;
     void uploadForcesAndPml(const mlFlow& host) override;
 
     // Takes f, rou, ux uy uz (raw momentum) and Sopt of a host record as they are between two steps. For a
     // domain just made: its layer stays at rest.
     virtual void load(const mlFlow& host) = 0;
     // Takes f and ux, uy, uz. The density stays, and the next step uses it. If f is null, the populations
-    // become those of a fluid at rest at the record's rou.
+    // become the equilibrium at the record's rou and the uniform velocity.
     virtual void upload(const mlFlow& host) = 0;
     // Sets the layer to rest at the given density, which becomes the density of its reference
     // equilibrium, and drops the spread forces.
@@ -73,6 +75,9 @@ protected:
     // Whether a step was taken since the populations were made or uploaded.
     virtual bool stepped() const = 0;
 
+    // Of a fluid that begins or was reset [lattice units].
+    Vector3<float> uniformVelocity_{0.0f, 0.0f, 0.0f};
+    OpenPlaneKind planeKind_ = OpenPlaneKind::Copy;  // of the steps to come
     bool forcesGiven_ = false;  // forces were spread or announced and no step has consumed them
 
 private:

@@ -98,7 +98,6 @@ FrameMotion mlSinglePhaseSolverNew::frameMotion() const {
     return motion;
 }
 
-// The far fluid as seen from the grid.
 FarState mlSinglePhaseSolverNew::farState() const {
     const Eigen::Vector3d seen = current - world->getFrame()->getLinearVelocity();
     const Eigen::Vector3f u = (seen * (static_cast<double>(scale.u0k) / scale.u0px)).cast<float>();
@@ -130,20 +129,21 @@ void mlSinglePhaseSolverNew::forEachArrayList(Visit&& visit) {
     visit(PML_type_dev_vec, &mlFlow::PML_type);
 }
 
-void mlSinglePhaseSolverNew::allocateDevice(HostPopulations held) {
+void mlSinglePhaseSolverNew::allocateDevice(HostPopulations held, const Vector3<float>& velocity) {
     checkCudaErrors(cudaSetDevice(gpuDeviceId));
     freeDevice();
     for (const mlFlow* const host : lbmvec) {
-        domains_.push_back(makeDomain(*host, held));
+        domains_.push_back(makeDomain(*host, held, velocity));
         lbm_dev_gpu[domains_.size() - 1] = domains_.back()->record();
     }
 }
 
 std::unique_ptr<FluidDomain> mlSinglePhaseSolverNew::makeDomain(const mlFlow& host,
-                                                                HostPopulations held) {
+                                                                HostPopulations held,
+                                                                const Vector3<float>& velocity) {
     if (schedule == Schedule::Production) {
         auto made = makeProductionDomain(*host.param, host.v0k, sigmaMax);
-        made->begin(host, held);
+        made->begin(host, held, velocity);
         made->originToDevice(host);
         return made;
     }

@@ -35,11 +35,15 @@ public:
 
     // Allocates the device side of all domains for `schedule` and uploads the host records; frees what
     // was there. `held` tells what the populations of the host records hold; Stale is not allowed.
-    void allocateDevice(HostPopulations held = HostPopulations::Current);
+    // `velocity` is that of Uniform [lattice units].
+    void allocateDevice(HostPopulations held = HostPopulations::Current,
+                        const Vector3<float>& velocity = {0.0f, 0.0f, 0.0f});
     // Frees the device side of all domains.
     void freeDevice();
     // Selects the device and gives domain i.
     FluidDomain& domain(int i) const;
+    // What characteristic planes hold: the far fluid as seen from the grid, lattice units.
+    FarState farState() const;
     // Brings forces and layer data of domain i to the device. Throws std::logic_error under the
     // production schedule, which keeps no layer data.
     void uploadForcesAndPml(int i);
@@ -79,13 +83,13 @@ public:
 
 private:
     StepChoices choices() const { return {collisionOperator, boundaryFamily, openPlanes}; }
-    std::unique_ptr<FluidDomain> makeDomain(const mlFlow& host, HostPopulations held);
+    std::unique_ptr<FluidDomain> makeDomain(const mlFlow& host, HostPopulations held,
+                                            const Vector3<float>& velocity);
     template <class Visit>
     void forEachArrayList(Visit&& visit);
     void advance(int mode);
     void followBody(int i);
     FrameMotion frameMotion() const;
-    FarState farState() const;
 
     std::vector<std::unique_ptr<FluidDomain>> domains_;  // one per host record, once allocated
 };

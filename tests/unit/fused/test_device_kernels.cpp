@@ -7,6 +7,7 @@
 #include <cstring>
 #include <numeric>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "cslbm/fused/FusedDeviceDomain.h"
@@ -24,7 +25,10 @@ struct Array1 {
 // A flow without symmetry in a small box, with its arrays and its nodes.
 class SmallDomain {
 public:
-    explicit SmallDomain(int width) : domain_(param(width), 0.02f, 0.1f) {
+    SmallDomain(int width, OpenPlaneKind planes) : domain_(param(width), 0.02f, 0.1f) {
+        StepChoices choices;
+        choices.planes = planes;
+        domain_.choose(choices);
         const FusedState& s = state().base;
         const std::size_t nodes = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
         const std::size_t places = static_cast<std::size_t>(s.pitch) * 27 * (s.ny + 1) * (s.nz + 1);
@@ -108,15 +112,16 @@ const Kernel kKernels[] = {
 };
 constexpr int kWithoutLayer = 4;
 
-class Kernels : public testing::TestWithParam<int> {
+class Kernels : public testing::TestWithParam<std::tuple<int, OpenPlaneKind>> {
 protected:
     void SetUp() override { DRELT_HOST_ONLY("runs kernels on the device's memory, node by node"); }
 };
 
 TEST_P(Kernels, WritePlacesOfTheirNodeOnlyAndGiveTheSameBitsInAnyOrder) {
-    SmallDomain box(GetParam());
+    const auto [width, planes] = GetParam();
+    SmallDomain box(width, planes);
     std::mt19937 random(3);
-    const int kernels = GetParam() > 0 ? static_cast<int>(std::size(kKernels)) : kWithoutLayer;
+    const int kernels = width > 0 ? static_cast<int>(std::size(kKernels)) : kWithoutLayer;
     for (int k = 0; k < kernels; ++k) {
         std::vector<float> expected;
         std::vector<LaunchIndex> order = box.nodes();
@@ -140,7 +145,10 @@ TEST_P(Kernels, WritePlacesOfTheirNodeOnlyAndGiveTheSameBitsInAnyOrder) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Layers, Kernels, testing::Values(0, 1));
+INSTANTIATE_TEST_SUITE_P(Layers, Kernels,
+                         testing::Combine(testing::Values(0, 1),
+                                          testing::Values(OpenPlaneKind::Copy,
+                                                          OpenPlaneKind::Characteristic)));
 
 }  // namespace
 }  // namespace drelt::test

@@ -11,9 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "cslbm/domain/HostState.h"
 #include "cslbm/domain/operatorStep.h"
 #include "cslbm/fused/FusedDeviceDomain.h"
 #include "cslbm/fused/FusedDomain.h"
+#include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "support/flow_fixture.h"
 
 namespace drelt::test {
@@ -25,7 +27,10 @@ struct Case {
     int nx, ny, nz, width;
     bool turns = false;
     float bodyAcceleration = 0.0f;
+    OpenPlaneKind planes = OpenPlaneKind::Copy;
 };
+constexpr OpenPlaneKind kLinear = OpenPlaneKind::Characteristic;
+constexpr OpenPlaneKind kConstant = OpenPlaneKind::CharacteristicConstant;
 
 // A smooth flow: waves of density and velocity, with populations close to their equilibrium.
 void fillSmooth(HostFlow& flow) {
@@ -93,6 +98,8 @@ FrameMotion motionAt(int step, bool turns) {
     motion.velocityScale = 2.0f;
     motion.lengthScale = Eigen::Vector3d::Constant(1e-3);
     motion.linearAcceleration = {0.2 * std::sin(0.3 * step), 0.1, -0.15 * std::cos(0.2 * step)};
+    motion.far.rho = 1.002f;
+    motion.far.u = {0.05f, 0.02f * std::sin(0.2f * static_cast<float>(step)), -0.03f};
     if (turns) {
         motion.angularVelocity = {0.05, -0.03, 0.1};
         motion.angularAcceleration = {0.01, 0.02, -0.01 * step};
@@ -130,6 +137,8 @@ struct Pair {
         fused = make(*flow.param(), flow.host().v0k);
         fused->load(flow.host());
         turns = given.turns;
+        choices.planes = given.planes;
+        fused->choose(choices);
     }
 
     void step(bool operators) {
@@ -140,7 +149,7 @@ struct Pair {
         fused->step(motion);
         if (operators) {
             spreadBlobs(flow.deviceImage(), *flow.param(), now);
-            operatorStep(flow.device(), flow.param(), motion);
+            operatorStep(flow.device(), flow.param(), motion, choices);
         }
         ++now;
     }
@@ -207,6 +216,7 @@ struct Pair {
     HostFlow seen;
     Domain fused;
     bool turns = false;
+    StepChoices choices;
     int now = 0;
 };
 
@@ -234,6 +244,15 @@ INSTANTIATE_TEST_SUITE_P(Boxes, Schedules,
                                          Case{37, 21, 19, 1}, Case{150, 18, 33, 3},
                                          Case{47, 30, 27, 10}, Case{5, 6, 7, 1}));
 
+// 20 x 17 x 19 with a layer of 6: a tile of rows would begin at the row below the high plane across y.
+INSTANTIATE_TEST_SUITE_P(CharacteristicPlanes, Schedules,
+                         testing::Values(Case{37, 21, 19, 0, false, 0, kLinear},
+                                         Case{37, 21, 19, 0, false, 0, kConstant},
+                                         Case{20, 17, 19, 6, false, 0, kLinear},
+                                         Case{11, 9, 10, 1, true, 1e-4f, kLinear},
+                                         Case{5, 7, 6, 1, false, 0, kLinear},
+                                         Case{3, 3, 3, 0, false, 0, kLinear}));
+
 std::vector<float> bits(const ProductionDomain& domain, HostFlow& into) {
     domain.materialise(into.host());
     std::vector<float> all = into.values(into.host().f, kDirections);
@@ -246,18 +265,22 @@ std::vector<float> bits(const ProductionDomain& domain, HostFlow& into) {
 // In a step every place in memory belongs to one node, so threads cannot change a bit.
 TEST(FusedDomain, ThreadsGiveTheSameBits) {
     const int before = omp_get_max_threads();
+    const Case cases[] = {{41, 19, 23, 0},
+                          {41, 19, 23, 3},
+                          {41, 19, 23, 0, false, 0, kLinear},
+                          {20, 17, 19, 6, false, 0, kLinear}};
     for (const Make& make : kinds()) {
-        for (const int width : {0, 3}) {
+        for (const Case& given : cases) {
             std::vector<float> expected;
             for (const int threads : {1, 2, 3, 4, 30}) {
                 omp_set_num_threads(threads);
-                Pair pair({41, 19, 23, width}, make);
+                Pair pair(given, make);
                 for (int i = 0; i < 8; ++i) pair.step(false);
                 const std::vector<float> got = bits(*pair.fused, pair.seen);
                 if (expected.empty()) expected = got;
                 EXPECT_EQ(std::memcmp(got.data(), expected.data(), got.size() * sizeof(float)), 0)
                     << pair.fused->instructionSet() << ", " << threads << " threads, layer of "
-                    << width;
+                    << given.width;
             }
         }
     }
@@ -267,10 +290,12 @@ TEST(FusedDomain, ThreadsGiveTheSameBits) {
 TEST(FusedDomain, InstructionSetsAgree) {
     DRELT_HOST_ONLY("sweeps run on host threads");
     for (const char* name : fusedInstructionSets()) {
-        Pair pair({53, 18, 17, 3}, onHost(fusedSweeps(name)));
-        EXPECT_STREQ(pair.fused->instructionSet(), name);
-        for (int i = 0; i < 20; ++i) pair.step(true);
-        pair.compare(name);
+        for (const OpenPlaneKind planes : {OpenPlaneKind::Copy, kLinear}) {
+            Pair pair({53, 18, 17, 3, false, 0, planes}, onHost(fusedSweeps(name)));
+            EXPECT_STREQ(pair.fused->instructionSet(), name);
+            for (int i = 0; i < 20; ++i) pair.step(true);
+            pair.compare(name);
+        }
     }
     EXPECT_THROW(fusedSweeps("mmx"), std::invalid_argument);
 }
@@ -278,8 +303,9 @@ TEST(FusedDomain, InstructionSetsAgree) {
 // Moments on demand equal those of a full read-out, and only the nodes asked for have them.
 TEST(FusedDomain, PreparesMomentsOnDemand) {
     DRELT_HOST_ONLY("elsewhere all moments are there");
-    for (const int width : {0, 2}) {
-        Pair pair({45, 17, 16, width}, onHost(fusedSweeps()));
+    for (const Case& given :
+         {Case{45, 17, 16, 0}, Case{45, 17, 16, 2}, Case{45, 17, 16, 2, false, 0, kLinear}}) {
+        Pair pair(given, onHost(fusedSweeps()));
         for (int i = 0; i < 5; ++i) pair.step(false);
         pair.fused->materialise(pair.seen.host());
         const std::vector<NodeBox> boxes{{0, 0, 0, 5, 17, 3},
@@ -359,6 +385,65 @@ TEST(FusedDomain, RestStays) {
             ASSERT_NEAR(seen.host().rou[n].value, 1.0f, 2e-6f) << domain->instructionSet() << n;
             ASSERT_NEAR(seen.host().ux[n], 0.0f, 1e-6f) << domain->instructionSet() << n;
         }
+    }
+}
+
+// Density and momentum of the nodes between the open planes are those of a uniform stream.
+void expectStream(const HostFlow& flow, const Vector3<float>& u, const char* what) {
+    const mlFlow& h = flow.host();
+    const MLFluidParam& p = *h.param;
+    double mass = 0.0;
+    std::size_t inside = 0;
+    for (std::size_t n = 0; n < flow.nodes(); ++n) {
+        const int x = static_cast<int>(n % p.samples_x);
+        const int y = static_cast<int>(n / p.samples_x % p.samples_y);
+        const int z = static_cast<int>(n / p.samples_x / p.samples_y);
+        const int w = p.pml_width;
+        if (!withinPlanes(x, p.samples_x, w) || !withinPlanes(y, p.samples_y, w) ||
+            !withinPlanes(z, p.samples_z, w))
+            continue;
+        mass += h.rou[n].value;
+        ++inside;
+        ASSERT_NEAR(h.rou[n].value, 1.0f, 1e-5f) << what << " " << x << " " << y << " " << z;
+        ASSERT_NEAR(h.ux[n], u.x, 1e-5f) << what << " " << x << " " << y << " " << z;
+        ASSERT_NEAR(h.uy[n], u.y, 1e-5f) << what << " " << x << " " << y << " " << z;
+        ASSERT_NEAR(h.uz[n], u.z, 1e-5f) << what << " " << x << " " << y << " " << z;
+    }
+    EXPECT_NEAR(mass / static_cast<double>(inside), 1.0, 3e-6) << what;
+}
+
+// A stream that begins everywhere keeps its velocity between planes that hold it, and so does one after a
+// reset.
+TEST(FusedDomain, AStreamThroughTheBoxStays) {
+    const Vector3<float> u{0.08f, -0.03f, 0.05f};
+    StepChoices choices;
+    choices.planes = kLinear;
+    FrameMotion motion;
+    motion.far.u = u;
+    for (const int width : {0, 8}) {
+        HostFlow flow(27, 22, 21, width);
+        setUniformMomentum(flow.host(), u);
+        for (const Make& make : kinds()) {
+            HostFlow seen(27, 22, 21, width);
+            const Domain domain = make(*flow.param(), 0.01f);
+            domain->choose(choices);
+            domain->begin(flow.host(), HostPopulations::Uniform, u);
+            for (int i = 0; i < 300; ++i) domain->step(motion);
+            domain->materialise(seen.host());
+            expectStream(seen, u, domain->instructionSet());
+
+            setUniformMomentum(seen.host(), u);
+            domain->reset(seen.host(), u);
+            domain->syncToDevice(seen.host());
+            for (int i = 0; i < 20; ++i) domain->step(motion);
+            domain->materialise(seen.host());
+            expectStream(seen, u, "after a reset");
+        }
+        initialisePopulations(flow.host(), u);
+        flow.upload();
+        for (int i = 0; i < 300; ++i) operatorStep(flow.device(), flow.param(), motion, choices);
+        flow.download();
+        expectStream(flow, u, "operators");
     }
 }
 

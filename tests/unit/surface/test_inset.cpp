@@ -124,6 +124,59 @@ TEST(Inset, SamplesOfASwimmerMoveInsideABodyOfTwoMeshes) {
     omp_set_num_threads(threads);
 }
 
+// Coordinates of all samples after an update on the device or on the host.
+std::vector<float> placesAfterUpdate(IBSamplerMesh& sampler, bool onDevice) {
+    sampler.update(onDevice, true);
+    const mlLagrangeBoundary& b = *sampler.boundary();
+    std::vector<float> places;
+    for (const float* const from : {b.coordx, b.coordy, b.coordz}) {
+        places.insert(places.end(), from, from + b.count);
+    }
+    return places;
+}
+
+TEST(Inset, ARetractedSamplerFollowsThePoseInsideTheSkin) {
+    Body sphere("sphere", 500);
+    IBSamplerMesh& sampler = sphere.sampler;
+    const float area = sampler.boundary()->sampleArea;
+    for (const bool onDevice : {true, false}) {
+        const std::vector<float> skin = placesAfterUpdate(sampler, onDevice);
+        for (const double distance : {0.002, 0.001}) {
+            sampler.setRetraction(distance);
+            const std::vector<float> inside = placesAfterUpdate(sampler, onDevice);
+            const std::size_t n = inside.size() / 3;
+            for (std::size_t i = 0; i < n; ++i) {
+                const Eigen::Vector3d outside(skin[i], skin[i + n], skin[i + 2 * n]);
+                const Eigen::Vector3d at(inside[i], inside[i + n], inside[i + 2 * n]);
+                EXPECT_NEAR((outside - distance * sphere.normal(i) - at).norm(), 0, 3e-9);
+            }
+        }
+        EXPECT_EQ(sampler.boundary()->sampleArea, area);
+        sampler.setRetraction(0);
+        EXPECT_EQ(placesAfterUpdate(sampler, onDevice), skin) << "back on the skin, bit for bit";
+    }
+}
+
+TEST(Inset, SamplesPlacedAnewKeepTheRetractionAndThoseWithoutNormalStay) {
+    Body sphere("sphere", 500);
+    sphere.sampler.setRetraction(0.002);
+    sphere.sampler.generateSamples(300);
+    for (const bool onDevice : {false, true}) {
+        const std::vector<float> places = placesAfterUpdate(sphere.sampler, onDevice);
+        const std::size_t n = places.size() / 3;
+        ASSERT_GT(n, 100u);
+        for (std::size_t i = 0; i < n; ++i) {
+            EXPECT_NEAR(std::hypot(places[i], places[i + n], places[i + 2 * n]), 0.008, 2e-4);
+        }
+    }
+    // A skin can lose its normals in a pose.
+    sphere.sampler.setRetraction(0);
+    const std::vector<float> skin = placesAfterUpdate(sphere.sampler, false);
+    sphere.sampler.setRetraction(0.002);
+    for (Eigen::Vector3d& normal : sphere.mesh.meshes[0]->data_cpu.curr_normals) normal.setZero();
+    EXPECT_EQ(placesAfterUpdate(sphere.sampler, false), skin);
+}
+
 struct Layer {
     float z;          // height of a rectangle of two triangles
     float normal;     // z component of the vertex normals; the triangles' own normals point to +z

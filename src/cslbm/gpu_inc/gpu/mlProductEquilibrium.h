@@ -10,6 +10,7 @@
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/arithmetic.h"
 #include "platform/launch.h"
+#include "platform/vector3.h"
 
 namespace drelt {
 
@@ -34,6 +35,14 @@ template <class D>
 DRELT_HOST_DEVICE float productEquilibrium(D, float rho, float ux, float uy, float uz) {
     return rho * detail::equilibriumFactor<D::x>(ux) * detail::equilibriumFactor<D::y>(uy) *
            detail::equilibriumFactor<D::z>(uz);
+}
+
+// A population of a fluid that starts with the same velocity u everywhere. At rest it is the weight times
+// the density, without the rounding of the factors.
+template <class D>
+DRELT_HOST_DEVICE float uniformPopulation(D d, float rho, const Vector3<float>& u) {
+    const bool rest = u.x == 0.0f && u.y == 0.0f && u.z == 0.0f;
+    return rest ? D::weight * rho : productEquilibrium(d, rho, u.x, u.y, u.z);
 }
 
 // Production sweep: the factors of an axis for components -1, 0 and 1.
