@@ -65,10 +65,7 @@ void coupledLBM_sim3D::checkOptions() const {
     simParams& p = *params.front();
     requireMember("coupling", "COUPLING", static_cast<int>(p.coupling), 2);
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
-    if (p.coupling == Coupling::SemiImplicit) {
-        throw std::invalid_argument(
-            "commitInit: SEMI_IMPLICIT is not built in; set coupling to EXPLICIT");
-    }
+    world->requireCoupling(p.coupling, p.rou0p, lbmvec.front()->param->dx, p.slip_ratio);
     if (p.normalised_weights && p.coupling != Coupling::SemiImplicit) {
         throw std::invalid_argument(
             "commitInit: normalised_weights needs the semi-implicit coupling; set coupling to "
@@ -116,6 +113,7 @@ void coupledLBM_sim3D::takeOptions(mlSinglePhaseSolverNew& next) const {
     next.openPlanes = p.open_planes;
     next.farDensity = p.far_density;
     next.current = currentOf(p);
+    next.coupling = p.coupling;
 }
 
 void coupledLBM_sim3D::retractSamples() {
