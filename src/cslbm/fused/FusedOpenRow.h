@@ -62,10 +62,47 @@ DRELT_HOST_DEVICE void visitOpenNodes(const FusedState& s, int y, int z, int x0,
     visitOpenRun(s, y, z, from, x1 < last ? x1 : last, 0, take);
 }
 
+// Two nodes at each end of a row in one pack: lanes 0 and 1 from `low` on, lanes 2 and 3 from `high` on.
+struct EndsAt {
+    const FusedState& s;
+    const float* low;
+    const float* high;
+    template <class D>
+    DRELT_HOST_DEVICE Pack operator()(D) const {
+        return loadPairs(low + s.place[D::code], high + s.place[D::code]);
+    }
+};
+
+// Opens a row that only its ends connect to the planes. One pack serves both ends: its lanes are the nodes
+// w + 1, w + 2, last - 2 and last - 1. Needs two nodes between the planes.
+static void openEnds(const FusedState& s, int y, int z) {
+    const int w = s.width;
+    const int last = s.nx - 1 - w;
+    float* const row = s.populations + rowStart(s, y, z, 27);
+    const EndsAt f{s, row + w + 1, row + last - 2};
+    const PlaneFluid<Pack> own = fluidOf<Pack>(f);
+    const PlaneFluid<Pack> neighbour{swapPairs(own.rho),
+                                     {swapPairs(own.u.x), swapPairs(own.u.y), swapPairs(own.u.z)}};
+    const Pack outward{-1.0f, -1.0f, 1.0f, 1.0f};
+    const auto open = openPopulations(f, own, fluidOnPlane(s.planes, 0, outward, own, neighbour));
+    forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+        using E = TowardOf<decltype(e)>;
+        const Pack value = open(E{});
+        row[s.place[E::code] + w] = value[0];
+        row[s.place[E::code] + last] = value[3];
+    });
+}
+
 // Stores the populations of the nodes on characteristic planes in their own places. The nodes that it reads
 // must not have collided yet.
 static void openCharacteristicRow(const FusedState& s, int y, int z) {
     if (!rowWithinPlanes(s, y, z)) return;
+    const bool onPlane =
+        y != innerCoordinate(y, s.ny, s.width) || z != innerCoordinate(z, s.nz, s.width);
+    if (!onPlane && s.nx > 2 * s.width + 3) {
+        openEnds(s, y, z);
+        return;
+    }
     float* const to = s.populations + rowStart(s, y, z, 27);
     visitOpenNodes(s, y, z, 0, s.nx, [&](const auto& f, std::ptrdiff_t x, int lanes) {
         forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {

@@ -43,13 +43,10 @@ DRELT_HOST_DEVICE AxisFactors<V> scaled(AxisFactors<V> factors, const V& by) {
     return factors;
 }
 
-// `first` and `second` read the populations of the inner neighbours and of the nodes behind them.
-template <class V, class First, class Second>
-DRELT_HOST_DEVICE OpenPopulations<V, First> openPopulations(const OpenPlanes& planes,
-                                                            PlaneNormal normal, const First& first,
-                                                            const Second& second) {
-    const PlaneFluid<V> inner = fluidOf<V>(first);
-    const PlaneFluid<V> plane = fluidOnPlane(planes, normal, inner, fluidOf<V>(second));
+template <class V, class First>
+DRELT_HOST_DEVICE OpenPopulations<V, First> openPopulations(const First& first,
+                                                            const PlaneFluid<V>& inner,
+                                                            const PlaneFluid<V>& plane) {
     return {first,
             scaled(axisFactors(plane.u.x), plane.rho),
             axisFactors(plane.u.y),
@@ -57,6 +54,15 @@ DRELT_HOST_DEVICE OpenPopulations<V, First> openPopulations(const OpenPlanes& pl
             scaled(axisFactors(inner.u.x), inner.rho),
             axisFactors(inner.u.y),
             axisFactors(inner.u.z)};
+}
+
+// `first` and `second` read the populations of the inner neighbours and of the nodes behind them.
+template <class V, class First, class Second>
+DRELT_HOST_DEVICE OpenPopulations<V, First> openPopulations(const OpenPlanes& planes,
+                                                            PlaneNormal normal, const First& first,
+                                                            const Second& second) {
+    const PlaneFluid<V> inner = fluidOf<V>(first);
+    return openPopulations(first, inner, fluidOnPlane(planes, normal, inner, fluidOf<V>(second)));
 }
 
 }  // namespace DRELT_FUSED_ISA

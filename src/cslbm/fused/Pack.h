@@ -51,6 +51,24 @@ DRELT_HOST_DEVICE Pack loadLanes(const float* from, int lanes) {
     return value;
 #endif
 }
+// Lanes 0 and 1 from `low`, lanes 2 and 3 from `high`; the others are 0.
+DRELT_HOST_DEVICE Pack loadPairs(const float* low, const float* high) {
+#if defined(__SSE2__)
+    const __m128 pair = _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(low));
+    const __m128 both = _mm_loadh_pi(pair, reinterpret_cast<const __m64*>(high));
+#if defined(__AVX512F__)
+    return (Pack)_mm512_zextps128_ps512(both);
+#elif defined(__AVX2__) && defined(__FMA__)
+    return (Pack)_mm256_zextps128_ps256(both);
+#else
+    return (Pack)both;
+#endif
+#else
+    return Pack{low[0], low[1], high[0], high[1]};
+#endif
+}
+// Exchanges lanes 0 and 1, and lanes 2 and 3. The other lanes have no defined value.
+DRELT_HOST_DEVICE Pack swapPairs(const Pack& v) { return Pack{v[1], v[0], v[3], v[2]}; }
 // Stores the first `lanes` lanes.
 DRELT_HOST_DEVICE void storeLanes(float* to, Pack value, int lanes) {
 #if defined(__AVX512F__)

@@ -45,32 +45,37 @@ DRELT_HOST_DEVICE V alongAxis(const Vector3<V>& v, int axis) {
     return axis == 0 ? v.x : (axis == 1 ? v.y : v.z);
 }
 
-// The outward wave of a node's fluid.
-template <class V>
-DRELT_HOST_DEVICE V outwardWave(const PlaneFluid<V>& fluid, PlaneNormal normal) {
-    const auto sign = static_cast<float>(normal.outward);
-    return sign * alongAxis(fluid.u, normal.axis) + kSoundSpeed * (fluid.rho - 1.0f);
+// The outward wave of a node's fluid. The sign of the outward normal is one float, or a pack for lanes on
+// opposite planes.
+template <class V, class Sign>
+DRELT_HOST_DEVICE V outwardWave(const PlaneFluid<V>& fluid, int axis, const Sign& sign) {
+    return sign * alongAxis(fluid.u, axis) + kSoundSpeed * (fluid.rho - 1.0f);
 }
 
-// The fluid on a plane, from the inner neighbour and the node behind it.
+// The fluid on a plane across `axis`, from the inner neighbour and the node behind it.
+template <class V, class Sign>
+DRELT_HOST_DEVICE PlaneFluid<V> fluidOnPlane(const OpenPlanes& planes, int axis, const Sign& sign,
+                                             const PlaneFluid<V>& first,
+                                             const PlaneFluid<V>& second) {
+    V leaving = outwardWave(first, axis, sign);
+    if (planes.kind == OpenPlaneKind::Characteristic) {
+        leaving = 2.0f * leaving - outwardWave(second, axis, sign);
+    }
+    const Sign entering =
+        sign * alongAxis(planes.far.u, axis) - kSoundSpeed * (planes.far.rho - 1.0f);
+    PlaneFluid<V> plane = first;
+    plane.rho = 1.0f + (leaving - entering) * (0.5f / kSoundSpeed);
+    const V velocity = (0.5f * sign) * (leaving + entering);
+    if (axis == 0) plane.u.x = velocity;
+    if (axis == 1) plane.u.y = velocity;
+    if (axis == 2) plane.u.z = velocity;
+    return plane;
+}
 template <class V>
 DRELT_HOST_DEVICE PlaneFluid<V> fluidOnPlane(const OpenPlanes& planes, PlaneNormal normal,
                                              const PlaneFluid<V>& first,
                                              const PlaneFluid<V>& second) {
-    const auto sign = static_cast<float>(normal.outward);
-    V leaving = outwardWave(first, normal);
-    if (planes.kind == OpenPlaneKind::Characteristic) {
-        leaving = 2.0f * leaving - outwardWave(second, normal);
-    }
-    const float entering =
-        sign * alongAxis(planes.far.u, normal.axis) - kSoundSpeed * (planes.far.rho - 1.0f);
-    PlaneFluid<V> plane = first;
-    plane.rho = 1.0f + (leaving - entering) * (0.5f / kSoundSpeed);
-    const V velocity = (0.5f * sign) * (leaving + entering);
-    if (normal.axis == 0) plane.u.x = velocity;
-    if (normal.axis == 1) plane.u.y = velocity;
-    if (normal.axis == 2) plane.u.z = velocity;
-    return plane;
+    return fluidOnPlane(planes, normal.axis, static_cast<float>(normal.outward), first, second);
 }
 
 }  // namespace drelt
