@@ -38,8 +38,8 @@ void setTensor(dd::BodyNode& body, const Matrix6d& tensor) {
 
 bool movedByForces(const dd::Joint& joint) {
     const auto type = joint.getActuatorType();
-    return type != dd::Joint::ACCELERATION && type != dd::Joint::VELOCITY &&
-           type != dd::Joint::LOCKED;
+    return joint.getNumDofs() > 0 && type != dd::Joint::ACCELERATION &&
+           type != dd::Joint::VELOCITY && type != dd::Joint::LOCKED;
 }
 
 // The mean acceleration of a joint over the step, impulses of constraints included. DART adds the classical
@@ -99,14 +99,19 @@ AddedMass::Tensor SemiImplicitLinks::ownTensor(std::size_t body) const {
     return links_.links[body + 1]->ownInertia();
 }
 
-// A body without own mass and without samples keeps DART's placeholder. False if DART could not hold what a
-// body would get; it would warn at each call.
+// A body without own mass and without samples keeps DART's placeholder. False if a joint that forces move would
+// carry placeholders only, or if DART could not hold what a body would get; it would warn at each call.
 bool SemiImplicitLinks::setInertia(double share) {
-    for (std::size_t i = 0; i < bodies_.size(); ++i) {
+    std::vector<bool> carries(bodies_.size(), false);
+    for (std::size_t i = bodies_.size(); i-- > 0;) {
         const Matrix6d total = ownTensor(i) + share * added_[i].tensor();
-        if (total.isZero(0)) continue;
-        if (!(total.diagonal().array() > 0).all()) return false;
-        setTensor(*bodies_[i], total);
+        if (!total.isZero(0)) {
+            if (!(total.diagonal().array() > 0).all()) return false;
+            setTensor(*bodies_[i], total);
+            carries[i] = true;
+        }
+        if (!carries[i] && movedByForces(*bodies_[i]->getParentJoint())) return false;
+        if (carries[i] && parents_[i] >= 0) carries[parents_[i]] = true;
     }
     return true;
 }

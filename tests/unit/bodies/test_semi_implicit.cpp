@@ -71,6 +71,7 @@ struct Case {
     const char* name;
     std::shared_ptr<SkeletonSystem> description;
     skSystem::Path path = skSystem::Path::Device;
+    int from = 0;  // first step of the balance
 };
 
 std::vector<Case> cases() {
@@ -93,7 +94,7 @@ std::vector<Case> cases() {
     return {{"one link", chain(1, light)},
             {"one link, on the host", chain(1, light), skSystem::Path::Host},
             {"servo and passive joint", servo},
-            {"velocity, locked and welded joints", mixed},
+            {"velocity, locked and welded joints", mixed, skSystem::Path::Device, 1},
             {"limits, friction and spring", limited},
             {"without mass", chain(3, 0)},
             {"lighter than nothing", chain(3, -0.01)},
@@ -120,8 +121,10 @@ TEST(SemiImplicit, OwnMomentumAndSampleForcesBalance) {
             const test::StepLedger ledger(*body);
             world.stepSemiImplicit(kEverywhere, kDt, kDx);
             const auto residual = ledger.after(kDt, kDx, kGravity);
-            ASSERT_LT(residual.force, 1e-9) << "step " << n;
-            ASSERT_LT(residual.moment, 1e-9) << "step " << n;
+            if (n >= given.from) {  // the impulse that stops a locked joint is no force
+                ASSERT_LT(residual.force, 1e-9) << "step " << n;
+                ASSERT_LT(residual.moment, 1e-9) << "step " << n;
+            }
             world.updateBodies(kDt, kDx);
         }
         EXPECT_TRUE(body->getVelocities().allFinite());
@@ -189,14 +192,15 @@ TEST(SemiImplicit, MassesThatACouplingCannotHoldAreRefused) {
                 HasSubstr("the description's mass with all that hangs on it of the link"));
     EXPECT_THAT(refusal(chain(2, 1), Coupling::SemiImplicit, 0.5), HasSubstr("slip ratio of 0"));
 
-    // the faces of a box lie around a point that is not the link's origin
     const double area = 6 * 0.05 * 0.05;
     const double limit = -0.45 * kDensity * area * kDx;
     EXPECT_THAT(refusal(chain(1, 1.05 * limit), Coupling::SemiImplicit),
                 testing::AllOf(HasSubstr("the mass of the link '"), HasSubstr(" kg; the semi")));
-    EXPECT_THAT(refusal(chain(1, 0.95 * limit), Coupling::SemiImplicit),
-                HasSubstr("do not resist every motion"))
-        << "light enough as a point, but not in rotation";
+    auto wide = chain(1, 0.95 * limit);
+    EXPECT_EQ(refusal(wide, Coupling::SemiImplicit), "no exception");
+    wide->links.front()->size.setConstant(1);
+    EXPECT_THAT(refusal(wide, Coupling::SemiImplicit), HasSubstr("do not resist every motion"))
+        << "heavy enough as a point, but not in rotation";
 }
 
 TEST(SemiImplicit, BodiesWithoutMassOfTheirOwnNeedIt) {
