@@ -1,7 +1,6 @@
 #include "SkeletonDynamics/DescriptionCheck.h"
 
 #include <cmath>
-#include <dart/dynamics/Joint.hpp>
 #include <stdexcept>
 #include <string>
 
@@ -12,11 +11,9 @@ namespace drelt {
 
 namespace {
 
-using dart::dynamics::Joint;
 using Vector1 = Eigen::Matrix<double, 1, 1>;
 
 constexpr int kPrismatic = 3;  // the last of the types with one degree of freedom
-constexpr int kWeld = 4;
 
 // Bound of masses, lengths, axes, springs, dampers and mimic factors, in SI units: moments of inertia
 // and the products of a step stay finite.
@@ -28,32 +25,13 @@ constexpr double kLargest = 1e30;
                                 "': got " + listed(given) + "; " + need);
 }
 
-// Mass of a link and of all links that hang on it.
-double massFrom(const SkeletonSystem& description, const SkeletonJoint& joint) {
-    if (joint.children.empty()) return 0;
-    const SkeletonLink& link = *description.linksByJoint.at(joint.name);
-    double mass = link.mass;
-    if (!(mass >= 0 && mass <= kLargest))
-        refuse("link", link.name, "mass", Vector1(mass), "give zero or more, up to 1e30");
-    for (const auto& child : joint.children) mass += massFrom(description, *child);
-    return mass;
-}
-
-// Whether forces move the joint, and not prescribed motion alone.
-bool dynamic(const SkeletonJoint& joint) {
-    const auto actuator = static_cast<Joint::ActuatorType>(joint.actuator);
-    return joint.type != kWeld && actuator != Joint::ACCELERATION && actuator != Joint::VELOCITY &&
-           actuator != Joint::LOCKED;
-}
-
-void requireLink(const SkeletonSystem& description, const SkeletonJoint& joint,
-                 const SkeletonLink& link) {
+void requireLink(const SkeletonLink& link) {
     const auto positive = [&](const char* what, const Eigen::VectorXd& values) {
         if ((values.array() >= 1 / kLargest).all() && (values.array() <= kLargest).all()) return;
         refuse("link", link.name, what, values, "give positive numbers, from 1e-30 to 1e30");
     };
-    const double mass = massFrom(description, joint);
-    if (dynamic(joint)) positive("mass with all that hangs on it", Vector1(mass));
+    if (!(std::abs(link.mass) <= kLargest))
+        refuse("link", link.name, "mass", Vector1(link.mass), "give a number, none beyond 1e30");
     positive("radius", Vector1(link.radius));
     if (!link.isIntermediate) positive("size", link.size);
 }
@@ -101,9 +79,8 @@ double restWithin(const SkeletonJoint& joint) {
     return std::isfinite(upper) ? upper : 0.0;
 }
 
-void requireBuildable(const SkeletonSystem& description, const SkeletonJoint& joint,
-                      const SkeletonLink& link) {
-    requireLink(description, joint, link);
+void requireBuildable(const SkeletonJoint& joint, const SkeletonLink& link) {
+    requireLink(link);
     requireMimic(joint);
     if (joint.type >= 1 && joint.type <= kPrismatic) requireSingleDof(joint);
 }

@@ -14,10 +14,12 @@ Eigen::Matrix3d polarRotation(const Eigen::Isometry3d& transform) {
 }
 
 skLink::skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink> linkDescription,
-               std::shared_ptr<const void> frameOwner)
+               const InertiaTensor& ownInertia, std::shared_ptr<const void> frameOwner)
     : body_(bodyNode),
       frame_(bodyNode),
       description_(std::move(linkDescription)),
+      ownInertia_(ownInertia),
+      restInertia_(bodyNode->getSpatialInertia()),
       name(bodyNode->getName()),
       owner_(std::move(frameOwner)) {}
 
@@ -35,7 +37,10 @@ dart::dynamics::BodyNode& skLink::requireBody(const char* what) const {
     return *body_;
 }
 
-double skLink::getMass() const { return requireBody("mass").getMass(); }
+double skLink::getMass() const {
+    requireBody("mass");
+    return ownInertia_(3, 3);
+}
 
 Eigen::Vector3d skLink::getLinearVelocity() const {
     return frame_->getLinearVelocity(Frame::World(), Frame::World());

@@ -19,9 +19,12 @@ namespace drelt {
 // All quantities are relative to the world, in world axes, SI units.
 class skLink : public mlObject {
 public:
-    // A body; frameOwner keeps it alive.
+    using InertiaTensor = Eigen::Matrix<double, 6, 6>;
+
+    // A body with its own inertia; frameOwner keeps it alive. DART's body holds the inertia that it has
+    // between steps.
     skLink(dart::dynamics::BodyNode* bodyNode, std::shared_ptr<SkeletonLink> linkDescription,
-           std::shared_ptr<const void> frameOwner);
+           const InertiaTensor& ownInertia, std::shared_ptr<const void> frameOwner);
     // A frame without a body.
     skLink(dart::dynamics::Frame* plainFrame, std::shared_ptr<const void> frameOwner);
 
@@ -49,6 +52,12 @@ public:
     dart::dynamics::BodyNode* body() const { return body_; }
     dart::dynamics::Frame* frame() const { return frame_; }
     const std::shared_ptr<SkeletonLink>& description() const { return description_; }
+    // Spatial inertia of the link's own mass, which may be zero or negative, about its origin, which is
+    // its centre of mass. Zero for the world and the moving frame.
+    const InertiaTensor& ownInertia() const { return ownInertia_; }
+    // The inertia that DART's body has between steps: the own one, or if that has no positive mass, one so
+    // small that it moves nothing.
+    const InertiaTensor& restInertia() const { return restInertia_; }
 
 private:
     dart::dynamics::BodyNode& requireBody(const char* what) const;
@@ -56,6 +65,8 @@ private:
     dart::dynamics::BodyNode* body_;
     dart::dynamics::Frame* frame_;
     std::shared_ptr<SkeletonLink> description_;
+    InertiaTensor ownInertia_ = InertiaTensor::Zero();
+    InertiaTensor restInertia_ = InertiaTensor::Zero();
     std::string name;
     std::shared_ptr<const void> owner_;
 };

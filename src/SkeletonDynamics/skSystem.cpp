@@ -10,6 +10,7 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/SemiImplicitLinks.h"
 #include "SkeletonDynamics/ServoCheck.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
@@ -93,7 +94,8 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     collectControlledDofs();
     initialPositions = skeleton_->getPositions();
     initialVelocities = skeleton_->getVelocities();
-    requireSolvable();
+    massObstacle_ = findMassObstacle();
+    if (massObstacle_.empty()) requireSolvable();
     update();
     description_->markers = markers_;
 }

@@ -19,6 +19,9 @@ namespace drelt {
 
 class IBSamplerMesh;
 class LinkForceReduction;
+class SampleMasses;
+class SemiImplicitLinks;
+struct SampleGrid;
 class skJoint;
 class skJointMgr;
 class skLink;
@@ -82,7 +85,7 @@ public:
     Eigen::VectorXd getVelocities(bool includeBase = true) const;
     Eigen::VectorXd getPositions(bool includeBase = true) const;
     Eigen::VectorXd getAccelerations() const;
-    // These three throw std::logic_error for a body without mass.
+    // Of the links' own masses. These three throw std::logic_error if the masses add up to zero.
     Eigen::Vector3d getCOM() const;
     Eigen::VectorXd getCOMLinearVelocity() const;
     // Lower half of the spatial velocity of the centre of mass, in world axes: the linear part.
@@ -98,6 +101,23 @@ public:
     // Applies the wrenches of a flat-plate model. A face that moves against its normal gets a pressure
     // proportional to its normal speed, in a medium of density 1000.
     void applyEmpiricalForce();
+
+    // Semi-implicit coupling (SemiImplicitLinks.h). beginSemiImplicit gives the links the mass of the
+    // samples in the grid; call it after all forces and hooks, before the dynamics step. Throws
+    // std::runtime_error, with the links' own inertia, if these masses do not suffice.
+    void beginSemiImplicit(const SampleGrid& grid, float dx);
+    // Call it right after a dynamics step of dt [s]: the links' own inertia again, and the samples' forces
+    // with what the new velocities change. Forces are densities as the interpolation gives them.
+    void endSemiImplicit(const SampleGrid& grid, float dt);
+    // Gives the links their own inertia, after a step that was not completed.
+    void restoreOwnInertia();
+    // Throws std::invalid_argument for masses that the semi-implicit coupling cannot hold at this fluid
+    // density [kg/m^3] and node spacing [m], with all samples in the grid.
+    void requireSampleMasses(double fluidDensity, double dx);
+    // Why links without the mass of samples cannot be stepped; empty if they can.
+    const std::string& massObstacle() const { return massObstacle_; }
+    bool ownMassesPositive() const;
+
     // Restores the positions and velocities at the end of construction.
     void reset();
 
@@ -132,6 +152,13 @@ private:
     void updateOnHost();
     void sumWrenchesOnHost(float scale);
     void updateSampleVelocitiesOnHost();
+    std::string findMassObstacle() const;
+    SemiImplicitLinks& semiImplicit();
+    const std::vector<Eigen::Matrix<double, 10, 1>>& sumSampleMasses(const SampleGrid& grid,
+                                                                     float dx);
+    template <class Property>
+    Eigen::Vector3d meanByOwnMass(Property&& property) const;
+    double ownMass() const;
 
     // the sampler and the markers read the description's mesh, so the description is destroyed last
     std::shared_ptr<SkeletonSystem> description_;
@@ -140,6 +167,9 @@ private:
     std::shared_ptr<Markers> markers_;
     std::shared_ptr<skLinkMgr> links_;
     std::unique_ptr<LinkForceReduction> reduction_;
+    std::unique_ptr<SemiImplicitLinks> semiImplicit_;  // this and the next: null until needed
+    std::unique_ptr<SampleMasses> sampleMasses_;
+    std::vector<Eigen::Matrix<double, 10, 1>> hostMassSums_;
     std::shared_ptr<skJointMgr> joints_;
     std::shared_ptr<dart::dynamics::SimpleFrame> movingFrame_;
     std::string baseFrameName_, baseLinkName_;
@@ -148,6 +178,7 @@ private:
     Eigen::Vector3d baseLinkFwd_{1, 0, 0};
     Eigen::Vector3d baseLinkRight_{0, 0, 1};
     Eigen::Vector3d baseLinkUp_{0, 1, 0};
+    std::string massObstacle_;
     bool useGpuPath_;
     bool readBack = false;
     Eigen::VectorXd initialPositions, initialVelocities;  // at the end of construction

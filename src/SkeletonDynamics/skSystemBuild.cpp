@@ -98,8 +98,22 @@ void reportUnsupported(const SkeletonJoint& joint) {
         << "Conver to default joint Type" << joint.name << "\n";
 }
 
+// Of a body without own mass for DART, which warns of none at every change and ends the process in a step. It
+// is lost in rounding beside any mass that a description gives.
+constexpr double kPlaceholderMass = 1e-30;
+
+dd::Inertia inertiaOf(const dd::EllipsoidShape& ellipsoid, double mass) {
+    dd::Inertia inertia;
+    inertia.setMass(mass);
+    inertia.setMoment(ellipsoid.computeInertia(mass));
+    inertia.setLocalCOM(Eigen::Vector3d::Zero());
+    return inertia;
+}
+
 // The first shape gives the moment of inertia. Otherwise shapes are for display: DART looks for no contacts.
-void addShapesAndInertia(const SkeletonLink& link, const dd::Joint& joint, dd::BodyNode& body) {
+// Returns the spatial inertia of the link's own mass.
+Eigen::Matrix6d addShapesAndInertia(const SkeletonLink& link, const dd::Joint& joint,
+                                    dd::BodyNode& body) {
     const Eigen::Vector3d diameters =
         link.isIntermediate ? Eigen::Vector3d::Constant(link.radius) : link.size;
     const auto ellipsoid = std::make_shared<dd::EllipsoidShape>(diameters);
@@ -110,11 +124,12 @@ void addShapesAndInertia(const SkeletonLink& link, const dd::Joint& joint, dd::B
     ball->getVisualAspect()->setColor(Eigen::Vector3d(0.9, 0.1, 0.1));
     ball->setRelativeTransform(joint.getTransformFromChildBodyNode());
 
-    dd::Inertia inertia;
-    inertia.setMass(link.mass);
-    inertia.setMoment(ellipsoid->computeInertia(link.mass));
-    inertia.setLocalCOM(Eigen::Vector3d::Zero());
-    body.setInertia(inertia);
+    body.setInertia(inertiaOf(*ellipsoid, link.mass > 0 ? link.mass : kPlaceholderMass));
+    if (link.mass > 0) return body.getSpatialInertia();
+    Eigen::Matrix6d own = Eigen::Matrix6d::Zero();
+    own.topLeftCorner<3, 3>() = ellipsoid->computeInertia(link.mass);
+    own.bottomRightCorner<3, 3>().diagonal().setConstant(link.mass);
+    return own;
 }
 
 class TreeBuilder {
@@ -138,8 +153,7 @@ private:
     void create(const std::shared_ptr<SkeletonJoint>& joint, const SkeletonLink* parentLink,
                 const std::shared_ptr<SkeletonLink>& link) {
         requireOwnName(link->name);
-        if (joint->type >= 1 && joint->type < kJointTypeCount)
-            requireBuildable(description_, *joint, *link);
+        if (joint->type >= 1 && joint->type < kJointTypeCount) requireBuildable(*joint, *link);
         const Eigen::Isometry3d& world = joint->node->worldTransform;
         JointPlace place;
         place.skeleton = skeleton_;
@@ -160,8 +174,8 @@ private:
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
         dartJoint->setPositionLimitEnforced(joint->useLimits);
 #pragma GCC diagnostic pop
-        addShapesAndInertia(*link, *dartJoint, *body);
-        links_.add(std::make_shared<skLink>(body, link, skeleton_));
+        const Eigen::Matrix6d own = addShapesAndInertia(*link, *dartJoint, *body);
+        links_.add(std::make_shared<skLink>(body, link, own, skeleton_));
         joints_.add(std::make_shared<skJoint>(joint, dartJoint, skeleton_));
     }
 

@@ -88,27 +88,46 @@ Eigen::VectorXd skSystem::getPositions(bool includeBase) const {
 
 Eigen::VectorXd skSystem::getAccelerations() const { return skeleton_->getAccelerations(); }
 
-// DART ends the process when it divides by a mass of zero.
+double skSystem::ownMass() const {
+    double mass = 0;
+    for (const auto& link : links_->links) mass += link->ownInertia()(3, 3);
+    return mass;
+}
+
 void skSystem::requireMass(const char* what) const {
-    if (skeleton_->getMass() > 0) return;
+    if (ownMass() != 0) return;
     throw std::logic_error(std::string(what) + ": the body of '" + skeleton_->getName() +
-                           "' has no mass, so it has no centre of mass; give one of its links a "
-                           "mass, or the root joint a child bone if there are no links");
+                           "' has no mass, so it has no centre of mass; ask its links for their "
+                           "positions and velocities, or give one of them a mass (and the root "
+                           "joint a child bone if there are no links)");
+}
+
+// The mean over the links of a vector at their centres of mass, which are their origins. DART does not know own
+// masses that are negative.
+template <class Property>
+Eigen::Vector3d skSystem::meanByOwnMass(Property&& property) const {
+    Eigen::Vector3d sum = Eigen::Vector3d::Zero();
+    for (const auto& link : links_->links) sum += link->ownInertia()(3, 3) * property(*link);
+    return sum / ownMass();
 }
 
 Eigen::Vector3d skSystem::getCOM() const {
     requireMass("getCOM");
-    return skeleton_->getCOM();
+    if (ownMassesPositive()) return skeleton_->getCOM();
+    return meanByOwnMass([](const skLink& link) { return link.getPosition(); });
 }
 
 Eigen::VectorXd skSystem::getCOMLinearVelocity() const {
     requireMass("getCOMLinearVelocity");
-    return skeleton_->getCOMLinearVelocity(Frame::World(), Frame::World());
+    if (ownMassesPositive()) return skeleton_->getCOMLinearVelocity(Frame::World(), Frame::World());
+    return meanByOwnMass([](const skLink& link) { return link.getLinearVelocity(); });
 }
 
 Eigen::VectorXd skSystem::getCOMAngularVelocity() const {
     requireMass("getCOMAngularVelocity");
-    return skeleton_->getCOMSpatialVelocity(Frame::World(), Frame::World()).tail<3>();
+    if (ownMassesPositive())
+        return skeleton_->getCOMSpatialVelocity(Frame::World(), Frame::World()).tail<3>();
+    return meanByOwnMass([](const skLink& link) { return link.getLinearVelocity(); });
 }
 
 Eigen::VectorXd skSystem::getCommands() const { return skeleton_->getCommands(controlledDofs); }

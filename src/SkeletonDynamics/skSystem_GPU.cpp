@@ -1,9 +1,5 @@
 #include "SkeletonDynamics/skSystem_GPU.h"
 
-#include <thrust/execution_policy.h>
-#include <thrust/functional.h>
-#include <thrust/reduce.h>
-
 #include <algorithm>
 
 #include "platform/check.h"
@@ -12,18 +8,6 @@ namespace drelt {
 namespace {
 
 constexpr int kSampleRun = 256;  // samples that a thread takes at a time
-
-// Sums neighbouring wrenches with equal labels, one entry per run.
-void reduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
-                   LinkWrench* sums, DeviceScratch& scratch) {
-    platform::onSelectedDevice(
-        [&] { deviceReduceByLabel(labels, wrenches, sampleCount, keys, sums, scratch); },
-        [&] {
-            const platform::HostAccess access;
-            thrust::reduce_by_key(thrust::seq, labels, labels + sampleCount, wrenches, keys, sums,
-                                  thrust::equal_to<int>(), thrust::plus<LinkWrench>());
-        });
-}
 
 // updateSampleVelKernel for all samples on host threads. Neighbouring samples of one link share what follows
 // from the link.
@@ -51,66 +35,16 @@ void updateSampleVelOnHost(mlLagrangeBoundary* boundary, const int* labels, cons
 
 }  // namespace
 
-DeviceScratch::~DeviceScratch() {
-    for (const Block& block : blocks_) checkCudaErrors(cudaFree(block.memory));
-}
-
-void* DeviceScratch::take(std::size_t bytes) {
-    int device = 0;
-    checkCudaErrors(cudaGetDevice(&device));
-    for (Block& block : blocks_) {
-        if (block.taken || block.bytes < bytes || block.device != device) continue;
-        block.taken = true;
-        return block.memory;
-    }
-    char* memory = nullptr;
-    checkCudaErrors(cudaMalloc(&memory, bytes));
-    blocks_.push_back({memory, bytes, device, true});
-    return memory;
-}
-
-void DeviceScratch::giveBack(const void* memory) {
-    for (Block& block : blocks_) {
-        if (block.memory == memory) block.taken = false;
-    }
-}
-
-LinkForceReduction::~LinkForceReduction() { release(); }
-
-void LinkForceReduction::release() {
-    checkCudaErrors(cudaFree(keys_dev_));
-    checkCudaErrors(cudaFree(sums_dev_));
-    keys_dev_ = nullptr;
-    sums_dev_ = nullptr;
-    capacity_ = 0;
-}
-
-void LinkForceReduction::reserve(int entries) {
-    int device = 0;
-    checkCudaErrors(cudaGetDevice(&device));
-    if (entries <= capacity_ && device == device_) return;
-    release();
-    device_ = device;
-    const std::size_t size = static_cast<std::size_t>(entries);
-    checkCudaErrors(cudaMalloc(&keys_dev_, size * sizeof(int)));
-    checkCudaErrors(cudaMalloc(&sums_dev_, size * sizeof(LinkWrench)));
-    capacity_ = entries;
-}
-
 void LinkForceReduction::reduce(skLinkData* links, mlLagrangeBoundary* boundary, int* labels,
                                 LinkWrench* wrenches, int linkCount, int sampleCount, float scale) {
-    // There can be as many runs as samples if the labels are out of order.
-    reserve(std::max(linkCount, sampleCount));
+    sums_.reserve(sampleCount, linkCount);
     launchLinear<&calExtForcesKernel>(listShape(sampleCount, 512), sampleCount, links, boundary,
                                       labels, wrenches, linkCount, sampleCount, scale);
     checkCudaErrorsAtLine(54, cudaGetLastError());       // sic: prescribed value
     checkCudaErrorsAtLine(55, cudaDeviceSynchronize());  // sic: prescribed value
-    unusedKeys_.assign(static_cast<std::size_t>(linkCount), 0);
-    checkCudaErrors(cudaMemcpy(keys_dev_, unusedKeys_.data(), unusedKeys_.size() * sizeof(int),
-                               cudaMemcpyHostToDevice));
-    reduceByLabel(labels, wrenches, sampleCount, keys_dev_, sums_dev_, scratch_);
+    sums_.reduce(labels, wrenches, sampleCount, linkCount);
     launchLinear<&assignExtForceKernel>(listShape(linkCount, 32), linkCount, links, linkCount,
-                                        sums_dev_, keys_dev_);
+                                        sums_.sums(), sums_.keys());
     checkCudaErrorsAtLine(67, cudaGetLastError());       // sic: prescribed value
     checkCudaErrorsAtLine(68, cudaDeviceSynchronize());  // sic: prescribed value
 }

@@ -5,11 +5,10 @@
 #pragma once
 
 #include <Eigen/Core>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <vector>
 
+#include "SkeletonDynamics/LabelReduction.h"
 #include "SkeletonDynamics/skLinkData.h"
 #include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
 #include "platform/launch.h"
@@ -168,37 +167,9 @@ DRELT_KERNEL void updateSampleVelKernel(LaunchIndex at, mlLagrangeBoundary* boun
                                boundary, at.n);
 }
 
-// Device memory that a library algorithm needs during a call. It is kept for the next call.
-class DeviceScratch {
-public:
-    DeviceScratch() = default;
-    ~DeviceScratch();
-    DeviceScratch(const DeviceScratch&) = delete;
-    DeviceScratch& operator=(const DeviceScratch&) = delete;
-
-    // Returns a block of at least `bytes` on the selected device. Give it back after the call.
-    void* take(std::size_t bytes);
-    void giveBack(const void* memory);
-
-private:
-    struct Block {
-        void* memory;
-        std::size_t bytes;
-        int device;
-        bool taken;
-    };
-    std::vector<Block> blocks_;
-};
-
-// Reduces sample forces to link wrenches on the selected device. It keeps its buffers between steps and
-// allocates new ones when another device is selected.
+// Reduces sample forces to link wrenches on the selected device. It keeps its buffers between steps.
 class LinkForceReduction {
 public:
-    LinkForceReduction() = default;
-    ~LinkForceReduction();
-    LinkForceReduction(const LinkForceReduction&) = delete;
-    LinkForceReduction& operator=(const LinkForceReduction&) = delete;
-
     // Writes torque and force of every link that has samples; the others keep theirs. The samples of a link
     // must be neighbours: if a label has several runs, the last one counts. All pointers are device
     // pointers; `wrenches` has room for one wrench per sample. `scale` is the node spacing [m].
@@ -206,24 +177,11 @@ public:
                 int linkCount, int sampleCount, float scale);
 
 private:
-    void reserve(int entries);
-    void release();
-
-    int capacity_ = 0;
-    int device_ = 0;  // on which the next two lie
-    int* keys_dev_ = nullptr;
-    LinkWrench* sums_dev_ = nullptr;
-    std::vector<int> unusedKeys_;  // 0 for every link
-    DeviceScratch scratch_;
+    LabelReduction<6> sums_;
 };
 
 // Launches updateSampleVelKernel over device arrays.
 void updateSampleVel(mlLagrangeBoundary* boundary, int* labels, skLinkData* links, int frameIndex,
                      int referenceIndex, int sampleCount);
-
-// Sums neighbouring wrenches with equal labels on the selected GPU, one entry per run. Further entries keep
-// their values. Only a CUDA build defines it.
-void deviceReduceByLabel(const int* labels, const LinkWrench* wrenches, int sampleCount, int* keys,
-                         LinkWrench* sums, DeviceScratch& scratch);
 
 }  // namespace drelt

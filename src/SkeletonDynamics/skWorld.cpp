@@ -16,7 +16,7 @@
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skLinkMgr.h"
-#include "cslbm/mlsolver/couplingMode.h"
+#include "cslbm/mlimmersedbnd/SampleGrid.h"
 
 namespace drelt {
 
@@ -179,7 +179,35 @@ void skWorld::requireBoundedMotion(int mode, double dt, double dx) const {
                                  " in one step: the motion has diverged. Use more nodes per length "
                                  "(N), heavier links or slower commands, and rebuild the scene.");
     }
-    for (const auto& system : systems_) system->requireSolvable();
+    if (mode != TWO_WAY) requireOwnMasses();
+    for (const auto& system : systems_) {
+        if (system->massObstacle().empty()) system->requireSolvable();
+    }
+}
+
+void skWorld::requireCoupling(Coupling coupling, double fluidDensity, double dx,
+                              double slip) const {
+    const bool implicit = coupling == Coupling::SemiImplicit;
+    if (implicit && slip != 0) {
+        throw std::invalid_argument(
+            "the semi-implicit coupling needs a slip ratio of 0, because a blend with slip gives "
+            "samples no mass along the surface; got " +
+            std::to_string(slip));
+    }
+    for (const auto& system : systems_) {
+        if (implicit) {
+            system->requireSampleMasses(fluidDensity, dx);
+            continue;
+        }
+        if (!system->massObstacle().empty()) throw std::invalid_argument(system->massObstacle());
+    }
+}
+
+void skWorld::requireOwnMasses() const {
+    for (const auto& system : systems_) {
+        if (system->massObstacle().empty()) continue;
+        throw std::runtime_error(nextStep() + system->massObstacle());
+    }
 }
 
 void skWorld::stepDynamics() {
@@ -194,26 +222,58 @@ void skWorld::stepDynamics() {
     }
 }
 
-void skWorld::step(int mode, float dt, float dx) {
-    world_->setTimeStep(dt);
-    applyForces(mode, dx);
+void skWorld::callBeforeStep(float dt, float dx) {
     for (const auto& system : systems_) {
         for (const auto& hook : system->beforeStep) hook(*system, dx, dt);
     }
-    stepDynamics();
+}
+
+void skWorld::callAfterStep(float dt) {
     for (const auto& system : systems_) {
         for (const auto& hook : system->afterStep) hook(*system, dt);
     }
+}
+
+void skWorld::callBeforeUpdate(float dt, float dx) {
     for (const auto& system : systems_) {
         for (const auto& hook : system->beforeUpdate) hook(*system, dx, dt);
     }
-    for (const auto& system : systems_) {
-        if (mode == EMPIRICAL) {
-            system->updateWithoutSamples();
-        } else {
-            system->update();
-        }
+}
+
+void skWorld::step(int mode, float dt, float dx) {
+    requireOwnMasses();
+    world_->setTimeStep(dt);
+    applyForces(mode, dx);
+    callBeforeStep(dt, dx);
+    stepDynamics();
+    callAfterStep(dt);
+    if (mode != EMPIRICAL) {
+        updateBodies(dt, dx);
+        return;
     }
+    callBeforeUpdate(dt, dx);
+    for (const auto& system : systems_) system->updateWithoutSamples();
+}
+
+void skWorld::stepSemiImplicit(const SampleGrid& grid, float dt, float dx) {
+    world_->setTimeStep(dt);
+    applyForces(TWO_WAY, dx);
+    callBeforeStep(dt, dx);
+    try {
+        for (const auto& system : systems_) system->beginSemiImplicit(grid, dx);
+        stepDynamics();
+    } catch (const std::runtime_error&) {
+        for (const auto& system : systems_) system->restoreOwnInertia();
+        clearForces();
+        throw;
+    }
+    for (const auto& system : systems_) system->endSemiImplicit(grid, dt);
+    callAfterStep(dt);
+}
+
+void skWorld::updateBodies(float dt, float dx) {
+    callBeforeUpdate(dt, dx);
+    for (const auto& system : systems_) system->update();
 }
 
 void skWorld::reset() {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "SkeletonDynamics/skSystem.h"
+#include "cslbm/mlsolver/couplingMode.h"
 #include "cslbm/mlsolver/mlBaseCouplingSolver.h"
 
 namespace dart::simulation {
@@ -41,12 +42,22 @@ public:
     // Call before each step. Throws std::runtime_error if a link would move or turn too far in a time step
     // dt [s] at a node spacing dx [m]: 100 spacings or radians in TWO_WAY, 1e30 otherwise. The scene must
     // then be rebuilt, because a reset keeps the fluid's density. Also throws for a servo that DART cannot
-    // solve for (skSystem::requireSolvable).
+    // solve for (skSystem::requireSolvable), and in a mode other than TWO_WAY for masses that need the
+    // semi-implicit coupling.
     void requireBoundedMotion(int mode, double dt, double dx) const;
+    // Throws std::invalid_argument for masses that a coupling cannot hold, and with the semi-implicit one
+    // for a slip ratio other than 0. fluidDensity [kg/m^3] and dx, the node spacing [m], are those of the
+    // fluid. With the semi-implicit coupling, requireBoundedMotion refuses further bodies in the modes
+    // other than TWO_WAY.
+    void requireCoupling(Coupling coupling, double fluidDensity, double dx, double slip) const;
     // Steps the dynamics of all bodies under the forces of this coupling mode, then updates the bodies.
     // Throws std::runtime_error for a force that is not finite, before the dynamics step, and for joint
-    // constraints that DART cannot solve.
+    // constraints that DART cannot solve. Throws the same for masses that need the semi-implicit coupling,
+    // before anything changes.
     void step(int mode, float dt, float dx) override;
+    // Throw like step.
+    void stepSemiImplicit(const SampleGrid& grid, float dt, float dx) override;
+    void updateBodies(float dt, float dx) override;
     std::vector<IBBoundaryMemMgr*> getBoundaries() override;
     // These two throw std::invalid_argument for numbers that are not finite and for a time step [s] of
     // zero or less.
@@ -59,7 +70,11 @@ public:
     bool isFixed() override;
 
 private:
+    void requireOwnMasses() const;
     void applyForces(int mode, float dx);
+    void callBeforeStep(float dt, float dx);
+    void callAfterStep(float dt);
+    void callBeforeUpdate(float dt, float dx);
     std::string unusableForce() const;
     void stepDynamics();
     void clearForces();

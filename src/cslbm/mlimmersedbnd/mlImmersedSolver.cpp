@@ -16,4 +16,20 @@ void mlImmersedSolver::spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* pa
     }
 }
 
+void mlImmersedSolver::interpolateForces(mlFlow* flow_dev, const MLFluidParam* param) {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    for (const IBBoundaryMemMgr* boundary : boundaries) {
+        mlInterpolateFluidForce(flow_dev, param, boundary->mllaboundary_gpu,
+                                boundary->mllaboundary->count, scale, ibKernelSelector);
+    }
+}
+
+void mlImmersedSolver::spreadForces(mlFlow* flow_dev, const MLFluidParam* param) {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    for (const IBBoundaryMemMgr* boundary : boundaries) {
+        mlSpreadForce(flow_dev, param, boundary->mllaboundary_gpu, boundary->mllaboundary->count,
+                      scale, ibKernelSelector, workspace_);
+    }
+}
+
 }  // namespace drelt

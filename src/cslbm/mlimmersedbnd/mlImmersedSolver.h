@@ -19,6 +19,9 @@ public:
     // they add up. Needs raw momentum in ux, uy, uz, the current origin, and current positions, normals
     // and velocities of the samples. A device failure ends the process.
     void spreadBoundaries(mlFlow* flow_dev, const MLFluidParam* param);
+    // The two halves of it, each for all boundaries, for a caller that changes the forces in between.
+    void interpolateForces(mlFlow* flow_dev, const MLFluidParam* param);
+    void spreadForces(mlFlow* flow_dev, const MLFluidParam* param);
 
     int gpuDeviceId = 0;
     std::vector<IBBoundaryMemMgr*> boundaries;  // not owned

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <stdexcept>
 #include <vector>
 
 namespace dart::dynamics {
@@ -11,6 +12,7 @@ class Frame;
 namespace drelt {
 
 class IBBoundaryMemMgr;
+struct SampleGrid;
 
 class mlBaseCouplingSolver {
 public:
@@ -18,6 +20,14 @@ public:
 
     // Advances the bodies by dt [s]; mode is a couplingMode, dx the node spacing [m].
     virtual void step(int mode, float dt, float dx) = 0;
+    // step(TWO_WAY, dt, dx) with the semi-implicit coupling, in two parts. The first one needs the sample
+    // forces of the interpolation. It steps the dynamics with the mass of the samples that lie in the
+    // grid, and adds to the forces what the new velocities change; samples stay where they are, so that
+    // the forces can be spread. The second one brings everything up to the bodies' new state.
+    virtual void stepSemiImplicit(const SampleGrid&, float /*dt*/, float /*dx*/) {
+        throw std::logic_error("these bodies have no semi-implicit coupling; use the explicit one");
+    }
+    virtual void updateBodies(float /*dt*/, float /*dx*/) {}
     // The immersed boundaries, one per body system.
     virtual std::vector<IBBoundaryMemMgr*> getBoundaries() = 0;
     // Gravity [m/s^2], world axes.

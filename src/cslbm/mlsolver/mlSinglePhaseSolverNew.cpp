@@ -7,7 +7,7 @@
 #include "cslbm/domain/OperatorDomain.h"
 #include "cslbm/fused/ProductionDomain.h"
 #include "cslbm/gpu_inc/gpu/mlCalMacroGpu.h"
-#include "cslbm/mlsolver/couplingMode.h"
+#include "cslbm/mlimmersedbnd/SampleGrid.h"
 #include "platform/check.h"
 #include "supplement/IBBoundaryMemMgr.h"
 
@@ -51,8 +51,12 @@ void mlSinglePhaseSolverNew::step(int mode) {
 void mlSinglePhaseSolverNew::advance(int mode) {
     for (int i = 0; i < static_cast<int>(domains_.size()); ++i) {
         followBody(i);
-        if (advancesFluid(mode)) couple(i);
-        world->step(mode, scale.dt, scale.l0p / scale.N);
+        if (mode == TWO_WAY && coupling == Coupling::SemiImplicit) {
+            coupleSemiImplicitly(i);
+        } else {
+            if (advancesFluid(mode)) couple(i);
+            world->step(mode, scale.dt, scale.l0p / scale.N);
+        }
         if (advancesFluid(mode)) domains_[i]->step(frameMotion());
     }
 }
@@ -64,12 +68,30 @@ void mlSinglePhaseSolverNew::followBody(int i) {
     mlSetFlowCenter(lbm_dev_gpu[i], place.x(), place.y(), place.z());
 }
 
-void mlSinglePhaseSolverNew::couple(int i) {
+void mlSinglePhaseSolverNew::prepareCoupling(int i) {
     for (const IBBoundaryMemMgr* boundary : boundaries) {
         domains_[i]->prepareCoupling(boundary->mllaboundary_gpu, boundary->mllaboundary->count,
                                      scale);
     }
+}
+
+void mlSinglePhaseSolverNew::couple(int i) {
+    prepareCoupling(i);
     spreadBoundaries(lbm_dev_gpu[i], lbmvec[i]->param);
+}
+
+// The fluid receives the forces at the places where the interpolation found them, so the samples move
+// after the spreading.
+void mlSinglePhaseSolverNew::coupleSemiImplicitly(int i) {
+    const MLFluidParam* const param = lbmvec[i]->param;
+    const float dx = scale.l0p / scale.N;
+    prepareCoupling(i);
+    interpolateForces(lbm_dev_gpu[i], param);
+    world->stepSemiImplicit({lbm_dev_gpu[i], param->samples_x, param->samples_y, param->samples_z,
+                             scale.N, scale.l0p, scale.rou0p},
+                            scale.dt, dx);
+    spreadForces(lbm_dev_gpu[i], param);
+    world->updateBodies(scale.dt, dx);
 }
 
 // The motion of the frame that the grid follows. The grid itself never turns.

@@ -7,6 +7,7 @@
 
 #include "cslbm/domain/FluidDomain.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
+#include "cslbm/mlsolver/couplingMode.h"
 #include "cslbm/mlsolver/mlBaseCouplingSolver.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
@@ -30,7 +31,7 @@ public:
     // for choices that the schedule does not have, before anything changes.
     void step(int mode);
 
-    // The first part of a step: adds the forces of the samples to the grid of domain i.
+    // The first part of an explicit step: adds the forces of the samples to the grid of domain i.
     void couple(int i);
 
     // Allocates the device side of all domains for `schedule` and uploads the host records; frees what
@@ -63,6 +64,8 @@ public:
     CollisionOperator collisionOperator = CollisionOperator::HighorderFitted;
     BoundaryFamily boundaryFamily = BoundaryFamily::NonEquilibriumExtrapolation;
     OpenPlaneKind openPlanes = OpenPlaneKind::Copy;
+    // How a TWO_WAY step couples; may change between steps. SemiImplicit needs a slip ratio of 0.
+    Coupling coupling = Coupling::Explicit;
     // What characteristic planes hold far away: density in lattice units, velocity in the world [m/s].
     // They may change between steps.
     float farDensity = 1.0f;
@@ -89,6 +92,8 @@ private:
     void forEachArrayList(Visit&& visit);
     void advance(int mode);
     void followBody(int i);
+    void prepareCoupling(int i);
+    void coupleSemiImplicitly(int i);
     FrameMotion frameMotion() const;
 
     std::vector<std::unique_ptr<FluidDomain>> domains_;  // one per host record, once allocated

@@ -184,8 +184,7 @@ TEST(Skeleton, MimicJointsAreTiedToTheirMaster) {
 TEST(Skeleton, BodiesThatCannotBeAreRefused) {
     using Change = void (*)(SkeletonJoint&, SkeletonLink&);
     const std::vector<std::pair<const char*, Change>> cases{
-        {"mass", [](auto&, auto& link) { link.mass = -1; }},
-        {"mass with all that hangs on it", [](auto&, auto& link) { link.mass = 0; }},
+        {"mass of", [](auto&, auto& link) { link.mass = kInfinity; }},
         {"mass of", [](auto&, auto& link) { link.mass = 1e300; }},
         {"radius", [](auto&, auto& link) { link.radius = 0; }},
         {"size", [](auto&, auto& link) { link.size.y() = 0; }},

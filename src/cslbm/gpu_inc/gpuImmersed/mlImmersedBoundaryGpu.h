@@ -6,34 +6,16 @@
 #include <cstdio>
 
 #include "cslbm/gpu_inc/gpuImmersed/mlDelta.h"
+#include "cslbm/mlimmersedbnd/SampleGrid.h"
 #include "cslbm/mlimmersedbnd/mlLagrangeBoundary.h"
 #include "cslbm/mlsolver/NodeBox.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
 #include "platform/launch.h"
-#include "platform/vector3.h"
 
 namespace drelt {
 
 class SpreadWorkspace;
-
-// A sample's position relative to the grid's current origin [lattice units].
-using GridPosition = Vector3<float>;
-
-// Single precision, with N / l0p rounded first. The spreading rounds the positions of nodes in the same way.
-DRELT_HOST_DEVICE GridPosition gridPosition(const mlLagrangeBoundary* boundary, const mlFlow* flow,
-                                            std::int64_t i, float N, float l0p) {
-    const float perMetre = N / l0p;
-    return {perMetre * (boundary->coordx[i] - flow->startx),
-            perMetre * (boundary->coordy[i] - flow->starty),
-            perMetre * (boundary->coordz[i] - flow->startz)};
-}
-
-// Whether a sample takes part: 0 <= X < nx on each axis. A position that is not a number fails this.
-DRELT_HOST_DEVICE bool insideGrid(GridPosition p, long nx, long ny, long nz) {
-    return p.x >= 0.0f && p.x < static_cast<float>(nx) && p.y >= 0.0f &&
-           p.y < static_cast<float>(ny) && p.z >= 0.0f && p.z < static_cast<float>(nz);
-}
 
 // Weights of the interpolation along one axis: nodes from floor(X) - R to floor(X) + R inside the grid.
 DRELT_HOST_DEVICE void interpolationWeights(DeltaWeights& axis, float X, long n, int R) {
