@@ -1,8 +1,11 @@
 """The options of a simulation: what is refused, and what each does in a small run."""
 
+import json
+
 import drelt
 import numpy as np
 import pytest
+from conftest import ROOT
 from scenes import HOST, make_body, make_params
 from vtk_files import read_fluid
 
@@ -11,10 +14,10 @@ SEMI_IMPLICIT = drelt.COUPLING.SEMI_IMPLICIT
 STREAM = {"open_planes": CHARACTERISTIC, "current": [0.1, 0, 0], "pml_width": 0}
 
 
-def attached(params, gravity=(0.5, 0, 0), asset="sphere"):
+def attached(params, gravity=(0.5, 0, 0), asset="sphere", body=None):
     simulator = drelt.make_simulator(params, HOST)
     world = drelt.make_skWorld(gravity)
-    body = make_body(samples=400, asset=asset)
+    body = body or make_body(samples=400, asset=asset)
     world.addSkeleton(body)
     simulator.attachWorld(world)
     return simulator, world, body
@@ -176,6 +179,40 @@ def test_a_current_set_later_comes_in_through_the_planes(tmp_path):
     with pytest.raises(ValueError, match="open planes copy"):
         plain.setCurrent([0.1, 0, 0])
     plain.setCurrent([0, 0, 0])
+
+
+def sphere_of_mass(mass, folder):
+    """The bundled sphere, with a grid that follows it, with another excess mass [kg]."""
+    text = json.loads((ROOT / "assets" / "sphere_follow.json").read_text())
+    for link in text["links"].values():
+        link["mass"] = mass / 2
+    file = folder / "sphere.json"
+    file.write_text(json.dumps(text))
+    zero = np.zeros(3)
+    return drelt.SkeletonDynamics(drelt.skeletonFromJson(str(file), HOST), 400, HOST, zero, zero)
+
+
+def test_a_sphere_as_heavy_as_the_fluid_goes_with_the_stream(tmp_path):
+    params = make_params(**STREAM)
+    for refused, change, message in (
+        (0.0, {}, "mass"),
+        (0.0, {"coupling": SEMI_IMPLICIT, "slip_ratio": 0.3}, "slip"),
+        (-0.005, {"coupling": SEMI_IMPLICIT}, r"\[link\]bone_00"),  # 1.2 times the fluid inside
+    ):
+        body = sphere_of_mass(refused, tmp_path)
+        simulator, _, _ = attached(make_params(**STREAM, **change), (0, 0, 0), body=body)
+        with pytest.raises(ValueError, match=message):
+            simulator.commitInit()
+
+    params.coupling, params.retraction = SEMI_IMPLICIT, 0.8
+    body = sphere_of_mass(0.0, tmp_path)
+    simulator, _, _ = attached(params, (0, 0, 0), body=body)
+    simulator.commitInit()
+    for _ in range(100):
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+        assert body.getVelocities()[0] == pytest.approx(0.1, rel=1e-5)
+    with pytest.raises(RuntimeError):
+        simulator.step(drelt.COUPLE_MODE.NO_FLUID)  # nothing to move without the fluid
 
 
 def test_options_are_taken_at_commit_only():
