@@ -1,6 +1,7 @@
 """The options of a simulation: what is refused, and what each does in a small run."""
 
 import json
+import sys
 
 import drelt
 import numpy as np
@@ -8,6 +9,13 @@ import pytest
 from conftest import ROOT
 from scenes import HOST, make_body, make_params
 from vtk_files import read_fluid
+
+sys.path.insert(0, str(ROOT / "tools"))
+
+# they lie beside the generator
+from assetgen.asset import Asset, write_asset
+from assetgen.skeleton import Joint
+from assetgen.sphere import sphere_chain, sphere_mesh
 
 CHARACTERISTIC = drelt.OPEN_PLANES.CHARACTERISTIC
 SEMI_IMPLICIT = drelt.COUPLING.SEMI_IMPLICIT
@@ -120,6 +128,21 @@ def test_a_retracted_body_falls_faster_and_looks_the_same(tmp_path, capfd):
     retracted.commitInit()
     assert fall(retracted, body) == on_skin, "a second commit takes the new value"
     assert "retraction" not in capfd.readouterr().err
+
+
+def test_a_skin_with_normals_that_point_inwards_is_said(tmp_path, capfd):
+    mesh = sphere_mesh(0.01)
+    mesh.normals = -mesh.normals
+    tree = sphere_chain(Joint("floating"))
+    write_asset(Asset("turned", "turned", mesh, tree, 400, 1.0), tmp_path, tmp_path)
+    zero = np.zeros(3)
+    description = drelt.skeletonFromJson(str(tmp_path / "turned.json"), HOST)
+    body = drelt.SkeletonDynamics(description, 400, HOST, zero, zero)
+    simulator, _, _ = attached(make_params(retraction=0.8), body=body)
+    simulator.commitInit()
+    assert "no sample of body 0" in capfd.readouterr().err
+    simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    assert np.isfinite(body.getVelocities()).all()
 
 
 @pytest.mark.parametrize("schedule", ["operators", "production"])
