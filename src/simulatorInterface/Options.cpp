@@ -65,11 +65,9 @@ void coupledLBM_sim3D::checkOptions() const {
     simParams& p = *params.front();
     requireMember("coupling", "COUPLING", static_cast<int>(p.coupling), 2);
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
-    world->requireCoupling(p.coupling, p.rou0p, lbmvec.front()->param->dx, p.slip_ratio);
-    if (p.normalised_weights && p.coupling != Coupling::SemiImplicit) {
+    if (p.normalised_weights) {
         throw std::invalid_argument(
-            "commitInit: normalised_weights needs the semi-implicit coupling; set coupling to "
-            "SEMI_IMPLICIT, or normalised_weights to False");
+            "commitInit: normalised_weights is not implemented; set it to False");
     }
     if (!(std::fabs(p.far_density - 1.0) <= kLargestDensityChange)) {
         throw std::invalid_argument("commitInit: far_density is " + text(p.far_density) +
@@ -83,6 +81,8 @@ void coupledLBM_sim3D::checkOptions() const {
     }
     requireCurrent("commitInit", currentOf(p), p.open_planes, p.computeUnitScale());
     checkRetraction();
+    const MLFluidParam& grid = *lbmvec.front()->param;
+    world->requireCoupling(p.coupling, p.rou0p, grid.dx, grid.slip_ratio);
 }
 
 void coupledLBM_sim3D::checkRetraction() const {
@@ -110,6 +110,7 @@ double coupledLBM_sim3D::retractionInMetres() const {
 
 void coupledLBM_sim3D::takeOptions(mlSinglePhaseSolverNew& next) const {
     const simParams& p = *params.front();
+    next.coupling = p.coupling;
     next.openPlanes = p.open_planes;
     next.farDensity = p.far_density;
     next.current = currentOf(p);

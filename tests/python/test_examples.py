@@ -17,7 +17,13 @@ def run_example(name, out, *arguments):
     environment = {**os.environ, "MPLBACKEND": "Agg"}
     command = [sys.executable, str(ROOT / "examples" / f"{name}.py"), "--out", str(out), *arguments]
     done = subprocess.run(
-        command, cwd=ROOT, env=environment, capture_output=True, text=True, timeout=600, check=False
+        command,
+        cwd=ROOT,
+        env=environment,
+        capture_output=True,
+        encoding="utf-8",
+        timeout=600,
+        check=False,
     )
     assert done.returncode == 0, done.stderr
     return done.stdout
@@ -33,6 +39,23 @@ def test_settling_sphere_leaves_frames_and_a_picture(tmp_path):
     # a frame for every 13th of the 80 steps, and for the last
     assert len(list(tmp_path.glob("vis_data/Fluid/0_vis_fluid*.vtk"))) == 8
     assert len(list(tmp_path.glob("vis_data/Objects/00_vis_object_*.vtk"))) == 8
+
+
+def test_a_sphere_in_a_stream_has_a_drag_and_a_wake(tmp_path):
+    printed = run_example("current", tmp_path, "--nodes", "4", "--duration", "3")
+    drag, reference = map(float, re.search(r"coefficient (\S+), .* (\S+)", printed).groups())
+    assert reference == pytest.approx(1.538)
+    assert 1.0 < drag / reference < 1.5, "at a coarse resolution, in a narrow box"
+    assert (tmp_path / "current.png").stat().st_size > 10000
+
+
+@pytest.mark.parametrize(("body", "nodes"), [("swimmer", "24"), ("eel", "32")])
+def test_swimmers_as_heavy_as_the_fluid_swim_on_a_coarse_grid(tmp_path, body, nodes):
+    size = ("--nodes", nodes, "--cycles", "1", "--no-frames")
+    printed = run_example("swimming", tmp_path, "--neutral", "--body", body, *size)
+    speed = float(re.search(r"mean forward speed over the last cycle: (-?\d+\.\d+)", printed)[1])
+    assert 0.005 < speed < 0.3
+    assert (tmp_path / f"{body}_neutral_two_way.png").stat().st_size > 10000
 
 
 # the grid is too coarse for TWO_WAY; the other modes use the joints in the same way

@@ -1,20 +1,31 @@
 """The options of a simulation: what is refused, and what each does in a small run."""
 
+import json
+import sys
+
 import drelt
 import numpy as np
 import pytest
+from conftest import ROOT
 from scenes import HOST, make_body, make_params
 from vtk_files import read_fluid
+
+sys.path.insert(0, str(ROOT / "tools"))
+
+# they lie beside the generator
+from assetgen.asset import Asset, write_asset
+from assetgen.skeleton import Joint
+from assetgen.sphere import sphere_chain, sphere_mesh
 
 CHARACTERISTIC = drelt.OPEN_PLANES.CHARACTERISTIC
 SEMI_IMPLICIT = drelt.COUPLING.SEMI_IMPLICIT
 STREAM = {"open_planes": CHARACTERISTIC, "current": [0.1, 0, 0], "pml_width": 0}
 
 
-def attached(params, gravity=(0.5, 0, 0), asset="sphere"):
+def attached(params, gravity=(0.5, 0, 0), asset="sphere", body=None):
     simulator = drelt.make_simulator(params, HOST)
     world = drelt.make_skWorld(gravity)
-    body = make_body(samples=400, asset=asset)
+    body = body or make_body(samples=400, asset=asset)
     world.addSkeleton(body)
     simulator.attachWorld(world)
     return simulator, world, body
@@ -56,7 +67,7 @@ def test_defaults_are_the_plain_step():
         ({"retraction": -0.5}, r"retraction is -0\.5 node spacings"),
         ({"retraction": np.inf}, "retraction is inf"),
         ({"retraction": 4.2}, r"0\.0105 m, more than half the largest extent of body 0"),
-        ({"normalised_weights": True}, "needs the semi-implicit coupling"),
+        ({"normalised_weights": True}, "normalised_weights is not implemented"),
         ({"current": [0.1, 0, 0]}, r"current is \(0\.1, 0, 0\) m/s, but the open planes copy"),
         ({"current": [0, np.nan, 0], "open_planes": CHARACTERISTIC}, "three finite numbers"),
         # 0.05 / 0.1 lattice units to 1 m/s
@@ -119,6 +130,21 @@ def test_a_retracted_body_falls_faster_and_looks_the_same(tmp_path, capfd):
     assert "retraction" not in capfd.readouterr().err
 
 
+def test_a_skin_with_normals_that_point_inwards_is_said(tmp_path, capfd):
+    mesh = sphere_mesh(0.01)
+    mesh.normals = -mesh.normals
+    tree = sphere_chain(Joint("floating"))
+    write_asset(Asset("turned", "turned", mesh, tree, 400, 1.0), tmp_path, tmp_path)
+    zero = np.zeros(3)
+    description = drelt.skeletonFromJson(str(tmp_path / "turned.json"), HOST)
+    body = drelt.SkeletonDynamics(description, 400, HOST, zero, zero)
+    simulator, _, _ = attached(make_params(retraction=0.8), body=body)
+    simulator.commitInit()
+    assert "no sample of body 0" in capfd.readouterr().err
+    simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    assert np.isfinite(body.getVelocities()).all()
+
+
 @pytest.mark.parametrize("schedule", ["operators", "production"])
 def test_the_fluid_starts_with_the_current_and_keeps_it(tmp_path, monkeypatch, schedule):
     monkeypatch.setenv("DRELT_SCHEDULE", schedule)
@@ -176,6 +202,40 @@ def test_a_current_set_later_comes_in_through_the_planes(tmp_path):
     with pytest.raises(ValueError, match="open planes copy"):
         plain.setCurrent([0.1, 0, 0])
     plain.setCurrent([0, 0, 0])
+
+
+def sphere_of_mass(mass, folder):
+    """The bundled sphere, with a grid that follows it, with another excess mass [kg]."""
+    text = json.loads((ROOT / "assets" / "sphere_follow.json").read_text())
+    for link in text["links"].values():
+        link["mass"] = mass / 2
+    file = folder / "sphere.json"
+    file.write_text(json.dumps(text))
+    zero = np.zeros(3)
+    return drelt.SkeletonDynamics(drelt.skeletonFromJson(str(file), HOST), 400, HOST, zero, zero)
+
+
+def test_a_sphere_as_heavy_as_the_fluid_goes_with_the_stream(tmp_path):
+    params = make_params(**STREAM)
+    for refused, change, message in (
+        (0.0, {}, "mass"),
+        (0.0, {"coupling": SEMI_IMPLICIT, "slip_ratio": 0.3}, "slip"),
+        (-0.005, {"coupling": SEMI_IMPLICIT}, r"\[link\]bone_00"),  # 1.2 times the fluid inside
+    ):
+        body = sphere_of_mass(refused, tmp_path)
+        simulator, _, _ = attached(make_params(**STREAM, **change), (0, 0, 0), body=body)
+        with pytest.raises(ValueError, match=message):
+            simulator.commitInit()
+
+    params.coupling, params.retraction = SEMI_IMPLICIT, 0.8
+    body = sphere_of_mass(0.0, tmp_path)
+    simulator, _, _ = attached(params, (0, 0, 0), body=body)
+    simulator.commitInit()
+    for _ in range(100):
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+        assert body.getVelocities()[0] == pytest.approx(0.1, rel=1e-5)
+    with pytest.raises(RuntimeError):
+        simulator.step(drelt.COUPLE_MODE.NO_FLUID)  # nothing to move without the fluid
 
 
 def test_options_are_taken_at_commit_only():

@@ -238,7 +238,7 @@ def test_waiting_threads_spin_for_a_short_time_only():
         line = next(line for line in done.stderr.splitlines() if "GOMP_SPINCOUNT" in line)
         return int(line.split("'")[1]), done.stdout.splitlines()[-1]
 
-    assert spin() == (10000, "None")
+    assert spin() == (2000, "None")
     assert spin(GOMP_SPINCOUNT="7") == (7, "7")
     assert spin(OMP_WAIT_POLICY="passive") == (0, "None")
 

@@ -14,7 +14,7 @@ def _load_with_short_spin():
     settings = ("OMP_WAIT_POLICY", "GOMP_SPINCOUNT", "KMP_BLOCKTIME")
     chosen = any(name in _os.environ for name in settings)
     if not chosen:
-        _os.environ["GOMP_SPINCOUNT"] = "10000"
+        _os.environ["GOMP_SPINCOUNT"] = "2000"
     try:
         _import_module(__name__ + ".drelt")
     finally:
