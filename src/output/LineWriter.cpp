@@ -61,6 +61,7 @@ bool mlVTKWrtier::writeTrajectory(const mlTrajectory<double, 3>* trajectory,
     text.rows(positions);
     text << "LINES 1 " << count + 1 << "\n";
     appendCell(text, 0, count);
+    // sic: prescribed text
     text << "POINT_DATA " << count << "\n"
          << "VECTORS tagents double\n";
     text.rows(tangents);

@@ -62,6 +62,7 @@ Shader::Shader(const std::string& vertexFile, const std::string& fragmentFile) {
         vertexSource = readFile(vertexFile);
         fragmentSource = readFile(fragmentFile);
     } catch (const std::ios_base::failure&) {
+        // sic: prescribed text
         std::cout << "ERROR::SHADER::FILE_NOT_SUCCESFULLY_READ" << std::endl;
     }
     const unsigned vertex = compile(GL_VERTEX_SHADER, "VERTEX", vertexSource);

@@ -27,7 +27,7 @@ void glTrajectory::release() {
 void glTrajectory::draw(const Shader& shader) {
     if (!begin(shader)) return;
     glBindVertexArray(vertexArray_);
-    glDrawArrays(GL_LINE_STRIP, 0, pointCount_ - 1);
+    glDrawArrays(GL_LINE_STRIP, 0, pointCount_ - 1);  // sic: prescribed value
     glBindVertexArray(0);
 }
 
