@@ -174,10 +174,11 @@ void bindTrajectory(py::module_& module) {
         "to the body's projection on the path. It raises IndexError without samples and for an\n"
         "index past the last one.");
     LineClass line(module, "debugLine", "A line through vertices, for VTKWriter.");
-    WriterClass writer(module, "VTKWriter",
-                       "Writes VTK legacy files as text, and makes missing folders. It reports a "
-                       "file that\n"
-                       "it cannot write only by returning False.");
+    WriterClass writer(
+        module, "VTKWriter",
+        "Writes VTK legacy files as text, and makes missing folders. For a file that "
+        "it\n"
+        "cannot write it returns False, and prints one warning per folder.");
     ControllerClass controller(
         module, "PDControl1D",
         "Proportional-derivative controller of one value. Its output is\n"
