@@ -6,10 +6,8 @@ namespace drelt {
 // Opened for the life of the process: drivers leave threads and exit handlers behind.
 class SharedLibrary {
 public:
-    // No error where there is no such library; then isOpen is false.
+    // No error where there is no such library; then it has no functions.
     explicit SharedLibrary(const char* soname);
-
-    bool isOpen() const { return handle_ != nullptr; }
 
     // Sets `function` to the library's function of this name, and returns whether there is one.
     template <class Function>
