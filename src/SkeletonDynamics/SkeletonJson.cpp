@@ -1,6 +1,9 @@
 // Reader of description files.
 #include <fstream>
+#include <ios>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "SkeletonDynamics/SkeletonDescription.h"
@@ -25,7 +28,7 @@ private:
     std::string text_;
 };
 
-// Runs `read` and adds the place to the JSON library's errors.
+// Runs `read` and adds the place to the errors of the JSON library and of the stream.
 template <class Read>
 auto located(const std::string& place, Read&& read) {
     try {
@@ -36,6 +39,8 @@ auto located(const std::string& place, Read&& read) {
         throw Located<json::type_error>(error, place);
     } catch (const json::out_of_range& error) {
         throw Located<json::out_of_range>(error, place);
+    } catch (const std::ios_base::failure& error) {  // a folder, or a disk that fails
+        throw std::runtime_error(std::string(error.what()) + " (" + place + ")");
     }
 }
 

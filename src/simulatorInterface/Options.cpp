@@ -114,7 +114,6 @@ void coupledLBM_sim3D::takeOptions(mlSinglePhaseSolverNew& next) const {
     next.openPlanes = p.open_planes;
     next.farDensity = p.far_density;
     next.current = currentOf(p);
-    next.coupling = p.coupling;
 }
 
 void coupledLBM_sim3D::retractSamples() {

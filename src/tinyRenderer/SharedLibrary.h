@@ -6,10 +6,8 @@ namespace drelt {
 // Stays open until the process ends: drivers leave threads and exit handlers behind.
 class SharedLibrary {
 public:
-    // A missing library is no error; then isOpen is false.
+    // A missing library is no error; then it has no functions.
     explicit SharedLibrary(const char* soname);
-
-    bool isOpen() const { return handle_ != nullptr; }
 
     // Sets `function` to the library's function of this name; returns whether there is one.
     template <class Function>

@@ -26,5 +26,6 @@ _load_with_short_spin()
 
 from .drelt import *  # noqa: E402, F403
 
-# the package shows the extension's names, not the extension
-del drelt, _load_with_short_spin  # noqa: F821
+# The package shows the extension's names, not the extension. A reload does not bind the extension again.
+globals().pop("drelt", None)
+del _load_with_short_spin

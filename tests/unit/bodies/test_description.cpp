@@ -238,6 +238,8 @@ TEST_F(Reader, FilesThatCannotBeParsed) {
         AllOf(HasSubstr("parse_error"), HasSubstr("in 'nowhere.json', which cannot be opened")));
     EXPECT_THAT(messageOf<json::parse_error>([this] { readText("{\"model_file\": "); }),
                 AllOf(HasSubstr("parse_error"), HasSubstr("(in '" + path + "')")));
+    EXPECT_THAT(messageOf<std::runtime_error>([] { skeletonFromJson("assets", test::device()); }),
+                HasSubstr("(in 'assets')"));
 }
 
 TEST_F(Reader, ErrorsNameTheWantedTypeAndTheKey) {
