@@ -59,6 +59,11 @@ void skWorld::addSkeleton(const std::shared_ptr<skSystem>& system) {
             "make a second body, or delete the other world first");
     }
     systems_.push_back(system);
+    // DART would choose the same name and print a line about it
+    const std::string name = system->skeleton()->getName();
+    for (int i = 1; world_->getSkeleton(system->skeleton()->getName()); ++i) {
+        system->skeleton()->setName(name + "(" + std::to_string(i) + ")");
+    }
     world_->addSkeleton(system->skeleton());
 }
 

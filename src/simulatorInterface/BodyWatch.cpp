@@ -50,8 +50,7 @@ void BodyWatch::look(skWorld& world, const mlFlow& domain, int step) {
              std::to_string(world.getSkeleton(i)->sampler().sampleCount()) + " samples of body " +
              std::to_string(i) + " ('" + world.getSkeleton(i)->description()->mesh->filePath +
              "') lie outside the fluid box, where no fluid acts on them; make the box larger "
-             "(width, "
-             "height, depth) or move its centre (x0, y0, z0)");
+             "(width, height, depth) or move its centre (x0, y0, z0)");
     }
 }
 

@@ -13,7 +13,7 @@ struct mlFlow;
 class BodyWatch {
 public:
     // Steps between two looks. A look copies the positions of all samples to the host.
-    static constexpr int kSteps = 64;
+    static constexpr int kSteps = 16;
 
     // Forgets which bodies were reported.
     void start();

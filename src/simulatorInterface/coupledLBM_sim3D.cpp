@@ -165,6 +165,20 @@ void coupledLBM_sim3D::centreOnBody() {
 void coupledLBM_sim3D::step(couplingMode couple_mode) {
     requireCouplingMode(couple_mode, "step");
     requireSolver("step");
+    try {
+        advance(couple_mode);
+    } catch (...) {
+        // a body that has left the box is often why the step failed
+        watch_.look(*world, *lbmvec.front(), iterNum);
+        throw;
+    }
+    ++iterNum;
+    if (iterNum % BodyWatch::kSteps == 0 && advancesFluid(couple_mode)) {
+        watch_.look(*world, *lbmvec.front(), iterNum);
+    }
+}
+
+void coupledLBM_sim3D::advance(couplingMode couple_mode) {
     world->requireBoundedMotion(couple_mode, solver->scale.dt, solver->scale.l0p / solver->scale.N);
     if (params.front()->use_gpu == 1 && advancesFluid(couple_mode)) {
         if (syncState == HostNewer) {
@@ -176,10 +190,6 @@ void coupledLBM_sim3D::step(couplingMode couple_mode) {
     }
     solver->step(couple_mode);
     sampleMarkers();
-    ++iterNum;
-    if (iterNum % BodyWatch::kSteps == 0 && advancesFluid(couple_mode)) {
-        watch_.look(*world, *lbmvec.front(), iterNum);
-    }
 }
 
 void coupledLBM_sim3D::sampleMarkers() {

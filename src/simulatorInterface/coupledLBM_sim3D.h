@@ -137,6 +137,7 @@ private:
     void checkMemory(const mlSinglePhaseSolverNew& next) const;
     void initialise();
     void releaseWorld();
+    void advance(couplingMode couple_mode);
     void sampleMarkers();
     void centreOnBody();
     void bringToHost();

@@ -164,3 +164,23 @@ def test_bodies_outside_the_box_are_said_once(capfd):
 def test_bodies_inside_the_box_are_not_said(capfd):
     assert run(make_params(), steps=65)
     assert "[warning]" not in capfd.readouterr().err
+
+
+def test_body_that_leaves_the_box_is_named_before_its_divergence(capfd):
+    simulator, world = drelt.make_simulator(make_params(), HOST), make_world()
+    world.setGravity([40.0, 0, 0])
+    simulator.attachWorld(world)
+    simulator.commitInit()
+    with pytest.raises(RuntimeError, match="diverged"):
+        for _ in range(300):
+            simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    assert "lie outside the fluid box" in capfd.readouterr().err
+
+
+def test_two_equal_bodies_print_nothing_at_verbosity_zero(capfd):
+    drelt.setVerbosity(0)
+    try:
+        make_world(make_body(), make_body(at=(0.02, 0, 0)))
+    finally:
+        drelt.setVerbosity(1)
+    assert capfd.readouterr().out == ""
