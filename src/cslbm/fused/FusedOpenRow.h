@@ -9,6 +9,8 @@
 namespace drelt {
 namespace DRELT_FUSED_ISA {
 
+constexpr std::ptrdiff_t kLineFloats = 16;  // of a cache line
+
 // The populations of a pack; `base` is its first node in the row of populations.
 struct RowPackAt {
     const FusedState& s;
@@ -40,7 +42,14 @@ DRELT_HOST_DEVICE void visitOpenRun(const FusedState& s, int y, int z, int x0, i
     const float* const second = s.populations +
                                 rowStart(s, behind(fromY, s.ny, 1), behind(fromZ, s.nz, 2), 27) +
                                 (behind(x0 + shift, s.nx, 0) - x0);
+    // The row of `second` two rows ahead: no other loop prefetches it.
+    const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
+    const std::ptrdiff_t share =
+        normal.axis == 2 ? (27 * s.pitch / kLineFloats + packs - 1) / packs : 0;
+    const float* next = second + 2 * 27 * s.pitch;
     for (std::ptrdiff_t x = x0; x < x1; x += kLanes) {
+        for (std::ptrdiff_t i = 0; i < share; ++i, next += kLineFloats)
+            __builtin_prefetch(next, 0, 3);
         const int lanes = static_cast<int>(x1 - x < kLanes ? x1 - x : kLanes);
         take(openPopulations<Pack>(s.planes, normal, RowPackAt{s, first + x},
                                    RowPackAt{s, second + x}),
@@ -104,17 +113,18 @@ static void openCharacteristicRow(const FusedState& s, int y, int z) {
         return;
     }
     float* const to = s.populations + rowStart(s, y, z, 27);
-    visitOpenNodes(s, y, z, 0, s.nx, [&](const auto& f, std::ptrdiff_t x, int lanes) {
-        forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
-            using E = TowardOf<decltype(e)>;
-            float* const place = to + s.place[E::code] + x;
-            if (lanes == kLanes) {
-                storePack(place, f(E{}));
-            } else {
-                storeLanes(place, f(E{}), lanes);
-            }
-        });
-    });
+    visitOpenNodes(s, y, z, 0, s.nx,
+                   [&](const auto& f, std::ptrdiff_t x, int lanes) DRELT_LAMBDA_INLINE {
+                       forEachDirection([&](auto e) DRELT_LAMBDA_INLINE {
+                           using E = TowardOf<decltype(e)>;
+                           float* const place = to + s.place[E::code] + x;
+                           if (lanes == kLanes) {
+                               storePack(place, f(E{}));
+                           } else {
+                               storeLanes(place, f(E{}), lanes);
+                           }
+                       });
+                   });
 }
 
 // See FusedSweeps::fillOpenNodes.
