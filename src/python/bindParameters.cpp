@@ -66,11 +66,9 @@ void bindOptions(py::class_<simParams, std::shared_ptr<simParams>>& params) {
             "0. Reading gives a copy.")
         .def_readwrite(
             "normalised_weights", &simParams::normalised_weights,
-            "With SEMI_IMPLICIT: weights the force of each sample by how its neighbours overlap "
-            "it,\n"
-            "for light, thin or overlapping skins. Less slip, slightly less damping. False by "
-            "default;\n"
-            "taken at commitInit.")
+            "Weights of the samples by how far their neighbours overlap them. Not implemented: "
+            "commitInit\n"
+            "refuses True. False by default.")
         .def_readwrite(
             "retraction", &simParams::retraction,
             "How far samples stand inside the skin [node spacings], which makes up for the width "

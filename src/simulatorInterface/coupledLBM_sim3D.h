@@ -12,6 +12,7 @@
 #include "cslbm/mlsolver/couplingMode.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
+#include "platform/vector3.h"
 #include "simulatorInterface/BodyWatch.h"
 #include "simulatorInterface/simParams.h"
 
