@@ -65,11 +65,6 @@ void bindOptions(py::class_<simParams, std::shared_ptr<simParams>>& params) {
             "of\n"
             "0. Reading gives a copy.")
         .def_readwrite(
-            "normalised_weights", &simParams::normalised_weights,
-            "Weights of the samples by how far their neighbours overlap them. Not implemented: "
-            "commitInit\n"
-            "refuses True. False by default.")
-        .def_readwrite(
             "retraction", &simParams::retraction,
             "How far samples stand inside the skin [node spacings], which makes up for the width "
             "of "

@@ -65,10 +65,6 @@ void coupledLBM_sim3D::checkOptions() const {
     simParams& p = *params.front();
     requireMember("coupling", "COUPLING", static_cast<int>(p.coupling), 2);
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
-    if (p.normalised_weights) {
-        throw std::invalid_argument(
-            "commitInit: normalised_weights is not implemented; set it to False");
-    }
     if (!(std::fabs(p.far_density - 1.0) <= kLargestDensityChange)) {
         throw std::invalid_argument("commitInit: far_density is " + text(p.far_density) +
                                     "; give 0.9 to 1.1 reference densities");

@@ -41,7 +41,6 @@ public:
 
     // Options, as of the next commitInit. With the defaults a step is the plain one.
     Coupling coupling = Coupling::Explicit;
-    bool normalised_weights = false;  // not implemented: a commit refuses true
     float retraction = 0;             // depth of the samples inside the skin [node spacings]
     OpenPlaneKind open_planes = OpenPlaneKind::Copy;
     float far_density = 1;            // of the far state, over the reference density

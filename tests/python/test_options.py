@@ -51,7 +51,7 @@ def test_defaults_are_the_plain_step():
     params = drelt.make_simParams()
     assert params.coupling == drelt.COUPLING.EXPLICIT
     assert params.open_planes == drelt.OPEN_PLANES.COPY
-    assert (params.normalised_weights, params.retraction, params.far_density) == (False, 0, 1)
+    assert (params.retraction, params.far_density) == (0, 1)
     given = params.current
     given[0] = 3
     assert params.current.tolist() == [0, 0, 0], "reading gives a copy"
@@ -67,7 +67,6 @@ def test_defaults_are_the_plain_step():
         ({"retraction": -0.5}, r"retraction is -0\.5 node spacings"),
         ({"retraction": np.inf}, "retraction is inf"),
         ({"retraction": 4.2}, r"0\.0105 m, more than half the largest extent of body 0"),
-        ({"normalised_weights": True}, "normalised_weights is not implemented"),
         ({"current": [0.1, 0, 0]}, r"current is \(0\.1, 0, 0\) m/s, but the open planes copy"),
         ({"current": [0, np.nan, 0], "open_planes": CHARACTERISTIC}, "three finite numbers"),
         # 0.05 / 0.1 lattice units to 1 m/s

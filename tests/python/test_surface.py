@@ -38,7 +38,6 @@ class simParam
     setup_mode: SETUP_MODE
     get_tp() -> float
     coupling: COUPLING
-    normalised_weights: bool
     retraction: float
     open_planes: OPEN_PLANES
     far_density: float
