@@ -41,7 +41,7 @@ public:
 
     // Options, as of the next commitInit. With the defaults a step is the plain one.
     Coupling coupling = Coupling::Explicit;
-    float retraction = 0;             // depth of the samples inside the skin [node spacings]
+    float retraction = 0;  // depth of the samples inside the skin [node spacings]
     OpenPlaneKind open_planes = OpenPlaneKind::Copy;
     float far_density = 1;            // of the far state, over the reference density
     std::array<double, 3> current{};  // velocity of the far fluid and, at the start, of all fluid
