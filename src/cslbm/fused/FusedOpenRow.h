@@ -46,7 +46,7 @@ DRELT_HOST_DEVICE void visitOpenRun(const FusedState& s, int y, int z, int x0, i
     const std::ptrdiff_t packs = (s.nx + kLanes - 1) / kLanes;
     const std::ptrdiff_t share =
         normal.axis == 2 ? (27 * s.pitch / kLineFloats + packs - 1) / packs : 0;
-    const float* next = second + 2 * 27 * s.pitch;
+    const float* next = second + s.pitch * 27 * 2;
     for (std::ptrdiff_t x = x0; x < x1; x += kLanes) {
         for (std::ptrdiff_t i = 0; i < share; ++i, next += kLineFloats)
             __builtin_prefetch(next, 0, 3);
