@@ -44,7 +44,6 @@ struct Additions {
 };
 
 // The sum of the populations.
-
 template <class V, class Populations>
 DRELT_HOST_DEVICE V massOf(const Populations& f) {
     // Small populations first, as in mlCalOneOrderMomentOptKernel, but in pairs.
