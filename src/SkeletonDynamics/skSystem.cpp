@@ -281,6 +281,7 @@ void skSystem::reset() {
     skeleton_->resetGeneralizedForces();
     skeleton_->clearExternalForces();  // left by a step that was not completed
     skeleton_->resetAccelerations();
+    sampler_->clearForces();
     update();
 }
 

@@ -11,5 +11,8 @@ void bindSkeleton(pybind11::module_& module);
 void bindSimulator(pybind11::module_& module);
 void bindTrajectory(pybind11::module_& module);
 void bindRenderer(pybind11::module_& module);
+void bindFieldUnits(pybind11::module_& module);
+// Needs the classes of bindSkeleton and bindSimulator.
+void bindFields(pybind11::module_& module);
 
 }  // namespace drelt

@@ -19,7 +19,13 @@ TAKEN = (
     (re.compile(r"\blist\["), "typing.Sequence["),
     (re.compile(r": int\b"), ": typing.SupportsIndex"),
 )
-GIVEN = ((ARRAY, "numpy.typing.NDArray[numpy.float64]"),)
+# functions that give arrays of other numbers than float64
+GIVEN_NUMBERS = {
+    **dict.fromkeys(("getVelocity", "getDensity", "getPressure"), "float32"),
+    **dict.fromkeys(
+        ("getLayerTypes", "getSampleLinks", "getSkinFaces", "getSkinFaceLinks"), "int32"
+    ),
+}
 JOINED_FLAGS = re.compile(r"def __(?:r?and|r?or|r?xor|invert)__\(")
 NONE_RETURNED = ("getBaseLink", "getLink", "getJoint")
 HEADER = """\
@@ -45,7 +51,9 @@ def substituted(text, rules):
 def signature(line):
     """Gives a line "def name(parameters) -> result:" the types that users need."""
     taken, arrow, given = line.rpartition(" -> ")
-    given = substituted(given, GIVEN)
+    name = taken.partition("(")[0].split()[-1]
+    number = GIVEN_NUMBERS.get(name, "float64")
+    given = ARRAY.sub(f"numpy.typing.NDArray[numpy.{number}]", given)
     if JOINED_FLAGS.search(taken):
         given = given.replace("typing.Any", "int")
     if any(f"def {name}(" in taken for name in NONE_RETURNED):

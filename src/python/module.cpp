@@ -73,10 +73,10 @@ PYBIND11_MODULE(drelt, module) {
     // While the classes are made, the module has the package's name, so classes and pickles name the package.
     const py::object loadedAs = module.attr("__name__");
     module.attr("__name__") = "drelt";
-    bindGroup(module, {drelt::bindEnumerations});
+    bindGroup(module, {drelt::bindEnumerations, drelt::bindFieldUnits});
     bindGroup(module, {drelt::bindParameters});
     bindGroup(module, {drelt::bindSkeleton});
-    bindGroup(module, {drelt::bindSimulator});
+    bindGroup(module, {drelt::bindSimulator, drelt::bindFields});
     bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});
     bindGroup(module, {bindMessages});
     refuseUnconstructed(module);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Markers/Markers.h"
+#include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/skSystem.h"
 #include "platform/check.h"
 #include "platform/messages.h"
@@ -112,6 +113,9 @@ void coupledLBM_sim3D::initialise() {
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
     retractSamples();
+    for (int s = 0; s < world->getNumSkeletons(); ++s) {
+        world->getSkeleton(s)->sampler().beginCoupling(lbmvec.front()->param->dx);
+    }
     solver->world = world;
     solver->boundaries = world->getBoundaries();
     const Vector3<float> start = startVelocity();

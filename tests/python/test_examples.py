@@ -49,6 +49,15 @@ def test_a_sphere_in_a_stream_has_a_drag_and_a_wake(tmp_path):
     assert (tmp_path / "current.png").stat().st_size > 10000
 
 
+def test_a_vortex_ring_travels_as_saffman_says(tmp_path):
+    printed = run_example("vortex_ring", tmp_path, "--nodes", "8")
+    speed, reference = map(
+        float, re.search(r"speed (\S+) m/s, Saffman (\S+) m/s", printed).groups()
+    )
+    assert speed == pytest.approx(reference, rel=0.05)
+    assert (tmp_path / "vortex_ring.png").stat().st_size > 10000
+
+
 @pytest.mark.parametrize(("body", "nodes"), [("swimmer", "24"), ("eel", "32")])
 def test_swimmers_as_heavy_as_the_fluid_swim_on_a_coarse_grid(tmp_path, body, nodes):
     size = ("--nodes", nodes, "--cycles", "1", "--no-frames")

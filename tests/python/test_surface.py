@@ -2,7 +2,8 @@
 
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
 may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
-three or any number of rows, fvec3 is one of float32 with three. A function's docstring is in the
+three or any number of rows, fvec3 is one of float32 with three; rows have three columns, indices are
+int32, and fields have any shape. A function's docstring is in the
 table only if its words are fixed.
 """
 
@@ -17,6 +18,7 @@ enum COUPLE_MODE: NO_FLUID = 2, ONE_WAY = 1, TWO_WAY = 0, EMPIRICAL = 3
 enum SAVE_FLAG: BODY = 1, FLUID = 2
 enum COUPLING: EXPLICIT = 0, SEMI_IMPLICIT = 1
 enum OPEN_PLANES: COPY = 0, CHARACTERISTIC = 1, CHARACTERISTIC_CONSTANT = 2
+enum UNITS: LATTICE = 0, SI = 1
 
 make_simParams() -> simParam
 class simParam
@@ -99,6 +101,15 @@ class SkeletonDynamics
     getCommands() -> vecm
     setCommands(_: vecm) -> None
     getMarkers() -> Markers
+    getSamplePositions() -> rows
+    getSampleVelocities() -> rows
+    getSampleForces() -> rows
+    getSampleLinks() -> indices
+    getSampleArea() -> float
+    getSkinVertices() -> rows
+    getSkinFaces() -> index rows
+    getSkinFaceLinks() -> indices
+    getLinkNames() -> list of str
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None
@@ -127,6 +138,17 @@ class simulator3D
     saveFluidData(fluid_name: str) -> None
     setCurrent(velocity: vec3) -> None
     getCurrent() -> vec3
+    getVelocity(units: UNITS = UNITS.SI) -> field of float32
+    getDensity(units: UNITS = UNITS.SI) -> field of float32
+    getPressure(units: UNITS = UNITS.SI) -> field of float32
+    getSpreadForce(units: UNITS = UNITS.SI) -> field of float64
+    getLayerTypes() -> field of int32
+    getGridOrigin() -> vec3
+    getGridSpacing() -> float
+    getGridShape() -> tuple
+    getGridVelocity() -> vec3
+    toDataset(units: UNITS = UNITS.SI) -> object
+    setFields(velocity: field of float64, density: Optional[field of float64] = None, non_equilibrium: bool = True, units: UNITS = UNITS.SI) -> None
 
 make_trajectory() -> poseTrajectory
 make_tpPoint() -> trajectoryPosePoint3d
@@ -188,6 +210,10 @@ def plain(signature):
     text = re.sub(r"\barg\d+: ", "", text)
     text = re.sub(r"numpy\.ndarray\[numpy\.float64\[(3|m), 1\]\]", r"vec\1", text)
     text = text.replace("numpy.ndarray[numpy.float32[3, 1]]", "fvec3")
+    text = text.replace("numpy.ndarray[numpy.float64[m, 3]]", "rows")
+    text = text.replace("numpy.ndarray[numpy.int32[m, 3]]", "index rows")
+    text = text.replace("numpy.ndarray[numpy.int32[m, 1]]", "indices")
+    text = re.sub(r"numpy\.ndarray\[numpy\.(\w+)\]", r"field of \1", text)
     text = re.sub(r"\b[Ll]ist\[(\w+)\]", r"list of \1", text)
     text = re.sub(r"array\(\[([^]]*)\](, dtype=float32)?\)", r"(\1)", text)
     return re.sub(r"\b(\d+)\.0?(?=\W)", r"\1", text)

@@ -140,6 +140,23 @@ void IBSamplerMesh::setRetraction(double distance) {
     if (boundary_ != nullptr) uploadInsets();
 }
 
+void IBSamplerMesh::beginCoupling(double spacing) {
+    spacing_ = spacing;
+    clearForces();
+}
+
+void IBSamplerMesh::clearForces() {
+    if (boundary_ == nullptr) return;
+    checkCudaErrors(cudaSetDevice(gpuId));
+    double* const host[] = {boundary_->forcex, boundary_->forcey, boundary_->forcez};
+    double* const device[] = {mgr_.forcex_dev, mgr_.forcey_dev, mgr_.forcez_dev};
+    const std::size_t bytes = sizeof(double) * static_cast<std::size_t>(boundary_->count);
+    for (int a = 0; a < 3; ++a) {
+        std::fill_n(host[a], boundary_->count, 0.0);
+        checkCudaErrors(cudaMemcpy(device[a], host[a], bytes, cudaMemcpyHostToDevice));
+    }
+}
+
 void IBSamplerMesh::placeSamples(int sampleNum) {
     samples.clear();
     sampleLinks.clear();

@@ -32,6 +32,12 @@ public:
     void setRetraction(double distance);
     double retraction() const { return retraction_; }
 
+    // A coupling to a grid with this node spacing [m] begins: no sample has a force yet.
+    void beginCoupling(double spacing);
+    double spacing() const { return spacing_; }  // 0 before a coupling
+    // Sets the forces of all samples to 0, as before the first step.
+    void clearForces();
+
     void updateOnHost() override;    // normals are not normalised
     void updateOnDevice() override;  // normals have unit length
     void allocateDevice() override;
@@ -54,6 +60,7 @@ private:
     IBBoundaryMemMgr mgr_;
     mlLagrangeBoundary* boundary_ = nullptr;
     double retraction_ = 0;  // [m]
+    double spacing_ = 0;     // of the nodes [m]
     std::vector<float> insets_;
     float* insets_dev_ = nullptr;  // null while insets_ is empty
 

@@ -75,6 +75,11 @@ public:
     // keeps no layer data.
     virtual void uploadForcesAndPml(const mlFlow& host) = 0;
 
+    // Sets the fluid on the device between two steps: takes f, rou and ux, uy, uz (raw momentum) of the
+    // given record, whose other fields may be null. The populations after collision become f, and for
+    // the layer the step before had the same fluid. The domain's host record is older afterwards.
+    virtual void setFluid(const mlFlow& fluid) = 0;
+
     // Fills f, fPost, rou, ux uy uz and Sopt of a host record, where not null, from the device.
     virtual void materialise(mlFlow& host) const = 0;
 

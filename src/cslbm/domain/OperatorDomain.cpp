@@ -1,7 +1,9 @@
 #include "cslbm/domain/OperatorDomain.h"
 
 #include <type_traits>
+#include <vector>
 
+#include "cslbm/PML/PMLOperation.h"
 #include "cslbm/domain/HostState.h"
 #include "cslbm/mlsolver/FlowArrays.h"
 #include "platform/check.h"
@@ -111,6 +113,27 @@ void OperatorDomain::syncToHost(mlFlow& host) {
 void OperatorDomain::reset(mlFlow& host, const Vector3<float>& velocity) {
     resetPopulations(host, velocity);
     uploadForcesAndPml(host);
+}
+
+// A pass of the layer's operators leaves its data of the step before. They read velocities and change fPost,
+// so momentum and populations come after them.
+void OperatorDomain::setFluid(const mlFlow& fluid) {
+    const auto count = static_cast<std::size_t>(fluid.count);
+    mlFlow moving = fluid;
+    std::vector<float> velocity[3];
+    float* mlFlow::*const axes[3] = {&mlFlow::ux, &mlFlow::uy, &mlFlow::uz};
+    for (int a = 0; a < 3; ++a) {
+        velocity[a].resize(count);
+        for (std::size_t n = 0; n < count; ++n) {
+            velocity[a][n] = (fluid.*axes[a])[n] / fluid.rou[n].value;
+        }
+        moving.*axes[a] = velocity[a].data();
+    }
+    upload(moving, &mlFlow::rou, &mlFlow::ux, &mlFlow::uy, &mlFlow::uz);
+    PML_Operation(record_, param_);
+    mlFlow given = fluid;
+    given.fPost = given.f;
+    upload(given, &mlFlow::f, &mlFlow::fPost, &mlFlow::ux, &mlFlow::uy, &mlFlow::uz);
 }
 
 void OperatorDomain::uploadForcesAndPml(const mlFlow& host) {

@@ -30,6 +30,7 @@ public:
     void requireResettable(const mlFlow&) const override {}
     void reset(mlFlow& host, const Vector3<float>& velocity) override;
     void uploadForcesAndPml(const mlFlow& host) override;
+    void setFluid(const mlFlow& fluid) override;
     void materialise(mlFlow& host) const override;
 
     // A copy of the device record on the host: its pointers are device addresses.

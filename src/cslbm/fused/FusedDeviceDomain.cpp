@@ -200,7 +200,9 @@ void FusedDeviceDomain::prepareCoupling(const mlLagrangeBoundary* samples, int c
 void FusedDeviceDomain::load(const mlFlow& host) {
     const std::size_t bytes = nodes_ * sizeof(float);
     _MLCuMemcpy(state_.now.rho, host.rou, bytes, cudaMemcpyHostToDevice);
-    _MLCuMemcpy(state_.base.sopt, host.Sopt, bytes, cudaMemcpyHostToDevice);
+    if (host.Sopt != nullptr) {
+        _MLCuMemcpy(state_.base.sopt, host.Sopt, bytes, cudaMemcpyHostToDevice);
+    }
     upload(host);
 }
 
@@ -248,6 +250,18 @@ void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
     _MLCuMemcpy(before.rho, rou, bytes, cudaMemcpyHostToDevice);
     launchNodes<&fused_device::clearKernel>(before.momentum[0], before.momentum[1],
                                             before.momentum[2]);
+    std::fill_n(before.halfAcceleration, 3, 0.0f);
+}
+
+void FusedDeviceDomain::setStepBefore(const mlFlow& fluid) {
+    if (state_.base.width == 0) return;
+    DeviceMoments& before = state_.before;
+    const std::size_t bytes = nodes_ * sizeof(float);
+    const float* const from[3] = {fluid.ux, fluid.uy, fluid.uz};
+    _MLCuMemcpy(before.rho, fluid.rou, bytes, cudaMemcpyHostToDevice);
+    for (int a = 0; a < 3; ++a) {
+        _MLCuMemcpy(before.momentum[a], from[a], bytes, cudaMemcpyHostToDevice);
+    }
     std::fill_n(before.halfAcceleration, 3, 0.0f);
 }
 

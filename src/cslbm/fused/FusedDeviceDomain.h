@@ -22,6 +22,7 @@ public:
     void load(const mlFlow& host) override;
     void upload(const mlFlow& host) override;
     void resetLayer(const mlDensity<float>* rou) override;
+    void setStepBefore(const mlFlow& fluid) override;
     void step(const FrameMotion& motion) override;
     mlFlow* record() override { return record_; }
     bool holdsMoments() const override { return true; }

@@ -62,7 +62,7 @@ void FusedDomain::load(const mlFlow& host) {
     forEachRow([&](int y, int z) {
         const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
         copyRow(momentRows(s, s.moments, y, z).rho, &host.rou[n].value, s.nx);
-        copyRow(s.sopt + rowStart(s, y, z, 1), host.Sopt + n, s.nx);
+        if (host.Sopt != nullptr) copyRow(s.sopt + rowStart(s, y, z, 1), host.Sopt + n, s.nx);
     });
     upload(host);
 }
@@ -121,6 +121,22 @@ void FusedDomain::resetLayer(const mlDensity<float>* rou) {
         if (reference_ != nullptr) copyRow(reference_ + rowStart(s, y, z, 1), from, s.nx);
     });
     s.reference = reference_;
+}
+
+void FusedDomain::setStepBefore(const mlFlow& fluid) {
+    const FusedState& s = state_;
+    if (momentsBefore_ == nullptr) return;
+    forEachRow([&](int y, int z) {
+        const std::ptrdiff_t n = (static_cast<std::ptrdiff_t>(s.ny) * z + y) * s.nx;
+        const MomentRows to = momentRows(s, momentsBefore_, y, z);
+        for (int x = 0; x < s.nx; ++x) {
+            const float rho = fluid.rou[n + x].value;
+            to.rho[x] = rho;
+            to.ux[x] = fluid.ux[n + x] / rho;
+            to.uy[x] = fluid.uy[n + x] / rho;
+            to.uz[x] = fluid.uz[n + x] / rho;
+        }
+    });
 }
 
 // Clears the spread forces that no step has consumed.

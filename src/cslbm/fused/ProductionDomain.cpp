@@ -165,6 +165,15 @@ void ProductionDomain::uploadForcesAndPml(const mlFlow&) {
         std::string("uploadForcesAndPml: the production schedule keeps no layer data") + kAdvice);
 }
 
+void ProductionDomain::setFluid(const mlFlow& fluid) {
+    mlFlow given = fluid;
+    given.Sopt = nullptr;
+    load(given);
+    setStepBefore(given);
+    fPostGiven_ = false;
+    held_ = HostPopulations::Stale;
+}
+
 mlFlow ProductionDomain::image() {
     mlFlow device{};
     _MLCuMemcpy(&device, record(), sizeof(mlFlow), cudaMemcpyDeviceToHost);

@@ -46,9 +46,10 @@ public:
     void requireResettable(const mlFlow& host) const override;
     void reset(mlFlow& host, const Vector3<float>& velocity) override;
     void uploadForcesAndPml(const mlFlow& host) override;
+    void setFluid(const mlFlow& fluid) override;
 
-    // Takes f, rou, ux uy uz (raw momentum) and Sopt of a host record as they are between two steps. For a
-    // domain just made: its layer stays at rest.
+    // Takes f, rou, ux uy uz (raw momentum) and, if not null, Sopt of a host record as they are between two
+    // steps. The layer's data stay.
     virtual void load(const mlFlow& host) = 0;
     // Takes f and ux, uy, uz. The density stays, and the next step uses it. If f is null, the populations
     // become the equilibrium at the record's rou and the uniform velocity.
@@ -56,6 +57,8 @@ public:
     // Sets the layer to rest at the given density, which becomes the density of its reference
     // equilibrium, and drops the spread forces.
     virtual void resetLayer(const mlDensity<float>* rou) = 0;
+    // Makes rou and ux, uy, uz (raw momentum) of a record those of the step before, for the layer.
+    virtual void setStepBefore(const mlFlow& fluid) = 0;
     // Call it for all nodes whose force arrays are written before the next step.
     virtual void announceForces(const NodeBox* boxes, int count) = 0;
     // Besides what FluidDomain says: fPost, if not null, as the last step left it; before the first step
