@@ -2,12 +2,10 @@
 // it from the repository's root, which holds the assets.
 #include <benchmark/benchmark.h>
 #include <omp.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -15,51 +13,15 @@
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "MeshLoad/SkeletalMesh.h"
-#include "SkeletonDynamics/SkeletonDescription.h"
 #include "bandwidth.h"
 #include "bench_flow.h"
+#include "falling_sphere.h"
 #include "platform/runtime.h"
 #include "rows.h"
 #include "setup.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
 
 namespace drelt::bench {
 namespace {
-
-using Eigen::Vector3d;
-
-double residentBytes() {
-    std::ifstream statm("/proc/self/statm");
-    double pages = 0;
-    double resident = 0;
-    statm >> pages >> resident;
-    return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-// A sphere of 16 nodes per diameter in a box of the given grid.
-std::unique_ptr<coupledLBM_sim3D> scene(const Grid& grid, int samples, Schedule schedule) {
-    auto p = std::make_shared<simParams>();
-    p->setup_mode = simParams::MANUAL;
-    p->N = 16;
-    p->l0p = 0.02f;
-    p->u0p = p->u0k = 0.1f;
-    p->visp = 4e-5f;
-    p->rou0p = 1000;
-    // half a spacing less than the count, so that rounding cannot change the number of nodes
-    p->width = (static_cast<float>(grid.nx) - 0.5f) * 0.00125f;
-    p->height = (static_cast<float>(grid.ny) - 0.5f) * 0.00125f;
-    p->depth = (static_cast<float>(grid.nz) - 0.5f) * 0.00125f;
-    p->pml_width = grid.pml_width;
-    auto simulator = std::make_unique<coupledLBM_sim3D>(p, setup().device);
-    const auto world = std::make_shared<skWorld>(Vector3d(0.5, 0, 0));
-    world->addSkeleton(
-        std::make_shared<skSystem>(skeletonFromJson("assets/sphere.json", setup().device), samples,
-                                   setup().device, Vector3d::Zero(), Vector3d::Zero()));
-    simulator->schedule = schedule;
-    simulator->attachWorld(world);
-    simulator->commitInit();
-    return simulator;
-}
 
 void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule schedule,
                int threads) try {
@@ -67,7 +29,7 @@ void wholeStep(benchmark::State& state, const Grid& grid, int samples, Schedule 
     const int before = omp_get_max_threads();
     const double empty = residentBytes();
     const std::size_t others = platform::deviceBytesInUse();
-    const auto simulator = scene(grid, samples, schedule);
+    const auto simulator = fallingSphere(grid, samples, schedule);
     simulator->step(TWO_WAY);
     const auto nodes = static_cast<double>(simulator->lbmvec.front()->count);
     state.counters["resident_B"] = (residentBytes() - empty) / nodes;
@@ -99,7 +61,7 @@ void samplesCost(benchmark::State& state, const Grid& grid, int threads) {
     releaseBenchFlow();
     std::vector<std::unique_ptr<coupledLBM_sim3D>> simulators;
     for (const int samples : kSamples) {
-        simulators.push_back(scene(grid, samples, Schedule::Production));
+        simulators.push_back(fallingSphere(grid, samples, Schedule::Production));
         simulators.back()->step(TWO_WAY);
     }
     const int before = omp_get_max_threads();

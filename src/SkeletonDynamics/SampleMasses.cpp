@@ -31,12 +31,12 @@ void SampleMasses::reserve(int sampleCount, int linkCount) {
 
 const std::vector<LinkMassSums>& SampleMasses::sum(const skLinkData* links,
                                                    const mlLagrangeBoundary* boundary,
-                                                   const int* labels, int linkCount,
-                                                   int sampleCount, const SampleGrid& grid,
-                                                   float dx) {
+                                                   const int* labels, const double* weights,
+                                                   int linkCount, int sampleCount,
+                                                   const SampleGrid& grid, float dx) {
     reserve(sampleCount, linkCount);
     launchLinear<&sampleMassKernel>(listShape(sampleCount, 512), sampleCount, links, boundary,
-                                    labels, masses_dev_, linkCount, sampleCount, grid, dx);
+                                    labels, weights, masses_dev_, linkCount, sampleCount, grid, dx);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
     reduction_.reduce(labels, masses_dev_, sampleCount, linkCount);
@@ -55,16 +55,16 @@ const std::vector<LinkMassSums>& SampleMasses::sum(const skLinkData* links,
 }
 
 void SampleMasses::correct(const skLinkData* links, mlLagrangeBoundary* boundary, const int* labels,
-                           const std::vector<LinkVelocityGain>& gains, int sampleCount,
-                           const SampleGrid& grid, float dt) {
+                           const double* weights, const std::vector<LinkVelocityGain>& gains,
+                           int sampleCount, const SampleGrid& grid, float dt) {
     const int linkCount = static_cast<int>(gains.size());
     reserve(sampleCount, linkCount);
     checkCudaErrors(cudaMemcpy(gains_dev_, gains.data(), gains.size() * sizeof(LinkVelocityGain),
                                cudaMemcpyHostToDevice));
     const LinkVelocityGain* const there = gains_dev_;
     launchLinear<&correctSampleForceKernel>(listShape(sampleCount, 512), sampleCount, links,
-                                            boundary, labels, there, linkCount, sampleCount, grid,
-                                            dt);
+                                            boundary, labels, weights, there, linkCount,
+                                            sampleCount, grid, dt);
     checkCudaErrors(cudaGetLastError());
     checkCudaErrors(cudaDeviceSynchronize());
 }

@@ -20,16 +20,17 @@ using LinkMassSums = Eigen::Matrix<double, 10, 1>;
 using LinkVelocityGain = Eigen::Matrix<double, 6, 1>;
 
 // Forms the ten terms of sample i: 0 for a sample outside the grid, and for a label outside the links. The
-// point mass is density times area times dx, dx being the node spacing [m].
+// point mass is density times area times dx, dx being the node spacing [m], times the sample's weight.
+// `weights` may be null for 1.
 DRELT_HOST_DEVICE void sampleMass(const skLinkData* links, const mlLagrangeBoundary* boundary,
-                                  const int* labels, std::int64_t i, int linkCount,
-                                  const SampleGrid& grid, float dx, double* sums) {
+                                  const int* labels, const double* weights, std::int64_t i,
+                                  int linkCount, const SampleGrid& grid, float dx, double* sums) {
     for (int c = 0; c < 10; ++c) sums[c] = 0.0;
     const int k = labels[i];
     if (k < 1 || k >= linkCount || !grid.takes(boundary, i)) return;
-    const double mu = static_cast<double>(grid.rou0p) *
-                      static_cast<double>(boundary->rou[i].value) *
-                      static_cast<double>(boundary->sampleArea) * static_cast<double>(dx);
+    double mu = static_cast<double>(grid.rou0p) * static_cast<double>(boundary->rou[i].value) *
+                static_cast<double>(boundary->sampleArea) * static_cast<double>(dx);
+    if (weights != nullptr) mu *= weights[i];
     const link::Vec r = link::apply(links[k].inverse.data(), link::samplePosition(boundary, i));
     sums[0] = mu;
     sums[1] = mu * r.x;
@@ -45,18 +46,20 @@ DRELT_HOST_DEVICE void sampleMass(const skLinkData* links, const mlLagrangeBound
 
 DRELT_KERNEL void sampleMassKernel(LaunchIndex at, const skLinkData* links,
                                    const mlLagrangeBoundary* boundary, const int* labels,
-                                   LinkMassSums* masses, int linkCount, int sampleCount,
-                                   SampleGrid grid, float dx) {
+                                   const double* weights, LinkMassSums* masses, int linkCount,
+                                   int sampleCount, SampleGrid grid, float dx) {
     if (at.n >= sampleCount) return;
-    sampleMass(links, boundary, labels, at.n, linkCount, grid, dx, masses[at.n].data());
+    sampleMass(links, boundary, labels, weights, at.n, linkCount, grid, dx, masses[at.n].data());
 }
 
-// Adds to the force density of a sample inside the grid its density times the gain of its velocity per time.
+// Adds to the force density of a sample inside the grid its density times the gain of its velocity per time,
+// times its weight.
 // The records hold the poses before the step; dt is the time step [s].
 DRELT_KERNEL void correctSampleForceKernel(LaunchIndex at, const skLinkData* links,
                                            mlLagrangeBoundary* boundary, const int* labels,
-                                           const LinkVelocityGain* gains, int linkCount,
-                                           int sampleCount, SampleGrid grid, float dt) {
+                                           const double* weights, const LinkVelocityGain* gains,
+                                           int linkCount, int sampleCount, SampleGrid grid,
+                                           float dt) {
     if (at.n >= sampleCount) return;
     const int k = labels[at.n];
     if (k < 1 || k >= linkCount || !grid.takes(boundary, at.n)) return;
@@ -66,7 +69,8 @@ DRELT_KERNEL void correctSampleForceKernel(LaunchIndex at, const skLinkData* lin
     const link::Vec velocity = link::rotate(links[k].transform.data(), local);
     const double density =
         static_cast<double>(grid.rou0p) * static_cast<double>(boundary->rou[at.n].value);
-    const double perTime = density / static_cast<double>(dt);
+    double perTime = density / static_cast<double>(dt);
+    if (weights != nullptr) perTime *= weights[at.n];
     boundary->forcex[at.n] += perTime * velocity.x;
     boundary->forcey[at.n] += perTime * velocity.y;
     boundary->forcez[at.n] += perTime * velocity.z;
@@ -84,11 +88,11 @@ public:
     // over the samples for any number of threads.
     const std::vector<LinkMassSums>& sum(const skLinkData* links,
                                          const mlLagrangeBoundary* boundary, const int* labels,
-                                         int linkCount, int sampleCount, const SampleGrid& grid,
-                                         float dx);
+                                         const double* weights, int linkCount, int sampleCount,
+                                         const SampleGrid& grid, float dx);
     // Corrects the forces of all samples by one gain per link, given in host memory.
     void correct(const skLinkData* links, mlLagrangeBoundary* boundary, const int* labels,
-                 const std::vector<LinkVelocityGain>& gains, int sampleCount,
+                 const double* weights, const std::vector<LinkVelocityGain>& gains, int sampleCount,
                  const SampleGrid& grid, float dt);
 
 private:

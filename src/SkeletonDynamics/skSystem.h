@@ -112,8 +112,10 @@ public:
     // Gives the links their own inertia, after a step that was not completed.
     void restoreOwnInertia();
     // Throws std::invalid_argument for masses that the semi-implicit coupling cannot hold at this fluid
-    // density [kg/m^3] and node spacing [m], with all samples in the grid.
-    void requireSampleMasses(double fluidDensity, double dx);
+    // density [kg/m^3] and node spacing [m], with all samples in the grid. `weights` are those of the
+    // samples over their areas; null: 1 for all.
+    void requireSampleMasses(double fluidDensity, double dx,
+                             const std::vector<double>* weights = nullptr);
     // Why links without the mass of samples cannot be stepped; empty if they can.
     const std::string& massObstacle() const { return massObstacle_; }
     bool ownMassesPositive() const;

@@ -50,6 +50,38 @@ struct HostGrid {
     SampleGrid grid;
 };
 
+// The weights of a body's samples for loops on the host.
+struct HostWeights {
+    explicit HostWeights(IBSamplerMesh& sampler) {
+        const double* const there = sampler.boundaryMgr().weights_dev;
+        if (there == nullptr) return;
+        values.resize(static_cast<std::size_t>(sampler.sampleCount()));
+        checkCudaErrors(cudaMemcpy(values.data(), there, values.size() * sizeof(double),
+                                   cudaMemcpyDeviceToHost));
+    }
+    const double* data() const { return values.empty() ? nullptr : values.data(); }
+    std::vector<double> values;
+};
+
+// Gives the samples weights for the scope; null: 1 for all.
+class ScopedWeights {
+public:
+    ScopedWeights(IBBoundaryMemMgr& boundary, const std::vector<double>* weights)
+        : boundary_(boundary) {
+        boundary.dropWeights();
+        if (weights == nullptr) return;
+        boundary.reserveWeights();
+        checkCudaErrors(cudaMemcpy(boundary.weights_dev, weights->data(),
+                                   weights->size() * sizeof(double), cudaMemcpyHostToDevice));
+    }
+    ~ScopedWeights() { boundary_.dropWeights(); }
+    ScopedWeights(const ScopedWeights&) = delete;
+    ScopedWeights& operator=(const ScopedWeights&) = delete;
+
+private:
+    IBBoundaryMemMgr& boundary_;
+};
+
 }  // namespace
 
 bool skSystem::ownMassesPositive() const {
@@ -79,22 +111,25 @@ std::string skSystem::findMassObstacle() const {
     return {};
 }
 
-void skSystem::requireSampleMasses(double fluidDensity, double dx) {
-    std::vector<int> counts(links_->links.size(), 0);
-    for (const int label : sampler_->sampleLinks) ++counts[label];
-    const double area = sampler_->boundary() != nullptr ? sampler_->boundary()->sampleArea : 0.0;
+void skSystem::requireSampleMasses(double fluidDensity, double dx,
+                                   const std::vector<double>* weights) {
+    SemiImplicitLinks& carriers = semiImplicit();
+    const ScopedWeights given(sampler_->boundaryMgr(), weights);
+    const std::vector<LinkMassSums> sums =
+        sumSampleMasses(everywhere(fluidDensity), static_cast<float>(dx));
     for (int i = 1; i < links_->count() - 1; ++i) {
         const skLink& link = *links_->links[i];
-        const double limit = -kLightest * fluidDensity * (counts[i] * area / kDiscShare) * dx;
+        const double limit = -kHeldShare * sums[i][0];
         if (link.getMass() >= 0 || link.getMass() > limit) continue;
         std::ostringstream text;
         text << "the mass of the link '" << link.getName() << "' of '" << skeleton_->getName()
              << "' is " << link.getMass() << " kg; the semi-implicit coupling needs more than "
-             << limit << " kg: -0.45 times fluid density, wetted area and node spacing";
+             << limit << " kg: "
+             << (weights == nullptr ? "-0.45 times fluid density, wetted area and node spacing"
+                                    : "half of what normalised weights add, times -1");
         throw std::invalid_argument(text.str());
     }
-    const std::string weak =
-        semiImplicit().weakness(sumSampleMasses(everywhere(fluidDensity), static_cast<float>(dx)));
+    const std::string weak = carriers.weakness(sums);
     if (!weak.empty())
         throw std::invalid_argument("the semi-implicit coupling cannot move '" +
                                     skeleton_->getName() + "': " + weak);
@@ -111,16 +146,19 @@ SemiImplicitLinks& skSystem::semiImplicit() {
 const std::vector<LinkMassSums>& skSystem::sumSampleMasses(const SampleGrid& grid, float dx) {
     checkCudaErrors(cudaSetDevice(gpuId));
     if (useGpuPath_) {
-        return sampleMasses_->sum(
-            links_->link_data_device, sampler_->boundaryMgr().mllaboundary_gpu,
-            sampler_->sampleLinks_dev, links_->count(), sampler_->sampleCount(), grid, dx);
+        return sampleMasses_->sum(links_->link_data_device,
+                                  sampler_->boundaryMgr().mllaboundary_gpu,
+                                  sampler_->sampleLinks_dev, sampler_->boundaryMgr().weights_dev,
+                                  links_->count(), sampler_->sampleCount(), grid, dx);
     }
     const HostGrid host(grid);
+    const HostWeights weights(*sampler_);
     hostMassSums_.assign(links_->links.size(), LinkMassSums::Zero());
     for (int i = 0; i < sampler_->sampleCount(); ++i) {
         LinkMassSums mass;
         sampleMass(links_->link_data_host.data(), sampler_->boundary(),
-                   sampler_->sampleLinks.data(), i, links_->count(), host.grid, dx, mass.data());
+                   sampler_->sampleLinks.data(), weights.data(), i, links_->count(), host.grid, dx,
+                   mass.data());
         hostMassSums_[sampler_->sampleLinks[i]] += mass;
     }
     return hostMassSums_;
@@ -142,14 +180,16 @@ void skSystem::endSemiImplicit(const SampleGrid& grid, float dt) {
     checkCudaErrors(cudaSetDevice(gpuId));
     if (useGpuPath_) {
         sampleMasses_->correct(links_->link_data_device, sampler_->boundaryMgr().mllaboundary_gpu,
-                               sampler_->sampleLinks_dev, gains, sampler_->sampleCount(), grid, dt);
+                               sampler_->sampleLinks_dev, sampler_->boundaryMgr().weights_dev,
+                               gains, sampler_->sampleCount(), grid, dt);
         return;
     }
     const HostGrid host(grid);
+    const HostWeights weights(*sampler_);
     for (int i = 0; i < sampler_->sampleCount(); ++i) {
         correctSampleForceKernel({i, 0, 0, i}, links_->link_data_host.data(), sampler_->boundary(),
-                                 sampler_->sampleLinks.data(), gains.data(), links_->count(),
-                                 sampler_->sampleCount(), host.grid, dt);
+                                 sampler_->sampleLinks.data(), weights.data(), gains.data(),
+                                 links_->count(), sampler_->sampleCount(), host.grid, dt);
     }
     sampler_->copyToDevice();
 }

@@ -16,7 +16,9 @@
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skLinkMgr.h"
+#include "cslbm/gpu_inc/gpuImmersed/SampleWeights.h"
 #include "cslbm/mlimmersedbnd/SampleGrid.h"
+#include "platform/check.h"
 
 namespace drelt {
 
@@ -31,6 +33,23 @@ void throwSolverFailure(int, const char* text, std::va_list arguments) {
     char message[500];
     std::vsnprintf(message, sizeof(message), text, arguments);
     throw SolverFailure(message);
+}
+
+// Positions of a body's samples [m].
+std::vector<Eigen::Vector3d> samplePositions(IBSamplerMesh& sampler) {
+    const IBBoundaryMemMgr& boundary = sampler.boundaryMgr();
+    const auto count = static_cast<std::size_t>(sampler.sampleCount());
+    std::vector<Eigen::Vector3d> positions(count);
+    std::vector<float> axis(count);
+    int a = 0;
+    checkCudaErrors(cudaSetDevice(boundary.gpuDeviceId));
+    for (const float* there : {boundary.coordx_dev, boundary.coordy_dev, boundary.coordz_dev}) {
+        checkCudaErrors(
+            cudaMemcpy(axis.data(), there, count * sizeof(float), cudaMemcpyDeviceToHost));
+        for (std::size_t i = 0; i < count; ++i) positions[i][a] = static_cast<double>(axis[i]);
+        ++a;
+    }
+    return positions;
 }
 
 }  // namespace
@@ -190,8 +209,8 @@ void skWorld::requireBoundedMotion(int mode, double dt, double dx) const {
     }
 }
 
-void skWorld::requireCoupling(Coupling coupling, double fluidDensity, double dx,
-                              double slip) const {
+void skWorld::requireCoupling(Coupling coupling, double fluidDensity, double dx, double slip,
+                              ForcingWeights weights) const {
     const bool implicit = coupling == Coupling::SemiImplicit;
     if (implicit && slip != 0) {
         throw std::invalid_argument(
@@ -199,13 +218,43 @@ void skWorld::requireCoupling(Coupling coupling, double fluidDensity, double dx,
             "samples no mass along the surface; got " +
             std::to_string(slip));
     }
-    for (const auto& system : systems_) {
+    const bool normalised = implicit && weights == ForcingWeights::Normalised;
+    const auto given =
+        normalised ? weightsInOpenSpace(dx) : std::vector<std::vector<double>>(systems_.size());
+    for (std::size_t s = 0; s < systems_.size(); ++s) {
         if (implicit) {
-            system->requireSampleMasses(fluidDensity, dx);
-            continue;
+            systems_[s]->requireSampleMasses(fluidDensity, dx, normalised ? &given[s] : nullptr);
+        } else if (!systems_[s]->massObstacle().empty()) {
+            throw std::invalid_argument(systems_[s]->massObstacle());
         }
-        if (!system->massObstacle().empty()) throw std::invalid_argument(system->massObstacle());
     }
+}
+
+// The normalised weights of all samples, one list per body, before there is a grid.
+std::vector<std::vector<double>> skWorld::weightsInOpenSpace(double dx) const {
+    std::vector<Vector3<float>> places;
+    std::vector<double> areas;
+    Eigen::Vector3d origin = Eigen::Vector3d::Zero();
+    for (const auto& system : systems_) {
+        const std::vector<Eigen::Vector3d> samples = samplePositions(system->sampler());
+        if (samples.empty()) continue;
+        if (places.empty()) origin = samples.front();
+        for (const Eigen::Vector3d& sample : samples) {
+            const Eigen::Vector3f p = ((sample - origin) / dx).cast<float>();
+            places.push_back({p.x(), p.y(), p.z()});
+            areas.push_back(static_cast<double>(system->sampler().boundary()->sampleArea) /
+                            (dx * dx));
+        }
+    }
+    const std::vector<double> all = drelt::weightsInOpenSpace(places, areas, kDeltaPoints);
+    std::vector<std::vector<double>> weights;
+    auto next = all.begin();
+    for (const auto& system : systems_) {
+        const auto end = next + system->sampler().sampleCount();
+        weights.emplace_back(next, end);
+        next = end;
+    }
+    return weights;
 }
 
 void skWorld::requireOwnMasses() const {

@@ -47,9 +47,10 @@ public:
     void requireBoundedMotion(int mode, double dt, double dx) const;
     // Throws std::invalid_argument for masses that a coupling cannot hold, and with the semi-implicit one
     // for a slip ratio other than 0. fluidDensity [kg/m^3] and dx, the node spacing [m], are those of the
-    // fluid. With the semi-implicit coupling, requireBoundedMotion refuses further bodies in the modes
+    // fluid, `weights` those of the samples. With the semi-implicit coupling, requireBoundedMotion refuses further bodies in the modes
     // other than TWO_WAY.
-    void requireCoupling(Coupling coupling, double fluidDensity, double dx, double slip) const;
+    void requireCoupling(Coupling coupling, double fluidDensity, double dx, double slip,
+                         ForcingWeights weights = ForcingWeights::Area) const;
     // Steps the dynamics of all bodies under the forces of this coupling mode, then updates the bodies.
     // Throws std::runtime_error for a force that is not finite, before the dynamics step, and for joint
     // constraints that DART cannot solve. Throws the same for masses that need the semi-implicit coupling,
@@ -70,6 +71,7 @@ public:
     bool isFixed() override;
 
 private:
+    std::vector<std::vector<double>> weightsInOpenSpace(double dx) const;
     void requireOwnMasses() const;
     void applyForces(int mode, float dx);
     void callBeforeStep(float dt, float dx);

@@ -42,6 +42,14 @@ void bindEnumerations(py::module_& module) {
         "the fluid, too (Tschisgale, Kempe and Froehlich, 2017).")
         .value("EXPLICIT", Coupling::Explicit)
         .value("SEMI_IMPLICIT", Coupling::SemiImplicit);
+    py::enum_<ForcingWeights>(
+        module, "WEIGHTS", py::arithmetic(),
+        "How strongly the samples of the semi-implicit coupling force the fluid: AREA by their\n"
+        "areas, which takes away about a third of the slip in a step; NORMALISED by their areas\n"
+        "over the share that these would take away, so all of an even slip goes, also where skins\n"
+        "overlap or samples stand sparsely (after Pinelli, Naqavi, Piomelli and Favier, 2010).")
+        .value("AREA", ForcingWeights::Area)
+        .value("NORMALISED", ForcingWeights::Normalised);
     py::enum_<OpenPlaneKind>(
         module, "OPEN_PLANES", py::arithmetic(),
         "What the six open planes of the box do: COPY the fluid inside them; CHARACTERISTIC let\n"
@@ -64,6 +72,11 @@ void bindOptions(py::class_<simParams, std::shared_ptr<simParams>>& params) {
             "slip_ratio "
             "of\n"
             "0. Reading gives a copy.")
+        .def_property(
+            "weights", [](const simParams& p) { return p.weights; },
+            [](simParams& p, ForcingWeights value) { p.weights = value; },
+            "A WEIGHTS, AREA by default; taken at commitInit. NORMALISED needs the coupling\n"
+            "SEMI_IMPLICIT; ONE_WAY steps keep AREA. Reading gives a copy.")
         .def_readwrite(
             "retraction", &simParams::retraction,
             "How far samples stand inside the skin [node spacings], which makes up for the width "

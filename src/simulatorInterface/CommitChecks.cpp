@@ -135,6 +135,7 @@ void coupledLBM_sim3D::checkMemory(const mlSinglePhaseSolverNew& next) const {
         needed += FluidHelper::deviceSideBytes(grid, gpuId, next.schedule);
         if (next.schedule == Schedule::Operators && !populationsWritten_)
             needed += FluidHelper::hostPopulationBytes(grid);
+        if (next.weights == ForcingWeights::Normalised) needed += NodeSums::bytes(grid);
         if (solver)
             needed -= FluidHelper::deviceSideBytes(grid, solver->gpuDeviceId, solver->schedule);
     }

@@ -64,7 +64,13 @@ void requireMember(const char* option, const char* enumeration, int value, int m
 void coupledLBM_sim3D::checkOptions() const {
     simParams& p = *params.front();
     requireMember("coupling", "COUPLING", static_cast<int>(p.coupling), 2);
+    requireMember("weights", "WEIGHTS", static_cast<int>(p.weights), 2);
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
+    if (p.weights != ForcingWeights::Area && p.coupling == Coupling::Explicit) {
+        throw std::invalid_argument(
+            "commitInit: weights is NORMALISED, which only the semi-implicit coupling bears; set "
+            "coupling to SEMI_IMPLICIT, or weights to AREA");
+    }
     if (!(std::fabs(p.far_density - 1.0) <= kLargestDensityChange)) {
         throw std::invalid_argument("commitInit: far_density is " + text(p.far_density) +
                                     "; give 0.9 to 1.1 reference densities");
@@ -78,7 +84,7 @@ void coupledLBM_sim3D::checkOptions() const {
     requireCurrent("commitInit", currentOf(p), p.open_planes, p.computeUnitScale());
     checkRetraction();
     const MLFluidParam& grid = *lbmvec.front()->param;
-    world->requireCoupling(p.coupling, p.rou0p, grid.dx, grid.slip_ratio);
+    world->requireCoupling(p.coupling, p.rou0p, grid.dx, grid.slip_ratio, p.weights);
 }
 
 void coupledLBM_sim3D::checkRetraction() const {
@@ -107,6 +113,7 @@ double coupledLBM_sim3D::retractionInMetres() const {
 void coupledLBM_sim3D::takeOptions(mlSinglePhaseSolverNew& next) const {
     const simParams& p = *params.front();
     next.coupling = p.coupling;
+    next.weights = p.weights;
     next.openPlanes = p.open_planes;
     next.farDensity = p.far_density;
     next.current = currentOf(p);

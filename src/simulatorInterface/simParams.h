@@ -41,6 +41,7 @@ public:
 
     // Options, as of the next commitInit. With the defaults a step is the plain one.
     Coupling coupling = Coupling::Explicit;
+    ForcingWeights weights = ForcingWeights::Area;
     float retraction = 0;  // depth of the samples inside the skin [node spacings]
     OpenPlaneKind open_planes = OpenPlaneKind::Copy;
     float far_density = 1;            // of the far state, over the reference density

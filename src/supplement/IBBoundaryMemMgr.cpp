@@ -84,7 +84,22 @@ void IBBoundaryMemMgr::download() {
     });
 }
 
+void IBBoundaryMemMgr::reserveWeights() {
+    if (weights_dev != nullptr) return;
+    cudaSetDevice(gpuDeviceId);
+    const auto count = static_cast<std::size_t>(mllaboundary->count);
+    checkCudaErrors(cudaMalloc(&weights_dev, count * sizeof(double)));
+}
+
+void IBBoundaryMemMgr::dropWeights() {
+    if (weights_dev == nullptr) return;
+    cudaSetDevice(gpuDeviceId);
+    checkCudaErrors(cudaFree(weights_dev));
+    weights_dev = nullptr;
+}
+
 void IBBoundaryMemMgr::free() {
+    dropWeights();
     cudaSetDevice(gpuDeviceId);
     if (mllaboundary_gpu == nullptr) return;
     checkCudaErrors(cudaFree(mllaboundary_gpu));

@@ -29,6 +29,9 @@ public:
     // Device to host: ux.., coordx.., normalx.. and forcex.., and the device record into mllagbndHost.
     // Initial positions and densities are not copied.
     void download();
+    // Allocates weights_dev for the count of the host record, unless it is there.
+    void reserveWeights();
+    void dropWeights();
     // Frees the mirror, if there is one.
     void free();
 
@@ -49,6 +52,8 @@ public:
     double* forcex_dev = nullptr;
     double* forcey_dev = nullptr;
     double* forcez_dev = nullptr;
+    // What the step weighs each sample with, over its area (mlNormaliseForces); null: 1 for all.
+    double* weights_dev = nullptr;
     mlLagrangeBoundary* mllaboundary = nullptr;      // host record, not owned
     mlLagrangeBoundary* mllaboundary_gpu = nullptr;  // device record; null without a mirror
     mlLagrangeBoundary* mllagbndHost = nullptr;  // copy of the device record at the last download

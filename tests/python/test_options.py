@@ -50,6 +50,7 @@ def speed_after(steps, **options):
 def test_defaults_are_the_plain_step():
     params = drelt.make_simParams()
     assert params.coupling == drelt.COUPLING.EXPLICIT
+    assert params.weights == drelt.WEIGHTS.AREA
     assert params.open_planes == drelt.OPEN_PLANES.COPY
     assert (params.retraction, params.far_density) == (0, 1)
     given = params.current
@@ -79,6 +80,11 @@ def test_defaults_are_the_plain_step():
         ({"far_density": 1.05}, "nothing holds it"),
         ({"coupling": drelt.COUPLING(5)}, "coupling is 5; give a member of COUPLING"),
         ({"open_planes": drelt.OPEN_PLANES(3)}, "open_planes is 3"),
+        (
+            {"weights": drelt.WEIGHTS.NORMALISED},
+            "set coupling to SEMI_IMPLICIT, or weights to AREA",
+        ),
+        ({"weights": drelt.WEIGHTS(2)}, "weights is 2; give a member of WEIGHTS"),
     ],
 )
 def test_a_refused_option_changes_nothing(options, message):

@@ -17,6 +17,7 @@ enum SETUP_MODE: GRAVITY = 1, MANUAL = 0
 enum COUPLE_MODE: NO_FLUID = 2, ONE_WAY = 1, TWO_WAY = 0, EMPIRICAL = 3
 enum SAVE_FLAG: BODY = 1, FLUID = 2
 enum COUPLING: EXPLICIT = 0, SEMI_IMPLICIT = 1
+enum WEIGHTS: AREA = 0, NORMALISED = 1
 enum OPEN_PLANES: COPY = 0, CHARACTERISTIC = 1, CHARACTERISTIC_CONSTANT = 2
 enum UNITS: LATTICE = 0, SI = 1
 
@@ -40,6 +41,7 @@ class simParam
     setup_mode: SETUP_MODE
     get_tp() -> float
     coupling: COUPLING
+    weights: WEIGHTS
     retraction: float
     open_planes: OPEN_PLANES
     far_density: float

@@ -32,4 +32,20 @@ void mlImmersedSolver::spreadForces(mlFlow* flow_dev, const MLFluidParam* param)
     }
 }
 
+void mlImmersedSolver::normaliseForces(mlFlow* flow_dev, const MLFluidParam* param) {
+    checkCudaErrors(cudaSetDevice(gpuDeviceId));
+    std::vector<WeighedSamples> all;
+    for (IBBoundaryMemMgr* boundary : boundaries) {
+        boundary->reserveWeights();
+        all.push_back(
+            {boundary->mllaboundary_gpu, boundary->mllaboundary->count, boundary->weights_dev});
+    }
+    mlNormaliseForces(flow_dev, param, all, scale, ibKernelSelector, areas_.reserve(*param),
+                      workspace_);
+}
+
+void mlImmersedSolver::dropWeights() {
+    for (IBBoundaryMemMgr* boundary : boundaries) boundary->dropWeights();
+}
+
 }  // namespace drelt

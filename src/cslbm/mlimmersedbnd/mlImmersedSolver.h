@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "cslbm/gpu_inc/gpuImmersed/SampleWeights.h"
 #include "cslbm/gpu_inc/gpuImmersed/SpreadWorkspace.h"
 #include "cslbm/mlsolver/mlFlow.h"
 #include "cslbm/mlsolver/mlUnitScale.h"
@@ -22,14 +23,20 @@ public:
     // The two halves of it, each for all boundaries, for a caller that changes the forces in between.
     void interpolateForces(mlFlow* flow_dev, const MLFluidParam* param);
     void spreadForces(mlFlow* flow_dev, const MLFluidParam* param);
+    // Between the two: gives the samples of all boundaries their normalised weights, and the forces these
+    // weights.
+    void normaliseForces(mlFlow* flow_dev, const MLFluidParam* param);
+    // Drops such weights of an earlier step.
+    void dropWeights();
 
     int gpuDeviceId = 0;
     std::vector<IBBoundaryMemMgr*> boundaries;  // not owned
     mlUnitScale scale{};                        // of the first domain; dt holds the time step [s]
-    int ibKernelSelector = 4;                   // points of the delta function
+    int ibKernelSelector = kDeltaPoints;        // points of the delta function
 
 private:
     SpreadWorkspace workspace_;
+    NodeSums areas_;  // empty until normaliseForces needs it
 };
 
 }  // namespace drelt

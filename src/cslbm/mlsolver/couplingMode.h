@@ -29,4 +29,10 @@ enum class Coupling : int {
     SemiImplicit,  // from the velocity after it: links carry the point masses of their samples
 };
 
+// How strongly the samples of the semi-implicit coupling force the fluid in TWO_WAY.
+enum class ForcingWeights : int {
+    Area,        // by their areas
+    Normalised,  // by their areas over the share of the slip that these would take away
+};
+
 }  // namespace drelt

@@ -87,6 +87,11 @@ void mlSinglePhaseSolverNew::coupleSemiImplicitly(int i) {
     const float dx = scale.l0p / scale.N;
     prepareCoupling(i);
     interpolateForces(lbm_dev_gpu[i], param);
+    if (weights == ForcingWeights::Normalised) {
+        normaliseForces(lbm_dev_gpu[i], param);
+    } else {
+        dropWeights();
+    }
     world->stepSemiImplicit({lbm_dev_gpu[i], param->samples_x, param->samples_y, param->samples_z,
                              scale.N, scale.l0p, scale.rou0p},
                             scale.dt, dx);

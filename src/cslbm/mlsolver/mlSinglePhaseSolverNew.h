@@ -66,6 +66,7 @@ public:
     OpenPlaneKind openPlanes = OpenPlaneKind::Copy;
     // How a TWO_WAY step couples; may change between steps. SemiImplicit needs a slip ratio of 0.
     Coupling coupling = Coupling::Explicit;
+    ForcingWeights weights = ForcingWeights::Area;  // of the semi-implicit coupling
     // What characteristic planes hold far away: density in lattice units, velocity in the world [m/s].
     // They may change between steps.
     float farDensity = 1.0f;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "cslbm/gpu_inc/gpuImmersed/mlImmersedBoundaryGpu.h"
 #include "cslbm/mlimmersedbnd/mlImmersedSolver.h"
@@ -269,6 +270,111 @@ TEST(Coupling, EqualsTheOperatorsSampleBySampleForAnyNumberOfThreads) {
         }
     }
     omp_set_num_threads(before);
+}
+
+// The weights of all boundaries' samples by the operators, sample by sample.
+std::vector<double> weighSerially(Crowd& crowd) {
+    const float N = crowd.scale.N, l0p = crowd.scale.l0p;
+    const int R = crowd.solver.ibKernelSelector;
+    const int n = crowd.flow.param()->samples_x;  // along every axis
+    std::vector<double> nodes(static_cast<std::size_t>(n + AreaSums::kRoom) * n * n, 1e9);
+    const AreaSums sums{nodes.data(), n + AreaSums::kRoom, n, n, n};
+    const auto forAll = [&](auto&& run) {
+        for (const IBBoundaryMemMgr* boundary : crowd.solver.boundaries) {
+            mlLagrangeBoundary* const record = boundary->mllaboundary_gpu;
+            for (int i = 0; i < record->count; ++i) run(LaunchIndex{i, 0, 0, i}, record);
+        }
+    };
+    const mlFlow* const flow = crowd.flow.device();
+    forAll([&](LaunchIndex at, mlLagrangeBoundary* record) {
+        mlClearAreaKernel(at, record, flow, sums, record->count, N, l0p, R);
+    });
+    forAll([&](LaunchIndex at, mlLagrangeBoundary* record) {
+        mlSpreadAreaKernel(at, record, flow, sums, record->count, N, l0p, R);
+    });
+    std::vector<double> all, own(5000);
+    forAll([&](LaunchIndex at, mlLagrangeBoundary* record) {
+        mlNormaliseForceKernel(at, record, flow, sums, own.data(), record->count, N, l0p, R);
+        all.push_back(own[static_cast<std::size_t>(at.n)]);
+    });
+    return all;
+}
+
+TEST(NormalisedWeights, AreThoseOfTheOperatorsForAnyNumberOfThreads) {
+    DRELT_HOST_ONLY("runs the operators on host memory, sample by sample");
+    const int before = omp_get_max_threads();
+    for (const auto& [edge, R] : {std::pair{32, 2}, {32, 3}, {32, 4}, {32, 5}, {9, 4}, {5, 4}}) {
+        Crowd serial(edge);
+        serial.solver.ibKernelSelector = R;
+        serial.solver.interpolateForces(serial.flow.device(), serial.flow.param());
+        const auto expected = weighSerially(serial);
+        std::vector<double> forces;
+        for (const int threads : {1, 3, 4}) {
+            omp_set_num_threads(threads);
+            Crowd crowd(edge);
+            crowd.solver.ibKernelSelector = R;
+            for (int again = 0; again < 2; ++again) {  // nothing of the first time is left
+                crowd.solver.interpolateForces(crowd.flow.device(), crowd.flow.param());
+                crowd.solver.normaliseForces(crowd.flow.device(), crowd.flow.param());
+            }
+            std::size_t next = 0;
+            for (const IBBoundaryMemMgr* boundary : crowd.solver.boundaries) {
+                for (int i = 0; i < boundary->mllaboundary->count; ++i, ++next)
+                    ASSERT_NEAR(boundary->weights_dev[i], expected[next], 1e-9 * expected[next])
+                        << threads << " threads, R " << R << ", edge " << edge << ", " << next;
+            }
+            if (forces.empty()) forces = crowd.forces();
+            EXPECT_TRUE(crowd.forces() == forces) << threads << " threads, R " << R;
+            EXPECT_TRUE(test::compareScaled(serial.forces(), forces, 1e-9)) << R;
+        }
+    }
+    omp_set_num_threads(before);
+}
+
+// The least and the largest share of an even slip that equal skins in one place take away at once.
+std::pair<double, double> slipTaken(int skins, bool normalised) {
+    constexpr float kSlip = 0.3f;
+    Scene scene(3000);
+    mlFlow& fluid = scene.flow.host();
+    const std::size_t nodes = scene.flow.nodes();
+    for (float* axis : {fluid.ux, fluid.uy, fluid.uz}) std::fill_n(axis, nodes, 0.0f);
+    mlLagrangeBoundary& first = scene.sphere.host();
+    scene.sphere.stir(0.0f, 1);
+    std::fill_n(first.ux, first.count, kSlip);
+    scene.upload();
+    std::vector<std::unique_ptr<HostBoundary>> more;
+    for (int s = 1; s < skins; ++s) {
+        more.push_back(std::make_unique<HostBoundary>(first.count));
+        mlLagrangeBoundary& other = more.back()->host();
+        for (auto field : {&mlLagrangeBoundary::coordx, &mlLagrangeBoundary::coordy,
+                           &mlLagrangeBoundary::coordz, &mlLagrangeBoundary::ux})
+            std::copy_n(first.*field, first.count, other.*field);
+        other.sampleArea = first.sampleArea;
+        more.back()->upload();
+        scene.solver.boundaries.push_back(&more.back()->manager());
+    }
+    scene.solver.interpolateForces(scene.flow.device(), scene.flow.param());
+    if (normalised) scene.solver.normaliseForces(scene.flow.device(), scene.flow.param());
+    scene.solver.spreadForces(scene.flow.device(), scene.flow.param());
+    scene.flow.download();
+    for (std::size_t n = 0; n < nodes; ++n) fluid.ux[n] = static_cast<float>(fluid.forcex[n]);
+    scene.flow.upload();
+    scene.solver.interpolateForces(scene.flow.device(), scene.flow.param());
+    scene.sphere.download();
+    const mlUnitScale& s = scene.scale;
+    const double all = s.u0px * s.rou0p * s.N / (s.l0p * s.u0k) * kSlip;
+    const auto [least, most] = std::minmax_element(first.forcex, first.forcex + first.count);
+    return {1 - *most / all, 1 - *least / all};
+}
+
+TEST(NormalisedWeights, TakeAwayAnEvenSlipHoweverManySkins) {
+    for (const int skins : {1, 2, 4}) {
+        const auto [least, most] = slipTaken(skins, true);
+        EXPECT_GT(least, 0.9) << skins;
+        EXPECT_LT(most, 1.1) << skins;
+    }
+    EXPECT_LT(slipTaken(1, false).second, 0.5);
+    EXPECT_GT(slipTaken(4, false).first, 1.1);
 }
 
 TEST(Interpolation, ForceOfARestingSampleStopsTheFluid) {

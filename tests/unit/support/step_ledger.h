@@ -30,8 +30,10 @@ public:
     }
 
     // How far force and moment about the origin are from balance, over the sums of the samples' magnitudes.
+    // Also the impulses [N s, N m s] that the links' own masses took beyond those of their weight.
     struct Residual {
         double force, moment;
+        Eigen::Vector3d impulse, turningImpulse;
     };
     Residual after(double dt, double dx, const Eigen::Vector3d& gravity) const {
         Eigen::Vector3d force = Eigen::Vector3d::Zero(), moment = force;
@@ -47,8 +49,10 @@ public:
             forces += F.norm();
             moments += places_[i].cross(F).norm();
         }
-        addLinks(dt, gravity, force, moment);
-        return {force.norm() / forces, moment.norm() / moments};
+        Eigen::Vector3d own = Eigen::Vector3d::Zero(), turning = own;
+        addLinks(dt, gravity, own, turning);
+        return {(force + own).norm() / forces, (moment + turning).norm() / moments, dt * own,
+                dt * turning};
     }
 
 private:

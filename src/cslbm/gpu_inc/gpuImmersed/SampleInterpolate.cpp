@@ -17,26 +17,14 @@ struct alignas(64) InterpolationGroup {
     float mx[kSampleLanes], my[kSampleLanes], mz[kSampleLanes];
 };
 
-// The weights of a group along one axis.
-template <class R>
-DRELT_HOST_DEVICE void weigh(float (&weight)[kReach][kSampleLanes], const float (&X)[kSampleLanes],
-                             const int (&node)[kSampleLanes], R) {
-    for (int n = 0; n < kReach; ++n) {
-#pragma omp simd
-        for (int l = 0; l < kSampleLanes; ++l) {
-            weight[n][l] = mlDelta(X[l] - static_cast<float>(node[l] + n), R::value);
-        }
-    }
-}
-
 DRELT_HOST_DEVICE void findWeights(InterpolationGroup& g, int R) {
     alignas(64) float wx[kReach][kSampleLanes];
     alignas(64) float wy[kReach][kSampleLanes];
     alignas(64) float wz[kReach][kSampleLanes];
     withDelta(R, [&](auto points) DRELT_LAMBDA_INLINE {
-        weigh(wx, g.at.x, g.at.nodeX, points);
-        weigh(wy, g.at.y, g.at.nodeY, points);
-        weigh(wz, g.at.z, g.at.nodeZ, points);
+        weighAxis(wx, g.at.x, g.at.nodeX, points);
+        weighAxis(wy, g.at.y, g.at.nodeY, points);
+        weighAxis(wz, g.at.z, g.at.nodeZ, points);
     });
     for (int c = 0; c < kReach; ++c) {
         for (int b = 0; b < kReach; ++b) {

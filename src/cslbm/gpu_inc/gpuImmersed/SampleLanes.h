@@ -102,4 +102,17 @@ DRELT_HOST_DEVICE void withDelta(int R, Visit&& visit) {
     }
 }
 
+// The interpolation weights of a group along one axis.
+template <class R>
+DRELT_HOST_DEVICE void weighAxis(float (&weight)[kReach][kSampleLanes],
+                                 const float (&X)[kSampleLanes], const int (&node)[kSampleLanes],
+                                 R) {
+    for (int n = 0; n < kReach; ++n) {
+#pragma omp simd
+        for (int l = 0; l < kSampleLanes; ++l) {
+            weight[n][l] = mlDelta(X[l] - static_cast<float>(node[l] + n), R::value);
+        }
+    }
+}
+
 }  // namespace drelt

@@ -7,6 +7,8 @@
 
 namespace drelt {
 
+inline constexpr int kDeltaPoints = 4;  // of the delta function that a step uses
+
 // The weight of a node at the separation r (lattice units) under the R-point delta function. R = 2 is the
 // linear hat, R = 3 the kernel of Roma, Peskin and Berger (J. Comput. Phys. 153, 1999), R = 4 that of Peskin
 // (Acta Numerica 11, 2002). Any other R gives 0.
