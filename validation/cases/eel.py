@@ -1,0 +1,108 @@
+"""An eel as heavy as the fluid swims: body and gait of Kern and Koumoutsakos (J. Exp. Biol. 209, 2006)."""
+
+from __future__ import annotations
+
+import sys
+from dataclasses import dataclass
+
+import numpy as np
+
+from ..report import Results
+from ..scene import CHARACTERISTIC, ROOT, SEMI_IMPLICIT, Scene, body_of, parameters
+
+sys.path.insert(0, str(ROOT / "examples"))  # the gaits
+from assetgen.eel import LENGTH, LINKS, eel_assets, eel_mesh, eel_tree
+from assetgen.spine import link_volumes
+from gaits import ANGUILLIFORM_GAIT, servo_command
+
+KERN = "Kern and Koumoutsakos (2006)"
+PERIOD = 1.0  # s
+VISCOSITY = 1.4e-4  # L^2/T
+TAIL = 0.125  # amplitude [L]
+ENDS = np.linspace(1.0, 0.0, LINKS + 1)
+
+
+@dataclass
+class Swim:
+    """Centre of the body [L], its velocity [L/T] and heading after each step."""
+
+    cycle: int  # steps
+    place: np.ndarray
+    heading: np.ndarray
+
+    def means(self):
+        """Mean forward and lateral speed in each cycle [L per cycle], along the mean heading."""
+        starts = self.place[:: self.cycle]
+        moved = np.diff(starts, axis=0)
+        ahead = np.array(
+            [part.mean(axis=0) for part in np.split(self.heading[1:], len(moved))]
+        )
+        ahead /= np.linalg.norm(ahead, axis=1)[:, None]
+        aside = np.cross(ahead, (0.0, 1.0, 0.0))
+        return (moved * ahead).sum(axis=1), (moved * aside).sum(axis=1)
+
+
+def neutral_eel(nodes):
+    asset = next(a for a in eel_assets(LENGTH / nodes) if a.name == "eel_neutral")
+    # one sample and a third for each lattice area
+    area = asset.mesh.area()
+    return body_of(asset, samples=round(1.33 * area * nodes**2 / LENGTH**2))
+
+
+def swim(nodes, box, cycles, u0k=0.08, viscosity=VISCOSITY, title="eel", **options):
+    """A swim from rest. nodes: per length. box: its edges in lengths."""
+    tail_speed = 2.0 * np.pi * TAIL * LENGTH / PERIOD
+    chosen = {"coupling": SEMI_IMPLICIT, "open_planes": CHARACTERISTIC, "retraction": 0.8, **options}
+    param = parameters(
+        LENGTH, nodes, tail_speed, viscosity * LENGTH**2 / PERIOD, box, u0k=u0k, **chosen
+    )
+    body = neutral_eel(nodes)
+    scene = Scene(param, body)
+    tree = eel_tree()
+    links = [body.getLink(name) for name in tree.link_names()]
+    volumes = link_volumes(tree, eel_mesh())
+
+    def centre():
+        return np.average([link.getPosition() for link in links], axis=0, weights=volumes) / LENGTH
+
+    def gait(time):
+        angles = body.getPositions(False)
+        rates = servo_command(ANGUILLIFORM_GAIT, ENDS, time / PERIOD, scene.dt / PERIOD, angles)
+        body.setCommands(rates / PERIOD)
+
+    cycle = scene.steps_for(PERIOD)
+    places, headings = [centre()], [body.getBaseLinkFwd()]
+    for _ in scene.steps(cycles * cycle, title, gait):
+        places.append(centre())
+        headings.append(body.getBaseLinkFwd())
+    return Swim(cycle, np.array(places), np.array(headings))
+
+
+def shape(results):
+    """The mesh against the integrals of the published half-axes."""
+    mesh = eel_mesh()
+    results.near("volume of the mesh [L^3]", mesh.volume() / LENGTH**3, 0.005933, KERN, 0.015)
+    results.near("wetted area of the mesh [L^2]", mesh.area() / LENGTH**2, 0.3039, KERN, 0.003)
+
+
+def run(coarse):
+    results = Results("eel")
+    shape(results)
+    nodes, cycles = (32, 1) if coarse else (100, 5)
+    box = (1.6, 0.6, 0.9) if coarse else (2.0, 0.6, 0.9)
+    first = swim(nodes, box, cycles, title="eel")
+    ahead, aside = first.means()
+    if coarse:
+        results.between("forward speed in the first cycle [L]", ahead[0], 0.0, 0.3, KERN)
+        return results
+    results.between("forward speed in the fifth cycle [L per cycle]", ahead[-1], 0.26, 0.50, KERN)
+    results.below("lateral over forward speed", abs(aside[-1]) / ahead[-1], 0.1, KERN)
+    larger = swim(nodes, tuple(1.5 * edge for edge in box), cycles, title="eel, larger box")
+    ratio = larger.means()[0][-1] / ahead[-1]
+    results.near("speed in a box half as long again over that", ratio, 1.0, "larger box", 0.02)
+    curves = {}
+    for label, found in (("box", first), ("larger box", larger)):
+        times = np.arange(1, cycles + 1)
+        curves[label] = times, found.means()[0]
+    results.plot("An eel as heavy as the fluid", "cycle", "mean speed [L per cycle]", curves)
+    return results
