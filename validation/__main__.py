@@ -7,16 +7,20 @@ import time
 
 import drelt
 
+from . import ROOT
 from .cases import NAMES
 from .report import table, write_report
-from .scene import ROOT
 
 
 def main():
     parser = argparse.ArgumentParser(prog="./run validate", description=__doc__)
-    parser.add_argument("cases", nargs="*", metavar="CASE", help=f"of {', '.join(NAMES)}; all by default")
+    parser.add_argument(
+        "cases", nargs="*", metavar="CASE", help=f"of {', '.join(NAMES)}; all by default"
+    )
     parser.add_argument("--coarse", action="store_true", help="small grids and short times")
-    parser.add_argument("--out", default=str(ROOT / "data" / "validation"), help="folder of the report")
+    parser.add_argument(
+        "--out", default=str(ROOT / "data" / "validation"), help="folder of the report"
+    )
     arguments = parser.parse_args()
     unknown = [name for name in arguments.cases if name not in NAMES]
     if unknown:

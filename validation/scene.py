@@ -6,17 +6,13 @@ Lengths are in metres unless a name says otherwise. One node spacing is l0p / N,
 
 from __future__ import annotations
 
-import sys
 import tempfile
 from pathlib import Path
 
 import drelt
 import numpy as np
-from tqdm import tqdm
-
-ROOT = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "tools"))  # the generator of the bundled meshes
 from assetgen.asset import write_asset
+from tqdm import tqdm
 
 DENSITY = 1000.0  # of the fluid [kg/m^3]
 EXPLICIT, SEMI_IMPLICIT = drelt.COUPLING.EXPLICIT, drelt.COUPLING.SEMI_IMPLICIT

@@ -5,12 +5,12 @@ from __future__ import annotations
 import math
 from dataclasses import replace
 
-from .scene import DENSITY, body_of
-
-# assetgen is importable once scene is
+import numpy as np
 from assetgen.asset import Asset
 from assetgen.skeleton import Joint, chain
 from assetgen.sphere import DIAMETER, SAMPLES, sphere_chain, sphere_mesh
+
+from .scene import DENSITY, body_of
 
 VOLUME = math.pi / 6.0 * DIAMETER**3  # m^3
 AREA = math.pi / 4.0 * DIAMETER**2  # frontal, m^2
@@ -19,6 +19,7 @@ GRAVITY = 0.5  # u_g^2 / D, m/s^2
 TIME = DIAMETER / SPEED  # D/u_g, s
 
 MODEL = "independent model of the scheme"
+BASSET = "Basset (1888)"
 DRAG_LAW = "Schiller and Naumann (1933)"
 
 
@@ -39,6 +40,28 @@ def settling_speed(galileo):
 
 def drag_law(reynolds):
     return 24.0 / reynolds * (1.0 + 0.15 * reynolds**0.687)
+
+
+def basset(ratio, viscosity, step, count, pull=0.0, stiffness=0.0, start=0.0, diameter=DIAMETER):
+    """Displacements and speeds after 0 .. count steps of a sphere that starts at rest from `start`.
+
+    Slow motion with added mass, Stokes' drag and its history (Basset 1888), per mass rho V:
+    (s + 1/2) x'' + 18 nu/D^2 x' + 9/D sqrt(nu/pi) int x''(t') dt' / sqrt(t - t') = pull - stiffness x,
+    with the acceleration constant over each step. Any consistent units.
+    """
+    ends = 2.0 * np.sqrt(np.arange(count + 1) * step)
+    memory = 9.0 / diameter * math.sqrt(viscosity / math.pi) * np.diff(ends)  # of k steps ago
+    friction = 18.0 * viscosity / diameter**2
+    rates, places, speeds = np.zeros(count), [start], [0.0]
+    for n in range(count):
+        past = np.dot(memory[1 : n + 1], rates[:n][::-1]) + friction * speeds[-1]
+        middle = places[-1] + 0.5 * step * speeds[-1]
+        rates[n] = (pull - stiffness * middle - past) / (
+            ratio + 0.5 + memory[0] + 0.5 * friction * step
+        )
+        speeds.append(speeds[-1] + step * rates[n])
+        places.append(places[-1] + 0.5 * step * (speeds[-2] + speeds[-1]))
+    return np.array(places), np.array(speeds)
 
 
 def sphere(excess, joint=None, follow=False, place=(0.0, 0.0, 0.0), samples=SAMPLES):

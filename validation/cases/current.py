@@ -6,7 +6,18 @@ import numpy as np
 
 from ..report import Results
 from ..scene import CHARACTERISTIC, DENSITY, SEMI_IMPLICIT, Scene, parameters
-from ..spheres import AREA, DIAMETER, DRAG_LAW, MODEL, SPEED, TIME, Joint, drag_law, sphere, towed_sphere
+from ..spheres import (
+    AREA,
+    DIAMETER,
+    DRAG_LAW,
+    MODEL,
+    SPEED,
+    TIME,
+    Joint,
+    drag_law,
+    sphere,
+    towed_sphere,
+)
 
 REYNOLDS, NODES = 50.0, 8
 SPRING = 100.0  # N/m; the sphere rests on it within some tens of steps
@@ -69,10 +80,18 @@ def run(coarse):
     else:
         results.near("drag coefficient of a held sphere", coefficient, 1.618, MODEL, 0.03)
         results.told("the same far from all walls", drag_law(REYNOLDS), "", DRAG_LAW)
-    results.near("mean density, the time that is furthest from 1", furthest(densities), 1.0, MODEL, absolute=3e-4)
+    results.near(
+        "mean density, the time that is furthest from 1",
+        furthest(densities),
+        1.0,
+        MODEL,
+        absolute=3e-4,
+    )
     towed_times, towed_drag = towed(edge, duration)
     ratio = towed_drag[-end:].mean() / coefficient
-    results.near("drag of a towed sphere over that of a held one", ratio, 1.0, "change of frame", 0.01)
+    results.near(
+        "drag of a towed sphere over that of a held one", ratio, 1.0, "change of frame", 0.01
+    )
     early = times > 0.5
     results.plot(
         "Drag at Re 50",
@@ -84,7 +103,9 @@ def run(coarse):
         },
         {"Schiller and Naumann": drag_law(REYNOLDS)},
     )
-    results.plot("Mean density", "time [D/u]", "density", {"held in a current": (moments, densities)})
+    results.plot(
+        "Mean density", "time [D/u]", "density", {"held in a current": (moments, densities)}
+    )
     return results
 
 

@@ -6,7 +6,7 @@ import numpy as np
 
 from ..report import Results
 from ..scene import CHARACTERISTIC, SEMI_IMPLICIT, Scene, parameters
-from ..spheres import DIAMETER, DRAG_LAW, GRAVITY, Joint, settling_speed, sphere
+from ..spheres import BASSET, DIAMETER, DRAG_LAW, GRAVITY, Joint, basset, settling_speed, sphere
 
 NODES = 8
 VISCOSITY = 4e-5  # m^2/s
@@ -61,28 +61,12 @@ def pair(results, coarse):
             results.near(name, reached, reference, DRAG_LAW, 0.06)
         curves[f"ratio {ratio:g}"] = times, sign * speeds[:, k] / (unit * reference)
     results.plot(
-        "Two spheres in one world", "time [s]", "speed over the terminal one", curves, {DRAG_LAW: 1.0}
+        "Two spheres in one world",
+        "time [s]",
+        "speed over the terminal one",
+        curves,
+        {DRAG_LAW: 1.0},
     )
-
-
-def basset(ratio, times):
-    """Speed of a sphere that starts from rest, without inertia of the flow (Basset 1888) [m/s].
-
-    (s + 1/2) dU/dt + 18 nu U / D^2 + 9 sqrt(nu/pi) / D * integral of dU/dt' / sqrt(t - t') = (s - 1) g,
-    with the acceleration constant over each of the equal steps.
-    """
-    step = times[1] - times[0]
-    ends = 2.0 * np.sqrt(np.arange(len(times) + 1) * step)
-    memory = 9.0 / DIAMETER * np.sqrt(VISCOSITY / np.pi) * np.diff(ends)  # of a step k steps ago
-    friction = 18.0 * VISCOSITY / DIAMETER**2
-    rates, speed, speeds = np.zeros(len(times)), 0.0, []
-    for n in range(len(times)):
-        past = np.dot(memory[1 : n + 1], rates[:n][::-1])
-        pull = abs(ratio - 1.0) * GRAVITY - past - friction * speed
-        rates[n] = pull / (ratio + 0.5 + memory[0] + friction * step)
-        speed += rates[n] * step
-        speeds.append(speed)
-    return np.array(speeds)
 
 
 def start(results, coarse):
@@ -93,23 +77,24 @@ def start(results, coarse):
     for _ in scene.steps(steps, "density ratio 0.8"):
         speeds.append(scene.bodies[0].getVelocities()[0])
     times, speeds = np.arange(1, steps + 1) * scene.dt, np.array(speeds)
-    theory = basset(ratio, times)
+    pull = GRAVITY * (1.0 - ratio)
+    theory = basset(ratio, VISCOSITY, scene.dt, steps, pull)[1][1:]
     # by then sound has crossed the sphere several times, so that the added mass is there
     late = times > 0.06
-    acceleration = GRAVITY * (1.0 - ratio) / (ratio + 0.5)
+    acceleration = pull / (ratio + 0.5)
     found = acceleration * (speeds[late] / theory[late]).mean()
     results.near(
         "ratio 0.8, alone: first acceleration g (1 - s)/(s + 1/2) [m/s^2]",
         found,
         acceleration,
-        "added mass; friction of Basset (1888)",
+        f"added mass; {BASSET}",
         0.1 if coarse else 0.05,
     )
     results.plot(
         "A sphere of density ratio 0.8 starts to rise",
         "time [s]",
         "speed [m/s]",
-        {"drelt": (times, speeds), "Basset (1888)": (times, theory)},
+        {"drelt": (times, speeds), BASSET: (times, theory)},
     )
 
 

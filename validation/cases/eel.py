@@ -2,18 +2,15 @@
 
 from __future__ import annotations
 
-import sys
 from dataclasses import dataclass
 
 import numpy as np
-
-from ..report import Results
-from ..scene import CHARACTERISTIC, ROOT, SEMI_IMPLICIT, Scene, body_of, parameters
-
-sys.path.insert(0, str(ROOT / "examples"))  # the gaits
 from assetgen.eel import LENGTH, LINKS, eel_assets, eel_mesh, eel_tree
 from assetgen.spine import link_volumes
 from gaits import ANGUILLIFORM_GAIT, servo_command
+
+from ..report import Results
+from ..scene import CHARACTERISTIC, SEMI_IMPLICIT, Scene, body_of, parameters
 
 KERN = "Kern and Koumoutsakos (2006)"
 PERIOD = 1.0  # s
@@ -34,9 +31,7 @@ class Swim:
         """Mean forward and lateral speed in each cycle [L per cycle], along the mean heading."""
         starts = self.place[:: self.cycle]
         moved = np.diff(starts, axis=0)
-        ahead = np.array(
-            [part.mean(axis=0) for part in np.split(self.heading[1:], len(moved))]
-        )
+        ahead = np.array([part.mean(axis=0) for part in np.split(self.heading[1:], len(moved))])
         ahead /= np.linalg.norm(ahead, axis=1)[:, None]
         aside = np.cross(ahead, (0.0, 1.0, 0.0))
         return (moved * ahead).sum(axis=1), (moved * aside).sum(axis=1)
@@ -44,15 +39,20 @@ class Swim:
 
 def neutral_eel(nodes):
     asset = next(a for a in eel_assets(LENGTH / nodes) if a.name == "eel_neutral")
-    # one sample and a third for each lattice area
-    area = asset.mesh.area()
-    return body_of(asset, samples=round(1.33 * area * nodes**2 / LENGTH**2))
+    # 4000 give 1.3 for each lattice area at 100 nodes; fewer would leave small faces without any
+    per_area = 1.3 * asset.mesh.area() * nodes**2 / LENGTH**2
+    return body_of(asset, samples=max(asset.samples, round(per_area)))
 
 
 def swim(nodes, box, cycles, u0k=0.08, viscosity=VISCOSITY, title="eel", **options):
     """A swim from rest. nodes: per length. box: its edges in lengths."""
     tail_speed = 2.0 * np.pi * TAIL * LENGTH / PERIOD
-    chosen = {"coupling": SEMI_IMPLICIT, "open_planes": CHARACTERISTIC, "retraction": 0.8, **options}
+    chosen = {
+        "coupling": SEMI_IMPLICIT,
+        "open_planes": CHARACTERISTIC,
+        "retraction": 0.8,
+        **options,
+    }
     param = parameters(
         LENGTH, nodes, tail_speed, viscosity * LENGTH**2 / PERIOD, box, u0k=u0k, **chosen
     )

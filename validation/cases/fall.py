@@ -45,7 +45,9 @@ def run(coarse):
         first, second = (np.interp(end, times, speeds) for speeds in (explicit, implicit))
         *model, tolerance = references[end]
         moment = f"at t = {end} D/u_g"
-        results.near(f"semi-implicit over explicit speed {moment}", second / first, 1.0, MODEL, tolerance)
+        results.near(
+            f"semi-implicit over explicit speed {moment}", second / first, 1.0, MODEL, tolerance
+        )
         if not coarse:
             results.told(f"explicit speed {moment} [u_g]", first, model[0], MODEL)
             results.told(f"semi-implicit speed {moment} [u_g]", second, model[1], MODEL)
@@ -67,6 +69,10 @@ def order(results, box, first):
         pair = [falling(coupling, u0k, box, 5)[1][-1] for coupling in (EXPLICIT, SEMI_IMPLICIT)]
         differences.append(abs(pair[1] - pair[0]))
     for k, u0k in enumerate((0.1, 0.05, 0.025)):
-        results.told(f"difference of the couplings at t = 5 D/u_g, u0k = {u0k:g} [u_g]", differences[k])
+        results.told(
+            f"difference of the couplings at t = 5 D/u_g, u0k = {u0k:g} [u_g]", differences[k]
+        )
     found = math.log2(differences[0] / differences[-1]) / 2
-    results.between("order of that difference in the time step", found, 0.7, 2.5, "first order or better")
+    results.between(
+        "order of that difference in the time step", found, 0.7, 2.5, "first order or better"
+    )

@@ -3,15 +3,14 @@
 from __future__ import annotations
 
 import numpy as np
-
-from ..report import Results
-from ..scene import CHARACTERISTIC, DENSITY, SEMI_IMPLICIT, Scene, body_of, parameters
-from ..spheres import DRAG_LAW, settling_speed
-
 from assetgen.asset import Asset
 from assetgen.loft import Loft, even_stations, whole_section
 from assetgen.skeleton import Joint, Link, chain
 from assetgen.spine import link_volumes
+
+from ..report import Results
+from ..scene import CHARACTERISTIC, DENSITY, SEMI_IMPLICIT, Scene, body_of, parameters
+from ..spheres import DRAG_LAW, settling_speed
 
 LENGTH = 0.1  # m
 HULL = 0.7  # part of the length that belongs to the body
@@ -94,7 +93,12 @@ def run(coarse):
         rows.append([hull.getLinearVelocity()[2], towards_fin, body.getPositions()[-1]])
     rise, towards_fin, hinge = np.array(rows).T
     results.told("excess mass of the whole [kg]", excess)
-    results.below("vertical part of the axis towards the fin, at the end", towards_fin[-1], -0.95, "heavy end down")
+    results.below(
+        "vertical part of the axis towards the fin, at the end",
+        towards_fin[-1],
+        -0.95,
+        "heavy end down",
+    )
     results.below("largest angle of the hinge [rad]", abs(hinge).max(), 0.4, "bounded")
     results.below("angle of the hinge at the end [rad]", abs(hinge[-1]), 0.1, "fin along the flow")
     rising = sphere_speed(abs(excess), mesh_of().volume())

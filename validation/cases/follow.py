@@ -41,12 +41,20 @@ def run(coarse):
     curves = {"fixed box": (times, fixed)}
     model = {12: 0.676, 8: 0.668}
     if not coarse:
-        results.told("fixed box of 24 x 12 x 12 D: speed at t = 14 D/u_g [u_g]", fixed[-1], 0.675, MODEL)
+        results.told(
+            "fixed box of 24 x 12 x 12 D: speed at t = 14 D/u_g [u_g]", fixed[-1], 0.675, MODEL
+        )
     for edge, tolerance in ((6, 0.02),) if coarse else ((12, 0.007), (8, 0.02)):
         times, speeds, ahead = falling((edge, edge, edge), True, duration)
         curves[f"following cube of {edge} D"] = times, speeds
         name = f"following cube of {edge} D, t = {duration} D/u_g"
-        results.near(f"{name}: speed over that in the fixed box", speeds[-1] / fixed[-1], 1.0, MODEL, tolerance)
+        results.near(
+            f"{name}: speed over that in the fixed box",
+            speeds[-1] / fixed[-1],
+            1.0,
+            MODEL,
+            tolerance,
+        )
         if not coarse:
             results.told(f"{name}: speed [u_g]", speeds[-1], model[edge], MODEL)
         results.below(f"{name}: fluid ahead [u_g]", abs(ahead), 0.015, MODEL)

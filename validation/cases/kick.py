@@ -5,7 +5,7 @@ from __future__ import annotations
 import numpy as np
 
 from ..report import Results
-from ..scene import EXPLICIT, SEMI_IMPLICIT, DENSITY, Scene, parameters
+from ..scene import DENSITY, EXPLICIT, SEMI_IMPLICIT, Scene, parameters
 from ..spheres import DIAMETER, MODEL, SPEED, TIME, VOLUME, Joint, sphere
 
 NODES = 8  # per diameter
@@ -62,7 +62,9 @@ def run(coarse):
         # the push would give the fluid that the sphere displaces the speed u_g
         results.between(f"{name}: highest speed [u_g]", abs(speeds).max(), 0.1, 1.0, "momentum")
         left = abs(speeds[-1]) / abs(speeds).max()
-        results.below(f"{name}: speed at the end over the highest", left, 0.3 if coarse else 0.05, "friction")
+        results.below(
+            f"{name}: speed at the end over the highest", left, 0.3 if coarse else 0.05, "friction"
+        )
         results.above(f"{name}: lowest speed [u_g]", speeds.min(), -0.02, "no overshoot")
     times, speeds, bounded = pushed(EXPLICIT, 0.3, duration, box)
     curves["m = 0.3 rho V, explicit"] = times, np.clip(speeds, -1, 1)

@@ -5,7 +5,7 @@ from __future__ import annotations
 import numpy as np
 
 from ..report import Results
-from ..scene import SEMI_IMPLICIT, DENSITY, Scene, parameters
+from ..scene import DENSITY, SEMI_IMPLICIT, Scene, parameters
 from ..spheres import DIAMETER, SPEED, VOLUME, Joint, sphere
 
 NODES, GALILEO = 8, 50.0
@@ -16,7 +16,9 @@ FORCE = Joint("prismatic", "force", (1.0, 0.0, 0.0), use_limits=True)
 def balance(excess, edge):
     """Momentum of body and fluid over that of the push, after each of some steps."""
     viscosity = SPEED * DIAMETER / GALILEO
-    param = parameters(DIAMETER, NODES, SPEED, viscosity, (edge, edge, edge), coupling=SEMI_IMPLICIT)
+    param = parameters(
+        DIAMETER, NODES, SPEED, viscosity, (edge, edge, edge), coupling=SEMI_IMPLICIT
+    )
     body = sphere(excess, FORCE)
     scene = Scene(param, body)
     given = DENSITY * VOLUME * SPEED
@@ -45,7 +47,9 @@ def run(coarse):
         times, share = balance(excess, 6 if coarse else 14)
         worst = share[np.argmax(abs(share - 1.0))]
         name = f"m = {excess:g} rho V"
-        results.near(f"{name}: momentum of body and fluid over the push", worst, 1.0, "conservation", 1e-5)
+        results.near(
+            f"{name}: momentum of body and fluid over the push", worst, 1.0, "conservation", 1e-5
+        )
         curves[name] = times, share - 1.0
     results.plot("Momentum", "step", "body and fluid over the push, minus 1", curves)
     return results

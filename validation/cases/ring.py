@@ -6,10 +6,10 @@ import numpy as np
 
 from ..report import Results
 from ..scene import CHARACTERISTIC, DENSITY, SEMI_IMPLICIT, Scene, parameters
-from ..spheres import DIAMETER, MODEL, SPEED, Joint, sphere
+from ..spheres import BASSET, DIAMETER, MODEL, SPEED, Joint, basset, sphere
 
 STIFFNESS, VISCOSITY = 0.34727, 0.02  # lattice units
-BASSET = (173.4, 512.9, 847.3)  # zeros of the linear theory with Basset's history force, in steps
+EXCESS = 2.0  # mass over that of the displaced fluid, in rho V
 FORCE = Joint("prismatic", "force", (1.0, 0.0, 0.0), use_limits=True)
 
 
@@ -26,7 +26,7 @@ def ringing(nodes, edge, steps, follow=False, start=0.5):
         retraction=0.8,
         open_planes=CHARACTERISTIC,
     )
-    body = sphere(2.0, FORCE, follow)
+    body = sphere(EXCESS, FORCE, follow)
     body.getJoint("bone_00").setPosition(0, start * spacing)
     body.update()
     scene = Scene(param, body)
@@ -42,6 +42,12 @@ def ringing(nodes, edge, steps, follow=False, start=0.5):
     return np.array(places) / (start * spacing)
 
 
+def slow_motion(nodes, steps):
+    """The same by linear theory, in fluid without walls."""
+    stiffness = STIFFNESS / (np.pi / 6 * nodes**3)
+    return basset(1 + EXCESS, VISCOSITY, 1.0, steps, 0.0, stiffness, 1.0, nodes)[0]
+
+
 def zeros(places):
     """Times in steps at which the displacement changes its sign, between the samples."""
     k = np.flatnonzero(places[:-1] * places[1:] < 0)
@@ -51,20 +57,20 @@ def zeros(places):
 def run(coarse):
     results = Results("ring")
     if coarse:
-        places = ringing(8, 4, 160)
-        # a sphere of 8 nodes has 3.5 times the fluid's mass, a third of that of one of 12
-        quarter = zeros(places)[0]
-        theory = 0.5 * np.pi * np.sqrt(3.5 * np.pi / 6 * 8**3 / STIFFNESS)
-        results.near("first zero over that without friction", quarter / theory, 1.13, MODEL, 0.05)
+        found, theory = (zeros(places)[0] for places in (ringing(8, 4, 120), slow_motion(8, 120)))
+        results.near("first zero over that of linear theory", found / theory, 1.0, BASSET, 0.04)
         return results
     fixed, following = (ringing(12, 6, 860, follow) for follow in (False, True))
-    for found, model, theory in zip(zeros(fixed), (169.7, 504.5, 834.0), BASSET):
+    theory = slow_motion(12, 860)
+    for found, model, linear in zip(zeros(fixed), (169.7, 504.5, 834.0), zeros(theory)):
         results.near("zero [steps]", found, model, MODEL, 0.02)
-        results.told("the same zero by linear theory", theory, "", "Basset (1888)")
+        results.told("the same zero by linear theory", linear, "", BASSET)
     results.near("first extremum", fixed.min(), -0.713, MODEL, absolute=0.015)
     results.near("second extremum", fixed[fixed.argmin() :].max(), 0.468, MODEL, absolute=0.015)
     for at_rest, moving in zip(zeros(fixed), zeros(following)):
-        results.near("zero on a following grid over that on a fixed one", moving / at_rest, 1.0, MODEL, 0.001)
+        results.near(
+            "zero on a following grid over that on a fixed one", moving / at_rest, 1.0, MODEL, 0.001
+        )
     results.plot(
         "A sphere on a spring",
         "step",
@@ -72,6 +78,7 @@ def run(coarse):
         {
             "fixed grid": (np.arange(len(fixed)), fixed),
             "following grid": (np.arange(len(following)), following),
+            BASSET: (np.arange(len(theory)), theory),
         },
     )
     return results
