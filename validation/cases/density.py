@@ -71,7 +71,7 @@ def pair(results, coarse):
 
 def start(results, coarse):
     """The first acceleration of a lone light sphere: weight and buoyancy over its and the added mass."""
-    ratio, nodes, edge = (0.8, 8, 4) if coarse else (0.8, 16, 7)
+    ratio, nodes, edge = (0.8, 8, 4) if coarse else (0.8, 12, 7)
     scene = scene_of((ratio,), ((0.0, 0.0, 0.0),), (edge, edge, edge), nodes, 0.2)
     speeds, steps = [], scene.steps_for(0.1)
     for _ in scene.steps(steps, "density ratio 0.8"):
