@@ -2,11 +2,12 @@
 
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
 may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
-three or any number of rows, fvec3 is one of float32 with three. A function's docstring is in the
-table only if its words are fixed.
+three or any number of rows, fvec3 is one of float32 with three; rows is an array with two axes. A
+function's docstring is in the table only if its words are fixed.
 """
 
 import re
+from types import ModuleType
 
 import drelt
 import pytest
@@ -128,6 +129,22 @@ class simulator3D
     setCurrent(velocity: vec3) -> None
     getCurrent() -> vec3
 
+make_pool(list of simulator3D) -> simulatorPool
+class simulatorPool
+    __init__(simulators: list of simulator3D) -> None
+    getSimulator(index: int) -> simulator3D
+    step(couple_mode: COUPLE_MODE, commands: Optional[array] = None, count: int = 1) -> None
+    getPositions(body: int = 0, includeBase: bool = True) -> rows
+    getVelocities(body: int = 0, includeBase: bool = True) -> rows
+    getCOM(body: int = 0) -> rows
+    getCOMLinearVelocity(body: int = 0) -> rows
+    getBaseLinkFwd(body: int = 0) -> rows
+    getBaseLinkRight(body: int = 0) -> rows
+    getBaseLinkUp(body: int = 0) -> rows
+    getMarkersPressure(body: int = 0) -> rows
+    getIterNum() -> list of int
+    getFailedWorlds() -> list of int
+
 make_trajectory() -> poseTrajectory
 make_tpPoint() -> trajectoryPosePoint3d
 make_controller(float, float, float) -> PDControl1D
@@ -188,6 +205,8 @@ def plain(signature):
     text = re.sub(r"\barg\d+: ", "", text)
     text = re.sub(r"numpy\.ndarray\[numpy\.float64\[(3|m), 1\]\]", r"vec\1", text)
     text = text.replace("numpy.ndarray[numpy.float32[3, 1]]", "fvec3")
+    text = text.replace("numpy.ndarray[numpy.float64[m, n]]", "rows")
+    text = text.replace("numpy.ndarray[numpy.float64]", "array")
     text = re.sub(r"\b[Ll]ist\[(\w+)\]", r"list of \1", text)
     text = re.sub(r"array\(\[([^]]*)\](, dtype=float32)?\)", r"(\1)", text)
     return re.sub(r"\b(\d+)\.0?(?=\W)", r"\1", text)
@@ -237,7 +256,7 @@ def surface():
     """All that is public in the module, in the order of definition, one line per name."""
     lines = []
     for name, member in vars(drelt).items():
-        if not name.startswith("_"):
+        if not name.startswith("_") and not isinstance(member, ModuleType):
             is_class = isinstance(member, type)
             lines += class_lines(name, member) if is_class else signatures(name, member)
     return lines
