@@ -9,6 +9,7 @@ void bindEnumerations(pybind11::module_& module);
 void bindParameters(pybind11::module_& module);
 void bindSkeleton(pybind11::module_& module);
 void bindSimulator(pybind11::module_& module);
+void bindPool(pybind11::module_& module);
 void bindTrajectory(pybind11::module_& module);
 void bindRenderer(pybind11::module_& module);
 void bindFieldUnits(pybind11::module_& module);

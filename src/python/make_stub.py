@@ -71,8 +71,8 @@ def with_refused_constructor(text, name):
 
 
 def stub(module, folder):
-    # the module's signatures write m for any number of rows
-    options = ["--numpy-array-remove-parameters", "--ignore-unresolved-names=^m$", "--exit-code"]
+    # the module's signatures write m and n for any number of rows and columns
+    options = ["--numpy-array-remove-parameters", "--ignore-unresolved-names=^[mn]$", "--exit-code"]
     write_stub([module.__name__, "-o", str(folder), *options])
     (written,) = Path(folder).rglob("*.pyi")
     lines = written.read_text(encoding="utf-8").splitlines(keepends=True)

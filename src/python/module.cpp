@@ -77,6 +77,7 @@ PYBIND11_MODULE(drelt, module) {
     bindGroup(module, {drelt::bindParameters});
     bindGroup(module, {drelt::bindSkeleton});
     bindGroup(module, {drelt::bindSimulator, drelt::bindFields});
+    bindGroup(module, {drelt::bindPool});
     bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});
     bindGroup(module, {bindMessages});
     refuseUnconstructed(module);

@@ -87,6 +87,9 @@ public:
     void clearInlets(int domain);
 
     int getIterNum() const { return iterNum; }
+    // Membership in a pool of simulators: it lasts as long as the given object.
+    void joinPool(const std::shared_ptr<const void>& membership) { pool_ = membership; }
+    bool inPool() const { return !pool_.expired(); }
     // Steps between two frames; see simParams.
     int getIterPerSave(int frame_rate);
     // Prints scales and grid on standard output.
@@ -146,6 +149,7 @@ private:
 
     bool populationsWritten_ = false;  // in the host records, by a commit
     bool locksWorld_ = false;
+    std::weak_ptr<const void> pool_;
     BodyWatch watch_;
 };
 

@@ -1,9 +1,13 @@
 """Runs the example scripts at a small size, as a user does."""
 
+import contextlib
 import os
 import re
+import signal
 import subprocess
 import sys
+import time
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -136,3 +140,47 @@ def test_steering_keeps_to_the_path_and_pictures_it(tmp_path):
     assert rows[places.argmax()] < rows[places.argmin()] - 20
     body = picture[..., 2] > 80
     assert 0.005 < body.mean() < 0.2
+
+
+def test_learning_leaves_a_curve_and_paths(tmp_path):
+    pytest.importorskip("cma")
+    pytest.importorskip("gymnasium")
+    printed = run_example("learn", tmp_path, "--generations", "1", "--seconds", "0.2")
+    assert len(re.findall(r"^(?:EMPIRICAL|TWO_WAY): return -?\d", printed, re.MULTILINE)) == 4
+    assert (tmp_path / "learn.png").stat().st_size > 10000
+
+
+def descendants(ancestor):
+    """Processes below one, as pairs of number and command line."""
+    children = {}
+    for stat in Path("/proc").glob("[0-9]*/stat"):
+        with contextlib.suppress(OSError):  # it has ended
+            parent = int(stat.read_text().rpartition(")")[2].split()[1])
+            children.setdefault(parent, []).append(int(stat.parent.name))
+    below = [ancestor]
+    for process in below:
+        below += children.get(process, [])
+    for process in below[1:]:
+        with contextlib.suppress(OSError):
+            yield process, Path(f"/proc/{process}/cmdline").read_bytes()
+
+
+def test_a_sweep_goes_on_after_a_killed_worker(tmp_path):
+    pytest.importorskip("ray", reason="the sweep runs on Ray, which is not installed")
+    worlds = ("--hertz", "1", "2", "--stiffness", "0.03", "0.3", "--nodes", "16", "--cycles", "1")
+    command = [sys.executable, "examples/sweep.py", "--out", str(tmp_path), *worlds]
+    environment = {**os.environ, "RAY_AUTH_MODE": "disabled"}  # leaves no token in the home folder
+    with (tmp_path / "log").open("w+") as log:
+        sweep = subprocess.Popen(command, cwd=ROOT, env=environment, stdout=log, stderr=log)
+        victim = None
+        while victim is None and sweep.poll() is None:
+            time.sleep(0.02)
+            running = (p for p, line in descendants(sweep.pid) if b"ray::speed_of" in line)
+            victim = next(running, None)
+        assert victim is not None, (tmp_path / "log").read_text()
+        os.kill(victim, signal.SIGKILL)
+        assert sweep.wait(timeout=300) == 0, (tmp_path / "log").read_text()
+    speeds = np.loadtxt(tmp_path / "sweep.csv")
+    assert speeds.shape == (2, 2)
+    assert np.isfinite(speeds).all()
+    assert (tmp_path / "sweep.png").stat().st_size > 10000

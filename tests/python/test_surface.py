@@ -2,12 +2,13 @@
 
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
 may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
-three or any number of rows, fvec3 is one of float32 with three; rows have three columns, indices are
-int32, and fields have any shape. A function's docstring is in the
+three or any number of rows, fvec3 is one of float32 with three; rows have three columns, a matrix has
+any number of them, indices are int32, and fields have any shape. A function's docstring is in the
 table only if its words are fixed.
 """
 
 import re
+from types import ModuleType
 
 import drelt
 import pytest
@@ -152,6 +153,22 @@ class simulator3D
     toDataset(units: UNITS = UNITS.SI) -> object
     setFields(velocity: field of float64, density: Optional[field of float64] = None, non_equilibrium: bool = True, units: UNITS = UNITS.SI) -> None
 
+make_pool(list of simulator3D) -> simulatorPool
+class simulatorPool
+    __init__(simulators: list of simulator3D) -> None
+    getSimulator(index: int) -> simulator3D
+    step(couple_mode: COUPLE_MODE, commands: Optional[field of float64] = None, count: int = 1) -> None
+    getPositions(body: int = 0, includeBase: bool = True) -> matrix
+    getVelocities(body: int = 0, includeBase: bool = True) -> matrix
+    getCOM(body: int = 0) -> matrix
+    getCOMLinearVelocity(body: int = 0) -> matrix
+    getBaseLinkFwd(body: int = 0) -> matrix
+    getBaseLinkRight(body: int = 0) -> matrix
+    getBaseLinkUp(body: int = 0) -> matrix
+    getMarkersPressure(body: int = 0) -> matrix
+    getIterNum() -> list of int
+    getFailedWorlds() -> list of int
+
 make_trajectory() -> poseTrajectory
 make_tpPoint() -> trajectoryPosePoint3d
 make_controller(float, float, float) -> PDControl1D
@@ -215,6 +232,7 @@ def plain(signature):
     text = text.replace("numpy.ndarray[numpy.float64[m, 3]]", "rows")
     text = text.replace("numpy.ndarray[numpy.int32[m, 3]]", "index rows")
     text = text.replace("numpy.ndarray[numpy.int32[m, 1]]", "indices")
+    text = text.replace("numpy.ndarray[numpy.float64[m, n]]", "matrix")
     text = re.sub(r"numpy\.ndarray\[numpy\.(\w+)\]", r"field of \1", text)
     text = re.sub(r"\b[Ll]ist\[(\w+)\]", r"list of \1", text)
     text = re.sub(r"array\(\[([^]]*)\](, dtype=float32)?\)", r"(\1)", text)
@@ -265,7 +283,7 @@ def surface():
     """All that is public in the module, in the order of definition, one line per name."""
     lines = []
     for name, member in vars(drelt).items():
-        if not name.startswith("_"):
+        if not name.startswith("_") and not isinstance(member, ModuleType):
             is_class = isinstance(member, type)
             lines += class_lines(name, member) if is_class else signatures(name, member)
     return lines
