@@ -112,6 +112,7 @@ void coupledLBM_sim3D::commitInit() {
 void coupledLBM_sim3D::initialise() {
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
+    world->setFluidDensity(solver->scale.rou0p);
     retractSamples();
     for (int s = 0; s < world->getNumSkeletons(); ++s) {
         world->getSkeleton(s)->sampler().beginCoupling(lbmvec.front()->param->dx);

@@ -52,6 +52,7 @@ skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem
 make_skeletonSystem(str, int) -> SkeletonSystem
 make_skDynamics(SkeletonSystem, int, int, vec3, vec3, vec3) -> SkeletonDynamics
 make_skWorld(vec3) -> DartWorld
+enum FLUID_FORCE: OUTER = 0, ON_LINK = 1
 class SkeletonSystem
     __init__(model_file: str, gpuId: int) -> None
 class SkeletonJoint
@@ -76,6 +77,8 @@ class SkeletonLink
     getLinearAcceleration() -> vec3
     getPosition() -> vec3
     getRotation() -> vec3
+    getFluidForce(which: FLUID_FORCE = 0) -> vec3
+    getFluidTorque(which: FLUID_FORCE = 0) -> vec3
 class Markers
     getMarkersPos() -> list of vec3
     getMarkersNormal() -> list of vec3
@@ -113,6 +116,8 @@ class SkeletonDynamics
     getSkinFaces() -> index rows
     getSkinFaceLinks() -> indices
     getLinkNames() -> list of str
+    getFluidWrench(which: FLUID_FORCE = 0) -> vecm
+    getJointPower() -> vecm
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None
