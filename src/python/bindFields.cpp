@@ -128,7 +128,7 @@ py::object toDataset(const Simulator& simulator, FieldUnits units) {
         }
         coordinates[names[a]] = py::make_tuple(names[a], places, metres);
     }
-    coordinates["component"] = py::make_tuple("x", "y", "z");
+    coordinates["component"] = py::cast(std::vector<std::string>{"x", "y", "z"});
     py::dict attributes;
     attributes["steps"] = simulator.getIterNum();
     attributes["time_s"] = simulator.getIterNum() * static_cast<double>(simulator.solver->scale.dt);

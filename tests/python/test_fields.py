@@ -115,9 +115,10 @@ def test_samples_and_skin_are_those_of_the_body(tmp_path):
     np.testing.assert_allclose(vtk_to_numpy(written.GetPoints().GetData()), vertices, atol=6e-5)
     ids = vtk_to_numpy(written.GetPolys().GetConnectivityArray()).reshape(-1, 3)
     assert np.array_equal(ids, faces)
+    # all but the world and the frame of the grid have a share of the skin
     names = body.getLinkNames()
     for links in (body.getSkinFaceLinks(), body.getSampleLinks()):
-        assert {names[i] for i in links} == {body.getBaseLink().getName()}
+        assert {names[i] for i in links} == set(names[1:-1])
 
 
 def test_dataset_has_the_fields_over_metres(monkeypatch):
@@ -221,6 +222,5 @@ def test_vortices_decay_as_theory_says():
         full: vortex_amplitude(viscosity, steps, non_equilibrium=full) / np.exp(-rate * steps) - 1
         for full in (True, False)
     }
-    print(errors)
-    assert np.abs(errors[True]).max() < 0.01
-    assert (np.abs(errors[True]) < 0.3 * np.abs(errors[False]))[:4].all()
+    assert np.abs(errors[True]).max() < 0.002
+    assert (np.abs(errors[True]) < 0.1 * np.abs(errors[False]))[:4].all()
