@@ -9,6 +9,7 @@
 #include <dart/dynamics/Skeleton.hpp>
 #include <dart/math/Geometry.hpp>
 
+#include "SkeletonDynamics/JointMotion.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 
 namespace drelt {
@@ -43,18 +44,13 @@ bool movedByForces(const dd::Joint& joint) {
 }
 
 // The mean acceleration of a joint over the step, impulses of constraints included. DART adds the classical
-// linear acceleration to a free joint's velocity, and turns the velocity into the new axes when it integrates
-// the position; both are undone here.
+// linear acceleration to a free joint's velocity; this is undone here.
 Eigen::VectorXd jointAcceleration(const dd::Joint& joint, const Eigen::VectorXd& before,
                                   double dt) {
-    const Eigen::VectorXd after = joint.getVelocities();
-    if (joint.getType() != dd::FreeJoint::getStaticType()) return (after - before) / dt;
-    const Vector3d w = before.head<3>(), v = before.tail<3>();
-    // The turn leaves its own axis, the new w, where it is. DART turns by the transpose of expMapRot, which
-    // is a series below 1e-3 rad and not quite orthogonal.
-    const Matrix3d toOldAxes = dart::math::expMapRot(dt * after.head<3>()).transpose().inverse();
-    Vector6d acceleration;
-    acceleration << (after.head<3>() - w) / dt, (toOldAxes * after.tail<3>() - v) / dt - w.cross(v);
+    const Eigen::VectorXd after = velocityInOldAxes(joint, dt);
+    Eigen::VectorXd acceleration = (after - before) / dt;
+    if (joint.getType() == dd::FreeJoint::getStaticType())
+        acceleration.tail<3>() -= Vector3d(before.head<3>()).cross(Vector3d(before.tail<3>()));
     return acceleration;
 }
 
@@ -93,6 +89,7 @@ SemiImplicitLinks::SemiImplicitLinks(skLinkMgr& links) : links_(links) {
     added_.resize(bodies_.size());
     accelerations_.resize(bodies_.size());
     gains_.assign(links.links.size(), LinkVelocityGain::Zero());
+    wrenches_.assign(links.links.size(), Vector6d::Zero());
 }
 
 AddedMass::Tensor SemiImplicitLinks::ownTensor(std::size_t body) const {
@@ -231,6 +228,7 @@ const std::vector<LinkVelocityGain>& SemiImplicitLinks::endStep(double dt) {
         const Vector3d w = old_[i].velocity.head<3>(), v = old_[i].velocity.tail<3>();
         const Vector3d c = added_[i].centroid();
         gains_[i + 1] << dt * A.head<3>(), dt * (A.tail<3>() + w.cross(v) + w.cross(w.cross(c)));
+        wrenches_[i + 1] = -(added_[i].tensor() * gains_[i + 1]) / dt;
     }
     return gains_;
 }

@@ -63,6 +63,9 @@ public:
     // Call it right after the dynamics step of dt [s]: gives the links their own inertia again, and returns
     // what the velocities of the samples gained, one entry per link of the list.
     const std::vector<LinkVelocityGain>& endStep(double dt);
+    // After endStep: what the new velocities changed of the samples' forces on each link, about its origin
+    // at the pose before the step.
+    const std::vector<Eigen::Matrix<double, 6, 1>>& addedWrenches() const { return wrenches_; }
     // Gives the links their own inertia, in whatever state they are.
     void restore();
 
@@ -91,6 +94,7 @@ private:
     std::vector<OldState> old_;
     std::vector<Eigen::Matrix<double, 6, 1>> accelerations_;  // spatial
     std::vector<LinkVelocityGain> gains_;
+    std::vector<Eigen::Matrix<double, 6, 1>> wrenches_;  // one per link of the list
 };
 
 }  // namespace drelt

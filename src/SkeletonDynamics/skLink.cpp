@@ -83,4 +83,14 @@ void skLink::addTorque(const Eigen::Vector3d& torque) {
     requireBody("place for a torque").addExtTorque(torque, false);
 }
 
+ForceAndTorque skLink::fluidForce(FluidForce which) const {
+    requireBody("skin");
+    return forces_ ? forces_->on(index_, which) : ForceAndTorque{};
+}
+
+void skLink::readForces(std::shared_ptr<const FluidForces> forces, int index) {
+    forces_ = std::move(forces);
+    index_ = index;
+}
+
 }  // namespace drelt

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "SkeletonDynamics/FluidForces.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/mlObject.h"
 
@@ -44,6 +45,10 @@ public:
     void addForce(const Eigen::Vector3d& force) override;
     void addTorque(const Eigen::Vector3d& torque) override;
     void update() override {}
+    // What the fluid did in the last step: world axes, about the centre of mass (FluidForces.h).
+    ForceAndTorque fluidForce(FluidForce which) const;
+    // Shares the forces of the body; this link is the given one of its list.
+    void readForces(std::shared_ptr<const FluidForces> forces, int index);
 
     // Orthonormal part of the world transform, by singular value decomposition.
     Eigen::Matrix3d rotationMatrix() const;
@@ -69,6 +74,8 @@ private:
     InertiaTensor restInertia_ = InertiaTensor::Zero();
     std::string name;
     std::shared_ptr<const void> owner_;
+    std::shared_ptr<const FluidForces> forces_;
+    int index_ = 0;
 };
 
 // Orthonormal factor of the polar decomposition of a transform's 3 x 3 block.

@@ -10,6 +10,8 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/JointPower.h"
+#include "SkeletonDynamics/KeptSamples.h"
 #include "SkeletonDynamics/SemiImplicitLinks.h"
 #include "SkeletonDynamics/ServoCheck.h"
 #include "SkeletonDynamics/requireFinite.h"
@@ -88,10 +90,12 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     markers_ = std::move(markers);
     sampler_ = std::make_shared<IBSamplerMesh>(&mesh(), gpuId);
     labelFaces();
+    makeFluidForces();
     sampler_->generateSamples(sampleNum);
 
     placeRoot(placedPose(*description_->rootJoint->node, translation, rotation));
     collectControlledDofs();
+    jointPower_ = std::make_unique<JointPower>(skeleton_, controlledDofs);
     initialPositions = skeleton_->getPositions();
     initialVelocities = skeleton_->getVelocities();
     massObstacle_ = findMassObstacle();
@@ -100,7 +104,10 @@ skSystem::skSystem(std::shared_ptr<SkeletonSystem> skeletonDescription, int samp
     description_->markers = markers_;
 }
 
-skSystem::~skSystem() = default;
+// A link that outlives the body keeps its forces.
+skSystem::~skSystem() {
+    if (fluidForces_) fluidForces_->finish();
+}
 
 void skSystem::buildBodies() {
     skeleton_ = dart::dynamics::Skeleton::create(mesh().filePath);
@@ -212,7 +219,10 @@ void skSystem::setHead(const Eigen::Vector3d& position, const Eigen::Vector3d& t
     update();
 }
 
-void skSystem::sample(int sampleNum) { sampler_->generateSamples(sampleNum); }
+void skSystem::sample(int sampleNum) {
+    fluidForces_->finish();
+    sampler_->generateSamples(sampleNum);
+}
 
 void skSystem::updateBaseAxes() {
     const auto base = getBaseLink();
@@ -281,6 +291,8 @@ void skSystem::reset() {
     skeleton_->resetGeneralizedForces();
     skeleton_->clearExternalForces();  // left by a step that was not completed
     skeleton_->resetAccelerations();
+    jointPower_->clear();
+    fluidForces_->clear();
     update();
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "MeshLoad/twoSideDataWrapper.h"
+#include "SkeletonDynamics/FluidForces.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/mlLifeCycle.h"
 
@@ -18,6 +19,8 @@ class Skeleton;
 namespace drelt {
 
 class IBSamplerMesh;
+class JointPower;
+class KeptSamples;
 class LinkForceReduction;
 class SampleMasses;
 class SemiImplicitLinks;
@@ -93,11 +96,16 @@ public:
     // Commands of the actuated DOFs.
     Eigen::VectorXd getCommands() const;
     void setCommands(const Eigen::VectorXd& commands);
+    // The power of the actuators in the last step [W], one number per actuated DOF (JointPower.h).
+    const Eigen::VectorXd& getJointPower() const;
     const std::shared_ptr<Markers>& getMarkers() const { return markers_; }
 
     // Sums the sample forces to one wrench per link and applies the wrenches. `scale` is the node spacing
     // [m].
     void applyFluidForce(float scale);
+    // Records the sample forces in fluidForces() without applying them; they are summed when they are asked
+    // for. density [kg/m^3] and dt [s] are those of FluidForces::recordExplicit.
+    void keepFluidForce(float scale, double density, double dt);
     // Applies the wrenches of a flat-plate model. A face that moves against its normal gets a pressure
     // proportional to its normal speed, in a medium of density 1000.
     void applyEmpiricalForce();
@@ -114,6 +122,11 @@ public:
     // Throws std::invalid_argument for masses that the semi-implicit coupling cannot hold at this fluid
     // density [kg/m^3] and node spacing [m], with all samples in the grid.
     void requireSampleMasses(double fluidDensity, double dx);
+    // What the fluid did to the links in the last step.
+    FluidForces& fluidForces() const { return *fluidForces_; }
+    // The sum over all links about the body's centre of mass, world axes. Throws std::logic_error if the
+    // masses add up to zero.
+    ForceAndTorque getFluidWrench(FluidForce which) const;
     // Why links without the mass of samples cannot be stepped; empty if they can.
     const std::string& massObstacle() const { return massObstacle_; }
     bool ownMassesPositive() const;
@@ -127,6 +140,7 @@ public:
     IBSamplerMesh& sampler() const { return *sampler_; }
     skLinkMgr& links() const { return *links_; }
     skJointMgr& joints() const { return *joints_; }
+    JointPower& jointPower() const { return *jointPower_; }
     // Whether updates compute meshes and samples on the device.
     bool useGpuPath() const { return useGpuPath_; }
     const std::string& baseFrameName() const { return baseFrameName_; }
@@ -139,6 +153,7 @@ private:
     void buildBodies();
     void requireLink(const std::string& name, const char* role) const;
     void labelFaces();
+    void makeFluidForces();
     void placeRoot(const Eigen::Isometry3d& pose);
     void collectControlledDofs();
     void warnIfWithoutLinks() const;
@@ -166,11 +181,14 @@ private:
     std::shared_ptr<IBSamplerMesh> sampler_;
     std::shared_ptr<Markers> markers_;
     std::shared_ptr<skLinkMgr> links_;
+    std::shared_ptr<FluidForces> fluidForces_;  // shared with the links
     std::unique_ptr<LinkForceReduction> reduction_;
+    std::unique_ptr<KeptSamples> keptSamples_;         // null until needed
     std::unique_ptr<SemiImplicitLinks> semiImplicit_;  // this and the next: null until needed
     std::unique_ptr<SampleMasses> sampleMasses_;
     std::vector<Eigen::Matrix<double, 10, 1>> hostMassSums_;
     std::shared_ptr<skJointMgr> joints_;
+    std::unique_ptr<JointPower> jointPower_;
     std::shared_ptr<dart::dynamics::SimpleFrame> movingFrame_;
     std::string baseFrameName_, baseLinkName_;
     int frameLinkIndex_ = 0;

@@ -1,8 +1,12 @@
 // Forces of a medium on a body's links, and velocities of its samples, on the device or on the host.
 #include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/KeptSamples.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystem.h"
 #include "SkeletonDynamics/skSystem_GPU.h"
@@ -39,6 +43,43 @@ Eigen::Vector3d plateForce(const host_MeshData& data, const MeshFace& face, cons
 
 }  // namespace
 
+// Each link gets the volume inside its faces at rest.
+void skSystem::makeFluidForces() {
+    std::vector<Eigen::Vector3d> vertices;
+    std::vector<FaceVertices> triangles;
+    std::vector<std::int32_t> labels;
+    for (const auto& part : mesh().meshes) {
+        const host_MeshData& data = part->data_cpu;
+        const auto first = static_cast<std::int32_t>(vertices.size());
+        vertices.insert(vertices.end(), data.curr_positions.begin(), data.curr_positions.end());
+        for (const MeshFace& face : data.faces) {
+            const std::int32_t* const v = face.vertexIds;
+            triangles.push_back({first + v[0], first + v[1], first + v[2]});
+            labels.push_back(face.linkId);
+        }
+    }
+    std::vector<VolumeMoments> inside =
+        volumeMomentsOfParts(vertices, triangles, labels, links_->count());
+    for (int i = 1; i < links_->count() - 1; ++i)
+        inside[i] = inside[i].movedBy(links_->links[i]->description()->transform.inverse());
+    fluidForces_ = std::make_shared<FluidForces>(std::move(inside));
+    for (int i = 1; i < links_->count() - 1; ++i) links_->links[i]->readForces(fluidForces_, i);
+}
+
+ForceAndTorque skSystem::getFluidWrench(FluidForce which) const {
+    requireMass("getFluidWrench");
+    Eigen::Vector3d centre = Eigen::Vector3d::Zero();
+    for (int i = 1; i < links_->count() - 1; ++i)
+        centre += links_->links[i]->getMass() / ownMass() * fluidForces_->place(i);
+    ForceAndTorque sum;
+    for (int i = 1; i < links_->count() - 1; ++i) {
+        const ForceAndTorque link = fluidForces_->on(i, which);
+        sum.force += link.force;
+        sum.torque += link.torque + (fluidForces_->place(i) - centre).cross(link.force);
+    }
+    return sum;
+}
+
 void skSystem::applyFluidForce(float scale) {
     checkCudaErrors(cudaSetDevice(gpuId));
     if (useGpuPath_) {
@@ -50,6 +91,17 @@ void skSystem::applyFluidForce(float scale) {
         sumWrenchesOnHost(scale);
     }
     links_->applyWrenches();
+}
+
+void skSystem::keepFluidForce(float scale, double density, double dt) {
+    checkCudaErrors(cudaSetDevice(gpuId));
+    if (!keptSamples_) keptSamples_ = std::make_unique<KeptSamples>();
+    keptSamples_->keep(sampler_->boundaryMgr());
+    fluidForces_->recordExplicit(links_->link_data_host, density, dt);
+    fluidForces_->postpone(links_->link_data_host, [this, scale](std::vector<skLinkData>& records) {
+        checkCudaErrors(cudaSetDevice(gpuId));
+        keptSamples_->sum(sampler_->boundaryMgr(), sampler_->sampleLinks, scale, records);
+    });
 }
 
 void skSystem::sumWrenchesOnHost(float scale) {

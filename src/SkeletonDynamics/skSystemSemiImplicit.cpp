@@ -135,10 +135,12 @@ void skSystem::beginSemiImplicit(const SampleGrid& grid, float dx) {
                                  "': " + weak + ", or keep the body inside the grid");
     links.beginStep(sums);
     requireSolvable();
+    fluidForces_->beginSemiImplicit(links_->link_data_host, grid.rou0p);
 }
 
 void skSystem::endSemiImplicit(const SampleGrid& grid, float dt) {
     const std::vector<LinkVelocityGain>& gains = semiImplicit().endStep(dt);
+    fluidForces_->endSemiImplicit(semiImplicit().addedWrenches(), *links_, dt);
     checkCudaErrors(cudaSetDevice(gpuId));
     if (useGpuPath_) {
         sampleMasses_->correct(links_->link_data_device, sampler_->boundaryMgr().mllaboundary_gpu,

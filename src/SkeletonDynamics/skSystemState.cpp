@@ -3,6 +3,7 @@
 #include <dart/dynamics/Skeleton.hpp>
 #include <stdexcept>
 
+#include "SkeletonDynamics/JointPower.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
@@ -87,6 +88,8 @@ Eigen::VectorXd skSystem::getPositions(bool includeBase) const {
 }
 
 Eigen::VectorXd skSystem::getAccelerations() const { return skeleton_->getAccelerations(); }
+
+const Eigen::VectorXd& skSystem::getJointPower() const { return jointPower_->watts(); }
 
 double skSystem::ownMass() const {
     double mass = 0;

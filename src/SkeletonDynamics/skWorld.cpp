@@ -14,6 +14,7 @@
 #include <string>
 
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/JointPower.h"
 #include "SkeletonDynamics/requireFinite.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "cslbm/mlimmersedbnd/SampleGrid.h"
@@ -113,6 +114,11 @@ dart::dynamics::Frame* skWorld::getFrame() { return firstSystem().movingFrame().
 
 bool skWorld::isFixed() { return firstSystem().baseFrameName().empty(); }
 
+void skWorld::setFluidDensity(double density) {
+    fluidDensity_ = density;
+    for (const auto& system : systems_) system->fluidForces().clear();
+}
+
 void skWorld::applyForces(int mode, float dx) {
     if (mode != TWO_WAY && mode != EMPIRICAL) return;
     for (const auto& system : systems_) {
@@ -126,6 +132,20 @@ void skWorld::applyForces(int mode, float dx) {
     if (unusable.empty()) return;
     clearForces();
     throw std::runtime_error(nextStep() + unusable);
+}
+
+// What scripts read as the fluid's forces of this step.
+void skWorld::recordForces(int mode, float dt, float dx) {
+    for (const auto& system : systems_) {
+        FluidForces& forces = system->fluidForces();
+        const std::vector<skLinkData>& records = system->links().link_data_host;
+        switch (mode) {
+            case TWO_WAY: forces.recordExplicit(records, fluidDensity_, dt); break;
+            case ONE_WAY: system->keepFluidForce(dx, fluidDensity_, dt); break;
+            case EMPIRICAL: forces.recordModel(records); break;
+            default: forces.clear();
+        }
+    }
 }
 
 void skWorld::clearForces() {
@@ -215,15 +235,23 @@ void skWorld::requireOwnMasses() const {
     }
 }
 
-void skWorld::stepDynamics() {
+// DART's step with the option to clear forces and commands would clear them before the power is measured.
+void skWorld::stepDynamics(double dt) {
+    for (const auto& system : systems_) system->jointPower().beginStep();
     try {
-        world_->step(true);
+        world_->step(false);
     } catch (const SolverFailure& failure) {
         clearForces();
         throw std::runtime_error(nextStep() + "DART cannot solve the constraints of the joints (" +
                                  failure.what() +
                                  "). Give links more mass, or change limits and "
                                  "actuators of the joints, and rebuild the scene.");
+    }
+    for (const auto& system : systems_) {
+        system->jointPower().endStep(dt);
+        system->skeleton()->clearInternalForces();
+        system->skeleton()->clearExternalForces();
+        system->skeleton()->resetCommands();
     }
 }
 
@@ -249,8 +277,9 @@ void skWorld::step(int mode, float dt, float dx) {
     requireOwnMasses();
     world_->setTimeStep(dt);
     applyForces(mode, dx);
+    recordForces(mode, dt, dx);
     callBeforeStep(dt, dx);
-    stepDynamics();
+    stepDynamics(dt);
     callAfterStep(dt);
     if (mode != EMPIRICAL) {
         updateBodies(dt, dx);
@@ -266,7 +295,7 @@ void skWorld::stepSemiImplicit(const SampleGrid& grid, float dt, float dx) {
     callBeforeStep(dt, dx);
     try {
         for (const auto& system : systems_) system->beginSemiImplicit(grid, dx);
-        stepDynamics();
+        stepDynamics(dt);
     } catch (const std::runtime_error&) {
         for (const auto& system : systems_) system->restoreOwnInertia();
         clearForces();

@@ -34,6 +34,10 @@ public:
     void unlock() { locked_ = false; }
     bool locked() const { return locked_; }
 
+    // The density of the fluid [kg/m^3], for forces of the outer fluid. The next step is the first one: all
+    // fluid forces become zero.
+    void setFluidDensity(double density);
+
     double getTimestep() const;
     Eigen::Vector3d getGravity() const;
     // Simulated time [s].
@@ -72,11 +76,12 @@ public:
 private:
     void requireOwnMasses() const;
     void applyForces(int mode, float dx);
+    void recordForces(int mode, float dt, float dx);
     void callBeforeStep(float dt, float dx);
     void callAfterStep(float dt);
     void callBeforeUpdate(float dt, float dx);
     std::string unusableForce() const;
-    void stepDynamics();
+    void stepDynamics(double dt);
     void clearForces();
     std::string nextStep() const;
     std::string nameOf(std::size_t body, int link) const;
@@ -85,6 +90,7 @@ private:
     std::shared_ptr<dart::simulation::World> world_;
     std::vector<std::shared_ptr<skSystem>> systems_;
     bool locked_ = false;
+    double fluidDensity_ = 0;
 };
 
 }  // namespace drelt

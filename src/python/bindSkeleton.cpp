@@ -21,9 +21,6 @@ using Eigen::Vector3d;
 namespace drelt {
 namespace {
 
-template <class T>
-using Class = py::class_<T, std::shared_ptr<T>>;
-
 std::shared_ptr<skSystem> makeSystem(const std::shared_ptr<SkeletonSystem>& skeleton, int sampleNum,
                                      int gpuId, const Vector3d& translation,
                                      const Vector3d& rotation, const Vector3d& scaling) {
@@ -58,7 +55,7 @@ void bindFactories(py::module_& module) {
         py::arg("Gravity"), py::pos_only(), "New world with this gravity [m/s^2].");
 }
 
-void bindJoint(Class<skJoint>& joint) {
+void bindJoint(BodyClass<skJoint>& joint) {
     joint
         .def("getJointType", &skJoint::getJointType,
              "Joint type as in the description, such as 'revolute'.")
@@ -83,7 +80,7 @@ void bindJoint(Class<skJoint>& joint) {
              "One DOF.");
 }
 
-void bindLink(Class<skLink>& link) {
+void bindLink(BodyClass<skLink>& link) {
     link.def("getMass", &skLink::getMass, "[kg]. Raises RuntimeError for a link without a body.")
         .def("getName", &skLink::getName, "Name of the link.")
         .def("getAngularVelocity", &skLink::getAngularVelocity, "World axes [rad/s], shape (3,).")
@@ -96,7 +93,7 @@ void bindLink(Class<skLink>& link) {
         .def("getRotation", &skLink::getRotation, "Euler angles about x, y, z [rad], shape (3,).");
 }
 
-void bindMarkers(Class<Markers>& markers) {
+void bindMarkers(BodyClass<Markers>& markers) {
     const auto list = [](auto Markers_CPU::*values) {
         return [values](const Markers& self) { return self.data_cpu.*values; };
     };
@@ -110,7 +107,7 @@ void bindMarkers(Class<Markers>& markers) {
              "Fluid momenta at the markers, lattice units, a list of shape (3,).");
 }
 
-void bindPose(Class<skSystem>& system) {
+void bindPose(BodyClass<skSystem>& system) {
     system
         .def("setHead", &skSystem::setHead, py::arg("position"), py::arg("target_orientation"),
              "Turns the body so that its forward axis points along target_orientation, and\n"
@@ -133,7 +130,7 @@ void bindPose(Class<skSystem>& system) {
              "Updates frame, mesh, markers and samples from the joint state.");
 }
 
-void bindState(Class<skSystem>& system) {
+void bindState(BodyClass<skSystem>& system) {
     system.def("getNumDofs", &skSystem::getNumDofs, "Number of actuated DOFs.")
         .def("getForces", &skSystem::getForces, "Generalised forces of all DOFs [N, N m].")
         .def("getVelocities", &skSystem::getVelocities, py::arg("includeBase") = true,
@@ -163,7 +160,7 @@ void bindState(Class<skSystem>& system) {
         .def("getMarkers", &skSystem::getMarkers, "The probes on the body's skin.");
 }
 
-void bindWorld(Class<skWorld>& world) {
+void bindWorld(BodyClass<skWorld>& world) {
     world.def(py::init<const Vector3d&>(), py::arg("Gravity") = Vector3d(0, 0, 0), "[m/s^2]")
         .def("addSkeleton", &skWorld::addSkeleton, py::arg("SkeletonDynamics"),
              "Adds a body. The fluid grid follows the first one. Raises ValueError for a\n"
@@ -187,19 +184,20 @@ void bindWorld(Class<skWorld>& world) {
 
 void bindSkeleton(py::module_& module) {
     // All classes first, so that signatures name them.
-    Class<SkeletonSystem> description(module, "SkeletonSystem",
-                                      "A mesh with the joints and links derived from its bones.");
-    Class<skJoint> joint(module, "SkeletonJoint",
-                         "A joint of a body. Stays usable after the body is deleted.");
-    Class<skLink> link(module, "SkeletonLink",
-                       "A link of a body. Stays usable after the body is deleted.");
-    Class<Markers> markers(module, "Markers",
-                           "Probes on a body's skin. They read the fluid after each step.");
-    Class<skSystem> system(
+    bindForceKinds(module);
+    BodyClass<SkeletonSystem> description(
+        module, "SkeletonSystem", "A mesh with the joints and links derived from its bones.");
+    BodyClass<skJoint> joint(module, "SkeletonJoint",
+                             "A joint of a body. Stays usable after the body is deleted.");
+    BodyClass<skLink> link(module, "SkeletonLink",
+                           "A link of a body. Stays usable after the body is deleted.");
+    BodyClass<Markers> markers(module, "Markers",
+                               "Probes on a body's skin. They read the fluid after each step.");
+    BodyClass<skSystem> system(
         module, "SkeletonDynamics",
         "A live articulated body. Vectors over degrees of freedom (DOFs) are in\n"
         "the order of its joints.");
-    Class<skWorld> world(module, "DartWorld", "The bodies of a simulation.");
+    BodyClass<skWorld> world(module, "DartWorld", "The bodies of a simulation.");
 
     bindFactories(module);
     description.def(py::init<const std::string&, int>(), py::arg("model_file"), py::arg("gpuId"),
@@ -219,6 +217,7 @@ void bindSkeleton(py::module_& module) {
                "number of samples, and a vector that is not finite.");
     bindPose(system);
     bindState(system);
+    bindForces(link, system);
     bindWorld(world);
 }
 

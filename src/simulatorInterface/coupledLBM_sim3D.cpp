@@ -111,6 +111,7 @@ void coupledLBM_sim3D::commitInit() {
 void coupledLBM_sim3D::initialise() {
     solver->mlImmersedSolver::gpuDeviceId = gpuId;
     world->setTimestep(solver->scale.dt);
+    world->setFluidDensity(solver->scale.rou0p);
     retractSamples();
     solver->world = world;
     solver->boundaries = world->getBoundaries();

@@ -48,6 +48,7 @@ skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem
 make_skeletonSystem(str, int) -> SkeletonSystem
 make_skDynamics(SkeletonSystem, int, int, vec3, vec3, vec3) -> SkeletonDynamics
 make_skWorld(vec3) -> DartWorld
+enum FLUID_FORCE: OUTER = 0, ON_LINK = 1
 class SkeletonSystem
     __init__(model_file: str, gpuId: int) -> None
 class SkeletonJoint
@@ -72,6 +73,8 @@ class SkeletonLink
     getLinearAcceleration() -> vec3
     getPosition() -> vec3
     getRotation() -> vec3
+    getFluidForce(which: FLUID_FORCE = 0) -> vec3
+    getFluidTorque(which: FLUID_FORCE = 0) -> vec3
 class Markers
     getMarkersPos() -> list of vec3
     getMarkersNormal() -> list of vec3
@@ -100,6 +103,8 @@ class SkeletonDynamics
     getCommands() -> vecm
     setCommands(_: vecm) -> None
     getMarkers() -> Markers
+    getFluidWrench(which: FLUID_FORCE = 0) -> vecm
+    getJointPower() -> vecm
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None

@@ -51,6 +51,16 @@ public:
         return {force.norm() / forces, moment.norm() / moments};
     }
 
+    // What the links' own masses needed in the step beyond their weight; the moment is about the origin.
+    struct Wrench {
+        Eigen::Vector3d force = Eigen::Vector3d::Zero(), moment = force;
+    };
+    Wrench needed(double dt, const Eigen::Vector3d& gravity) const {
+        Wrench sum;
+        addLinks(dt, gravity, sum.force, sum.moment);
+        return sum;
+    }
+
 private:
     // Adds what the links' own masses need beyond their weight.
     void addLinks(double dt, const Eigen::Vector3d& gravity, Eigen::Vector3d& force,
