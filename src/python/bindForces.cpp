@@ -25,10 +25,12 @@ void bindForceKinds(py::module_& module) {
 }
 
 void bindForces(BodyClass<skLink>& link, BodyClass<skSystem>& system) {
+    // the default as the stub writes it
+    const py::arg_v outer("which", FluidForce::Outer, "FLUID_FORCE.OUTER");
     link.def(
             "getFluidForce",
             [](const skLink& self, FluidForce which) { return self.fluidForce(which).force; },
-            py::arg("which") = FluidForce::Outer,
+            outer,
             "Force of the fluid on the link in the last step [N], world axes, shape (3,). By\n"
             "default that of the outer fluid, which drag and thrust mean; see FLUID_FORCE. In\n"
             "ONE_WAY the force is computed, though it does not act; in EMPIRICAL it is that of\n"
@@ -39,7 +41,7 @@ void bindForces(BodyClass<skLink>& link, BodyClass<skSystem>& system) {
         .def(
             "getFluidTorque",
             [](const skLink& self, FluidForce which) { return self.fluidForce(which).torque; },
-            py::arg("which") = FluidForce::Outer,
+            outer,
             "Torque that goes with getFluidForce [N m], world axes, shape (3,), about the\n"
             "link's centre of mass at the pose at which the force acted: that before the step.");
     system.def(
@@ -50,7 +52,7 @@ void bindForces(BodyClass<skLink>& link, BodyClass<skSystem>& system) {
             wrench << sum.force, sum.torque;
             return wrench;
         },
-        py::arg("which") = FluidForce::Outer,
+        outer,
         "Force [N], then torque [N m] of the fluid on the whole body in the last step, world\n"
         "axes, shape (6,): the sum of getFluidForce and getFluidTorque over the links, the\n"
         "torque about the body's centre of mass before the step. Raises RuntimeError for a\n"

@@ -73,8 +73,8 @@ class SkeletonLink
     getLinearAcceleration() -> vec3
     getPosition() -> vec3
     getRotation() -> vec3
-    getFluidForce(which: FLUID_FORCE = 0) -> vec3
-    getFluidTorque(which: FLUID_FORCE = 0) -> vec3
+    getFluidForce(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vec3
+    getFluidTorque(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vec3
 class Markers
     getMarkersPos() -> list of vec3
     getMarkersNormal() -> list of vec3
@@ -103,7 +103,7 @@ class SkeletonDynamics
     getCommands() -> vecm
     setCommands(_: vecm) -> None
     getMarkers() -> Markers
-    getFluidWrench(which: FLUID_FORCE = 0) -> vecm
+    getFluidWrench(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vecm
     getJointPower() -> vecm
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
