@@ -36,13 +36,13 @@ def speed_of(name, frequency, fastest, nodes, cycles):
     """Mean forward speed over the last beat [lengths/s]; u0p suits the fastest gait of the sweep."""
     options = {"u0p": 2.0 * np.pi * FISH.tail * LENGTH * fastest, **NEUTRAL}
     simulator, body, dt, _ = make_swimmer(name, FISH, nodes, -1, **options)
-    beat, places = frequency * dt, []
+    beat, places = frequency * dt, [body.getBaseLink().getPosition()[0]]
     for step in range(round(cycles / beat)):
         angles = body.getPositions(False)
         rates = servo_command(FISH.midline, FISH.ends, step * beat, beat, angles)
         body.setCommands(rates[:-1] * frequency)  # the last joint is the fin's
         simulator.step(drelt.COUPLE_MODE.TWO_WAY)
-        places.append(np.ravel(body.getBaseLink().getPosition())[0])
+        places.append(body.getBaseLink().getPosition()[0])
     return (places[-1] - places[-1 - round(1 / beat)]) * frequency / LENGTH
 
 

@@ -168,9 +168,10 @@ def descendants(ancestor):
 
 def test_a_sweep_goes_on_after_a_killed_worker(tmp_path):
     pytest.importorskip("ray", reason="the sweep runs on Ray, which is not installed")
-    worlds = ("--hertz", "1", "2", "--stiffness", "0.03", "0.3", "--nodes", "16", "--cycles", "1")
+    worlds = ("--hertz", "2", "--stiffness", "0.03", "0.3", "--nodes", "16", "--cycles", "1")
     command = [sys.executable, "examples/sweep.py", "--out", str(tmp_path), *worlds]
-    environment = {**os.environ, "RAY_AUTH_MODE": "disabled"}  # leaves no token in the home folder
+    # no token in the home folder; workers that other processes do not starve
+    environment = {**os.environ, "RAY_AUTH_MODE": "disabled", "RAY_worker_niceness": "0"}
     with (tmp_path / "log").open("w+") as log:
         sweep = subprocess.Popen(command, cwd=ROOT, env=environment, stdout=log, stderr=log)
         victim = None
@@ -181,7 +182,7 @@ def test_a_sweep_goes_on_after_a_killed_worker(tmp_path):
         assert victim is not None, (tmp_path / "log").read_text()
         os.kill(victim, signal.SIGKILL)
         assert sweep.wait(timeout=300) == 0, (tmp_path / "log").read_text()
-    speeds = np.loadtxt(tmp_path / "sweep.csv")
-    assert speeds.shape == (2, 2)
+    speeds = np.loadtxt(tmp_path / "sweep.csv", ndmin=2)
+    assert speeds.shape == (2, 1)
     assert np.isfinite(speeds).all()
     assert (tmp_path / "sweep.png").stat().st_size > 10000

@@ -20,8 +20,8 @@ Observation, float32, clipped to [-10, 10]; `layout` has the slice of each part:
 
 Reward of an action: SwimToTarget gives the lengths by which the fish came nearer, and 1 more at the target.
 HoldStation gives minus the distance [lengths] times the interval [s]. Both take off `price` [1/J] times the
-mechanical work of the joints, and 1 for a failure: the fish has diverged, or is farther than `lost` lengths
-away. At the target and after a failure the episode is terminated; after `duration` [s] it is truncated.
+mechanical work that the actuators put in (what they take out gives nothing back), and 1 for a failure: the
+fish has diverged, or is farther than `lost` lengths away. At the target and after a failure the episode is terminated; after `duration` [s] it is truncated.
 
 All environments take the path of the description and, by keyword:
     mode            EMPIRICAL (default), TWO_WAY or another COUPLE_MODE
@@ -176,8 +176,8 @@ class _Worlds:
         return np.where(diverged, 0.0, work), diverged
 
     def power(self):
-        """Mechanical power of the joints in the last step [W]."""
-        return np.array([np.sum(body.getJointPower()) for body in self.bodies])
+        """Mechanical power that the actuators put in, in the last step [W]."""
+        return np.array([np.maximum(body.getJointPower(), 0.0).sum() for body in self.bodies])
 
 
 class _Fish:
