@@ -1,3 +1,3 @@
 """The cases by name, in the order of a report."""
 
-NAMES = ("kick", "fall", "ring", "follow", "current", "density", "fin", "momentum", "eel")
+NAMES = ("kick", "fall", "ring", "follow", "current", "density", "fin", "momentum", "fish", "eel")

@@ -85,7 +85,7 @@ def run(coarse):
         furthest(densities),
         1.0,
         MODEL,
-        absolute=3e-4,
+        absolute=1e-3 if coarse else 3e-4,
     )
     towed_times, towed_drag = towed(edge, duration)
     ratio = towed_drag[-end:].mean() / coefficient
