@@ -17,12 +17,16 @@ namespace {
 
 using Eigen::Vector3d;
 
+constexpr ForcingWeights kArea = ForcingWeights::Area, kNormalised = ForcingWeights::Normalised;
+
 // A sphere of 8 nodes per diameter in a box. Its mass is given over that of the fluid that it displaces.
 struct Scene {
     Scene(double mass, Coupling coupling, const Vector3d& gravity,
-          const char* asset = "sphere_floating", Schedule schedule = Schedule::Production) {
+          const char* asset = "sphere_floating", Schedule schedule = Schedule::Production,
+          ForcingWeights weights = ForcingWeights::Area) {
         const auto box = test::boxOf(28, 28, 28);
         box->coupling = coupling;
+        box->weights = weights;
         body = test::bodyOf(asset, 500, {10, 20, 30}, Vector3d::Zero(), test::device(), mass);
         sim = test::simulatorOf(box, body, gravity, schedule);
         sim->solver->coupling = coupling;
@@ -49,9 +53,15 @@ Eigen::VectorXd spinning() {
 TEST(SemiImplicitFluid, BodyAndFluidExchangeTheSameMomentum) {
     const Vector3d gravity(0.3, -0.5, 0.2);
     for (const Schedule schedule : {Schedule::Production, Schedule::Operators}) {
-        for (const double mass : {0.0, 0.3, 1.0, -0.1}) {
+        for (const auto& [mass, weights] : {std::pair{0.0, kArea},
+                                            {0.3, kArea},
+                                            {1.0, kArea},
+                                            {-0.1, kArea},
+                                            {0.0, kNormalised},
+                                            {-0.4, kNormalised}}) {
             SCOPED_TRACE(mass);
-            const Scene scene(mass, Coupling::SemiImplicit, gravity, "sphere_floating", schedule);
+            const Scene scene(mass, Coupling::SemiImplicit, gravity, "sphere_floating", schedule,
+                              weights);
             scene.kick(spinning());
             const mlUnitScale& scale = scene.sim->solver->scale;
             for (int i = 0; i < 12; ++i) {
@@ -67,8 +77,9 @@ TEST(SemiImplicitFluid, BodyAndFluidExchangeTheSameMomentum) {
 
 // A kicked sphere has to come to rest. Explicit steps of a light one push it back ever harder.
 TEST(SemiImplicitFluid, LightBodiesComeToRest) {
-    const auto speedAfterKick = [](double mass, Coupling coupling) {
-        const Scene scene(mass, coupling, Vector3d::Zero(), "sphere");
+    const auto speedAfterKick = [](double mass, Coupling coupling, ForcingWeights weights = kArea) {
+        const Scene scene(mass, coupling, Vector3d::Zero(), "sphere", Schedule::Production,
+                          weights);
         scene.kick(Eigen::VectorXd::Constant(1, 0.02));
         double largest = 0;
         for (int i = 0; i < 150; ++i) {
@@ -81,6 +92,8 @@ TEST(SemiImplicitFluid, LightBodiesComeToRest) {
     };
     for (const double mass : {-0.2, 0.0, 0.1, 0.3})
         EXPECT_LT(speedAfterKick(mass, Coupling::SemiImplicit), 0.004) << mass;
+    for (const double mass : {-0.4, 0.0, 0.3})
+        EXPECT_LT(speedAfterKick(mass, Coupling::SemiImplicit, kNormalised), 0.004) << mass;
     EXPECT_GT(speedAfterKick(0.3, Coupling::Explicit), 0.1);
 }
 
@@ -96,24 +109,49 @@ TEST(SemiImplicitFluid, HeavyBodiesFallAsWithExplicitSteps) {
 }
 
 TEST(SemiImplicitFluid, SchedulesAgreeAndThreadsGiveTheSameBits) {
-    const auto run = [](Schedule schedule, int threads) {
+    const auto run = [](Schedule schedule, int threads, ForcingWeights weights) {
         const int usual = omp_get_max_threads();
         omp_set_num_threads(threads);
         const Scene scene(0.2, Coupling::SemiImplicit, {0.3, -0.5, 0.2}, "sphere_floating",
-                          schedule);
+                          schedule, weights);
         scene.kick(spinning());
         scene.steps(25);
         omp_set_num_threads(usual);
         return std::pair{Eigen::VectorXd(scene.body->getVelocities()),
                          test::fieldsOf(*scene.sim->solver).ux};
     };
-    const auto [velocity, ux] = run(Schedule::Production, 1);
-    const auto operators = run(Schedule::Operators, 2);
-    EXPECT_LT((operators.first - velocity).norm(), 1e-4 * velocity.norm());
-    if (test::onGpu()) return;  // its sums have no fixed order
-    const auto again = run(Schedule::Production, 2);
-    EXPECT_EQ(again.first, velocity);
-    EXPECT_EQ(again.second, ux);
+    for (const ForcingWeights weights : {kArea, kNormalised}) {
+        const auto [velocity, ux] = run(Schedule::Production, 1, weights);
+        const auto operators = run(Schedule::Operators, 2, weights);
+        EXPECT_LT((operators.first - velocity).norm(), 1e-4 * velocity.norm());
+        if (test::onGpu()) continue;  // its sums have no fixed order
+        const auto again = run(Schedule::Production, 2, weights);
+        EXPECT_EQ(again.first, velocity);
+        EXPECT_EQ(again.second, ux);
+    }
+}
+
+// The velocity that a heavy sphere's samples miss before they force the fluid, after a while of steady motion.
+// Their force is then their weight times the slip per time step.
+TEST(SemiImplicitFluid, NormalisedWeightsLeaveLessSlip) {
+    const auto slip = [](ForcingWeights weights) {
+        const Scene scene(1e4, Coupling::SemiImplicit, Vector3d::Zero(), "sphere",
+                          Schedule::Production, weights);
+        scene.kick(Eigen::VectorXd::Constant(1, 0.03));
+        scene.steps(80);
+        const IBBoundaryMemMgr& samples = scene.body->sampler().boundaryMgr();
+        const auto count = static_cast<std::size_t>(samples.mllaboundary->count);
+        const auto forces = test::sampleForces(samples);
+        double sum = 0;
+        test::Array<double> each(count, 1.0);
+        if (weights == kNormalised) each = test::fetched(samples.weights_dev, count);
+        for (std::size_t i = 0; i < forces.size(); ++i)
+            sum += std::pow(forces[i] / each[i % count], 2);
+        return std::sqrt(sum / static_cast<double>(count));
+    };
+    const double ratio = slip(kArea) / slip(kNormalised);
+    EXPECT_GT(ratio, 2.2);
+    EXPECT_LT(ratio, 3.2);
 }
 
 // The fluid takes the reaction of a massless body in TWO_WAY only, and nothing of it stays behind.
