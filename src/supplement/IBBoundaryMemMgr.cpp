@@ -84,6 +84,13 @@ void IBBoundaryMemMgr::download() {
     });
 }
 
+void IBBoundaryMemMgr::visitState(StateVisitor& state) {
+    cudaSetDevice(gpuDeviceId);
+    forEachArray(*this, [&](const auto& array, auto*& there, Back) {
+        array.list(state, there, mllaboundary->count);
+    });
+}
+
 void IBBoundaryMemMgr::free() {
     cudaSetDevice(gpuDeviceId);
     if (mllaboundary_gpu == nullptr) return;

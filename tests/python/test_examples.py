@@ -4,6 +4,7 @@ import os
 import re
 import subprocess
 import sys
+import time
 
 import numpy as np
 import pytest
@@ -127,3 +128,32 @@ def test_steering_keeps_to_the_path_and_pictures_it(tmp_path):
     assert rows[places.argmax()] < rows[places.argmin()] - 20
     body = picture[..., 2] > 80
     assert 0.005 < body.mean() < 0.2
+
+
+def kill_in_a_save(command, folder):
+    """Starts a long run and kills it while it writes a state, after a first whole one."""
+    for _ in range(5):  # a save may end before the signal comes
+        before = set(folder.glob("*.partial-*"))
+        with subprocess.Popen(command, cwd=ROOT, stdout=subprocess.DEVNULL) as process:
+            while process.poll() is None:
+                saving = set(folder.glob("*.partial-*")) - before
+                if saving and (folder / "long_run.h5").exists():
+                    break
+                time.sleep(0.001)
+            process.kill()
+        if set(folder.glob("*.partial-*")) - before:
+            return
+    pytest.fail("no kill hit a save")
+
+
+def test_a_long_run_goes_on_after_kills_as_if_nothing_had_happened(tmp_path):
+    whole, killed = tmp_path / "whole", tmp_path / "killed"
+    size = ("--nodes", "24", "--cycles", "1", "--every", "20")
+    run_example("long_run", whole, *size)
+    command = [sys.executable, str(ROOT / "examples" / "long_run.py"), "--out", str(killed), *size]
+    for _ in range(2):
+        kill_in_a_save(command, killed)
+    printed = run_example("long_run", killed, *size)
+    assert re.search(r"goes on at step [1-9]\d* of", printed)
+    assert (killed / "long_run.h5").read_bytes() == (whole / "long_run.h5").read_bytes()
+    assert sorted(path.name for path in killed.iterdir()) == ["long_run.h5", "long_run.png"]

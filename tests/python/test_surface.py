@@ -118,7 +118,7 @@ class simulator3D
     objectsFolderName: str
     log() -> None
     commitInit() -> None
-    step(couple_mode: COUPLE_MODE) -> None
+    step(couple_mode: COUPLE_MODE, count: int = 1) -> None
     getIterNum() -> int
     getIterPerSave(frame_rate: int) -> int
     reset() -> None
@@ -127,6 +127,9 @@ class simulator3D
     saveFluidData(fluid_name: str) -> None
     setCurrent(velocity: vec3) -> None
     getCurrent() -> vec3
+    restart() -> None
+    saveState(path: os.PathLike, extra: object = None) -> None
+    loadState(path: os.PathLike) -> dict
 
 make_trajectory() -> poseTrajectory
 make_tpPoint() -> trajectoryPosePoint3d
@@ -165,6 +168,8 @@ class PDControl1D
     set_value(desired_value: float) -> None
     set_dvalue(desired_dvalue: float = 0) -> None
     reset() -> None
+    getState() -> dict
+    setState(state: dict) -> None
 class tinyRenderer
     __init__(width: int, height: int) -> None
     render() -> None
