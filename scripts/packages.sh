@@ -5,7 +5,7 @@ packages_for() {
     case $1 in
     build)
         echo g++ cmake ninja-build libdart-dev libdart-external-ikfast-dev libassimp-dev \
-            libeigen3-dev nlohmann-json3-dev libthrust-dev libnanoflann-dev libgtest-dev \
+            libeigen3-dev libhdf5-dev nlohmann-json3-dev libthrust-dev libnanoflann-dev libgtest-dev \
             libbenchmark-dev python3-dev python3-venv \
             libglfw3-dev python3-glad libegl1 libgl1-mesa-dri # renderer: build, then run
         ;;

@@ -6,6 +6,7 @@
 
 #include "Markers/MarkersGPUKernel.h"
 #include "platform/check.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -122,6 +123,16 @@ void Markers::sample(mlFlow* flow) {
     checkCudaErrors(cudaSetDevice(gpuId));
     getMarkersPropertiesGPU(flow, data_gpu.pos, data_gpu.velocity, data_gpu.pressure, count());
     copyToHost();
+}
+
+void Markers::visitState(StateVisitor& state) {
+    const auto vectors = [&](const char* name, std::vector<Eigen::Vector3d>& list) {
+        state.array(name, list.empty() ? nullptr : list.front().data(), 3 * list.size());
+    };
+    vectors("positions", data_cpu.pos);
+    vectors("normals", data_cpu.normal);
+    vectors("velocities", data_cpu.velocity);
+    state.array("pressures", data_cpu.pressure.data(), data_cpu.pressure.size());
 }
 
 // Failure messages quote the statements as they stand here.

@@ -29,6 +29,8 @@ struct Markers_GPU {
     float* pressure;
 };
 
+class StateVisitor;
+
 class Markers : public twoSideDataWrapper<Markers_CPU, Markers_GPU> {
 public:
     explicit Markers(int device);
@@ -55,6 +57,9 @@ public:
     // device memory, and its ux, uy, uz must hold momentum. A marker outside the grid reads the
     // nearest point of the grid.
     void sample(mlFlow* flow);
+
+    // Lists what changes, on the host. Call copyToDevice after a load.
+    void visitState(StateVisitor& state);
 
     void allocateDevice() override;
     void copyToDevice() override;

@@ -25,6 +25,7 @@ class LinkForceReduction;
 class SampleMasses;
 class SemiImplicitLinks;
 struct SampleGrid;
+class StateVisitor;
 class skJoint;
 class skJointMgr;
 class skLink;
@@ -135,6 +136,12 @@ public:
 
     // Restores the positions and velocities at the end of construction.
     void reset();
+
+    // Lists what the body keeps between steps. Call stateLoaded after the list was loaded.
+    void visitState(StateVisitor& state);
+    void stateLoaded();
+    // What a body of another description or with other samples would have otherwise, as "name = value".
+    std::vector<std::string> identity() const;
 
     const std::shared_ptr<dart::dynamics::Skeleton>& skeleton() const { return skeleton_; }
     const std::shared_ptr<dart::dynamics::SimpleFrame>& movingFrame() const { return movingFrame_; }

@@ -20,6 +20,7 @@
 #include "cslbm/gpu_inc/gpuImmersed/SampleWeights.h"
 #include "cslbm/mlimmersedbnd/SampleGrid.h"
 #include "platform/check.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -173,7 +174,7 @@ void skWorld::clearForces() {
 
 // For the beginning of a message.
 std::string skWorld::nextStep() const {
-    return "step " + std::to_string(world_->getSimFrames() + 1) + " (" +
+    return "step " + std::to_string(stepsBefore_ + world_->getSimFrames() + 1) + " (" +
            std::to_string(world_->getTime()) + " s): ";
 }
 
@@ -359,7 +360,28 @@ void skWorld::updateBodies(float dt, float dx) {
     for (const auto& system : systems_) system->update();
 }
 
+// Gravity is part of it, because a script may change it on the way.
+void skWorld::visitState(StateVisitor& state) {
+    const double time = world_->getTime();
+    state.numbers<double>("time", &time, 1, [this](const double* at) { world_->setTime(*at); });
+    const int steps = stepsBefore_ + world_->getSimFrames();
+    state.numbers<int>("steps", &steps, 1,
+                       [this](const int* done) { stepsBefore_ = *done - world_->getSimFrames(); });
+    const Eigen::Vector3d gravity = world_->getGravity();
+    state.numbers<double>("gravity", gravity.data(), 3, [this](const double* g) {
+        world_->setGravity(Eigen::Vector3d(g[0], g[1], g[2]));
+    });
+    for (std::size_t i = 0; i < systems_.size(); ++i) {
+        state.group("body" + std::to_string(i), [&] { systems_[i]->visitState(state); });
+    }
+}
+
+void skWorld::stateLoaded() {
+    for (const auto& system : systems_) system->stateLoaded();
+}
+
 void skWorld::reset() {
+    stepsBefore_ = 0;
     world_->reset();
     for (const auto& system : systems_) system->reset();
 }

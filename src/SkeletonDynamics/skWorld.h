@@ -16,6 +16,8 @@ class World;
 
 namespace drelt {
 
+class StateVisitor;
+
 class skWorld : public mlBaseCouplingSolver {
 public:
     // Gravity in world axes [m/s^2]; see setGravity.
@@ -70,6 +72,9 @@ public:
     void setTimestep(float dt) override;
     // Sets all bodies to their state at the end of construction and the time to zero.
     void reset() override;
+    // Lists what the world and its bodies keep between steps. Call stateLoaded after the list was loaded.
+    void visitState(StateVisitor& state);
+    void stateLoaded();
     // These two throw std::logic_error in a world without bodies.
     dart::dynamics::Frame* getFrame() override;
     bool isFixed() override;
@@ -93,6 +98,7 @@ private:
     std::vector<std::shared_ptr<skSystem>> systems_;
     bool locked_ = false;
     double fluidDensity_ = 0;
+    int stepsBefore_ = 0;  // that DART has not counted, because a state was loaded
 };
 
 }  // namespace drelt

@@ -3,18 +3,33 @@
 #include <pybind11/stl.h>
 
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "python/bindings.h"
-#include "simulatorInterface/coupledLBM_sim3D.h"
+#include "python/simulatorCalls.h"
 
 namespace py = pybind11;
 
 namespace drelt {
 namespace {
 
-void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+// Signals are looked at between steps, so that Ctrl-C finds everything whole.
+void step(coupledLBM_sim3D& self, couplingMode mode, int count) {
+    if (count < 0) {
+        throw py::value_error("step: the count is " + std::to_string(count) + "; give 0 or more");
+    }
+    const InUse use(self.inUse, "step");
+    for (int i = 0; i < count; ++i) {
+        if (i > 0 && PyErr_CheckSignals() != 0) throw py::error_already_set();
+        const py::gil_scoped_release others;
+        self.step(mode);
+    }
+}
+
+void bindStepping(SimulatorClass& simulator) {
     simulator
-        .def("attachWorld", &coupledLBM_sim3D::attachWorld, py::arg("world"),
+        .def("attachWorld", alone("attachWorld", &coupledLBM_sim3D::attachWorld), py::arg("world"),
              "Sets the bodies; the world is shared. Raises RuntimeError after commitInit.")
         .def_readwrite("mainDataFolderPath", &coupledLBM_sim3D::mainDataFolderPath,
                        "Root of the output tree, with a slash at its end.")
@@ -23,7 +38,7 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
         .def_readwrite("objectsFolderName", &coupledLBM_sim3D::objectsFolderName,
                        "Folder of the object and marker files under the root.")
         .def("log", &coupledLBM_sim3D::log, "Prints scales and grid.")
-        .def("commitInit", &coupledLBM_sim3D::commitInit,
+        .def("commitInit", alone("commitInit", &coupledLBM_sim3D::commitInit),
              "Brings fluid and bodies to the device: call it once all is set, before the first "
              "step.\n"
              "Centres the grid on the frame that it follows. Raises RuntimeError without a world, "
@@ -37,40 +52,48 @@ void bindStepping(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>
              "Warns of other parameters that were changed since the simulator was made, and of "
              "bodies\n"
              "outside the fluid box.")
-        .def("step", &coupledLBM_sim3D::step, py::arg("couple_mode"),
-             "One time step of get_tp() seconds. Raises ValueError for a number that is no "
-             "COUPLE_MODE,\n"
-             "RuntimeError before commitInit and if a body or the force on it diverges: build the "
-             "scene\n"
-             "anew then. Every 64 steps it warns, once per body, of samples outside the fluid box.")
+        .def(
+            "step", &step, py::arg("couple_mode"), py::arg("count") = 1,
+            "Time steps of get_tp() seconds, `count` of them. Other Python threads go on "
+            "meanwhile; they\n"
+            "must not use this simulator, its world or its bodies (a call of the simulator raises\n"
+            "RuntimeError). Ctrl-C raises KeyboardInterrupt between two steps. Raises ValueError "
+            "for a\n"
+            "number that is no COUPLE_MODE and for a negative count, RuntimeError before "
+            "commitInit and if\n"
+            "a body or the force on it diverges: build the scene anew then. Every 64 steps it "
+            "warns,\n"
+            "once per body, of samples outside the fluid box.")
         .def("getIterNum", &coupledLBM_sim3D::getIterNum,
              "Steps done since the start or the reset.")
         .def(
             "getIterPerSave", &coupledLBM_sim3D::getIterPerSave, py::arg("frame_rate"),
             "Steps between two frames at frame_rate frames a second, truncated. Raises ValueError\n"
             "for a frame rate of zero or less.")
-        .def("reset", &coupledLBM_sim3D::reset,
+        .def("reset", alone("reset", &coupledLBM_sim3D::reset),
              "Back to the start of fluid and bodies. The density stays as it was last saved. "
              "Raises\n"
              "RuntimeError before commitInit.");
 }
 
-void bindSaving(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+void bindSaving(SimulatorClass& simulator) {
     simulator
-        .def("saveScene", &coupledLBM_sim3D::saveScene, py::arg("frame"), py::arg("save_flags"),
+        .def("saveScene", alone("saveScene", &coupledLBM_sim3D::saveScene), py::arg("frame"),
+             py::arg("save_flags"),
              "Writes frame number `frame` as VTK files; save_flags joins members of SAVE_FLAG. "
              "Missing\n"
              "folders are created. Raises RuntimeError before commitInit.")
-        .def("saveObjectsData", &coupledLBM_sim3D::saveObjectsData, py::arg("object_name"),
+        .def("saveObjectsData", alone("saveObjectsData", &coupledLBM_sim3D::saveObjectsData),
+             py::arg("object_name"),
              "Writes meshes and markers of all bodies into the objects folder, under this stem.")
-        .def("saveFluidData", &coupledLBM_sim3D::saveFluidData, py::arg("fluid_name"),
-             "Writes the fluid into the fluid folder, under this stem.");
+        .def("saveFluidData", alone("saveFluidData", &coupledLBM_sim3D::saveFluidData),
+             py::arg("fluid_name"), "Writes the fluid into the fluid folder, under this stem.");
 }
 
-void bindCurrent(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>& simulator) {
+void bindCurrent(SimulatorClass& simulator) {
     simulator
         .def(
-            "setCurrent", &coupledLBM_sim3D::setCurrent, py::arg("velocity"),
+            "setCurrent", alone("setCurrent", &coupledLBM_sim3D::setCurrent), py::arg("velocity"),
             "Sets the velocity of the fluid far away [m/s], world axes, from the next step on. "
             "The\n"
             "fluid inside follows as the planes let it in; a reset starts with it. Raises\n"
@@ -84,7 +107,7 @@ void bindCurrent(py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>>
 }  // namespace
 
 void bindSimulator(py::module_& module) {
-    py::class_<coupledLBM_sim3D, std::shared_ptr<coupledLBM_sim3D>> simulator(
+    SimulatorClass simulator(
         module, "simulator3D",
         "Fluid and bodies, coupled. Order of use: make it, attachWorld, commitInit, then step and\n"
         "save. Keeps its parameters and its world alive.");
@@ -106,6 +129,7 @@ void bindSimulator(py::module_& module) {
     bindStepping(simulator);
     bindSaving(simulator);
     bindCurrent(simulator);
+    bindState(simulator);
 }
 
 }  // namespace drelt

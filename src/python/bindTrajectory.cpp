@@ -134,6 +134,31 @@ void bindLines(LineClass& line, WriterClass& writer) {
             "file.");
 }
 
+template <class Visit>
+void forEachNumber(Visit&& visit) {
+    visit("Kp", &mlSimplePDControl_1D::Kp);
+    visit("Kd", &mlSimplePDControl_1D::Kd);
+    visit("timestep", &mlSimplePDControl_1D::timestep);
+    visit("value", &mlSimplePDControl_1D::value);
+    visit("rate", &mlSimplePDControl_1D::dvalue);
+    visit("desired_value", &mlSimplePDControl_1D::desired_value);
+    visit("desired_rate", &mlSimplePDControl_1D::desired_dvalue);
+}
+
+void setControllerState(mlSimplePDControl_1D& self, const py::dict& state) {
+    mlSimplePDControl_1D next = self;
+    forEachNumber([&](const char* name, double mlSimplePDControl_1D::*number) {
+        if (!state.contains(name)) {
+            throw py::key_error(std::string("setState: the dict has no '") + name +
+                                "'; give one that getState returned");
+        }
+        const double value = PyFloat_AsDouble(py::object(state[name]).ptr());
+        if (PyErr_Occurred() != nullptr) throw py::error_already_set();
+        next.*number = value;
+    });
+    self = next;
+}
+
 void bindController(ControllerClass& controller) {
     controller
         .def(py::init<double, double, double>(), py::arg("Kp"), py::arg("Kd"), py::arg("timestep"),
@@ -147,7 +172,21 @@ void bindController(ControllerClass& controller) {
         .def("set_dvalue", &mlSimplePDControl_1D::set_dvalue, py::arg("desired_dvalue") = 0.0,
              "Sets the desired value, as set_value does. The desired rate is always 0.")
         .def("reset", &mlSimplePDControl_1D::reset,
-             "Forgets the measurements and the desired value; keeps the gains.");
+             "Forgets the measurements and the desired value; keeps the gains.")
+        .def(
+            "getState",
+            [](const mlSimplePDControl_1D& self) {
+                py::dict state;
+                forEachNumber([&](const char* name, double mlSimplePDControl_1D::*number) {
+                    state[name] = self.*number;
+                });
+                return state;
+            },
+            "All that the controller keeps, gains included, as a dict of numbers for setState.")
+        .def(
+            "setState", &setControllerState, py::arg("state"),
+            "Takes a dict that getState returned. Raises KeyError for one that lacks a number and\n"
+            "TypeError for a value that is no number; nothing has changed then.");
 }
 
 }  // namespace

@@ -120,15 +120,22 @@ void coupledLBM_sim3D::initialise() {
     solver->world = world;
     solver->boundaries = world->getBoundaries();
     const Vector3<float> start = startVelocity();
+    if (!world->isFixed()) centreOnBody();
+    startFluid(start);
+    rememberCommit(start);
+}
+
+// Fluid with one velocity (lattice units) on the host and on the device.
+void coupledLBM_sim3D::startFluid(const Vector3<float>& velocity) {
     const bool production = solver->schedule == Schedule::Production;
     for (mlFlow* const flow : lbmvec) {
         FluidHelper::initialiseFields(*flow);
-        setUniformMomentum(*flow, start);
-        if (!production) FluidHelper::initialisePopulations(*flow, start);
+        setUniformMomentum(*flow, velocity);
+        if (!production) FluidHelper::initialisePopulations(*flow, velocity);
     }
     populationsWritten_ = populationsWritten_ || !production;
-    if (!world->isFixed()) centreOnBody();
-    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current, start);
+    solver->allocateDevice(production ? HostPopulations::Uniform : HostPopulations::Current,
+                           velocity);
 }
 
 void coupledLBM_sim3D::releaseWorld() {

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "cslbm/mlsolver/mlSinglePhaseSolverNew.h"
 #include "platform/vector3.h"
 #include "simulatorInterface/BodyWatch.h"
+#include "simulatorInterface/StateFile.h"
 #include "simulatorInterface/simParams.h"
 
 namespace drelt {
@@ -62,6 +65,17 @@ public:
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();
+
+    // Back to right after commitInit: the run that follows equals one in a new process, on host threads bit
+    // for bit. Throws std::runtime_error before commitInit, and if bodies got other samples since.
+    void restart();
+    // Writes all that the coming steps depend on into one file, and reads it back. A run that goes on from a
+    // file equals the uninterrupted one, on host threads bit for bit with any number of threads. `extras` is
+    // the script's own. Loading needs a committed simulator of the same scene. Both throw std::runtime_error
+    // before commitInit and for a file that cannot be written or read (see StateFile.h), loading also
+    // std::invalid_argument for another scene; nothing has changed then.
+    void saveState(const std::string& path, const std::vector<StateExtra>& extras = {});
+    std::vector<StateExtra> loadState(const std::string& path);
 
     // The velocity of the fluid far away [m/s], world axes, that characteristic planes hold. It acts from
     // the next step on; a reset starts with it, a commit takes that of the parameters. Throws
@@ -121,6 +135,8 @@ public:
     std::vector<std::shared_ptr<simParams>> params;  // shared with the script
     std::int32_t syncState = DeviceNewer;
     std::shared_ptr<skWorld> world;
+    // The operation that is under way, or null; see InUse. The operations themselves do not set it.
+    std::atomic<const char*> inUse{nullptr};
 
 private:
     void createFlows();
@@ -146,7 +162,24 @@ private:
     void centreOnBody();
     void bringToHost();
     void bringOriginsToHost();
+    void startFluid(const Vector3<float>& velocity);
+    void rememberCommit(const Vector3<float>& velocity);
+    void restoreHostRecords();
+    std::vector<std::string> describeScene() const;
+    void visitState(StateVisitor& state);
+    void visitSolver(StateVisitor& state);
+    void visitHostRecords(StateVisitor& state);
 
+    // What restart goes back to, besides what the parameters say.
+    struct Commit {
+        std::vector<std::string> scene;
+        StateStore state;                  // of bodies and counters
+        Vector3<float> velocity{0, 0, 0};  // that the fluid starts with [lattice units]
+        // Classes of nodes that initialisation does not give, and forces on the host; none in most runs.
+        std::vector<std::map<std::int64_t, MLLATTICENODE_FLAG>> classes;
+        std::vector<std::vector<double>> forces;
+    };
+    Commit commit_;
     bool populationsWritten_ = false;  // in the host records, by a commit
     bool locksWorld_ = false;
     std::weak_ptr<const void> pool_;

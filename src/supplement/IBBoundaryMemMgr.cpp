@@ -98,6 +98,13 @@ void IBBoundaryMemMgr::dropWeights() {
     weights_dev = nullptr;
 }
 
+void IBBoundaryMemMgr::visitState(StateVisitor& state) {
+    cudaSetDevice(gpuDeviceId);
+    forEachArray(*this, [&](const auto& array, auto*& there, Back) {
+        array.list(state, there, mllaboundary->count);
+    });
+}
+
 void IBBoundaryMemMgr::free() {
     dropWeights();
     cudaSetDevice(gpuDeviceId);

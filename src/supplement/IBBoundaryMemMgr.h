@@ -5,6 +5,8 @@
 
 namespace drelt {
 
+class StateVisitor;
+
 // Owns the device record of a boundary with its sixteen arrays and copies them between host and device.
 // A step copies nothing: it works on the device record mllaboundary_gpu, with the count of the host
 // record. Order of calls: bindHostRecord, allocate, upload; then any number of uploads and downloads.
@@ -32,6 +34,8 @@ public:
     // Allocates weights_dev for the count of the host record, unless it is there.
     void reserveWeights();
     void dropWeights();
+    // Lists the device's arrays. Call download() after a load where the host reads them.
+    void visitState(StateVisitor& state);
     // Frees the mirror, if there is one.
     void free();
 

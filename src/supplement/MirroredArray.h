@@ -7,6 +7,7 @@
 
 #include "cslbm/mlsolver/mlFlow.h"
 #include "platform/check.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -72,6 +73,10 @@ public:
             return std::string("cudaMemcpy(&(") + owner_.deviceRecord + "->" + name_ + "), &" +
                    device() + ", sizeof(" + device() + "), cudaMemcpyHostToDevice)";
         });
+    }
+    // Lists the device's array as part of a state.
+    void list(StateVisitor& state, T* there, std::int64_t count) const {
+        state.deviceArray(name_, there, bytes(count) / sizeof(T));
     }
     void free(T*& there) const {
         check(cudaFree(there), [&] { return "cudaFree(" + device() + ")"; });

@@ -186,3 +186,32 @@ def test_a_sweep_goes_on_after_a_killed_worker(tmp_path):
     assert speeds.shape == (2, 1)
     assert np.isfinite(speeds).all()
     assert (tmp_path / "sweep.png").stat().st_size > 10000
+
+
+def kill_in_a_save(command, folder):
+    """Starts a long run and kills it while it writes a state, after a first whole one."""
+    for _ in range(5):  # a save may end before the signal comes
+        before = set(folder.glob("*.partial-*"))
+        with subprocess.Popen(command, cwd=ROOT, stdout=subprocess.DEVNULL) as process:
+            while process.poll() is None:
+                saving = set(folder.glob("*.partial-*")) - before
+                if saving and (folder / "long_run.h5").exists():
+                    break
+                time.sleep(0.001)
+            process.kill()
+        if set(folder.glob("*.partial-*")) - before:
+            return
+    pytest.fail("no kill hit a save")
+
+
+def test_a_long_run_goes_on_after_kills_as_if_nothing_had_happened(tmp_path):
+    whole, killed = tmp_path / "whole", tmp_path / "killed"
+    size = ("--nodes", "24", "--cycles", "1", "--every", "20")
+    run_example("long_run", whole, *size)
+    command = [sys.executable, str(ROOT / "examples" / "long_run.py"), "--out", str(killed), *size]
+    for _ in range(2):
+        kill_in_a_save(command, killed)
+    printed = run_example("long_run", killed, *size)
+    assert re.search(r"goes on at step [1-9]\d* of", printed)
+    assert (killed / "long_run.h5").read_bytes() == (whole / "long_run.h5").read_bytes()
+    assert sorted(path.name for path in killed.iterdir()) == ["long_run.h5", "long_run.png"]

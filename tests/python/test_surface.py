@@ -137,7 +137,7 @@ class simulator3D
     objectsFolderName: str
     log() -> None
     commitInit() -> None
-    step(couple_mode: COUPLE_MODE) -> None
+    step(couple_mode: COUPLE_MODE, count: int = 1) -> None
     getIterNum() -> int
     getIterPerSave(frame_rate: int) -> int
     reset() -> None
@@ -157,6 +157,9 @@ class simulator3D
     getGridVelocity() -> vec3
     toDataset(units: UNITS = UNITS.SI) -> object
     setFields(velocity: field of float64, density: Optional[field of float64] = None, non_equilibrium: bool = True, units: UNITS = UNITS.SI) -> None
+    restart() -> None
+    saveState(path: os.PathLike, extra: object = None) -> None
+    loadState(path: os.PathLike) -> dict
 
 make_pool(list of simulator3D) -> simulatorPool
 class simulatorPool
@@ -211,6 +214,8 @@ class PDControl1D
     set_value(desired_value: float) -> None
     set_dvalue(desired_dvalue: float = 0) -> None
     reset() -> None
+    getState() -> dict
+    setState(state: dict) -> None
 class tinyRenderer
     __init__(width: int, height: int) -> None
     render() -> None

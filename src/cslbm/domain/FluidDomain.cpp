@@ -1,8 +1,13 @@
 #include "cslbm/domain/FluidDomain.h"
 
 #include "supplement/MLCuMemcpy.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
+
+void FluidDomain::visitState(StateVisitor& state) {
+    state.deviceArray("origin", &record()->startx, 3);
+}
 
 mlFlow FluidDomain::originToHost(mlFlow& host) {
     mlFlow device{};

@@ -11,6 +11,8 @@
 
 namespace drelt {
 
+class StateVisitor;
+
 // How a step is computed.
 enum class Schedule {
     Operators,   // the operators one after the other: what a step means
@@ -82,6 +84,14 @@ public:
 
     // Fills f, fPost, rou, ux uy uz and Sopt of a host record, where not null, from the device.
     virtual void materialise(mlFlow& host) const = 0;
+
+    // Lists what the domain holds between steps, on the device and of its own.
+    virtual void visitState(StateVisitor& state);
+    // Call it after the list was loaded. `hostNewer`: the host record holds populations that the next
+    // step uploads, and has been loaded too.
+    virtual void stateLoaded(bool /*hostNewer*/) {}
+    // Whether syncToDevice reads the populations of the host record.
+    virtual bool readsHostPopulations() const = 0;
 
     // Copies the origin from or to the device record. originToHost returns the whole record, whose
     // pointers are device addresses.

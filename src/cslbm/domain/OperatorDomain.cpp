@@ -110,6 +110,12 @@ void OperatorDomain::syncToHost(mlFlow& host) {
              &mlFlow::fPost);
 }
 
+void OperatorDomain::visitState(StateVisitor& state) {
+    FluidDomain::visitState(state);
+    forEachMirroredArray(
+        [&](const auto& array, auto field) { array.list(state, image_.*field, image_.count); });
+}
+
 void OperatorDomain::reset(mlFlow& host, const Vector3<float>& velocity) {
     resetPopulations(host, velocity);
     uploadForcesAndPml(host);

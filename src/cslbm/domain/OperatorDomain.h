@@ -32,6 +32,8 @@ public:
     void uploadForcesAndPml(const mlFlow& host) override;
     void setFluid(const mlFlow& fluid) override;
     void materialise(mlFlow& host) const override;
+    void visitState(StateVisitor& state) override;
+    bool readsHostPopulations() const override { return true; }
 
     // A copy of the device record on the host: its pointers are device addresses.
     const mlFlow& image() const { return image_; }

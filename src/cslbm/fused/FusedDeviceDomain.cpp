@@ -6,6 +6,7 @@
 #include "cslbm/fused/FusedDeviceTransfer.h"
 #include "platform/check.h"
 #include "supplement/MLCuMemcpy.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 namespace {
@@ -17,6 +18,9 @@ int pitchOf(int nx) { return (nx + 2 + kSector - 1) / kSector * kSector; }
 
 std::size_t populationFloats(const MLFluidParam& p) {
     return std::size_t{27} * pitchOf(p.samples_x) * (p.samples_y + 1) * (p.samples_z + 1);
+}
+std::size_t populationFloats(const FusedState& s) {
+    return std::size_t{27} * s.pitch * (s.ny + 1) * (s.nz + 1);
 }
 
 LaunchExtent extentOf(const FusedState& s) { return {s.nx, s.ny, s.nz}; }
@@ -231,12 +235,48 @@ void FusedDeviceDomain::storePopulations(const mlFlow& host) {
     }
 }
 
-void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
-    forcesGiven_ = false;
+void FusedDeviceDomain::dropForces() {
     const FusedState& s = state_.base;
     const LaunchExtent words{s.chunkWords, s.ny, s.nz};
     launchRange<&fused_device::dropForcesKernel>(coveringShape(words, 1, 32, 4), words, state_);
     check();
+}
+
+void FusedDeviceDomain::visitMoments(StateVisitor& state, DeviceMoments& moments) const {
+    state.deviceArray("density", moments.rho, nodes_);
+    for (int a = 0; a < 3; ++a) {
+        state.deviceArray("momentum" + std::to_string(a), moments.momentum[a], nodes_);
+    }
+    state.array("halfAcceleration", moments.halfAcceleration, 3);
+}
+
+void FusedDeviceDomain::visitState(StateVisitor& state) {
+    ProductionDomain::visitState(state);
+    FusedState& s = state_.base;
+    visitNumbers(state, s);
+    visitForces(state, s, static_cast<std::size_t>(s.chunkWords) * s.ny * s.nz, true);
+    state.deviceArray("populations", s.populations, populationFloats(s));
+    state.deviceArray("sopt", s.sopt, nodes_);
+    state.group("moments", [&] { visitMoments(state, state_.now); });
+    if (s.width > 0) state.group("momentsBefore", [&] { visitMoments(state, state_.before); });
+    state.optionalArray<float>("reference", s.reference, nodes_, true, [this](const float* from) {
+        state_.base.reference = nullptr;
+        if (from == nullptr) return;
+        if (reference_ == nullptr) reference_ = allocate<float>(nodes_);
+        _MLCuMemcpy(reference_, from, nodes_ * sizeof(float), cudaMemcpyHostToDevice);
+        state_.base.reference = reference_;
+    });
+}
+
+void FusedDeviceDomain::stateLoaded(bool hostNewer) {
+    ProductionDomain::stateLoaded(hostNewer);
+    fused_device::findOffsets(state_.base);
+}
+
+void FusedDeviceDomain::resetLayer(const mlDensity<float>* rou) {
+    forcesGiven_ = false;
+    const FusedState& s = state_.base;
+    dropForces();
     if (s.width == 0) return;
     const bool everywhereOne =
         std::all_of(rou, rou + nodes_, [](auto density) { return density.value == 1.0f; });

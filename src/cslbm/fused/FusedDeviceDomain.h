@@ -32,6 +32,8 @@ public:
     void prepareCoupling(const mlLagrangeBoundary* samples, int count,
                          const mlUnitScale& scale) override;
     void materialise(mlFlow& host) const override;
+    void visitState(StateVisitor& state) override;
+    void stateLoaded(bool hostNewer) override;
     std::size_t residentBytes() const override;
     const char* instructionSet() const override { return "device"; }
 
@@ -49,6 +51,8 @@ private:
     void turnFrame(const FrameMotion& motion);
     void collide();
     void storePopulations(const mlFlow& host);
+    void visitMoments(StateVisitor& state, DeviceMoments& moments) const;
+    void dropForces() override;
 
     FusedDeviceState state_{};
     mlFlow* record_ = nullptr;

@@ -43,6 +43,8 @@ public:
     // (0, 0, 0). Entries with a negative x are skipped.
     void prepareAround(const NodeIndex* nodes, int count, const NodeBox& around);
     void materialise(mlFlow& host) const override;
+    void visitState(StateVisitor& state) override;
+    void stateLoaded(bool hostNewer) override;
     std::size_t residentBytes() const override { return bytes_; }
     const char* instructionSet() const override { return sweeps_->name; }
 
@@ -63,7 +65,8 @@ private:
     void coupleRow(int y, int z, const NodeBox& around);
     std::size_t wordOf(int y, int z) const;
     void fillWanted(int y, int z);
-    void dropForces();
+    std::size_t floatsOf(int fields) const;
+    void dropForces() override;
 
     const FusedSweeps* sweeps_;
     MLFluidParam param_;

@@ -8,6 +8,7 @@
 #include "cslbm/gpu_inc/gpu/mlOpenPlane.h"
 #include "cslbm/gpu_inc/gpu/mlProductEquilibrium.h"
 #include "cslbm/mlsolver/mlLattice.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -151,6 +152,43 @@ void FusedDomain::dropForces() {
         }
         std::fill_n(words, s.chunkWords, 0U);
     });
+}
+
+// Floats of an array with this many fields, without the extra plane of the populations.
+std::size_t FusedDomain::floatsOf(int fields) const {
+    return static_cast<std::size_t>(fields) * state_.pitch * (state_.ny + 1) * state_.nz;
+}
+
+// The padding of rows travels too: populations that have left the grid stand there until they are read.
+// `moments` are state only if they were given; otherwise the next step forms them.
+void FusedDomain::visitState(StateVisitor& state) {
+    ProductionDomain::visitState(state);
+    FusedState& s = state_;
+    visitNumbers(state, s);
+    visitForces(state, s, spread_.size(), false);
+    const std::size_t extra = std::size_t{27} * s.pitch * (s.ny + 1);
+    state.deviceArray("populations", s.populations, floatsOf(27) + extra);
+    state.deviceArray("sopt", s.sopt, floatsOf(1));
+    const auto moments = floatsOf(4);
+    state.optionalArray<float>("moments", s.momentsGiven ? s.moments : nullptr, moments, false,
+                               [&s, moments](const float* from) {
+                                   if (from != nullptr) std::copy_n(from, moments, s.moments);
+                               });
+    if (momentsBefore_ != nullptr) state.deviceArray("momentsBefore", momentsBefore_, moments);
+    const auto dense = floatsOf(1);
+    state.optionalArray<float>("reference", s.reference, dense, false,
+                               [this, dense](const float* from) {
+                                   state_.reference = nullptr;
+                                   if (from == nullptr) return;
+                                   if (reference_ == nullptr) reference_ = allocate<float>(dense);
+                                   std::copy_n(from, dense, reference_);
+                                   state_.reference = reference_;
+                               });
+}
+
+void FusedDomain::stateLoaded(bool hostNewer) {
+    ProductionDomain::stateLoaded(hostNewer);
+    fused_transfer::findOffsets(state_);
 }
 
 void FusedDomain::materialise(mlFlow& host) const {

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <type_traits>
 
 #include "cslbm/domain/HostState.h"
 #include "cslbm/fused/FusedDeviceDomain.h"
 #include "cslbm/fused/FusedDomain.h"
+#include "cslbm/fused/FusedState.h"
 #include "cslbm/mlsolver/mlLattice.h"
 #include "platform/runtime.h"
 #include "supplement/MLCuMemcpy.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 namespace {
@@ -172,6 +175,54 @@ void ProductionDomain::setFluid(const mlFlow& fluid) {
     setStepBefore(given);
     fPostGiven_ = false;
     held_ = HostPopulations::Stale;
+}
+
+void ProductionDomain::visitState(StateVisitor& state) {
+    FluidDomain::visitState(state);
+    state.value("hostPopulations", held_);
+    state.value("fPostGiven", fPostGiven_);
+    state.value("uniformVelocity", uniformVelocity_);
+    state.value("planeKind", planeKind_);
+    const bool given = !referenceDensity_.empty();
+    state.optionalArray<float>("hostReference", given ? referenceDensity_.data() : nullptr,
+                               static_cast<std::size_t>(image().count), false,
+                               [this, count = image().count](const float* from) {
+                                   referenceDensity_.clear();
+                                   if (from == nullptr) return;
+                                   referenceDensity_.assign(from, from + count);
+                               });
+}
+
+void ProductionDomain::stateLoaded(bool hostNewer) {
+    if (held_ == HostPopulations::Current && !hostNewer) held_ = HostPopulations::Stale;
+}
+
+void ProductionDomain::visitNumbers(StateVisitor& state, FusedState& s) {
+    state.value("swapped", s.swapped);
+    state.value("momentsGiven", s.momentsGiven);
+    state.value("planesPending", s.planesPending);
+    state.value("planes", s.planes);
+    state.array("acceleration", s.acceleration, 3);
+}
+
+void ProductionDomain::visitForces(StateVisitor& state, FusedState& s, std::size_t words,
+                                   bool onDevice) {
+    const auto nodes = static_cast<std::size_t>(s.nx) * s.ny * s.nz;
+    const auto list = [&](const std::string& name, auto* array, std::size_t count) {
+        using T = std::remove_pointer_t<decltype(array)>;
+        state.optionalArray<T>(
+            name, forcesGiven_ ? array : nullptr, count, onDevice, [=](const T* from) {
+                if (from == nullptr) return;
+                _MLCuMemcpy(array, from, count * sizeof(T), cudaMemcpyHostToDevice);
+            });
+    };
+    // a load clears what is there before it takes what the state holds
+    state.numbers<bool>("forcesGiven", &forcesGiven_, 1, [this](const bool* given) {
+        if (forcesGiven_) dropForces();
+        forcesGiven_ = *given;
+    });
+    for (int a = 0; a < 3; ++a) list("force" + std::to_string(a), s.force[a], nodes);
+    list("forceMarks", s.spread, words);
 }
 
 mlFlow ProductionDomain::image() {

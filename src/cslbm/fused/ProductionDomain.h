@@ -48,6 +48,10 @@ public:
     void uploadForcesAndPml(const mlFlow& host) override;
     void setFluid(const mlFlow& fluid) override;
 
+    void visitState(StateVisitor& state) override;
+    void stateLoaded(bool hostNewer) override;
+    bool readsHostPopulations() const override { return held_ == HostPopulations::Current; }
+
     // Takes f, rou, ux uy uz (raw momentum) and, if not null, Sopt of a host record as they are between two
     // steps. The layer's data stay.
     virtual void load(const mlFlow& host) = 0;
@@ -75,6 +79,13 @@ protected:
     // turns, because each node has a force of its own then), and whether populations, density and
     // momentum belong together.
     static void takeMotion(FusedState& s, const FrameMotion& motion);
+    // Lists what the form's numbers have in common between steps.
+    static void visitNumbers(StateVisitor& state, FusedState& s);
+    // Lists the spread forces that no step has consumed, `words` marks with them. There are none after most
+    // steps.
+    void visitForces(StateVisitor& state, FusedState& s, std::size_t words, bool onDevice);
+    // Clears the spread forces that no step has consumed.
+    virtual void dropForces() = 0;
     // Whether a step was taken since the populations were made or uploaded.
     virtual bool stepped() const = 0;
 
