@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "SkeletonDynamics/skLinkMgr.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -88,6 +89,15 @@ void FluidForces::endSemiImplicit(const std::vector<Spatial>& gains, const skLin
     }
     follows_ = true;
     dt_ = dt;
+}
+
+void FluidForces::visitState(StateVisitor& state) {
+    finish();
+    state.array("links", links_.data(), links_.size());
+    state.array("onLinks", onLinks_.data(), onLinks_.size());
+    state.value("density", density_);
+    state.value("dt", dt_);
+    state.value("follows", follows_);
 }
 
 // What changes linear and angular momentum of the fluid inside, as a force and a torque about the link's

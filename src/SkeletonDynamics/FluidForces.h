@@ -19,6 +19,7 @@
 namespace drelt {
 
 class skLinkMgr;
+class StateVisitor;
 
 enum class FluidForce {
     Outer,   // of the fluid outside the skin
@@ -57,6 +58,8 @@ public:
     void endSemiImplicit(const std::vector<Spatial>& gains, const skLinkMgr& links, double dt);
 
     ForceAndTorque on(int link, FluidForce which) const;
+    // Lists the last step.
+    void visitState(StateVisitor& state);
     // Of the link's centre of mass.
     const Eigen::Vector3d& place(int link) const { return links_[link].now.place; }
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "SkeletonDynamics/JointMotion.h"
+#include "supplement/StateVisitor.h"
 
 namespace drelt {
 
@@ -39,6 +40,10 @@ JointPower::JointPower(std::shared_ptr<const dart::dynamics::Skeleton> skeleton,
         if (parts_.empty() || parts_.back().joint != joint)
             parts_.push_back({joint, static_cast<Eigen::Index>(i), {}, {}, {}});
     }
+}
+
+void JointPower::visitState(StateVisitor& state) {
+    state.array("watts", watts_.data(), static_cast<std::size_t>(watts_.size()));
 }
 
 void JointPower::beginStep() {

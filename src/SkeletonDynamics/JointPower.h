@@ -13,6 +13,8 @@ class Skeleton;
 
 namespace drelt {
 
+class StateVisitor;
+
 // Measures, in each dynamics step, the power of the actuators of some degrees of freedom (DOFs): force times
 // velocity [W]. The force is the one that acted in the step: the command of an actuator "force", what a
 // prescribed motion needed, and the impulse of a servo over the time step. The velocity is the mean of those
@@ -29,6 +31,7 @@ public:
     // Call it right after DART's step of dt [s], before forces and commands are cleared.
     void endStep(double dt);
     void clear() { watts_.setZero(); }
+    void visitState(StateVisitor& state);
 
     // One number per DOF; zero before the first step.
     const Eigen::VectorXd& watts() const { return watts_; }

@@ -13,6 +13,7 @@
 
 #include "Markers/Markers.h"
 #include "MeshLoad/Sampler/IBSamplerMesh.h"
+#include "SkeletonDynamics/JointPower.h"
 #include "SkeletonDynamics/skJointMgr.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystem.h"
@@ -148,6 +149,8 @@ void skSystem::visitState(StateVisitor& state) {
     state.deviceArray("linksOnDevice", links_->link_data_device, links_->link_data_host.size());
     state.group("samples", [&] { sampler_->boundaryMgr().visitState(state); });
     state.group("markers", [&] { markers_->visitState(state); });
+    state.group("fluidForces", [&] { fluidForces_->visitState(state); });
+    state.group("jointPower", [&] { jointPower_->visitState(state); });
 }
 
 void skSystem::stateLoaded() {

@@ -13,6 +13,7 @@
 #include "SkeletonDynamics/skSystem.h"
 #include "python/bindings.h"
 #include "simulatorInterface/FluidFields.h"
+#include "simulatorInterface/InUse.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
 namespace py = pybind11;
@@ -42,28 +43,35 @@ std::vector<py::ssize_t> shapeOf(const Grid& grid, bool vectors) {
 }
 
 template <auto Read, class T, bool Vectors>
-py::array_t<T> field(const Simulator& simulator, FieldUnits units, const char* operation) {
+py::array_t<T> field(Simulator& simulator, FieldUnits units, const char* operation) {
+    const InUse use(simulator.inUse, operation);
     py::array_t<T> out(shapeOf(FluidFields::grid(simulator, operation), Vectors));
     Read(simulator, units, out.mutable_data());
     return out;
 }
 
-py::array_t<float> velocityOf(const Simulator& s, FieldUnits units) {
+py::array_t<float> velocityOf(Simulator& s, FieldUnits units) {
     return field<&FluidFields::readVelocity, float, true>(s, units, "getVelocity");
 }
-py::array_t<float> densityOf(const Simulator& s, FieldUnits units) {
+py::array_t<float> densityOf(Simulator& s, FieldUnits units) {
     return field<&FluidFields::readDensity, float, false>(s, units, "getDensity");
 }
-py::array_t<float> pressureOf(const Simulator& s, FieldUnits units) {
+py::array_t<float> pressureOf(Simulator& s, FieldUnits units) {
     return field<&FluidFields::readPressure, float, false>(s, units, "getPressure");
 }
-py::array_t<double> spreadForceOf(const Simulator& s, FieldUnits units) {
+py::array_t<double> spreadForceOf(Simulator& s, FieldUnits units) {
     return field<&FluidFields::readSpreadForce, double, true>(s, units, "getSpreadForce");
 }
-py::array_t<std::int32_t> layerTypesOf(const Simulator& s) {
+py::array_t<std::int32_t> layerTypesOf(Simulator& s) {
+    const InUse use(s.inUse, "getLayerTypes");
     py::array_t<std::int32_t> out(shapeOf(FluidFields::grid(s, "getLayerTypes"), false));
     FluidFields::readLayerTypes(s, out.mutable_data());
     return out;
+}
+
+Grid gridOf(Simulator& simulator, const char* operation) {
+    const InUse use(simulator.inUse, operation);
+    return FluidFields::grid(simulator, operation);
 }
 
 std::string textOf(const py::handle& shape) { return py::str(shape); }
@@ -79,6 +87,7 @@ void requireShape(const char* what, const Given& array, const Grid& grid, bool v
 
 void setFields(Simulator& simulator, const Given& velocity, const std::optional<Given>& density,
                bool nonEquilibrium, FieldUnits units) {
+    const InUse use(simulator.inUse, "setFields");
     const Grid grid = FluidFields::grid(simulator, "setFields");
     requireShape("velocity", velocity, grid, true);
     if (density) requireShape("density", *density, grid, false);
@@ -98,7 +107,7 @@ py::module_ importXarray() {
     }
 }
 
-py::object toDataset(const Simulator& simulator, FieldUnits units) {
+py::object toDataset(Simulator& simulator, FieldUnits units) {
     const Grid grid = FluidFields::grid(simulator, "toDataset");
     const py::module_ xarray = importXarray();
     const bool si = units == FieldUnits::SI;
@@ -169,24 +178,24 @@ void bindReading(Class<Simulator>& simulator) {
              "forward), 0 on edges, 8 at the corners of the box.")
         .def(
             "getGridOrigin",
-            [](const Simulator& s) { return FluidFields::grid(s, "getGridOrigin").origin; },
+            [](Simulator& s) { return gridOf(s, "getGridOrigin").origin; },
             "Position of node [0, 0, 0], world [m], shape (3,), as the last step placed it. A "
             "grid\n"
             "that follows a body moves at the beginning of a step.")
         .def(
             "getGridSpacing",
-            [](const Simulator& s) { return FluidFields::grid(s, "getGridSpacing").spacing; },
+            [](Simulator& s) { return gridOf(s, "getGridSpacing").spacing; },
             "Distance of neighbouring nodes [m].")
         .def(
             "getGridShape",
-            [](const Simulator& s) {
-                const Grid grid = FluidFields::grid(s, "getGridShape");
+            [](Simulator& s) {
+                const Grid grid = gridOf(s, "getGridShape");
                 return py::make_tuple(grid.nz, grid.ny, grid.nx);
             },
             "Numbers of nodes (nz, ny, nx).")
         .def(
             "getGridVelocity",
-            [](const Simulator& s) { return FluidFields::grid(s, "getGridVelocity").velocity; },
+            [](Simulator& s) { return gridOf(s, "getGridVelocity").velocity; },
             "Velocity of the frame that the grid follows, world axes [m/s], shape (3,); zero for "
             "a\n"
             "fixed grid. The grid never turns.")

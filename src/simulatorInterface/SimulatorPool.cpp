@@ -12,6 +12,7 @@
 #include "Markers/Markers.h"
 #include "platform/check.h"
 #include "platform/runtime.h"
+#include "simulatorInterface/InUse.h"
 
 namespace drelt {
 namespace {
@@ -212,6 +213,9 @@ void SimulatorPool::step(couplingMode mode, const PoolCommands* commands, int co
         throw std::invalid_argument("step: got a count of " + std::to_string(count) +
                                     " steps; give 1 or more");
     }
+    std::vector<std::unique_ptr<InUse>> uses;
+    for (const auto& world : worlds_)
+        uses.push_back(std::make_unique<InUse>(world->inUse, "step of a pool"));
     requireUnchanged();
     if (commands != nullptr) requireCommands(*commands, count);
     failedWorlds_.clear();

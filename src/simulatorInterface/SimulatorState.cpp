@@ -52,6 +52,7 @@ std::vector<std::string> describeFluid(const mlFlow& flow, const mlSinglePhaseSo
         "boundaries = " + std::to_string(static_cast<int>(solver.boundaryFamily)),
         "open planes = " + std::to_string(static_cast<int>(solver.openPlanes)),
         "coupling = " + std::to_string(static_cast<int>(solver.coupling)),
+        "weights = " + std::to_string(static_cast<int>(solver.weights)),
         "points of the delta function = " + std::to_string(solver.ibKernelSelector),
     };
 }

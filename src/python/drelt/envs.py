@@ -124,7 +124,7 @@ class _Worlds:
 
     def restart(self, index, target):
         """Starts an episode of a world. target: from the centre of mass at the start [lengths]."""
-        self.simulators[index].reset()
+        self.simulators[index].restart()
         self.targets[index] = target
         self.elapsed[index] = 0.0
 
