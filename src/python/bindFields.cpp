@@ -177,14 +177,12 @@ void bindReading(Class<Simulator>& simulator) {
              "outside the layer, 1 in it, 2 to 7 on its outer faces (up, down, left, right, back,\n"
              "forward), 0 on edges, 8 at the corners of the box.")
         .def(
-            "getGridOrigin",
-            [](Simulator& s) { return gridOf(s, "getGridOrigin").origin; },
+            "getGridOrigin", [](Simulator& s) { return gridOf(s, "getGridOrigin").origin; },
             "Position of node [0, 0, 0], world [m], shape (3,), as the last step placed it. A "
             "grid\n"
             "that follows a body moves at the beginning of a step.")
         .def(
-            "getGridSpacing",
-            [](Simulator& s) { return gridOf(s, "getGridSpacing").spacing; },
+            "getGridSpacing", [](Simulator& s) { return gridOf(s, "getGridSpacing").spacing; },
             "Distance of neighbouring nodes [m].")
         .def(
             "getGridShape",
@@ -194,8 +192,7 @@ void bindReading(Class<Simulator>& simulator) {
             },
             "Numbers of nodes (nz, ny, nx).")
         .def(
-            "getGridVelocity",
-            [](Simulator& s) { return gridOf(s, "getGridVelocity").velocity; },
+            "getGridVelocity", [](Simulator& s) { return gridOf(s, "getGridVelocity").velocity; },
             "Velocity of the frame that the grid follows, world axes [m/s], shape (3,); zero for "
             "a\n"
             "fixed grid. The grid never turns.")
