@@ -75,7 +75,7 @@ PYBIND11_MODULE(drelt, module) {
     module.attr("__name__") = "drelt";
     bindGroup(module, {drelt::bindEnumerations});
     bindGroup(module, {drelt::bindParameters});
-    bindGroup(module, {drelt::bindSkeleton});
+    bindGroup(module, {drelt::bindSkeleton, drelt::bindMesh});
     bindGroup(module, {drelt::bindSimulator});
     bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});
     bindGroup(module, {bindMessages});
