@@ -1,4 +1,6 @@
 // Looks inside models, descriptions and bodies: the file as it stands, derived joints and links, the skin.
+#include "python/bindMesh.h"
+
 #include <pybind11/eigen.h>
 #include <pybind11/stl.h>
 
@@ -18,7 +20,6 @@
 #include "SkeletonDynamics/skLink.h"
 #include "SkeletonDynamics/skLinkMgr.h"
 #include "SkeletonDynamics/skSystem.h"
-#include "python/bindings.h"
 
 namespace py = pybind11;
 using namespace pybind11::literals;

@@ -8,7 +8,6 @@ namespace drelt {
 void bindEnumerations(pybind11::module_& module);
 void bindParameters(pybind11::module_& module);
 void bindSkeleton(pybind11::module_& module);
-void bindMesh(pybind11::module_& module);
 void bindSimulator(pybind11::module_& module);
 void bindTrajectory(pybind11::module_& module);
 void bindRenderer(pybind11::module_& module);

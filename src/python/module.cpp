@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/messages.h"
+#include "python/bindMesh.h"
 #include "python/bindings.h"
 
 namespace py = pybind11;

@@ -206,7 +206,7 @@ PLAIN = WILD["open_sheet"]().data
 FAULTS = {
     "no bones": (without_bones(PLAIN), {}, "--rigid"),
     "not finite": (not_a_number(), {}, "not finite"),
-    "a thousand bones": (many_bones(), {}, "has 1000 bones"),
+    "a thousand bones": (many_bones, {}, "has 1000 bones"),
     "no model": (b"nothing", {}, "cannot be read"),
     "no density": (PLAIN, {"density": 0.0}, "positive"),
     "no pattern": (PLAIN, {"joint": ["wing*=servo"]}, "front, middle, rear"),
@@ -221,7 +221,7 @@ FAULTS = {
 @pytest.mark.parametrize("fault", FAULTS)
 def test_faults_name_the_cause_and_write_nothing(tmp_path, fault):
     data, options, text = FAULTS[fault]
-    (tmp_path / "mesh.glb").write_bytes(data)
+    (tmp_path / "mesh.glb").write_bytes(data() if callable(data) else data)
     with pytest.raises(BodyError, match=text):
         import_mesh(tmp_path / "mesh.glb", tmp_path / "out", **options)
     assert [path.name for path in tmp_path.iterdir()] == ["mesh.glb"]

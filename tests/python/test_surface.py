@@ -2,11 +2,13 @@
 
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
 may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
-three or any number of rows, fvec3 is one of float32 with three. A function's docstring is in the
+three or any number of rows, fvec3 is one of float32 with three; points have rows of three float64, triangles of three
+integers, box is two points, image an array of bytes. A function's docstring is in the
 table only if its words are fixed.
 """
 
 import re
+from types import ModuleType
 
 import drelt
 import pytest
@@ -47,8 +49,11 @@ skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem
 make_skeletonSystem(str, int) -> SkeletonSystem
 make_skDynamics(SkeletonSystem, int, int, vec3, vec3, vec3) -> SkeletonDynamics
 make_skWorld(vec3) -> DartWorld
+readMeshFile(path: str) -> dict
 class SkeletonSystem
     __init__(model_file: str, gpuId: int) -> None
+    getJoints() -> list
+    getLinks() -> list
 class SkeletonJoint
     getJointType() -> str
     getName() -> str
@@ -99,6 +104,16 @@ class SkeletonDynamics
     getCommands() -> vecm
     setCommands(_: vecm) -> None
     getMarkers() -> Markers
+    getJointNames() -> list of str
+    getLinkNames() -> list of str
+    getDofNames() -> list of str
+    getDescription() -> SkeletonSystem
+    getSkin() -> points
+    getFaces() -> triangles
+    getFaceLinks() -> list of str
+    getBoundingBox() -> box
+    getSurfaceArea() -> float
+    getVolume() -> float
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None
@@ -169,10 +184,18 @@ class tinyRenderer
     __init__(width: int, height: int) -> None
     render() -> None
     savePPM(_: str) -> None
+    savePNG(file_name: str) -> None
+    getImage() -> image
+    setDepthRange(near: float, far: float) -> None
+    setDepthFromScene(enclose: bool = True) -> None
     setCamera(position: fvec3, target: fvec3, worldup: fvec3) -> None
     setLight(position: fvec3, diffuse: fvec3 = (1, 1, 1), specular: fvec3 = (1, 1, 1)) -> None
     addCube() -> None
     addDynamics(dynamics: SkeletonDynamics) -> None
+    addLines(points: points, colour: fvec3 = (1, 1, 1), on_top: bool = False) -> None
+    addTriangles(points: points, normals: points, colour: fvec3 = (0.8, 0.8, 0.8)) -> None
+    addGrid(centre: vec3 = (0, 0, 0), height: float = 0, spacing: float = 0.1, cells: int = 10) -> None
+    addAxes(origin: vec3 = (0, 0, 0), length: float = 0.1) -> None
     addTrajectory(trajectory: trajectory3d) -> None
 
 setVerbosity(level: int) -> None
@@ -188,6 +211,14 @@ def plain(signature):
     text = re.sub(r"\barg\d+: ", "", text)
     text = re.sub(r"numpy\.ndarray\[numpy\.float64\[(3|m), 1\]\]", r"vec\1", text)
     text = text.replace("numpy.ndarray[numpy.float32[3, 1]]", "fvec3")
+    for shape, word in (
+        ("float64[m, 3]", "points"),
+        ("int32[m, 3]", "triangles"),
+        ("float64[2, 3]", "box"),
+    ):
+        layout = r"(, flags\.\w+)*\]"
+        text = re.sub(re.escape(f"numpy.ndarray[numpy.{shape}") + layout, word, text)
+    text = text.replace("numpy.ndarray[numpy.uint8]", "image")
     text = re.sub(r"\b[Ll]ist\[(\w+)\]", r"list of \1", text)
     text = re.sub(r"array\(\[([^]]*)\](, dtype=float32)?\)", r"(\1)", text)
     return re.sub(r"\b(\d+)\.0?(?=\W)", r"\1", text)
@@ -237,7 +268,7 @@ def surface():
     """All that is public in the module, in the order of definition, one line per name."""
     lines = []
     for name, member in vars(drelt).items():
-        if not name.startswith("_"):
+        if not name.startswith("_") and not isinstance(member, ModuleType):
             is_class = isinstance(member, type)
             lines += class_lines(name, member) if is_class else signatures(name, member)
     return lines

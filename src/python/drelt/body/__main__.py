@@ -117,8 +117,19 @@ def run_check(arguments):
     return 1 if problems else 0
 
 
+def with_directions(words):
+    """Joins --up and --forward with what follows: argparse would take -y for an option."""
+    result = []
+    for word in words:
+        if result and result[-1] in ("--up", "--forward"):
+            result[-1] += f"={word}"
+        else:
+            result.append(word)
+    return result
+
+
 def main(words=None):
-    arguments = make_parser().parse_args(words)
+    arguments = make_parser().parse_args(with_directions(sys.argv[1:] if words is None else words))
     setVerbosity(0)
     commands = {"import": run_import, "show": run_show, "check": run_check}
     try:

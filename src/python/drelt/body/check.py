@@ -4,6 +4,7 @@ import json
 import math
 from collections import Counter
 from dataclasses import dataclass
+from importlib import import_module
 from pathlib import Path
 
 from .. import SkeletonSystem, make_skDynamics, skeletonFromJson
@@ -42,7 +43,7 @@ def check(description):
     without it.
     """
     try:
-        from jsonschema import Draft7Validator
+        validator = import_module("jsonschema").Draft7Validator(schema())
     except ImportError as error:
         raise BodyError(
             "check needs the package jsonschema: pip install 'drelt[body]', or pip install jsonschema"
@@ -58,9 +59,7 @@ def check(description):
         ]
     except ValueError as error:
         return [Problem(file, "", "text that is no JSON", str(error))]
-    problems = [
-        from_schema(file, error) for error in Draft7Validator(schema()).iter_errors(content)
-    ]
+    problems = [from_schema(file, error) for error in validator.iter_errors(content)]
     if isinstance(content, dict):
         found = Checker(file, content)
         found.names()

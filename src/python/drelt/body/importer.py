@@ -17,10 +17,10 @@ from .joints import choose
 from .masses import Link, advice, give_masses, turning_margin
 from .options import DENSITY_RATIO, axes, checked
 from .plan import make_plan, script
-from .rig import build_rig, no_match, rotation_of
+from .rig import MOST_BONES, build_rig, no_match, rotation_of
 from .scene import read_model, skinned
 from .solids import integrals, link_solids, owners
-from .surface import closed, coarsened, is_closed, joined, unsampled_share, welded
+from .surface import closed, coarsened, inflated, is_closed, joined, unsampled_share, welded
 
 DEVICE = -1  # host threads: imports need no GPU
 UNSAMPLED = 0.02  # share of the skin without samples above which faces are merged
@@ -76,7 +76,8 @@ def import_mesh(mesh, out, **options):
     name = options["name"] or Path(mesh).stem
     if not name or "/" in name:
         raise BodyError(f"'{name}' is no name for files; choose one with --name")
-    model = read_model(mesh, options["rigid"], options["nodes_as_bones"])
+    most = None if options["drop"] else MOST_BONES
+    model = read_model(mesh, options["rigid"], options["nodes_as_bones"], most)
     body = clean(model, name, str(mesh), out.absolute(), options)
     write(body)
     return body
@@ -209,11 +210,12 @@ def coarse_enough(surface, samples, notes, warnings):
         if unsampled_share(result, samples) <= UNSAMPLED:
             break
     if result is not surface:
-        change = result.volume() / surface.volume() - 1 if surface.volume() else 0.0
+        lost = 1 - result.volume() / surface.volume() if surface.volume() > 0 else 0.0
+        result = inflated(result, surface.volume())
         notes.append(
             f"Short edges were merged, because faces much smaller than the area of a sample get none: {before} "
-            f"faces became {len(result.faces)}, the volume changed by {change:+.2%}. More nodes or samples "
-            "keep more faces."
+            f"faces became {len(result.faces)}. That took {lost:.1%} of the volume, which was given back by moving "
+            "the skin outwards. More nodes or samples keep more faces."
         )
     left = unsampled_share(result, samples)
     if left > UNSAMPLED:

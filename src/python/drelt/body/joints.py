@@ -9,6 +9,7 @@ friction, effort, velocity, mimic=JOINT:MULTIPLIER:OFFSET.
 import fnmatch
 import math
 from dataclasses import dataclass, field
+from typing import Optional
 
 import numpy as np
 
@@ -31,9 +32,9 @@ class JointChoice:
     actuator: str = "servo"
     axis: tuple = (0.0, 1.0, 0.0)
     origin: str = ""
-    limits: tuple = None
+    limits: Optional[tuple] = None
     numbers: dict = field(default_factory=dict)
-    mimic: tuple = None
+    mimic: Optional[tuple] = None
 
     def description(self):
         lower, upper = self.limits or (-math.pi, math.pi)
@@ -101,7 +102,8 @@ def parse_word(word, choice):
                 return "limits", (low, high)
         elif name == "mimic":
             joint, *factors = value.split(":")
-            multiplier, offset = [*map(float, factors), *(1.0, 0.0)[len(factors) :]]
+            numbers = [float(x) for x in factors]
+            multiplier, offset = numbers + [1.0, 0.0][len(numbers) :]
             return "mimic", (joint, multiplier, offset)
     except (ValueError, BodyError):
         pass

@@ -8,10 +8,12 @@ several roots get a common one, and the last bone of a chain gets an end node.
 import fnmatch
 import re
 from dataclasses import dataclass, field
+from typing import Optional
 
 import numpy as np
 
 from .errors import BodyError
+from .scene import too_many
 
 MOST_BONES = 250
 ROOT, END = "root", "end"
@@ -28,8 +30,8 @@ class Bone:
     parent: int
     place: np.ndarray
     turn: np.ndarray
-    column: int = None
-    end: np.ndarray = None
+    column: Optional[int] = None
+    end: Optional[np.ndarray] = None
     children: list = field(default_factory=list)
 
 
@@ -67,13 +69,12 @@ def build_rig(model, drop=()):
     carried = carrying(model, weight)
     unused = [k for k in model.bones if k not in carried]
     kept = [k for k in model.bones if k in carried and k not in dropped]
+    while len(kept) > 1 and idle_root(model, kept, weight):
+        unused.append(kept.pop(0))
     if not kept:
         raise BodyError("no bone is left: drop fewer bones")
     if len(kept) > MOST_BONES:
-        raise BodyError(
-            f"'{model.path}' has {len(kept)} bones that move its skin; at most {MOST_BONES} can be simulated. "
-            "Merge some into the bones above them, as in --drop 'finger*'"
-        )
+        raise too_many(model.path, len(kept), MOST_BONES)
     bones = make_bones(model, kept)
     move_weights(model, kept)
     note_unused(model, unused, kept)
@@ -82,6 +83,17 @@ def build_rig(model, drop=()):
     give_names(model, bones)
     give_ends(model, bones, kept, unused)
     return bones
+
+
+def idle_root(model, kept, weight):
+    """Whether the first bone moves no skin and all others hang on one right below it."""
+    below = [node for node in kept[1:] if bone_above(model, node, kept) == kept[0]]
+    return (
+        weight[kept[0]] <= 0
+        and len(below) == 1
+        and bone_above(model, kept[0], kept) < 0
+        and not any(bone_above(model, node, kept) < 0 for node in kept[1:])
+    )
 
 
 def used_weights(model):
@@ -147,8 +159,9 @@ def move_weights(model, kept):
         places = model.worlds[[kept[r] for r in roots]][:, :3, 3]
         away = ((places - model.worlds[model.bones[k]][:3, 3]) ** 2).sum(axis=1)
         target[k] = roots[int(np.argmin(away))]
-    moved_any = any(kept[to] != node for to, node in zip(target, model.bones))
-    if moved_any and not np.allclose(model.bound, np.eye(4), atol=1e-9):
+    weight = used_weights(model)
+    gone = [node for to, node in zip(target, model.bones) if kept[to] != node and weight[node] > 0]
+    if gone and not np.allclose(model.bound, np.eye(4), atol=1e-9):
         for part in model.parts:
             part.vertices = model.rest(part)
         model.bound = np.tile(np.eye(4), (len(model.bones), 1, 1))
@@ -159,10 +172,9 @@ def move_weights(model, kept):
             reduced[:, to] += part.weights[:, k]
         part.weights = reduced
     model.bound = np.array([own[node] for node in kept])
-    dropped = [model.names[node] for node, to in zip(model.bones, target) if kept[to] != node]
-    carried = [name for name in dropped if name]
-    if moved_any and carried:
-        model.notes.append(f"The weights of {listed(carried)} went to the bones above them.")
+    if gone:
+        names = [model.names[node] for node in gone]
+        model.notes.append(f"The weights of {listed(names)} went to the bones above them.")
 
 
 def listed(names, most=8):

@@ -88,11 +88,12 @@ def read_raw(path, notes):
         raise BodyError(str(error)) from error
 
 
-def read_model(path, rigid=False, nodes_as_bones=False):
+def read_model(path, rigid=False, nodes_as_bones=False, most=None):
     """Reads a model. Raises BodyError for a file that cannot be read and for one without bones.
 
     rigid: one bone for all, for a model without bones or to freeze those it has. nodes_as_bones: every
-    node that holds a mesh is a bone, for models whose parts move as wholes.
+    node that holds a mesh is a bone, for models whose parts move as wholes. most: largest number of bones
+    that move a skin, None for any.
     """
     notes = []
     raw = read_raw(path, notes)
@@ -110,8 +111,19 @@ def read_model(path, rigid=False, nodes_as_bones=False):
     if not held:
         raise BodyError(f"'{path}' has no triangles; export the model with its mesh")
     model.bones = bones_of(model, held, rigid, nodes_as_bones)
+    if most is not None and not (rigid or nodes_as_bones):
+        used = {b["name"] for _, m in held for b in m["bones"] if np.any(b["weights"] > 0)}
+        if len(used) > most:
+            raise too_many(path, len(used), most)
     bind(model, held, raw["materials"], rigid or nodes_as_bones)
     return model
+
+
+def too_many(path, count, most):
+    return BodyError(
+        f"'{path}' has {count} bones that move its skin; at most {most} can be simulated. Merge some into "
+        "the bones above them, as in --drop 'finger*'"
+    )
 
 
 def world_transforms(nodes):

@@ -11,6 +11,10 @@ from dataclasses import dataclass
 
 import numpy as np
 
+SAME = 1e-6  # centres closer than this, beside the size of the body, count as one
+
+ON_PLANE = 1e-9  # of the largest distance
+
 
 @dataclass
 class Solid:
@@ -52,10 +56,12 @@ def solid_of(triangles, area=0.0):
 def clipped(triangles, normal, offset):
     """The side normal . x <= offset of a closed set of triangles, with its cap."""
     height = triangles @ normal - offset
+    # corners on the plane, as those of earlier caps: rounding must not take them for one side or the other
+    height[np.abs(height) <= ON_PLANE * np.abs(height).max(initial=0)] = 0.0
     inside = height <= 0
     count = inside.sum(axis=1)
     kept = [triangles[count == 3]]
-    if (count == 3).all() or (count == 0).all():
+    if not ((count > 0) & (count < 3)).any():
         return kept[0]
     edges = []
     for alone_inside in (True, False):
@@ -89,11 +95,12 @@ def crossing(a, b, height_a, height_b):
 def cell(triangles, centres, k):
     """What is nearer to centre k than to the others."""
     order = np.argsort(((centres - centres[k]) ** 2).sum(axis=1))
+    extent = np.ptp(triangles, axis=(0, 1)).max() if len(triangles) else 0.0
     for other in order:
         if other == k or not len(triangles):
             continue
         normal = centres[other] - centres[k]
-        if not normal.any():
+        if np.abs(normal).max() <= SAME * extent:
             if other < k:  # the first of two at one place owns all
                 return triangles[:0]
             continue

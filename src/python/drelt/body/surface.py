@@ -225,7 +225,7 @@ def closed(surface, how, thickness, notes):
         )
     if filled:
         notes.append(f"The holes of {len(filled)} open pieces were filled.")
-    result = stacked(added)
+    result = welded(stacked(added), [])
     outwards(result, pieces(result), notes)
     return result
 
@@ -370,6 +370,15 @@ def coarsened(surface, shortest, rounds=40):
         faces, part = faces[whole], part[whole]
         faces, part = without_folds(faces, part)
     return compact(Surface(vertices, weights, faces, part))
+
+
+def inflated(surface, volume):
+    """Moves the vertices along their normals until the surface encloses a volume."""
+    for _ in range(4):
+        shift = (volume - surface.volume()) / surface.area()
+        vertices = surface.vertices + shift * site_normals(surface)
+        surface = Surface(vertices, surface.weights, surface.faces, surface.part)
+    return surface
 
 
 def without_folds(faces, part):
