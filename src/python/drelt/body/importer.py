@@ -358,7 +358,7 @@ def load(body, description):
     """Loads what was written, as a run will, and takes the names of the degrees of freedom."""
     try:
         live = make_skDynamics(
-            skeletonFromJson(str(description), DEVICE), min(body.plan.samples, 200), DEVICE,
+            skeletonFromJson(str(description), DEVICE), body.plan.samples, DEVICE,
             np.zeros(3), np.zeros(3), np.ones(3),
         )  # fmt: skip
     except (RuntimeError, ValueError) as error:

@@ -21,6 +21,7 @@ ACTUATORS = ("force", "passive", "servo", "mimic", "acceleration", "velocity", "
 SINGLE = ("revolute", "continuous", "prismatic")
 NUMBERS = ("spring", "damping", "friction", "effort", "velocity")
 STRAIGHT = math.sin(math.radians(5.0))  # chains that bend less have no plane
+ROUNDING = 1e-9  # smaller components of an axis are none
 AXES = {"x": (1, 0, 0), "y": (0, 1, 0), "z": (0, 0, 1)}
 
 
@@ -119,7 +120,8 @@ def direction(values):
     length = np.linalg.norm(vector)
     if vector.shape != (3,) or not np.isfinite(length) or length == 0:
         raise BodyError("a direction needs three numbers that are not all zero")
-    return tuple(float(x) for x in vector / length)
+    vector = vector / length
+    return tuple(float(x) if abs(x) > ROUNDING else 0.0 for x in vector)
 
 
 def choose(bones, used, extent, choices):
