@@ -317,16 +317,24 @@ def check_turning(body, owning, centres):
     triangles = body.rest[body.surface.faces]
     owner = owners(triangles.mean(axis=1), centres)
     fluid, spacing = body.options["fluid_density"], body.plan.spacing
-    weak = [
-        link.key
+    margins = {
+        link.key: turning_margin(link, triangles[owner == k], fluid, spacing)
         for k, link in enumerate(owning)
-        if (owner == k).any() and turning_margin(link, triangles[owner == k], fluid, spacing) < 1
-    ]
-    if weak:
-        body.warnings.append(
-            f"The moments of inertia of {len(weak)} links are too small for the explicit coupling: "
-            f"{', '.join(weak[:6])}. Choose --coupling semi-implicit, a higher density or a smaller spacing."
-        )
+        if (owner == k).any()
+    }
+    weak = [key for key, margin in margins.items() if margin < 1]
+    if not weak:
+        return
+    least, extra = min(margins.values()), body.density - fluid
+    enough = (
+        f" They suffice from a density of {fluid + extra / least:.4g} kg/m^3 on."
+        if least > 0 < extra
+        else ""
+    )
+    body.warnings.append(
+        f"The moments of inertia of {len(weak)} links are too small for the explicit coupling: "
+        f"{', '.join(weak[:6])}.{enough} Or choose --coupling semi-implicit or a smaller spacing."
+    )
 
 
 def base_link(owning, volume):

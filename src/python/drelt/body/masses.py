@@ -115,7 +115,7 @@ def advice(links, coupling, density, fluid, spacing, kind):
             LEAST[coupling] * fluid * link.solid.area * spacing / link.solid.volume
             for link in bulky
         )
-        text.append(f"All of them are stable from a density of {fluid + need:.4g} kg/m^3 on.")
+        text.append(f"Their masses suffice from a density of {fluid + need:.4g} kg/m^3 on.")
         if coupling == "explicit" and density > fluid:
             fine = min(
                 (density - fluid) * link.solid.volume / (LEAST[coupling] * fluid * link.solid.area)
