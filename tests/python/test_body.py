@@ -202,6 +202,13 @@ def not_a_number():
     return bytes(data)
 
 
+def flat():
+    """A sheet whose vertices all lie on one line."""
+    wild = WILD["open_sheet"]()
+    wild.skins[0].vertices[:, 2] = 0
+    return wild.data
+
+
 PLAIN = WILD["open_sheet"]().data
 FAULTS = {
     "no bones": (without_bones(PLAIN), {}, "--rigid"),
@@ -211,6 +218,9 @@ FAULTS = {
     "no density": (PLAIN, {"density": 0.0}, "positive"),
     "no pattern": (PLAIN, {"joint": ["wing*=servo"]}, "front, middle, rear"),
     "no bone to drop": (PLAIN, {"drop": ["wing*"]}, "front, middle, rear"),
+    "no mesh to skip": (PLAIN, {"skip": ["floor*"]}, "surface"),
+    "nothing left": (PLAIN, {"skip": ["surf*"]}, "no triangles"),
+    "no surface": (flat, {}, "no surface"),
     "no word": (PLAIN, {"joint": ["front=bendy"]}, "'bendy' is no word"),
     "one axis twice": (PLAIN, {"up": "-x"}, "lie on one axis"),
     "unknown option": (PLAIN, {"weight": 3}, "no option 'weight'"),

@@ -77,6 +77,8 @@ def add_import(commands):
         help="what joints do, as 'spine*=revolute,servo,z,limits=-30:30'; may be repeated")  # fmt: skip
     add("--drop", action="append", default=[], metavar="PATTERN",
         help="bones that are left out; their weights go to the bone above; may be repeated")  # fmt: skip
+    add("--skip", action="append", default=[], metavar="PATTERN",
+        help="meshes that are left out, such as floors; may be repeated")  # fmt: skip
     add("--thickness", type=float, help="of open sheets [m] (default: the node spacing)")
     add("--open-surface", choices=WORDS["open_surface"], default="auto",
         help="fill the holes of open surfaces, or thicken them to sheets (%(default)s)")  # fmt: skip

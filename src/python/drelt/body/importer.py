@@ -64,7 +64,7 @@ def import_mesh(mesh, out, **options):
     """Imports a mesh with bones into the new folder `out` and returns a Body.
 
     Writes NAME.glb, NAME.json, report.md, picture.png and run.py. The keyword arguments are the options of
-    `python -m drelt.body import`, with an underscore for a hyphen; `joint` and `drop` are lists. Raises
+    `python -m drelt.body import`, with an underscore for a hyphen; `joint`, `drop` and `skip` are lists. Raises
     BodyError, a ValueError, if no body can be made; then nothing was written.
     """
     options = checked(options)
@@ -77,7 +77,7 @@ def import_mesh(mesh, out, **options):
     if not name or "/" in name:
         raise BodyError(f"'{name}' is no name for files; choose one with --name")
     most = None if options["drop"] else MOST_BONES
-    model = read_model(mesh, options["rigid"], options["nodes_as_bones"], most)
+    model = read_model(mesh, options["rigid"], options["nodes_as_bones"], most, options["skip"])
     body = clean(model, name, str(mesh), out.absolute(), options)
     write(body)
     return body
@@ -92,6 +92,8 @@ def clean(model, name, source, folder, options):
     extent = np.ptp(rest, axis=0)
     spacing = options["spacing"] or float(extent.max()) / options["nodes"]
     surface = welded(joined(model.parts), model.notes)
+    if not surface.area() > 1e-9 * float(extent.max()) ** 2:
+        raise BodyError(f"'{model.path}' has no surface: all its faces are points or lines")
     thickness = options["thickness"] or spacing
     surface = closed(surface, options["open_surface"], thickness, model.notes)
     warnings = []

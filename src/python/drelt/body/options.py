@@ -26,6 +26,7 @@ OPTIONS = {
     "samples": None,
     "joint": (),
     "drop": (),
+    "skip": (),
     "thickness": None,
     "open_surface": "auto",
     "merge": False,
@@ -66,7 +67,7 @@ def checked(given):
     if options["rigid"] and options["nodes_as_bones"]:
         raise BodyError("rigid makes one link, nodes-as-bones several; choose one of them")
     options["samples"] = options["samples"] and int(options["samples"])
-    for key in ("joint", "drop"):
+    for key in ("joint", "drop", "skip"):
         options[key] = [options[key]] if isinstance(options[key], str) else list(options[key])
     for choice in options["joint"]:
         parse(choice)

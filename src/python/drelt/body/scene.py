@@ -7,6 +7,7 @@ each bone the rigid motion from one to the other. If there is no such motion, be
 disagree, the parts are moved to the rest pose for good.
 """
 
+import fnmatch
 import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -88,12 +89,12 @@ def read_raw(path, notes):
         raise BodyError(str(error)) from error
 
 
-def read_model(path, rigid=False, nodes_as_bones=False, most=None):
+def read_model(path, rigid=False, nodes_as_bones=False, most=None, skip=()):
     """Reads a model. Raises BodyError for a file that cannot be read and for one without bones.
 
     rigid: one bone for all, for a model without bones or to freeze those it has. nodes_as_bones: every
     node that holds a mesh is a bone, for models whose parts move as wholes. most: largest number of bones
-    that move a skin, None for any.
+    that move a skin, None for any. skip: patterns of meshes, or of nodes with meshes, that are left out.
     """
     notes = []
     raw = read_raw(path, notes)
@@ -108,6 +109,7 @@ def read_model(path, rigid=False, nodes_as_bones=False, most=None):
         for index in entry["meshes"]
         if len(raw["meshes"][index]["faces"])
     ]
+    held = without_skipped(held, names, skip)
     if not held:
         raise BodyError(f"'{path}' has no triangles; export the model with its mesh")
     model.bones = bones_of(model, held, rigid, nodes_as_bones)
@@ -117,6 +119,25 @@ def read_model(path, rigid=False, nodes_as_bones=False, most=None):
             raise too_many(path, len(used), most)
     bind(model, held, raw["materials"], rigid or nodes_as_bones)
     return model
+
+
+def without_skipped(held, names, skip):
+    """The pairs of node and mesh whose names match no pattern; each pattern must match one."""
+    for pattern in skip:
+        kept = [
+            (node, mesh)
+            for node, mesh in held
+            if not any(
+                fnmatch.fnmatchcase(n, pattern) for n in (names[node], text_of(mesh["name"]))
+            )
+        ]
+        if len(kept) == len(held):
+            known = sorted({names[node] for node, _ in held})
+            raise BodyError(
+                f"--skip '{pattern}' matches no mesh; there are {', '.join(known[:20])}"
+            )
+        held = kept
+    return held
 
 
 def too_many(path, count, most):
@@ -237,7 +258,7 @@ def placement(weights, motions, bound):
     """Where a mesh stands, by its heaviest bone; by one whose motion is known, if there is one."""
     known = [k for k in motions if bound[k] is not None and weights[:, k].any()]
     k = max(known or motions, key=lambda bone: weights[:, bone].sum())
-    return np.linalg.inv(bound[k]) @ motions[k] if known else motions[k]
+    return np.linalg.pinv(bound[k]) @ motions[k] if known else motions[k]
 
 
 def is_rigid(motion):
