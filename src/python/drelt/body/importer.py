@@ -100,6 +100,7 @@ def clean(model, name, source, folder, options):
     extent, middle = box_of(skinned(surface.vertices, surface.weights, model.bound))
     plan = make_plan(surface, extent, middle, options, options["coupling"])
     surface = coarse_enough(surface, plan.samples, model.notes, warnings)
+    surface.weights = four_heaviest(surface.weights)  # means of several vertices may have more
     if not is_closed(surface):
         warnings.append(
             "The skin is not closed. Volumes and masses are rough; close it in a modelling program."
@@ -122,18 +123,22 @@ def box_of(points):
     return high - low, (low + high) / 2
 
 
+def four_heaviest(weights):
+    """The weights of the four heaviest bones of each vertex, which is what the written file holds."""
+    joints, shares = heaviest(weights)
+    kept = np.zeros_like(weights)
+    rows = np.arange(len(kept))
+    for k in range(shares.shape[1]):
+        kept[rows, joints[:, k]] += shares[:, k]
+    return kept / kept.sum(axis=1, keepdims=True)
+
+
 def keep_four(model):
-    """Keeps the four heaviest bones of each vertex, which is what the written file holds."""
     worst = 0.0
     for part in model.parts:
-        joints, shares = heaviest(part.weights)
-        kept = np.zeros_like(part.weights)
-        np.put_along_axis(kept, joints.astype(int), 0.0, axis=1)
-        for k in range(shares.shape[1]):
-            rows = np.arange(len(kept))
-            kept[rows, joints[:, k]] += shares[:, k]
+        kept = four_heaviest(part.weights)
         worst = max(worst, float(np.abs(kept - part.weights).sum(axis=1).max()) / 2)
-        part.weights = kept / kept.sum(axis=1, keepdims=True)
+        part.weights = kept
     if worst > 1e-3:
         model.notes.append(
             f"Only the four heaviest bones of a vertex were kept; that left out up to {worst:.1%} of a weight."

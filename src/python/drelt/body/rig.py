@@ -77,11 +77,11 @@ def build_rig(model, drop=()):
         raise too_many(model.path, len(kept), MOST_BONES)
     bones = make_bones(model, kept)
     move_weights(model, kept)
-    note_unused(model, unused, kept)
+    note_unused(model, unused)
     bones = with_one_root(model, bones)
     bones = breadth_first(bones)
     give_names(model, bones)
-    give_ends(model, bones, kept, unused)
+    give_ends(model, bones, kept)
     return bones
 
 
@@ -182,7 +182,7 @@ def listed(names, most=8):
     return shown + (f" and {len(names) - most} more" if len(names) > most else "")
 
 
-def note_unused(model, unused, kept):
+def note_unused(model, unused):
     inner = [model.names[node] for node in unused]
     if inner:
         model.notes.append(f"Bones that move no part of the skin were left out: {listed(inner)}.")
@@ -277,7 +277,7 @@ def other_name(wanted, bones):
     )
 
 
-def give_ends(model, bones, kept, unused):
+def give_ends(model, bones, kept):
     """Ends for the leaves: a child node that the file has there, or twice the way to the skin's middle."""
     added = []
     for bone in bones:
