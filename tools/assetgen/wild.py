@@ -6,7 +6,7 @@ of the importers: it writes nodes, skins and arrays as it is told.
 
 import json
 import struct
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 import numpy as np
 
@@ -32,7 +32,8 @@ class Skin:
 class Wild:
     """nodes: (name, parent's name or None, matrix 4 x 4), the scene's root first. places: of the bones in
     the world at rest, by name. options: of the import that the mesh needs. bones: how many joints with a
-    link the imported body has, without those at forks.
+    link the imported body has, without those at forks. moves: motions (4 x 4) of bones from the pose in
+    which the skin was bound to the rest pose, by name; vertices are in the former, places in the latter.
     """
 
     nodes: list
@@ -40,11 +41,12 @@ class Wild:
     skins: list
     options: dict
     bones: int
+    moves: dict = field(default_factory=dict)
 
     @property
     def data(self):
         """The file's bytes."""
-        return glb(self.nodes, self.skins)
+        return glb(self.nodes, self.skins, self.moves)
 
     @property
     def parents(self):
@@ -71,7 +73,7 @@ class Writer:
         return len(self.accessors) - 1
 
 
-def glb(nodes, skins):
+def glb(nodes, skins, moves):
     """nodes: (name, parent name or None, matrix 4 x 4). The first is the scene's root."""
     writer, index = Writer(), {name: k for k, (name, _, _) in enumerate(nodes)}
     listed, worlds = [], {}
@@ -100,7 +102,10 @@ def glb(nodes, skins):
         materials.append({"pbrMetallicRoughness": {"baseColorFactor": list(skin.colour)}})
         entry = {"joints": [index[name] for name in skin.joints]}
         if skin.matrices:
-            bind = [(np.linalg.inv(worlds[name]) @ placed).T.ravel() for name in skin.joints]
+            bound = [
+                np.linalg.inv(moves.get(name, np.eye(4))) @ worlds[name] for name in skin.joints
+            ]
+            bind = [(np.linalg.inv(world) @ placed).T.ravel() for world in bound]
             entry["inverseBindMatrices"] = writer.add(np.array(bind).astype("<f4"), FLOAT)
         entries.append(entry)
         listed[index[skin.node]].update(mesh=k, skin=k)
@@ -300,6 +305,19 @@ def open_sheet():
     return Wild(nodes, dict(zip(names, places)), [skin], {"thickness": 0.01}, 3)
 
 
+def bent_after_binding():
+    """Four bones bound in a row; the rest pose is bent by 30 degrees at the third."""
+    straight, names = row(4, 0.3), ["p", "q", "r", "s"]
+    vertices, faces = tube(straight[0], straight[-1], 0.02)
+    bend = at(straight[2]) @ at((0, 0, 0), turned(2, 30)) @ at(-straight[2])
+    moves = {"r": bend, "s": bend}
+    places = [*straight[:3], (bend @ [*straight[3], 1])[:3]]
+    nodes = [("Scene", None, np.eye(4)), ("surface", "Scene", np.eye(4))]
+    nodes += chain_nodes(names, places, "Scene", np.eye(4), turned(0, 10))
+    skin = Skin(vertices, faces, blended(vertices, straight[:-1], straight[1:]), names)
+    return Wild(nodes, dict(zip(names, places)), [skin], {}, 4, moves)
+
+
 def two_skins():
     """Body and fin with skins, materials and mesh nodes of their own; the fin's node is moved and scaled."""
     places = row(4, 0.4)
@@ -321,5 +339,6 @@ WILD = {
     "missing_matrices": missing_matrices,
     "names_within_names": names_within_names,
     "open_sheet": open_sheet,
+    "bent_after_binding": bent_after_binding,
     "two_skins": two_skins,
 }
