@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/messages.h"
+#include "python/bindMesh.h"
 #include "python/bindings.h"
 
 namespace py = pybind11;
@@ -75,7 +76,7 @@ PYBIND11_MODULE(drelt, module) {
     module.attr("__name__") = "drelt";
     bindGroup(module, {drelt::bindEnumerations, drelt::bindFieldUnits});
     bindGroup(module, {drelt::bindParameters});
-    bindGroup(module, {drelt::bindSkeleton});
+    bindGroup(module, {drelt::bindSkeleton, drelt::bindMesh});
     bindGroup(module, {drelt::bindSimulator, drelt::bindFields});
     bindGroup(module, {drelt::bindPool});
     bindGroup(module, {drelt::bindTrajectory, drelt::bindRenderer});

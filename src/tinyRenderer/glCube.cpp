@@ -80,6 +80,10 @@ void glCube::release() {
     glDeleteBuffers(1, &vertexBuffer_);
 }
 
+void glCube::extend(Eigen::AlignedBox3d& box) const {
+    box.extend(Eigen::Vector3d::Constant(-0.5)).extend(Eigen::Vector3d::Constant(0.5));
+}
+
 void glCube::draw(const Shader& shader) {
     if (!begin(shader)) return;
     glBindVertexArray(vertexArray_);

@@ -13,6 +13,7 @@ public:
     void update() override {}
     void release() override;
     void draw(const Shader& shader) override;
+    void extend(Eigen::AlignedBox3d& box) const override;
 };
 
 }  // namespace drelt

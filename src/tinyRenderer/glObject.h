@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <Eigen/Geometry>
 
 namespace drelt {
 
@@ -23,6 +24,9 @@ public:
     virtual void release() = 0;
     // Draws nothing if the shader cannot draw.
     virtual void draw(const Shader& shader) = 0;
+
+    // Extends a box by what it shows [m], world. Called in every frame after update, if at all.
+    virtual void extend(Eigen::AlignedBox3d& box) const = 0;
 
     // Whether it is drawn in one colour; otherwise it is lit.
     bool isFlat() const { return flat_; }

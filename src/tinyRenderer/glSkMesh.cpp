@@ -107,6 +107,12 @@ void glSkMesh::release() {
     }
 }
 
+void glSkMesh::extend(Eigen::AlignedBox3d& box) const {
+    for (const auto& part : mesh_->meshes) {
+        for (const Eigen::Vector3d& point : part->data_cpu.curr_positions) box.extend(point);
+    }
+}
+
 void glSkMesh::draw(const Shader& shader) {
     if (!begin(shader)) return;
     for (const Part& part : parts_) {

@@ -23,6 +23,7 @@ public:
     void update() override;
     void release() override;
     void draw(const Shader& shader) override;
+    void extend(Eigen::AlignedBox3d& box) const override;
 
 private:
     struct Part;

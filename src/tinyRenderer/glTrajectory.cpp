@@ -24,6 +24,10 @@ void glTrajectory::release() {
     glDeleteBuffers(1, &vertexBuffer_);
 }
 
+void glTrajectory::extend(Eigen::AlignedBox3d& box) const {
+    for (const Eigen::Vector3d& point : trajectory_->points) box.extend(point);
+}
+
 void glTrajectory::draw(const Shader& shader) {
     if (!begin(shader)) return;
     glBindVertexArray(vertexArray_);

@@ -17,6 +17,7 @@ public:
     void update() override {}
     void release() override;
     void draw(const Shader& shader) override;
+    void extend(Eigen::AlignedBox3d& box) const override;
 
 private:
     std::shared_ptr<const mlTrajectory<double, 3>> trajectory_;

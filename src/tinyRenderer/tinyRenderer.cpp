@@ -2,9 +2,12 @@
 
 #include <glad/gl.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <stdexcept>
+#include <utility>
 
 #include "SkeletonDynamics/SkeletonDescription.h"
 #include "SkeletonDynamics/skSystem.h"
@@ -14,6 +17,7 @@
 #include "tinyRenderer/Shader.h"
 #include "tinyRenderer/ShaderPath.h"
 #include "tinyRenderer/glCube.h"
+#include "tinyRenderer/glShape.h"
 #include "tinyRenderer/glSkMesh.h"
 #include "tinyRenderer/glTrajectory.h"
 
@@ -128,10 +132,27 @@ void tinyRenderer::drawFrame() {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     for (; setupCount_ < drawables_.size(); ++setupCount_) drawables_[setupCount_]->setup();
     for (const auto& drawable : drawables_) drawable->update();
+    if (depthFromScene_) encloseScene();
     setFrameUniforms();
     for (const auto& drawable : drawables_) {
         drawable->draw(drawable->isFlat() ? *flatShader_ : *materialShader_);
     }
+}
+
+// The planes stand a little in front of and behind the ball around all that is shown.
+void tinyRenderer::encloseScene() {
+    Eigen::AlignedBox3d box;
+    for (const auto& drawable : drawables_) drawable->extend(box);
+    if (box.isEmpty()) return;
+    constexpr double kSpare = 1.05,
+                     kNearest = 1e-3;  // depth buffers lose precision near the camera
+    const double radius = box.diagonal().norm() / 2 * kSpare + 1e-9;
+    const double away =
+        (box.center() - camera_.position.cast<double>()).dot(camera_.front.cast<double>());
+    const double far = away + radius;
+    if (!(far > 0) || !std::isfinite(far)) return;  // all lies behind the camera
+    setDepthRange(static_cast<float>(std::max(away - radius, kNearest * far)),
+                  static_cast<float>(far));
 }
 
 void tinyRenderer::setFrameUniforms() const {
@@ -146,6 +167,23 @@ void tinyRenderer::setFrameUniforms() const {
         flatShader_->setMat4("projection", projection_);
         flatShader_->setMat4("view", view);
     }
+}
+
+std::vector<std::uint8_t> tinyRenderer::pixels(const std::string& purpose) const {
+    if (context_ == nullptr) {
+        throw std::runtime_error(purpose + ": no frame has been drawn; " +
+                                 (initialised_ ? failure_ : "call render() first"));
+    }
+    const CurrentContext current(*context_);
+    const std::vector<std::uint8_t> upwards = frame_.readPixels();
+    std::vector<std::uint8_t> downwards;
+    downwards.reserve(upwards.size());
+    const std::ptrdiff_t row = std::ptrdiff_t{3} * width_;
+    for (int y = height_ - 1; y >= 0; --y) {
+        const auto begin = upwards.begin() + row * y;
+        downwards.insert(downwards.end(), begin, begin + row);
+    }
+    return downwards;
 }
 
 void tinyRenderer::savePPM(const std::string& fileName) const {
@@ -166,6 +204,16 @@ void tinyRenderer::setCamera(const Eigen::Vector3f& position, const Eigen::Vecto
     camera_.lookAt(position, target, worldup);
 }
 
+void tinyRenderer::setDepthRange(float near, float far) {
+    if (!(near > 0 && near < far && std::isfinite(far))) {
+        throw std::invalid_argument("the near and far plane are at " + std::to_string(near) +
+                                    " and " + std::to_string(far) +
+                                    " m; give two positive distances, the near one first");
+    }
+    projection_ =
+        camera_.perspective(static_cast<float>(width_) / static_cast<float>(height_), near, far);
+}
+
 void tinyRenderer::setLight(const Eigen::Vector3f& position, const Eigen::Vector3f& diffuse,
                             const Eigen::Vector3f& specular) {
     light_.position = position;
@@ -174,6 +222,45 @@ void tinyRenderer::setLight(const Eigen::Vector3f& position, const Eigen::Vector
 }
 
 void tinyRenderer::addCube() { drawables_.push_back(std::make_shared<glCube>()); }
+
+void tinyRenderer::addLines(std::vector<Eigen::Vector3d> points, const Eigen::Vector3f& colour,
+                            bool onTop) {
+    if (points.size() % 2 != 0) {
+        throw std::invalid_argument("addLines: got " + std::to_string(points.size()) +
+                                    " points; give two for each line");
+    }
+    drawables_.push_back(std::make_shared<glLines>(std::move(points), colour, onTop));
+}
+
+void tinyRenderer::addTriangles(std::vector<Eigen::Vector3d> points,
+                                std::vector<Eigen::Vector3d> normals,
+                                const Eigen::Vector3f& colour) {
+    if (points.size() % 3 != 0 || points.size() != normals.size()) {
+        throw std::invalid_argument("addTriangles: got " + std::to_string(points.size()) +
+                                    " points and " + std::to_string(normals.size()) +
+                                    " normals; give three of each for each triangle");
+    }
+    drawables_.push_back(
+        std::make_shared<glTriangles>(std::move(points), std::move(normals), colour));
+}
+
+void tinyRenderer::addGrid(const Eigen::Vector3d& centre, double height, double spacing,
+                           int cells) {
+    constexpr int kMostCells = 1000;
+    if (!(spacing > 0) || !std::isfinite(spacing) || cells < 1 || cells > kMostCells) {
+        throw std::invalid_argument("addGrid: got " + std::to_string(cells) + " cells of " +
+                                    std::to_string(spacing) +
+                                    " m; give 1 to 1000 cells of a positive size");
+    }
+    addLines(gridLines(centre, height, spacing, cells), {0.35f, 0.35f, 0.35f}, false);
+}
+
+void tinyRenderer::addAxes(const Eigen::Vector3d& origin, double length) {
+    for (int axis = 0; axis < 3; ++axis) {
+        const Eigen::Vector3d end = origin + length * Eigen::Vector3d::Unit(axis);
+        addLines({origin, end}, Eigen::Vector3f::Unit(axis), false);
+    }
+}
 
 void tinyRenderer::addDynamics(const std::shared_ptr<skSystem>& dynamics) {
     if (dynamics == nullptr) {

@@ -81,6 +81,29 @@ def line_scene(out):
     renderer.savePPM(str(out / "lines.ppm"))
 
 
+def shape_scene(out):
+    """A millimetre-sized triangle before a line, 2 mm ahead of the camera; then the same without the depth."""
+    renderer = drelt.make_renderer(WIDTH, HEIGHT)
+    flat = [[-1e-3, -1e-3, 0], [1e-3, -1e-3, 0], [0, 1e-3, 0]]
+    renderer.addTriangles(flat, [[0, 0, 1]] * 3, (0, 0.5, 1))
+    hidden, shown = (
+        [[-1e-3, 0, -1e-4], [1e-3, 0, -1e-4]],
+        [[-1e-3, -5e-4, -1e-4], [1e-3, -5e-4, -1e-4]],
+    )
+    renderer.addLines(hidden, (1, 1, 0))
+    renderer.addLines(shown, (1, 0, 1), True)
+    renderer.addGrid(height=-9e-4, spacing=1e-4, cells=5)
+    renderer.addAxes((0.0, 6e-4, 1e-4), 3e-4)
+    renderer.setCamera((0, 0, 4e-3), (0, 0, 0), UP)
+    renderer.setLight((0, 0, 1), (1, 1, 1), (0, 0, 0))
+    renderer.render()  # all is nearer than the near plane
+    renderer.savePNG(str(out / "shapes_cut.png"))
+    renderer.setDepthFromScene()
+    renderer.render()
+    renderer.savePNG(str(out / "shapes.png"))
+    renderer.savePPM(str(out / "shapes.ppm"))
+
+
 def swimmer_scenes(out):
     from support import SWIMMERS, make_swimmer
     from swimming import swim
@@ -105,6 +128,6 @@ def swimmer_scenes(out):
 
 if __name__ == "__main__":
     folder = Path(sys.argv[1])
-    scenes = sys.argv[2:] or ["cube_scenes", "line_scene", "swimmer_scenes"]
+    scenes = sys.argv[2:] or ["cube_scenes", "line_scene", "shape_scene", "swimmer_scenes"]
     for scene in scenes:
         globals()[scene](folder)

@@ -11,6 +11,7 @@ import drelt
 import numpy as np
 import pytest
 from conftest import ROOT
+from PIL import Image
 from render_scenes import (
     AHEAD,
     BEHIND,
@@ -268,3 +269,34 @@ def test_frame_that_cannot_be_written_gives_one_warning(surfaceless, tmp_path):
     assert "'missing/a.ppm' cannot be written: No such file or directory" in warnings[0]
     assert "'full.ppm' cannot be written: No space left on device" in warnings[1]
     assert not (tmp_path / "missing").exists()
+
+
+def test_shapes_show_in_their_colours_and_depth_follows_the_scene(surfaceless, image):
+    cut = np.array(Image.open(surfaceless.folder / "shapes_cut.png")).astype(int)
+    assert (cut == BACKGROUND).all()
+    shapes = np.array(Image.open(surfaceless.folder / "shapes.png")).astype(int)
+    assert np.array_equal(shapes, image("shapes"))
+    middle, column = HEIGHT // 2, WIDTH // 2
+    # ambient light adds a tenth; the line at the height of the eye lies behind the triangle
+    assert np.abs(shapes[middle, column - 9] - [0, 140, 255]).max() < 8
+    magenta = (shapes == [255, 0, 255]).all(axis=2)
+    row = round(middle + 5e-4 / 4.1e-3 * FOCAL * HEIGHT / 2)
+    assert magenta[row - 1 : row + 2, column].any() and not magenta[: row - 2].any()
+    assert (shapes == [89, 89, 89]).all(axis=2).sum() > 100  # the grid
+    assert (shapes == [255, 0, 0]).all(axis=2)[:middle].any()  # the x axis, before the triangle
+
+
+def test_shapes_that_cannot_be_drawn_are_refused():
+    renderer = drelt.make_renderer(8, 8)
+    with pytest.raises(ValueError, match="two for each line"):
+        renderer.addLines(np.zeros((3, 3)))
+    with pytest.raises(ValueError, match="not finite"):
+        renderer.addLines(np.full((2, 3), np.nan))
+    with pytest.raises(ValueError, match="three of each"):
+        renderer.addTriangles(np.zeros((3, 3)), np.zeros((2, 3)))
+    with pytest.raises(ValueError, match="near one first"):
+        renderer.setDepthRange(1, 0.5)
+    with pytest.raises(ValueError, match="1 to 1000 cells"):
+        renderer.addGrid(cells=0)
+    with pytest.raises(RuntimeError, match=r"call render\(\) first"):
+        renderer.savePNG("nothing.png")

@@ -3,7 +3,8 @@
 The table writes a parameter as `name: type` if scripts may use the keyword, as the bare type if they
 may not, and as `_: type` if the keyword may have any name. vec3 and vecm are arrays of float64 with
 three or any number of rows, fvec3 is one of float32 with three; rows have three columns, a matrix has
-any number of them, indices are int32, and fields have any shape. A function's docstring is in the
+any number of them, indices are int32, a box is two points, an image is an array of bytes, and fields
+have any shape. A function's docstring is in the
 table only if its words are fixed.
 """
 
@@ -53,8 +54,11 @@ make_skeletonSystem(str, int) -> SkeletonSystem
 make_skDynamics(SkeletonSystem, int, int, vec3, vec3, vec3) -> SkeletonDynamics
 make_skWorld(vec3) -> DartWorld
 enum FLUID_FORCE: OUTER = 0, ON_LINK = 1
+readMeshFile(path: str) -> dict
 class SkeletonSystem
     __init__(model_file: str, gpuId: int) -> None
+    getJoints() -> list
+    getLinks() -> list
 class SkeletonJoint
     getJointType() -> str
     getName() -> str
@@ -118,6 +122,12 @@ class SkeletonDynamics
     getLinkNames() -> list of str
     getFluidWrench(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vecm
     getJointPower() -> vecm
+    getJointNames() -> list of str
+    getDofNames() -> list of str
+    getDescription() -> SkeletonSystem
+    getBoundingBox() -> box
+    getSurfaceArea() -> float
+    getVolume() -> float
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None
@@ -220,10 +230,18 @@ class tinyRenderer
     __init__(width: int, height: int) -> None
     render() -> None
     savePPM(_: str) -> None
+    savePNG(file_name: str) -> None
+    getImage() -> image
+    setDepthRange(near: float, far: float) -> None
+    setDepthFromScene(enclose: bool = True) -> None
     setCamera(position: fvec3, target: fvec3, worldup: fvec3) -> None
     setLight(position: fvec3, diffuse: fvec3 = (1, 1, 1), specular: fvec3 = (1, 1, 1)) -> None
     addCube() -> None
     addDynamics(dynamics: SkeletonDynamics) -> None
+    addLines(points: points, colour: fvec3 = (1, 1, 1), on_top: bool = False) -> None
+    addTriangles(points: points, normals: points, colour: fvec3 = (0.8, 0.8, 0.8)) -> None
+    addGrid(centre: vec3 = (0, 0, 0), height: float = 0, spacing: float = 0.1, cells: int = 10) -> None
+    addAxes(origin: vec3 = (0, 0, 0), length: float = 0.1) -> None
     addTrajectory(trajectory: trajectory3d) -> None
 
 setVerbosity(level: int) -> None
@@ -243,6 +261,8 @@ def plain(signature):
     text = text.replace("numpy.ndarray[numpy.int32[m, 3]]", "index rows")
     text = text.replace("numpy.ndarray[numpy.int32[m, 1]]", "indices")
     text = text.replace("numpy.ndarray[numpy.float64[m, n]]", "matrix")
+    text = text.replace("numpy.ndarray[numpy.float64[2, 3]]", "box")
+    text = text.replace("numpy.ndarray[numpy.uint8]", "image")
     text = re.sub(r"numpy\.ndarray\[numpy\.(\w+)\]", r"field of \1", text)
     text = re.sub(r"\b[Ll]ist\[(\w+)\]", r"list of \1", text)
     text = re.sub(r"array\(\[([^]]*)\](, dtype=float32)?\)", r"(\1)", text)
