@@ -238,8 +238,8 @@ class tinyRenderer
     setLight(position: fvec3, diffuse: fvec3 = (1, 1, 1), specular: fvec3 = (1, 1, 1)) -> None
     addCube() -> None
     addDynamics(dynamics: SkeletonDynamics) -> None
-    addLines(points: points, colour: fvec3 = (1, 1, 1), on_top: bool = False) -> None
-    addTriangles(points: points, normals: points, colour: fvec3 = (0.8, 0.8, 0.8)) -> None
+    addLines(points: rows, colour: fvec3 = (1, 1, 1), on_top: bool = False) -> None
+    addTriangles(points: rows, normals: rows, colour: fvec3 = (0.8, 0.8, 0.8)) -> None
     addGrid(centre: vec3 = (0, 0, 0), height: float = 0, spacing: float = 0.1, cells: int = 10) -> None
     addAxes(origin: vec3 = (0, 0, 0), length: float = 0.1) -> None
     addTrajectory(trajectory: trajectory3d) -> None
@@ -257,7 +257,7 @@ def plain(signature):
     text = re.sub(r"\barg\d+: ", "", text)
     text = re.sub(r"numpy\.ndarray\[numpy\.float64\[(3|m), 1\]\]", r"vec\1", text)
     text = text.replace("numpy.ndarray[numpy.float32[3, 1]]", "fvec3")
-    text = text.replace("numpy.ndarray[numpy.float64[m, 3]]", "rows")
+    text = re.sub(r"numpy\.ndarray\[numpy\.float64\[m, 3\](, flags\.\w+)*\]", "rows", text)
     text = text.replace("numpy.ndarray[numpy.int32[m, 3]]", "index rows")
     text = text.replace("numpy.ndarray[numpy.int32[m, 1]]", "indices")
     text = text.replace("numpy.ndarray[numpy.float64[m, n]]", "matrix")
