@@ -90,7 +90,11 @@ def run(coarse):
     towed_times, towed_drag = towed(edge, duration)
     ratio = towed_drag[-end:].mean() / coefficient
     results.near(
-        "drag of a towed sphere over that of a held one", ratio, 1.0, "change of frame", 0.01
+        "drag of a towed sphere over that of a held one",
+        ratio,
+        1.0,
+        "change of frame",
+        0.04 if coarse else 0.01,
     )
     early = times > 0.5
     results.plot(
