@@ -1,6 +1,7 @@
 // What a body keeps between steps, and what tells bodies apart.
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <dart/dynamics/BodyNode.hpp>
@@ -23,6 +24,9 @@
 namespace drelt {
 
 namespace {
+
+// A link's record, without the padding at its end.
+constexpr std::size_t kRecordNumbers = offsetof(skLinkData, isWorld) / sizeof(double) + 1;
 
 using dart::dynamics::DegreeOfFreedom;
 using dart::dynamics::Skeleton;
@@ -145,8 +149,12 @@ void skSystem::visitState(StateVisitor& state) {
                                                            : "up";
         state.array(name, axis->data(), 3);
     }
-    state.array("links", links_->link_data_host.data(), links_->link_data_host.size());
-    state.deviceArray("linksOnDevice", links_->link_data_device, links_->link_data_host.size());
+    for (std::size_t i = 0; i < links_->link_data_host.size(); ++i) {
+        const std::string name = "link" + std::to_string(i);
+        double* const onDevice = links_->link_data_device[i].transform.data();
+        state.array(name, links_->link_data_host[i].transform.data(), kRecordNumbers);
+        state.deviceArray(name + "OnDevice", onDevice, kRecordNumbers);
+    }
     state.group("samples", [&] { sampler_->boundaryMgr().visitState(state); });
     state.group("markers", [&] { markers_->visitState(state); });
     state.group("fluidForces", [&] { fluidForces_->visitState(state); });

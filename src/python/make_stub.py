@@ -13,11 +13,13 @@ from types import WrapperDescriptorType
 from pybind11_stubgen import main as write_stub
 
 ARRAY = re.compile(r"numpy\.ndarray\b")
-# parameters take whatever numpy can make an array of, any sequence, whatever converts to an integer
+# parameters take whatever numpy can make an array of, any sequence, whatever converts to an integer, and
+# paths in any form
 TAKEN = (
     (ARRAY, "numpy.typing.ArrayLike"),
     (re.compile(r"\blist\["), "typing.Sequence["),
     (re.compile(r": int\b"), ": typing.SupportsIndex"),
+    (re.compile(r"\bos\.PathLike\b"), "str | bytes | os.PathLike"),
 )
 # functions that give arrays of other numbers than float64
 GIVEN_NUMBERS = {
@@ -31,6 +33,7 @@ NONE_RETURNED = ("getBaseLink", "getLink", "getJoint")
 HEADER = """\
 import numpy
 import numpy.typing
+import os
 import typing
 class _BoundClass(type): ...
 """
