@@ -18,7 +18,11 @@ def options():
     params = make_params(pml_width=0, retraction=0.8, current=(0.02, 0.0, 0.01))
     params.coupling = drelt.COUPLING.SEMI_IMPLICIT
     params.open_planes = drelt.OPEN_PLANES.CHARACTERISTIC
-    return scene_of(params, [make_body()])
+    sphere = make_body()
+    sphere.getJoint("bone_00").setVelocity(
+        0, 0.02
+    )  # before the commit, so a restart goes back to it
+    return scene_of(params, [sphere])
 
 
 def two_bodies():
@@ -36,9 +40,6 @@ def scene_of(params, bodies):
     for body in bodies:
         world.addSkeleton(body)
     simulator.attachWorld(world)
-    bodies[0].getJoint("bone_00").setVelocity(
-        0, 0.02
-    )  # belongs to the state that restart goes back to
     simulator.commitInit()
     return simulator, world, bodies[0]
 

@@ -15,7 +15,7 @@ import drelt
 import numpy as np
 import pytest
 from conftest import ROOT
-from scenes import make_scene
+from scenes import make_params, make_scene
 from state_scenes import SCENES, TWO_WAY, plain, run, whole_run
 
 
@@ -126,7 +126,7 @@ def test_other_files_are_refused_and_change_nothing(tmp_path):
     scene = plain()
     simulator = scene[0]
     with pytest.raises(RuntimeError, match="loadState: the simulator is not initialised"):
-        drelt.make_simulator(drelt.make_simParams(), -1).loadState("s.h5")
+        drelt.make_simulator(make_params(), -1).loadState("s.h5")
     run(scene, 2)
     good = state_of(simulator, tmp_path)
     run(scene, 1)

@@ -74,6 +74,9 @@ TEST_P(States, ARunGoesOnFromAFileWithAnotherNumberOfThreads) {
     EXPECT_EQ(fields.rou, wanted.rou);
     EXPECT_EQ(fields.ux, wanted.ux);
     EXPECT_EQ(fields.Sopt, wanted.Sopt);
+    EXPECT_EQ(fields.uz, wanted.uz);
+    // a reset layer has other numbers in the padding of rows, which no node sees
+    if (GetParam().schedule == Schedule::Production && GetParam().layer > 0) return;
     EXPECT_EQ(saved(*other), saved(*whole));
 }
 
