@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "MeshLoad/RawScene.h"
+#include "MeshLoad/SkeletalMesh.h"
 #include "MeshLoad/VolumeMoments.h"
 #include "SkeletonDynamics/BodyArrays.h"
 #include "SkeletonDynamics/SkeletonDescription.h"
