@@ -39,7 +39,7 @@ def scene_of(ratios, places, box, nodes, u0p):
 def pair(results, coarse):
     """One sphere of density ratio 0.8 and one of 3 in the same fluid."""
     ratios = (0.8, 3.0)
-    box, nodes, duration = ((8, 10, 4), 6, 0.4) if coarse else ((13, 36, 8), 6, 4.5)
+    box, nodes, duration = ((8, 10, 4), 6, 0.4) if coarse else ((13, 36, 8), 8, 4.5)
     apart = 2.0 if coarse else APART
     places = ((-apart, -box[1] / 4, 0.0), (apart, box[1] / 2 - 2.5, 0.0))
     scene = scene_of(ratios, places, box, nodes, 0.15)
