@@ -5,6 +5,7 @@
 run_tests() {
     need_packages build test
     need_venv
+    need_optional_packages
     say "CUDA: $(find_nvcc || echo "no nvcc found, host only")"
     build dev
 

@@ -6,19 +6,28 @@ VENV_PYTHON=$PWD/.venv/bin/python
 export PYTHONNOUSERSITE=1
 unset PYTHONHOME PYTHONPATH
 
-# need_venv: makes .venv if it is missing or its interpreter is gone, and installs requirements.txt if
-# that has changed.
+# need_venv: makes .venv if it is missing or its interpreter is gone, and installs requirements.txt.
 need_venv() {
     if ! python_serves "$VENV_PYTHON" pip; then
         local base
         base=$(find_python)
         phase venv "making .venv with $base" "$base" -m venv --clear .venv
     fi
-    local stamp=.venv/requirements.stamp state
-    state="$(cksum <requirements.txt) $(python_version)"
+    need_requirements requirements
+}
+
+# need_optional_packages: installs what optional parts of the module need, for their tests.
+need_optional_packages() {
+    need_requirements requirements-optional
+}
+
+# need_requirements NAME: installs NAME.txt if that has changed.
+need_requirements() {
+    local stamp=.venv/$1.stamp state
+    state="$(cksum <"$1.txt") $(python_version)"
     if [[ $(cat "$stamp" 2>/dev/null) != "$state" ]]; then
         phase pip "installing Python packages" \
-            "$VENV_PYTHON" -m pip install --disable-pip-version-check -r requirements.txt
+            "$VENV_PYTHON" -m pip install --disable-pip-version-check -r "$1.txt"
         echo "$state" >"$stamp"
     fi
 }
