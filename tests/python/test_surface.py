@@ -53,8 +53,8 @@ skeletonFromJson(json_name: str, gpuId: int) -> SkeletonSystem
 make_skeletonSystem(str, int) -> SkeletonSystem
 make_skDynamics(SkeletonSystem, int, int, vec3, vec3, vec3) -> SkeletonDynamics
 make_skWorld(vec3) -> DartWorld
-enum FLUID_FORCE: OUTER = 0, ON_LINK = 1
 readMeshFile(path: str) -> dict
+enum FLUID_FORCE: OUTER = 0, ON_LINK = 1
 class SkeletonSystem
     __init__(model_file: str, gpuId: int) -> None
     getJoints() -> list
@@ -111,6 +111,14 @@ class SkeletonDynamics
     getCommands() -> vecm
     setCommands(_: vecm) -> None
     getMarkers() -> Markers
+    getFluidWrench(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vecm
+    getJointPower() -> vecm
+    getJointNames() -> list of str
+    getDofNames() -> list of str
+    getDescription() -> SkeletonSystem
+    getBoundingBox() -> box
+    getSurfaceArea() -> float
+    getVolume() -> float
     getSamplePositions() -> rows
     getSampleVelocities() -> rows
     getSampleForces() -> rows
@@ -120,14 +128,6 @@ class SkeletonDynamics
     getSkinFaces() -> index rows
     getSkinFaceLinks() -> indices
     getLinkNames() -> list of str
-    getFluidWrench(which: FLUID_FORCE = FLUID_FORCE.OUTER) -> vecm
-    getJointPower() -> vecm
-    getJointNames() -> list of str
-    getDofNames() -> list of str
-    getDescription() -> SkeletonSystem
-    getBoundingBox() -> box
-    getSurfaceArea() -> float
-    getVolume() -> float
 class DartWorld
     __init__(Gravity: vec3 = (0, 0, 0)) -> None
     addSkeleton(SkeletonDynamics: SkeletonDynamics) -> None
@@ -156,6 +156,9 @@ class simulator3D
     saveFluidData(fluid_name: str) -> None
     setCurrent(velocity: vec3) -> None
     getCurrent() -> vec3
+    restart() -> None
+    saveState(path: os.PathLike, extra: object = None) -> None
+    loadState(path: os.PathLike) -> dict
     getVelocity(units: UNITS = UNITS.SI) -> field of float32
     getDensity(units: UNITS = UNITS.SI) -> field of float32
     getPressure(units: UNITS = UNITS.SI) -> field of float32
@@ -167,9 +170,6 @@ class simulator3D
     getGridVelocity() -> vec3
     toDataset(units: UNITS = UNITS.SI) -> object
     setFields(velocity: field of float64, density: Optional[field of float64] = None, non_equilibrium: bool = True, units: UNITS = UNITS.SI) -> None
-    restart() -> None
-    saveState(path: os.PathLike, extra: object = None) -> None
-    loadState(path: os.PathLike) -> dict
 
 make_pool(list of simulator3D) -> simulatorPool
 class simulatorPool
