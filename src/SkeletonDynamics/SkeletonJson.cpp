@@ -16,12 +16,18 @@ namespace {
 
 using nlohmann::json;
 
+// The library quotes bytes of the file, which need not be UTF-8.
+std::string asText(const std::string& bytes) {
+    constexpr auto replace = json::error_handler_t::replace;
+    return json::parse(json(bytes).dump(-1, ' ', false, replace)).get<std::string>();
+}
+
 // An error of the JSON library with the place added to its text.
 template <class Error>
 class Located : public Error {
 public:
     Located(const Error& error, const std::string& place)
-        : Error(error), text_(std::string(error.what()) + " (" + place + ")") {}
+        : Error(error), text_(asText(error.what()) + " (" + place + ")") {}
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:

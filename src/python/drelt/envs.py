@@ -46,10 +46,10 @@ try:
     import gymnasium
     from gymnasium.vector import AutoresetMode
     from gymnasium.vector.utils import batch_space
-except ImportError as error:
+except ImportError as _error:
     raise ImportError(
         "drelt.envs needs Gymnasium 1.1 or newer: pip install 'drelt[learn]', or 'gymnasium>=1.1'"
-    ) from error
+    ) from _error
 
 __all__ = ["FishVector", "HoldStation", "SwimToTarget"]
 
