@@ -60,7 +60,10 @@ void bindStepping(SimulatorClass& simulator) {
             "RuntimeError). Ctrl-C raises KeyboardInterrupt between two steps. Raises ValueError "
             "for a\n"
             "number that is no COUPLE_MODE and for a negative count, RuntimeError before "
-            "commitInit and if\n"
+            "commitInit,\n"
+            "if an option of the simParam (coupling, weights, retraction, open_planes, "
+            "far_density,\n"
+            "current) was changed after it, and if\n"
             "a body or the force on it diverges: build the scene anew then. Every 64 steps it "
             "warns,\n"
             "once per body, of samples outside the fluid box.")

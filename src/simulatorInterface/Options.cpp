@@ -119,6 +119,27 @@ void coupledLBM_sim3D::takeOptions(mlSinglePhaseSolverNew& next) const {
     next.current = currentOf(p);
 }
 
+void coupledLBM_sim3D::requireOptionsOfCommit() const {
+    const simParams& now = *params.front();
+    const char* changed = nullptr;
+    const auto compare = [&](const char* name, auto simParams::*option) {
+        if (!(now.*option == committed_.*option)) changed = name;
+    };
+    compare("coupling", &simParams::coupling);
+    compare("weights", &simParams::weights);
+    compare("retraction", &simParams::retraction);
+    compare("open_planes", &simParams::open_planes);
+    compare("far_density", &simParams::far_density);
+    compare("current", &simParams::current);
+    if (changed == nullptr) return;
+    throw std::runtime_error("step: the option " + std::string(changed) +
+                             " was changed after commitInit, which had taken another value. Set it "
+                             "back, call commitInit "
+                             "again to start anew with it, or give each simulator a simParam of "
+                             "its own. The current has "
+                             "setCurrent");
+}
+
 void coupledLBM_sim3D::retractSamples() {
     const double distance = retractionInMetres();
     for (int s = 0; s < world->getNumSkeletons(); ++s) {

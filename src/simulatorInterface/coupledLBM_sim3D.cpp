@@ -105,6 +105,7 @@ void coupledLBM_sim3D::commitInit() {
         releaseWorld();
         throw;
     }
+    committed_ = *params.front();
     watch_.start();
     watch_.look(*world, *lbmvec.front(), 0);
 }
@@ -177,6 +178,7 @@ void coupledLBM_sim3D::centreOnBody() {
 void coupledLBM_sim3D::step(couplingMode couple_mode) {
     requireCouplingMode(couple_mode, "step");
     requireSolver("step");
+    requireOptionsOfCommit();
     try {
         advance(couple_mode);
     } catch (...) {

@@ -60,8 +60,8 @@ public:
     // were edited after the flow record was made: the record keeps the old ones.
     void commitInit();
     // One time step of fluid and bodies, after which the markers are read. Throws std::invalid_argument
-    // for a number that is no mode, and std::runtime_error if a body or the force on it diverges; see
-    // skWorld. Warns of bodies outside the fluid box; see BodyWatch.
+    // for a number that is no mode, and std::runtime_error if a body or the force on it diverges (see
+    // skWorld), and, before anything changes, for options that differ from those of the commit. Warns of bodies outside the fluid box; see BodyWatch.
     void step(couplingMode couple_mode);
     // Back to the start of fluid and bodies; allocations stay. The density is the last one downloaded.
     void reset();
@@ -146,6 +146,7 @@ private:
     void checkFluid() const;
     void checkOptions() const;
     void checkRetraction() const;
+    void requireOptionsOfCommit() const;
     double retractionInMetres() const;
     void takeOptions(mlSinglePhaseSolverNew& next) const;
     void retractSamples();
@@ -180,6 +181,7 @@ private:
         std::vector<std::vector<double>> forces;
     };
     Commit commit_;
+    simParams committed_;              // the parameters as the commit took them
     bool populationsWritten_ = false;  // in the host records, by a commit
     bool locksWorld_ = false;
     std::weak_ptr<const void> pool_;

@@ -243,11 +243,27 @@ def test_a_sphere_as_heavy_as_the_fluid_goes_with_the_stream(tmp_path):
         simulator.step(drelt.COUPLE_MODE.NO_FLUID)  # nothing to move without the fluid
 
 
-def test_options_are_taken_at_commit_only():
+@pytest.mark.parametrize(
+    ("option", "later"),
+    [
+        ("coupling", SEMI_IMPLICIT),
+        ("weights", drelt.WEIGHTS.NORMALISED),
+        ("retraction", 0.8),
+        ("open_planes", CHARACTERISTIC),
+        ("far_density", 1.01),
+        ("current", [0.1, 0, 0]),
+    ],
+)
+def test_an_option_changed_after_the_commit_stops_the_run_until_it_is_set_back(option, later):
     params = make_params()
     simulator, _, body = attached(params)
     simulator.commitInit()
-    params.retraction, params.open_planes, params.current = 0.8, CHARACTERISTIC, [0.1, 0, 0]
+    before = getattr(params, option)
+    setattr(params, option, later)
+    with pytest.raises(RuntimeError, match=f"the option {option} was changed after commitInit"):
+        simulator.step(drelt.COUPLE_MODE.TWO_WAY)
+    assert simulator.getIterNum() == 0
+    setattr(params, option, before)
     for _ in range(20):
         simulator.step(drelt.COUPLE_MODE.TWO_WAY)
     assert body.getVelocities()[0] == speed_after(20)
