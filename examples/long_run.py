@@ -45,6 +45,8 @@ if state.exists():
     path[:done] = extra["path"][:done]
     steer.setState(extra["steer"])
     print(f"goes on at step {simulator.getIterNum()} of {steps}", flush=True)
+    if simulator.getIterNum() > steps:
+        raise SystemExit(f"{state} is further than that: give more --cycles, or another --out")
 
 saved = time.monotonic()
 try:

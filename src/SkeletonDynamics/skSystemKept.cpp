@@ -211,6 +211,7 @@ std::vector<std::string> skSystem::identity() const {
         samples.add(sample.w1);
     }
     samples.add(sampler_->retraction());
+    if (sampler_->boundary() != nullptr) samples.add(sampler_->boundary()->sampleArea);
     lines.push_back("checksum of the samples = " + samples.text());
     return lines;
 }

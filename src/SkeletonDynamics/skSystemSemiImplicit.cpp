@@ -125,8 +125,9 @@ void skSystem::requireSampleMasses(double fluidDensity, double dx,
         text << "the mass of the link '" << link.getName() << "' of '" << skeleton_->getName()
              << "' is " << link.getMass() << " kg; the semi-implicit coupling needs more than "
              << limit << " kg: "
-             << (weights == nullptr ? "-0.45 times fluid density, wetted area and node spacing"
-                                    : "half of what normalised weights add, times -1");
+             << (weights == nullptr
+                     ? "-0.45 times fluid density, wetted area and node spacing"
+                     : "-0.496 times the mass that its samples add with normalised weights");
         throw std::invalid_argument(text.str());
     }
     const std::string weak = carriers.weakness(sums);

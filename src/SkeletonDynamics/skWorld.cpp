@@ -151,6 +151,7 @@ void skWorld::applyForces(int mode, float dx) {
     const std::string unusable = unusableForce();
     if (unusable.empty()) return;
     clearForces();
+    for (const auto& system : systems_) system->fluidForces().clear();
     throw std::runtime_error(nextStep() + unusable);
 }
 

@@ -3,6 +3,7 @@
 #include <pybind11/stl.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -19,9 +20,13 @@ void step(coupledLBM_sim3D& self, couplingMode mode, int count) {
     if (count < 0) {
         throw py::value_error("step: the count is " + std::to_string(count) + "; give 0 or more");
     }
-    const InUse use(self.inUse, "step");
+    std::optional<InUse> use(std::in_place, self.inUse, "step");
     for (int i = 0; i < count; ++i) {
-        if (i > 0 && PyErr_CheckSignals() != 0) throw py::error_already_set();
+        if (i > 0) {
+            use.reset();  // a handler may use the simulator, for instance save its state
+            if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+            use.emplace(self.inUse, "step");
+        }
         const py::gil_scoped_release others;
         self.step(mode);
     }

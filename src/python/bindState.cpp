@@ -105,7 +105,8 @@ void bindState(SimulatorClass& simulator) {
         .def("restart", alone("restart", &coupledLBM_sim3D::restart),
              "Back to right after commitInit: fluid, bodies with the pose and velocities that they "
              "had,\n"
-             "markers, current, counters. The run that follows equals one in a new process; on "
+             "markers, gravity, current, counters. The run that follows equals one in a new "
+             "process; on "
              "host\n"
              "threads, bit for bit. reset() in contrast keeps the density that was last saved. "
              "Raises\n"

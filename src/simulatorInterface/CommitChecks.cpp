@@ -132,12 +132,16 @@ void coupledLBM_sim3D::checkMemory(const mlSinglePhaseSolverNew& next) const {
     double needed = 0;
     for (const mlFlow* const flow : lbmvec) {
         const MLFluidParam& grid = *flow->param;
-        needed += FluidHelper::deviceSideBytes(grid, gpuId, next.schedule);
+        const double side = FluidHelper::deviceSideBytes(grid, gpuId, next.schedule);
+        needed += side;
         if (next.schedule == Schedule::Operators && !populationsWritten_)
             needed += FluidHelper::hostPopulationBytes(grid);
-        if (next.weights == ForcingWeights::Normalised) needed += NodeSums::bytes(grid);
-        if (solver)
-            needed -= FluidHelper::deviceSideBytes(grid, solver->gpuDeviceId, solver->schedule);
+        const bool onHost = side > 0;  // the sums of the weights are device memory too
+        if (onHost && next.weights == ForcingWeights::Normalised) needed += NodeSums::bytes(grid);
+        if (!solver) continue;
+        needed -= FluidHelper::deviceSideBytes(grid, solver->gpuDeviceId, solver->schedule);
+        if (onHost && solver->weights == ForcingWeights::Normalised)
+            needed -= NodeSums::bytes(grid);
     }
     FluidHelper::checkMemory(*lbmvec.front()->param, needed);
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cslbm/domain/HostState.h"
+#include "simulatorInterface/FluidHelper.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 #include "supplement/MLCuMemcpy.h"
 
@@ -145,6 +146,8 @@ void readSpreadForce(const coupledLBM_sim3D& simulator, FieldUnits units, double
     mlSinglePhaseSolverNew& solver = solverOf(simulator, "getSpreadForce");
     const FieldFactors factors(units, solver.scale);
     const mlFlow& host = *simulator.lbmvec.front();
+    // three arrays for the domain's device, one of zeros and one of an axis
+    FluidHelper::checkMemory(*host.param, 5.0 * sizeof(double) * static_cast<double>(host.count));
     const ForceRecord forces(solver.domain(0), host.count);
     solver.spreadForces(forces.record(), host.param);
     std::vector<double> axis(static_cast<std::size_t>(host.count));

@@ -68,8 +68,8 @@ void coupledLBM_sim3D::checkOptions() const {
     requireMember("open_planes", "OPEN_PLANES", static_cast<int>(p.open_planes), 3);
     if (p.weights != ForcingWeights::Area && p.coupling == Coupling::Explicit) {
         throw std::invalid_argument(
-            "commitInit: weights is NORMALISED, which only the semi-implicit coupling bears; set "
-            "coupling to SEMI_IMPLICIT, or weights to AREA");
+            "commitInit: weights is NORMALISED, which works only with the semi-implicit coupling; "
+            "set coupling to SEMI_IMPLICIT, or weights to AREA");
     }
     if (!(std::fabs(p.far_density - 1.0) <= kLargestDensityChange)) {
         throw std::invalid_argument("commitInit: far_density is " + text(p.far_density) +

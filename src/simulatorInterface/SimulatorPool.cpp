@@ -146,6 +146,14 @@ const std::shared_ptr<coupledLBM_sim3D>& SimulatorPool::world(int index) const {
                             std::to_string(size() - 1));
 }
 
+// The right to use all worlds, as long as the result lives.
+std::vector<std::unique_ptr<InUse>> SimulatorPool::useWorlds(const char* operation) const {
+    std::vector<std::unique_ptr<InUse>> uses;
+    for (const auto& world : worlds_)
+        uses.push_back(std::make_unique<InUse>(world->inUse, operation));
+    return uses;
+}
+
 // A simulator whose second commit has failed takes another world.
 void SimulatorPool::requireUnchanged() const {
     for (int i = 0; i < size(); ++i) {
@@ -208,17 +216,15 @@ void SimulatorPool::stepWorld(int index, couplingMode mode, const PoolCommands* 
 
 void SimulatorPool::step(couplingMode mode, const PoolCommands* commands, int count) {
     const Turn turn(*this, "step");
+    failedWorlds_.clear();
     requireCouplingMode(mode, "step");
     if (count < 1) {
         throw std::invalid_argument("step: got a count of " + std::to_string(count) +
                                     " steps; give 1 or more");
     }
-    std::vector<std::unique_ptr<InUse>> uses;
-    for (const auto& world : worlds_)
-        uses.push_back(std::make_unique<InUse>(world->inUse, "step of a pool"));
+    const auto uses = useWorlds("step of a pool");
     requireUnchanged();
     if (commands != nullptr) requireCommands(*commands, count);
-    failedWorlds_.clear();
     std::vector<std::exception_ptr> failures(worlds_.size());
     const auto run = [&](int i) {
         try {
@@ -259,6 +265,7 @@ void SimulatorPool::requireBody(int body) const {
 SimulatorPool::Rows SimulatorPool::gather(
     int body, const std::function<Eigen::VectorXd(const skSystem&)>& read) {
     const Turn turn(*this, "read-out");
+    const auto uses = useWorlds("read-out of a pool");
     requireUnchanged();
     requireBody(body);
     Rows rows;

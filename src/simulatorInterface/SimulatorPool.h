@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "simulatorInterface/InUse.h"
 #include "simulatorInterface/coupledLBM_sim3D.h"
 
 namespace drelt {
@@ -76,6 +77,7 @@ private:
 
     static std::vector<BodyShape> shapesOf(const skWorld& world);
     static void check(const Worlds& worlds);
+    std::vector<std::unique_ptr<InUse>> useWorlds(const char* operation) const;
     void requireUnchanged() const;
     void requireCommands(const PoolCommands& commands, int count) const;
     bool worldsInParallel(couplingMode mode) const;

@@ -136,6 +136,9 @@ std::vector<std::string> coupledLBM_sim3D::describeScene() const {
         const std::string group = "fluid " + std::to_string(i) + ": ";
         add(group, {"schedule = " + nameOf(solver->domain(static_cast<int>(i)))});
         add(group, describeFluid(*lbmvec[i], *solver));
+        if (!world->isFixed()) continue;
+        const simParams& p = *params.front();
+        add(group, {"centre of the box [m] = " + three(p.x0, p.y0, p.z0)});
     }
     add("", {"bodies = " + std::to_string(world->getNumSkeletons())});
     for (int i = 0; i < world->getNumSkeletons(); ++i) {

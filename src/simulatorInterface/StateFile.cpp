@@ -292,7 +292,7 @@ void requireWhole(int descriptor) {
         size > sizeof ending && pread(descriptor, &ending, sizeof ending,
                                       static_cast<off_t>(size - sizeof ending)) == sizeof ending;
     if (!read || std::memcmp(ending.mark, kMark, sizeof ending.mark) != 0) {
-        damaged("it has not the ending of a state file");
+        damaged("its end is missing");
     }
     const std::string format(ending.format, sizeof ending.format);
     if (format != kFormat) {

@@ -45,12 +45,12 @@ public:
 
     void setCamera(const Eigen::Vector3f& position, const Eigen::Vector3f& target,
                    const Eigen::Vector3f& worldup);
-    // After the first frame only the position has an effect.
     // Fixed distances of the near and far plane [m]. Throws std::invalid_argument unless 0 < near < far, both
     // finite.
     void setDepthRange(float near, float far);
     // In every frame, near and far plane enclose what is shown.
     void setDepthFromScene(bool enclose) { depthFromScene_ = enclose; }
+    // After the first frame only the position has an effect.
     void setLight(const Eigen::Vector3f& position,
                   const Eigen::Vector3f& diffuse = Eigen::Vector3f::Ones(),
                   const Eigen::Vector3f& specular = Eigen::Vector3f::Ones());

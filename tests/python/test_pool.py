@@ -115,7 +115,9 @@ def test_a_world_that_diverges_is_named_and_the_others_go_on():
     scenes = swimmers(2)
     pool = drelt.make_pool([simulator for simulator, _ in scenes])
     scenes[1][1].getJoint("caudal").setVelocity(0, 1e9)
-    with pytest.raises(RuntimeError, match=r"(?s)^world 1: step 1 .*other worlds .* have completed"):
+    with pytest.raises(
+        RuntimeError, match=r"(?s)^world 1: step 1 .*other worlds .* have completed"
+    ):
         pool.step(MODE, count=3)
     assert pool.getIterNum() == [3, 0]
     assert pool.getFailedWorlds() == [1]

@@ -203,6 +203,8 @@ def test_threads_go_on_beside_a_step_and_cannot_share_a_simulator(tmp_path):
     for thread in threads:
         thread.start()
     refusals, ticks = set(), 0
+    while threads[0].is_alive() and scenes[0][0].getIterNum() == 0:
+        time.sleep(0.001)  # until the thread is inside its step
     while threads[0].is_alive():
         ticks += 1
         for call in ("step(TWO_WAY)", "reset()", "saveScene(0, 0)", "saveState('x')", "restart()"):

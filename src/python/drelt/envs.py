@@ -203,7 +203,9 @@ class _Fish:
         worlds = self.worlds
         before = worlds.distances()
         work, diverged = worlds.advance(actions)
-        distances = np.where(diverged, before, worlds.distances())
+        distances = worlds.distances()
+        diverged |= ~np.isfinite(distances)
+        distances = np.where(diverged, before, distances)
         failed = diverged | (distances > self.lost)
         reward, done = self.task.judge(before, distances, worlds.interval)
         reward = reward - self.price * work - failed

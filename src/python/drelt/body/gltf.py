@@ -8,6 +8,7 @@ import base64
 import json
 import struct
 from pathlib import Path
+from urllib.parse import unquote
 
 import numpy as np
 
@@ -184,7 +185,7 @@ def mended(path):
     content, binary = found
     try:
         return mend(content, binary, Path(path).parent)
-    except (KeyError, IndexError, TypeError, ValueError, AttributeError):
+    except (KeyError, IndexError, TypeError, ValueError, AttributeError, OSError):
         return None  # the importer and its checks say what is wrong
 
 
@@ -230,7 +231,7 @@ def embed(content, binary, folder):
         elif uri.startswith("data:"):
             own = base64.b64decode(uri.partition(",")[2])
         else:
-            own = (folder / uri).read_bytes()
+            own = (folder / unquote(uri)).read_bytes()
         starts.append(len(data))
         data += own + bytes(-len(own) % 4)
     for view in content.get("bufferViews", []):

@@ -16,7 +16,7 @@ from .gltf import heaviest
 from .joints import choose
 from .masses import Link, advice, give_masses, turning_margin
 from .options import DENSITY_RATIO, axes, checked
-from .plan import make_plan, script
+from .plan import make_plan, script, swings
 from .rig import MOST_BONES, build_rig, no_match, rotation_of
 from .scene import read_model, skinned
 from .solids import integrals, link_solids, owners
@@ -74,7 +74,7 @@ def import_mesh(mesh, out, **options):
     if not out.absolute().parent.is_dir():
         raise BodyError(f"the folder '{out.absolute().parent}' does not exist; make it first")
     name = options["name"] or Path(mesh).stem
-    if not name or "/" in name:
+    if not name or not name.isprintable() or set(name) & set('/\\"'):
         raise BodyError(f"'{name}' is no name for files; choose one with --name")
     most = None if options["drop"] else MOST_BONES
     model = read_model(mesh, options["rigid"], options["nodes_as_bones"], most, options["skip"])
@@ -263,7 +263,9 @@ def write(body):
             except RuntimeError as error:
                 body.notes.append(f"There is no picture: {error}.")
         write_description(body, description, body.mesh)
-        (temporary / "run.py").write_text(script(body.name, body.plan), encoding="utf-8")
+        (temporary / "run.py").write_text(
+            script(body.name, body.plan, swings(live, body.plan.length)), encoding="utf-8"
+        )
         (temporary / "report.md").write_text(report(body), encoding="utf-8")
         os.chmod(temporary, 0o755)
         temporary.rename(body.folder)
@@ -296,6 +298,12 @@ def weigh(body, system):
     centres = np.array([link.frame[:3, 3] for link in owning])
     for link, solid in zip(owning, link_solids(body.rest, body.surface.faces, centres)):
         link.solid = solid
+    flat = [link.key for link in owning if link.solid.volume <= 0 and link.solid.area > 0]
+    if flat:
+        body.warnings.append(
+            f"The skin of {', '.join(flat[:6])} encloses no volume, so the mass there stands for nothing: use "
+            "--open-surface thicken, or give masses in the description."
+        )
     options = body.options
     volume = sum(link.solid.volume for link in owning)
     give_masses(
@@ -379,6 +387,11 @@ def load(body, description):
     except (RuntimeError, ValueError) as error:
         raise BodyError(f"the imported body cannot be built: {error}") from error
     body.dofs = live.getDofNames()
+    for joint in (live.getJoint(joint) for joint in live.getJointNames()):
+        joint.setPositions(
+            np.zeros(joint.getNumDofs())
+        )  # limits may hold it away from the rest pose
+    live.update()
     wanted = [
         skinned(part["vertices"], part["weights"], bone_motions(body)) for part in parts_of(body)
     ]

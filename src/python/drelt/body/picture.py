@@ -61,9 +61,7 @@ def draw_body(body, file, width=WIDTH, height=HEIGHT):
     corner = np.array([below[:, 0].min(), floor, below[:, 2].min()])
     renderer.addAxes(corner, 0.15 * size)
     # half the field of view is 22.5 degrees; the picture holds both copies
-    far = max(2.25 * tall * height / height, across * 1.1 * height / width) / math.tan(
-        math.radians(22.5)
-    )
+    far = max(2.25 * tall, across * 1.1 * height / width) / math.tan(math.radians(22.5))
     eye = middle + camera * (far + size / 2)
     renderer.setCamera(eye, middle, [0, 1, 0])
     renderer.setLight(eye + 2 * size * upwards - size * side)

@@ -32,6 +32,7 @@ class Plan:
     centre: tuple
     counts: tuple
     samples: int
+    area: float  # of the skin [m^2]
     coupling: str
 
     @property
@@ -63,7 +64,8 @@ class Plan:
             f"{memory:.2g} GB.",
             f"The body passes its length in {steps:.0f} steps: about {seconds:.2g} s on one core at "
             f"{UPDATES_PER_SECOND / 1e6:.0f} million node updates per second.",
-            f"{self.samples} samples, {SAMPLES_PER_AREA:g} per squared spacing of the skin.",
+            f"{self.samples} samples, {self.samples * self.spacing**2 / self.area:.2g} per squared spacing of "
+            "the skin.",
         ]
         if self.lattice_viscosity < THIN_LATTICE:
             need = self.nodes * THIN_LATTICE / self.lattice_viscosity
@@ -109,9 +111,12 @@ def make_plan(surface, extent, centre, options, coupling):
         tuple(float(x) for x in centre),
         counts,
         samples,
+        surface.area(),
         coupling,
     )
 
+
+SWING = 0.05  # of a joint in the first run [rad, or lengths]
 
 SCRIPT = '''\
 """A first run of the body "{name}": its servos swing a little while the fluid flows around it.
@@ -127,7 +132,8 @@ import drelt
 import numpy as np
 
 HERE = Path(__file__).resolve().parent
-SWING = {swing:.6g}  # amplitude of a servo [rad or m]
+# amplitude of each actuated degree of freedom [rad or m]; 0 where a command is a force or an acceleration
+SWING = np.array({swing!r})
 PERIOD = {period:.6g}  # [s]
 
 
@@ -165,9 +171,8 @@ def main():
         simulator.mainDataFolderPath = arguments.frames + "/"
     every = max(1, arguments.steps // 50)
     for step in range(arguments.steps):
-        if body.getNumDofs():  # actuated degrees of freedom; a servo takes a velocity
-            rate = 2 * math.pi / PERIOD
-            body.setCommands(np.full(body.getNumDofs(), SWING * rate * math.cos(rate * step * dt)))
+        rate = 2 * math.pi / PERIOD
+        body.setCommands(SWING * rate * math.cos(rate * step * dt))  # velocities
         simulator.step(drelt.COUPLE_MODE.TWO_WAY)
         if arguments.frames and step % every == 0:
             simulator.saveScene(step // every, drelt.SAVE_FLAG.BODY | drelt.SAVE_FLAG.FLUID)
@@ -181,8 +186,23 @@ if __name__ == "__main__":
 '''
 
 
-def script(name, plan, swing=0.05):
-    """The text of a small script that runs the plan."""
+def swings(body, length):
+    """Amplitude of each actuated DOF of a live body [rad or m], in the order of commands."""
+    records = {record["name"]: record for record in body.getDescription().getJoints()}
+    found = []
+    for name in body.getJointNames():
+        record, count = records[name], body.getJoint(name).getNumDofs()
+        if record["actuator"] in ("passive", "mimic"):
+            continue
+        turns = SWING * (record["type"] in ("revolute", "continuous"))
+        slides = SWING * length * (record["type"] == "prismatic")
+        takes_velocity = record["actuator"] in ("servo", "velocity")
+        found += [float(turns + slides) * takes_velocity] * count
+    return found
+
+
+def script(name, plan, swing):
+    """The text of a small script that runs the plan. swing: amplitude of each actuated DOF [rad or m]."""
     return SCRIPT.format(
         name=name,
         swing=swing,
