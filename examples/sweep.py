@@ -7,6 +7,7 @@ process dies is run again. Writes a table and a heat map.
 import argparse
 import json
 import os
+import shlex
 import sys
 from pathlib import Path
 
@@ -56,7 +57,8 @@ def main():
     args = parser.parse_args()
     os.makedirs(args.out, exist_ok=True)
     paths = os.pathsep.join(filter(None, sys.path))  # of drelt and the examples' modules
-    ray.init(include_dashboard=False, runtime_env={"env_vars": {"PYTHONPATH": paths}})
+    worker = {"env_vars": {"PYTHONPATH": paths}, "py_executable": shlex.quote(sys.executable)}
+    ray.init(include_dashboard=False, runtime_env=worker)  # a shell starts it
     cells, speeds = {}, np.full((len(args.stiffness), len(args.hertz)), np.nan)
     for i, name in enumerate(describe_fish(k, args.out) for k in args.stiffness):
         for j, f in enumerate(args.hertz):

@@ -175,11 +175,14 @@ def test_a_sweep_goes_on_after_a_killed_worker(tmp_path):
     with (tmp_path / "log").open("w+") as log:
         sweep = subprocess.Popen(command, cwd=ROOT, env=environment, stdout=log, stderr=log)
         victim = None
-        while victim is None and sweep.poll() is None:
+        last = time.monotonic() + 180
+        while victim is None and sweep.poll() is None and time.monotonic() < last:
             time.sleep(0.02)
             running = (p for p, line in descendants(sweep.pid) if b"ray::speed_of" in line)
             victim = next(running, None)
-        assert victim is not None, (tmp_path / "log").read_text()
+        if victim is None:
+            sweep.kill()
+            pytest.fail((tmp_path / "log").read_text())
         os.kill(victim, signal.SIGKILL)
         assert sweep.wait(timeout=300) == 0, (tmp_path / "log").read_text()
     speeds = np.loadtxt(tmp_path / "sweep.csv", ndmin=2)
