@@ -139,7 +139,7 @@ def test_window_and_surfaceless_context_give_the_same_images(surfaceless, displa
     assert [len(lines) for lines in said] == [1, 1]
     assert ["GLFW" in said[0][0], "EGL" in said[1][0]] == [True, True]
     names = sorted(file.name for file in surfaceless.folder.glob("*.ppm"))
-    assert len(names) == 9
+    assert len(names) == 10
     for name in names:
         assert (tmp_path / name).read_bytes() == (surfaceless.folder / name).read_bytes(), name
     wider = "import drelt; r = drelt.make_renderer(16384, 2); r.render(); r.savePPM('wide.ppm')"
