@@ -22,7 +22,7 @@
 #include "SkeletonDynamics/skSystem.h"
 
 namespace py = pybind11;
-using namespace pybind11::literals;
+using pybind11::literals::operator""_a;
 
 namespace drelt {
 namespace {

@@ -45,7 +45,7 @@ public:
     Handle& operator=(const Handle&) = delete;
     Handle& operator=(Handle&&) = delete;
 
-    operator hid_t() const { return id_; }
+    operator hid_t() const { return id_; }  // NOLINT: the library's calls take it
     // Closes now, and reports what the destructor would hide.
     void close() { checked(close_(std::exchange(id_, -1))); }
 

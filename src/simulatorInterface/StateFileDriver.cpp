@@ -117,7 +117,7 @@ hid_t registerDriver() {
     driver.name = "drelt";
     driver.maxaddr = static_cast<haddr_t>(1) << 62;
     driver.fc_degree = H5F_CLOSE_STRONG;
-    driver.fapl_size = sizeof(FileTarget*);
+    driver.fapl_size = sizeof(FileTarget*);  // NOLINT(bugprone-sizeof-expression)
     driver.open = &openFile;
     driver.close = &closeFile;
     driver.query = &query;
