@@ -79,7 +79,7 @@ class Scene:
             yield step + 1
 
     def fluid(self):
-        """Velocity in the world (nz x ny x nx x 3) and density (nz x ny x nx), lattice units."""
+        """Momentum plus the grid's velocity (nz x ny x nx x 3), and density (nz x ny x nx), lattice units."""
         with tempfile.TemporaryDirectory() as folder:
             self.simulator.mainDataFolderPath = f"{folder}/"
             self.simulator.saveFluidData("now")
